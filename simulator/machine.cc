@@ -1,0 +1,461 @@
+// SPDX-License-Identifier: Apache-2.0
+// The road of a request through the machine, and what changes the machine.
+#include "simulator/machine.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <utility>
+
+#include "simulator/redfish.h"
+#include "simulator/text.h"
+
+namespace quorvane::simulator {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool Contains(const std::vector<std::string>& list, const std::string& text) {
+  return std::find(list.begin(), list.end(), text) != list.end();
+}
+
+bool IsRead(const RecordedRequest& request) {
+  return request.method == "GET" || request.method == "HEAD";
+}
+
+bool PathMatches(const std::string& pattern, const std::string& path) {
+  if (!pattern.ends_with('*')) return pattern == path;
+  return path.starts_with(
+      std::string_view(pattern).substr(0, pattern.size() - 1));
+}
+
+void AddGenerated(Inventory& inventory) {
+  for (int i = 1; i <= inventory.generated; ++i) {
+    std::string number = std::to_string(i);
+    number.insert(0, number.size() < 4 ? 4 - number.size() : 0, '0');
+    inventory.members.push_back(
+        {"Component-" + number, "Component " + number, "1.0.0"});
+  }
+  inventory.generated = 0;
+}
+
+Machine::Outcome NotAllowed(const std::string& allow) {
+  return {ErrorReply(405, "OperationNotAllowed",
+                     "The resource does not take this method.",
+                     "Use one of: " + allow + '.', {{"Allow", allow}}),
+          {}};
+}
+
+Machine::Outcome BadRequest(const std::string& key, const std::string& message,
+                            const std::string& resolution) {
+  return {ErrorReply(400, key, message, resolution), message};
+}
+
+Machine::Outcome MalformedJson() {
+  return BadRequest("MalformedJSON", "The body is not a JSON object.",
+                    "Send a JSON object.");
+}
+
+// Nothing when the text is no JSON object. An empty body counts as "{}", as
+// actions without parameters may be posted without one.
+std::optional<Json> ObjectIn(const std::string& text) {
+  Json json = Json::parse(text.empty() ? "{}" : text, nullptr,
+                          /*allow_exceptions=*/false);
+  if (!json.is_object()) return {};
+  return json;
+}
+
+const FormPart* PartNamed(const RecordedRequest& request,
+                          std::string_view name) {
+  const auto found =
+      std::find_if(request.parts.begin(), request.parts.end(),
+                   [&](const FormPart& part) { return part.name == name; });
+  return found == request.parts.end() ? nullptr : &*found;
+}
+
+std::string ImageBytes(const Image& image) {
+  if (!image.text.empty()) return image.text;
+  std::string bytes(image.size, '\0');
+  unsigned int value = 1;  // any fixed sequence that does not compress away
+  for (char& byte : bytes) {
+    value = value * 1664525U + 1013904223U;
+    byte = static_cast<char>(value >> 24U);
+  }
+  return bytes;
+}
+
+}  // namespace
+
+Machine::Machine(Scenario scenario, Clock now)
+    : scenario_(std::move(scenario)),
+      now_(std::move(now)),
+      power_is_on_(scenario_.power_state == "On") {
+  AddGenerated(scenario_.firmware);
+  AddGenerated(scenario_.software);
+  if (scenario_.task.steps.empty()) {
+    scenario_.task.steps = {{.state = "Completed", .percent = 100}};
+  }
+  for (const FaultRule& rule : scenario_.faults) faults_.push_back({rule});
+}
+
+Machine::Outcome Machine::Answer(const RecordedRequest& request) {
+  if (auto absent = Absent()) return *absent;
+  const FaultRule* fault = Strike(request, /*before_body=*/false);
+  if (fault == nullptr) return Handle(request);
+  if (!fault->machine_acts) return {fault->reply, "fault"};
+  Outcome outcome = Handle(request);
+  outcome.reply.fault = fault->reply.fault;
+  outcome.reply.delay = fault->reply.delay;
+  outcome.reply.drip = fault->reply.drip;
+  outcome.note += outcome.note.empty() ? "fault" : ", fault";
+  return outcome;
+}
+
+std::optional<Reply> Machine::StrikeBeforeBody(const RecordedRequest& request) {
+  const FaultRule* fault = Strike(request, /*before_body=*/true);
+  if (fault == nullptr) return {};
+  return fault->reply;
+}
+
+// A rule counts only the requests that reach it, so two rules in a row tell a
+// story: the first two are refused, the next one is dropped.
+const FaultRule* Machine::Strike(const RecordedRequest& request,
+                                 bool before_body) {
+  for (CountedFault& fault : faults_) {
+    const FaultRule& rule = fault.rule;
+    if (rule.before_body != before_body ||
+        (!rule.method.empty() && rule.method != request.method) ||
+        (!rule.path.empty() && !PathMatches(rule.path, request.path)) ||
+        (!rule.phase.empty() && rule.phase != PhaseOf(request)) ||
+        (rule.first > 0 && fault.struck >= rule.first)) {
+      continue;
+    }
+    const int beyond = fault.seen++ - rule.after;
+    if (beyond < 0 || beyond % std::max(rule.every, 1) != 0) continue;
+    ++fault.struck;
+    return &rule;
+  }
+  return nullptr;
+}
+
+std::string Machine::PhaseOf(const RecordedRequest& request) const {
+  const std::string path = NormalPath(request.path);
+  const auto within = [&](std::string_view root) {
+    return path == root || !MemberId(path, root).empty();
+  };
+  if (IsRead(request)) {
+    if (within(kFirmwareInventory) || within(kSoftwareInventory)) {
+      return "inventory";
+    }
+    if (within(kChassisCollection)) return "chassis";
+    if (!MemberId(path, kTasks).empty() ||
+        !MemberId(path, kTaskMonitors).empty()) {
+      return "task";
+    }
+    const bool is_image = std::any_of(
+        scenario_.images.begin(), scenario_.images.end(),
+        [&](const Image& image) { return image.path == request.path; });
+    return is_image ? "download" : "";
+  }
+  if (path == NormalPath(scenario_.simple_update.path)) {
+    const auto body = ObjectIn(request.body);
+    return body && body->contains("ImageURI") ? "simple_update" : "activation";
+  }
+  if (Contains(scenario_.upload.multipart_paths, request.path) ||
+      Contains(scenario_.upload.binary_paths, request.path)) {
+    return "upload";
+  }
+  const bool is_reset = within(kSystems) && path.ends_with(".Reset");
+  return is_reset ? "reboot" : "";
+}
+
+bool Machine::Authorized(const RecordedRequest& request) const {
+  const std::string field = Header(request, "Authorization");
+  constexpr std::string_view kScheme = "Basic ";
+  return field.size() > kScheme.size() &&
+         EqualsIgnoringCase(field.substr(0, kScheme.size()), kScheme) &&
+         Trim(std::string_view(field).substr(kScheme.size())) ==
+             Base64(scenario_.user + ':' + scenario_.password);
+}
+
+std::optional<Machine::Outcome> Machine::Absent() {
+  if (absent_until_ && now_() >= *absent_until_) absent_until_.reset();
+  if (!absent_until_) {
+    if (absent_requests_ == 0) return {};
+    --absent_requests_;
+  }
+  if (!scenario_.restart.answers_503) {
+    return Outcome{{.fault = Fault::kDrop}, "no answer: restarting"};
+  }
+  return Outcome{ErrorReply(503, "ServiceTemporarilyUnavailable",
+                            "The service is starting.", "Try again later.",
+                            {{"Retry-After", "10"}}),
+                 "restarting"};
+}
+
+Machine::Outcome Machine::Handle(const RecordedRequest& request) {
+  const std::string path = NormalPath(request.path);
+  if (IsRead(request)) {
+    for (const Image& image : scenario_.images) {
+      if (image.path != request.path) continue;
+      return {{.body = ImageBytes(image),
+               .headers = {{"Content-Type", "application/octet-stream"}}},
+              "image served"};
+    }
+  }
+  // DSP0266: the root of the service is open to everyone.
+  const bool is_open =
+      IsRead(request) && (path == "/redfish" || path == kServiceRoot);
+  if (!is_open && !Authorized(request)) {
+    return {ErrorReply(401, "NoValidSession",
+                       "The request lacks valid credentials.",
+                       "Send the user and password of an account.",
+                       {{"WWW-Authenticate", "Basic realm=\"Redfish\""}}),
+            "credentials refused"};
+  }
+  const bool is_post = request.method == "POST";
+  if (Contains(scenario_.upload.multipart_paths, request.path) ||
+      Contains(scenario_.upload.binary_paths, request.path)) {
+    return is_post || request.method == "PUT" ? Upload(request)
+                                              : NotAllowed("POST, PUT");
+  }
+  if (path == NormalPath(scenario_.simple_update.path)) {
+    return is_post ? UpdateAction(request) : NotAllowed("POST");
+  }
+  if (path == MemberPath(kSystems, scenario_.system_id) +
+                  "/Actions/ComputerSystem.Reset") {
+    return is_post ? ResetSystem(request) : NotAllowed("POST");
+  }
+  for (const auto collection : {kTasks, kTaskMonitors}) {
+    const std::string id = MemberId(path, collection);
+    if (id.empty()) continue;
+    return IsRead(request) ? PollTask(id, collection == kTaskMonitors)
+                           : NotAllowed("GET, HEAD");
+  }
+  const auto resource = Resource(path, request.query);
+  if (!resource) {
+    return {ErrorReply(404, "ResourceMissingAtURI",
+                       "There is nothing at " + Printable(request.path) + '.',
+                       "Begin at " + std::string(kServiceRoot) + '.'),
+            {}};
+  }
+  if (!IsRead(request)) return NotAllowed("GET, HEAD");
+  return {JsonReply(200, *resource), {}};
+}
+
+Machine::Outcome Machine::Upload(const RecordedRequest& request) {
+  if (auto busy = Busy()) return *busy;
+  const bool is_form =
+      Header(request, "Content-Type").starts_with("multipart/form-data");
+  if (!is_form && Contains(scenario_.upload.binary_paths, request.path)) {
+    return StoreImage(request.body, {});
+  }
+  if (!Contains(scenario_.upload.multipart_paths, request.path)) {
+    return {ErrorReply(415, "GeneralError", "This URI takes the bare image.",
+                       "Send the image as application/octet-stream."),
+            "a form where the bare image is due"};
+  }
+  if (request.method != "POST") return NotAllowed("POST");
+  const FormPart* file = PartNamed(request, "UpdateFile");
+  if (!is_form || file == nullptr) {
+    return BadRequest("PropertyMissing",
+                      "There is no form part UpdateFile in the request.",
+                      "Send multipart/form-data with UpdateFile.");
+  }
+  std::vector<std::string> targets;
+  if (const FormPart* parameters = PartNamed(request, "UpdateParameters")) {
+    const auto json = ObjectIn(parameters->content);
+    if (!json) return MalformedJson();
+    targets = StringArray(*json, "Targets");
+  }
+  return StoreImage(file->content, std::move(targets));
+}
+
+Machine::Outcome Machine::StoreImage(const std::string& image,
+                                     std::vector<std::string> targets) {
+  if (image.empty()) {
+    return BadRequest("GeneralError", "The image is empty.",
+                      "Send the bytes of an image.");
+  }
+  const std::uint64_t limit = scenario_.upload.max_bytes;
+  if (limit > 0 && image.size() > limit) {
+    return {ErrorReply(413, "PayloadTooLarge",
+                       "The image has " + std::to_string(image.size()) +
+                           " bytes; at most " + std::to_string(limit) +
+                           " are taken.",
+                       "Send a smaller image."),
+            "image too large"};
+  }
+  image_size_ = image.size();
+  image_sha256_ = Sha256(image);
+  Outcome outcome = Accept(scenario_.upload.status, std::move(targets),
+                           !scenario_.activation.required);
+  outcome.note = "image of " + std::to_string(image_size_) +
+                 " bytes stored, SHA-256 " + image_sha256_ + "; " +
+                 outcome.note;
+  return outcome;
+}
+
+Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
+  const auto body = ObjectIn(request.body);
+  if (!body) return MalformedJson();
+  std::vector<std::string> targets = StringArray(*body, "Targets");
+  const SimpleUpdateAction& action = scenario_.simple_update;
+  const bool activates = !body->contains("ImageURI");
+  const int status = activates ? scenario_.activation.status : action.status;
+  if (status >= 400) {
+    return {ErrorReply(status, "ActionNotSupported",
+                       "The action is not supported on this machine.",
+                       "Upload the image instead."),
+            "action refused"};
+  }
+  if (activates && image_size_ == 0) {
+    return BadRequest("ActionParameterMissing",
+                      "There is no ImageURI, nor an uploaded image to start.",
+                      "Name an ImageURI or upload an image first.");
+  }
+  if (!activates) {
+    const Json& image_uri = (*body)["ImageURI"];
+    const std::string uri =
+        image_uri.is_string() ? image_uri.get<std::string>() : "";
+    const std::string scheme = uri.substr(0, uri.find("://"));
+    if (std::none_of(action.protocols.begin(), action.protocols.end(),
+                     [&](const std::string& protocol) {
+                       return EqualsIgnoringCase(protocol, scheme);
+                     })) {
+      return BadRequest("ActionParameterNotSupported",
+                        "The protocol of ImageURI is not supported.",
+                        "See TransferProtocol@Redfish.AllowableValues.");
+    }
+    if (action.requires_targets && targets.empty()) {
+      return BadRequest("ActionParameterMissing",
+                        "The action needs the parameter Targets.",
+                        "Name at least one target.");
+    }
+  }
+  if (auto busy = Busy()) return *busy;
+  Outcome outcome = Accept(status, std::move(targets), /*installs=*/true);
+  outcome.note =
+      (activates ? "activation started; " : "SimpleUpdate started; ") +
+      outcome.note;
+  return outcome;
+}
+
+Machine::Outcome Machine::Accept(int status, std::vector<std::string> targets,
+                                 bool installs) {
+  Task task{.id = std::to_string(next_task_),
+            .targets = std::move(targets),
+            .installs = installs,
+            .step_start = now_()};
+  if (status != 202) {
+    Finish(task);
+    if (status == 204) return {{.status = 204}, "done at once"};
+    return {JsonReply(status, {{"Message", "The update is complete."}}),
+            "done at once"};
+  }
+  ++next_task_;
+  const TaskLife& life = scenario_.task;
+  HeaderList headers;
+  if (life.location != "none") {
+    headers.emplace_back(
+        "Location",
+        MemberPath(life.location == "task" ? kTasks : kTaskMonitors, task.id));
+  }
+  if (life.retry_after > 0) {
+    headers.emplace_back("Retry-After", std::to_string(life.retry_after));
+  }
+  EnterStep(task, 0);
+  Outcome outcome{{.status = 202, .headers = headers}, "task " + task.id};
+  if (life.task_in_body) {
+    outcome.reply = JsonReply(202, TaskBody(task), std::move(headers));
+  }
+  tasks_.insert_or_assign(task.id, std::move(task));
+  return outcome;
+}
+
+std::optional<Machine::Outcome> Machine::Busy() const {
+  const auto running =
+      std::find_if(tasks_.begin(), tasks_.end(),
+                   [&](const auto& entry) { return IsRunning(entry.second); });
+  if (running == tasks_.end()) return {};
+  HeaderList headers;
+  if (scenario_.upload.busy_retry_after > 0) {
+    headers.emplace_back("Retry-After",
+                         std::to_string(scenario_.upload.busy_retry_after));
+  }
+  return Outcome{ErrorReply(503, "ServiceTemporarilyUnavailable",
+                            "An update is running already.",
+                            "Wait for task " + running->first + '.', headers),
+                 "busy with task " + running->first};
+}
+
+Machine::Outcome Machine::ResetSystem(const RecordedRequest& request) {
+  const auto body = ObjectIn(request.body);
+  if (!body) return MalformedJson();
+  const auto found = body->find("ResetType");
+  const std::string type = found != body->end() && found->is_string()
+                               ? found->get<std::string>()
+                               : "";
+  if (!Contains(scenario_.reset_types, type)) {
+    std::string allowed;
+    for (const std::string& each : scenario_.reset_types) {
+      allowed += (allowed.empty() ? "" : ", ") + each;
+    }
+    return BadRequest("ActionParameterNotSupported",
+                      "ResetType is missing or not supported.",
+                      "Use one of: " + allowed + '.');
+  }
+  const bool switches_off = type == "ForceOff" || type == "GracefulShutdown" ||
+                            (type == "PushPowerButton" && power_is_on_);
+  const bool was_on = std::exchange(power_is_on_, !switches_off);
+  const bool stays_on = was_on && (type == "On" || type == "ForceOn");
+  if (switches_off || stays_on) return {{.status = 204}, "reset: " + type};
+  RestartNow(/*by_itself=*/false);
+  return {{.status = 204}, "reset: " + type + ", the machine restarts"};
+}
+
+void Machine::RestartNow(bool by_itself) {
+  ++restarts_;
+  absent_requests_ = scenario_.restart.requests;
+  if (scenario_.restart.requests == 0 && scenario_.restart.seconds > 0) {
+    absent_until_ =
+        now_() + std::chrono::duration_cast<TimePoint::duration>(
+                     std::chrono::duration<double>(scenario_.restart.seconds));
+  }
+  for (auto& [id, task] : tasks_) {
+    AdvanceByClock(task);
+    if (IsStaged(task)) {
+      if (task.step + 1 < scenario_.task.steps.size()) {
+        EnterStep(task, task.step + 1);
+      } else {
+        Finish(task);
+      }
+    } else if (IsRunning(task)) {
+      // The machine goes down by itself in order to apply the image; a reset
+      // from outside tears the work apart.
+      if (by_itself) {
+        Finish(task);
+      } else {
+        task.aborted = true;
+      }
+    }
+  }
+  ApplyPending();
+  if (!scenario_.restart.keeps_tasks) tasks_.clear();
+}
+
+void Machine::ApplyPending() {
+  if (!pending_) return;
+  const auto names = [&](const InventoryMember& member) {
+    return Contains(*pending_, MemberPath(kFirmwareInventory, member.id));
+  };
+  auto& members = scenario_.firmware.members;
+  const bool all = std::none_of(members.begin(), members.end(), names);
+  for (InventoryMember& member : members) {
+    if (!member.updated_version.empty() && (all || names(member))) {
+      member.version = member.updated_version;
+    }
+  }
+  pending_.reset();
+}
+
+}  // namespace quorvane::simulator

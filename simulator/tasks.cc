@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of a task: which step it is in, and what a poll makes of it.
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "simulator/machine.h"
+#include "simulator/redfish.h"
+
+namespace quorvane::simulator {
+namespace {
+
+// TaskState values in which no work goes on (Task schema; "Interrupted" is
+// listed because nothing here resumes such a task).
+constexpr std::array<std::string_view, 5> kEndStates = {
+    "Completed", "Exception", "Cancelled", "Killed", "Interrupted"};
+
+bool IsEnd(const std::string& state) {
+  return std::find(kEndStates.begin(), kEndStates.end(), state) !=
+         kEndStates.end();
+}
+
+nlohmann::ordered_json Message(const TaskStep& step) {
+  return {{"@odata.type", "#Message.v1_1_2.Message"},
+          {"MessageId", step.message_id},
+          {"Message", step.message},
+          {"MessageArgs", nlohmann::ordered_json::array()},
+          {"Severity", step.health}};
+}
+
+}  // namespace
+
+Machine::Outcome Machine::PollTask(const std::string& id, bool as_monitor) {
+  const auto found = tasks_.find(id);
+  if (found == tasks_.end() || (as_monitor && found->second.monitor_is_done)) {
+    return {
+        ErrorReply(404, "ResourceMissingAtURI", "There is no task " + id + '.',
+                   "Ask for the tasks that exist: " + std::string(kTasks)),
+        "no such task"};
+  }
+  Task& task = found->second;
+  AdvanceByClock(task);
+  const TaskStep shown = StepOf(task);
+  const Json body = TaskBody(task);
+  std::string note = "task " + id + ": " + shown.state;
+  if (shown.percent >= 0) note += ' ' + std::to_string(shown.percent) + '%';
+
+  Reply reply = JsonReply(200, body);
+  if (as_monitor && IsEnd(shown.state)) {
+    task.monitor_is_done = true;
+    if (scenario_.task.monitor_final_status == 204) reply = {.status = 204};
+  } else if (as_monitor) {
+    reply = JsonReply(202, body, {{"Location", MemberPath(kTaskMonitors, id)}});
+  }
+  CountPoll(task);
+  const auto& down_at = scenario_.restart.by_itself_at;
+  if (down_at && shown.percent >= *down_at && !task.took_machine_down) {
+    task.took_machine_down = true;
+    RestartNow(/*by_itself=*/true);  // may forget the task
+    note += ", then the machine restarts by itself";
+  }
+  return {std::move(reply), std::move(note)};
+}
+
+TaskStep Machine::StepOf(const Task& task) const {
+  TaskStep step = scenario_.task.steps.at(task.step);
+  if (task.aborted) {
+    step.state = "Exception";
+    step.health = "Critical";
+    step.message_id = "Update.1.0.ApplyFailed";
+    step.message = "The update was cut off by a reset.";
+  }
+  return step;
+}
+
+Machine::Json Machine::TaskBody(const Task& task) const {
+  const TaskStep now = StepOf(task);
+  Json body = {{"@odata.id", MemberPath(kTasks, task.id)},
+               {"@odata.type", "#Task.v1_4_3.Task"},
+               {"Id", task.id},
+               {"Name", "Task " + task.id},
+               {"TaskState", now.state},
+               {"TaskStatus", now.health},
+               {"StartTime", "2024-01-01T00:00:00Z"},
+               {"TaskMonitor", MemberPath(kTaskMonitors, task.id)}};
+  if (now.percent >= 0) body["PercentComplete"] = now.percent;
+  if (IsEnd(now.state)) body["EndTime"] = "2024-01-01T00:05:00Z";
+  Json messages = Json::array();
+  for (std::size_t i = 0; i <= task.step; ++i) {
+    const TaskStep& step = i == task.step ? now : scenario_.task.steps.at(i);
+    if (!step.message_id.empty()) messages.push_back(Message(step));
+  }
+  body["Messages"] = std::move(messages);
+  return body;
+}
+
+bool Machine::IsStaged(const Task& task) const {
+  return !task.aborted && scenario_.task.steps.at(task.step).until_restart;
+}
+
+bool Machine::IsRunning(const Task& task) const {
+  return !IsStaged(task) && !IsEnd(StepOf(task).state);
+}
+
+void Machine::AdvanceByClock(Task& task) {
+  while (task.step + 1 < scenario_.task.steps.size() && IsRunning(task)) {
+    const TaskStep& step = scenario_.task.steps.at(task.step);
+    const auto length = std::chrono::duration_cast<TimePoint::duration>(
+        std::chrono::duration<double>(step.seconds));
+    if (step.polls > 0 || now_() < task.step_start + length) return;
+    const TimePoint next_start = task.step_start + length;
+    EnterStep(task, task.step + 1);
+    task.step_start = next_start;  // a late look must not stretch the rest
+  }
+}
+
+void Machine::CountPoll(Task& task) {
+  const TaskStep& step = scenario_.task.steps.at(task.step);
+  if (step.polls <= 0 || !IsRunning(task)) return;
+  if (++task.polls_in_step >= step.polls &&
+      task.step + 1 < scenario_.task.steps.size()) {
+    EnterStep(task, task.step + 1);
+  }
+}
+
+void Machine::EnterStep(Task& task, std::size_t step) {
+  task.step = step;
+  task.polls_in_step = 0;
+  task.step_start = now_();
+  if (StepOf(task).state == "Completed") Finish(task);
+}
+
+void Machine::Finish(const Task& task) {
+  if (!task.installs) return;
+  pending_ = task.targets;
+  if (scenario_.versions_change_at == "completion") ApplyPending();
+}
+
+}  // namespace quorvane::simulator

@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulator/tls_server.h"
+
+#include <netinet/in.h>
+#include <openssl/err.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <array>
+#include <future>
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/certificate.h"
+#include "simulator/text.h"
+
+namespace quorvane::simulator {
+namespace {
+
+constexpr std::size_t kThreads = 8;
+constexpr timeval kIdleLimit = {.tv_sec = 60, .tv_usec = 0};
+constexpr std::size_t kLargestRead = 1U << 20U;
+
+const char* ReasonPhrase(int status) {
+  // RFC 9110, section 15. A client must not depend on the phrase.
+  switch (status) {
+    case 200:
+      return "OK";
+    case 201:
+      return "Created";
+    case 202:
+      return "Accepted";
+    case 204:
+      return "No Content";
+    case 400:
+      return "Bad Request";
+    case 401:
+      return "Unauthorized";
+    case 404:
+      return "Not Found";
+    case 405:
+      return "Method Not Allowed";
+    case 413:
+      return "Content Too Large";
+    case 500:
+      return "Internal Server Error";
+    case 503:
+      return "Service Unavailable";
+    default:
+      return "Status";
+  }
+}
+
+// RFC 9110, 6.4.1: these never have content.
+bool HasNoContent(const std::string& method, int status) {
+  return method == "HEAD" || status < 200 || status == 204 || status == 304;
+}
+
+std::string AnswerHead(const Reply& reply, bool without_content) {
+  std::string head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
+                     ReasonPhrase(reply.status) + "\r\n";
+  for (const auto& [name, value] : reply.headers) {
+    head += name;
+    head += ": ";
+    head += value;
+    head += "\r\n";
+  }
+  const auto add_default = [&](const char* name, const std::string& value) {
+    if (Header(reply.headers, name).empty()) {
+      head += name + (": " + value) + "\r\n";
+    }
+  };
+  if (!reply.body.empty()) add_default("Content-Type", "application/json");
+  if ((!without_content || !reply.body.empty()) &&
+      Header(reply.headers, "Transfer-Encoding").empty()) {
+    add_default("Content-Length", std::to_string(reply.body.size()));
+  }
+  add_default("Connection", "close");
+  return head + "\r\n";
+}
+
+// The fields as they stood on the wire, order and repetition kept, which
+// cpp-httplib's own map does not.
+HeaderList ParseHead(std::string_view head) {
+  HeaderList fields;
+  std::size_t line = head.find('\n');  // past the request line
+  while (line != std::string_view::npos && line + 1 < head.size()) {
+    const std::size_t end = std::min(head.find('\n', line + 1), head.size());
+    std::string_view text = head.substr(line + 1, end - line - 1);
+    if (text.ends_with('\r')) text.remove_suffix(1);
+    const std::size_t colon = text.find(':');
+    if (colon != std::string_view::npos) {
+      fields.emplace_back(text.substr(0, colon), Trim(text.substr(colon + 1)));
+    }
+    line = end < head.size() ? end : std::string_view::npos;
+  }
+  return fields;
+}
+
+}  // namespace
+
+/// One accepted socket and its TLS session; cpp-httplib reads requests from it.
+class TlsServer::Connection final : public httplib::Stream {
+ public:
+  Connection(TlsServer& server, int socket_fd)
+      : server_(server),
+        socket_(socket_fd),
+        tls_(SSL_new(server.tls_.get()), &SSL_free) {
+    server_.Register(socket_);
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &kIdleLimit,
+               sizeof kIdleLimit);
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &kIdleLimit,
+               sizeof kIdleLimit);
+  }
+
+  ~Connection() override {
+    tls_.reset();
+    server_.Unregister(socket_);  // before the number can be taken again
+    ::close(socket_);
+  }
+
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  bool Handshake() {
+    if (!tls_ || SSL_set_fd(tls_.get(), socket_) != 1) return false;
+    SSL_set_app_data(tls_.get(), this);
+    ERR_clear_error();
+    return SSL_accept(tls_.get()) == 1;
+  }
+
+  /// Called by cpp-httplib once the head is parsed.
+  void TakeHead(httplib::Request& request) {
+    head_complete_ = true;
+    request.ssl = tls_.get();
+    // cpp-httplib would decode a form or a compressed body by itself and keep
+    // its bytes from us.
+    request.headers.erase("Content-Type");
+    request.headers.erase("Content-Encoding");
+  }
+
+  [[nodiscard]] RecordedRequest Recorded(
+      const httplib::Request& request) const {
+    RecordedRequest recorded;
+    recorded.method = request.method;
+    const std::size_t query = request.target.find('?');
+    recorded.path = request.target.substr(0, query);
+    if (query != std::string::npos) {
+      recorded.query = request.target.substr(query + 1);
+    }
+    recorded.headers = ParseHead(head_);
+    return recorded;
+  }
+
+  void Send(const std::string& method, const Reply& reply) {
+    answered_ = true;
+    if (!server_.Pause(reply.delay)) return;
+    switch (reply.fault) {
+      case Fault::kDrop:
+        broken_ = true;
+        return;
+      case Fault::kReset:
+        Reset();
+        return;
+      case Fault::kNotHttp:
+        WriteAll("220 ready; this is no HTTP\r\n");
+        return;
+      case Fault::kGarbage:
+        SendWhole(method, WithGarbage(reply));
+        return;
+      case Fault::kCutShort:
+        WriteAll(AnswerHead(reply, HasNoContent(method, reply.status)));
+        WriteAll(std::string_view(reply.body).substr(0, reply.body.size() / 2));
+        broken_ = true;
+        return;
+      case Fault::kSlowDrip:
+        SendByteByByte(method, reply);
+        return;
+      case Fault::kNone:
+        SendWhole(method, reply);
+        return;
+    }
+  }
+
+  /// Ends the connection in good order, unless a fault forbids it.
+  void Finish() {
+    if (broken_) return;
+    ERR_clear_error();
+    SSL_shutdown(tls_.get());
+    ::shutdown(socket_, SHUT_WR);
+    // A close with unread bytes would turn into an RST, which can overtake the
+    // answer on its way to the client (RFC 9112, 9.6).
+    std::array<char, 4096> rest{};
+    const timeval limit = {.tv_sec = 1, .tv_usec = 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    while (::recv(socket_, rest.data(), rest.size(), 0) > 0) {
+    }
+  }
+
+  bool is_readable() const override { return true; }
+  bool is_writable() const override { return !answered_; }
+
+  ssize_t read(char* bytes, std::size_t size) override {
+    ERR_clear_error();
+    const int count = SSL_read(tls_.get(), bytes,
+                               static_cast<int>(std::min(size, kLargestRead)));
+    if (count > 0 && !head_complete_) {
+      head_.append(bytes, static_cast<std::size_t>(count));
+    }
+    return count > 0 ? count : -1;
+  }
+
+  /// cpp-httplib's own words: "100 Continue" and the refusal of a malformed
+  /// request. What it would say after an answer of ours is swallowed.
+  ssize_t write(const char* bytes, std::size_t size) override {
+    if (answered_) return static_cast<ssize_t>(size);
+    return WriteAll({bytes, size}) ? static_cast<ssize_t>(size) : -1;
+  }
+
+  void get_remote_ip_and_port(std::string& ip, int& port) const override {
+    ip.clear();
+    port = 0;
+  }
+  void get_local_ip_and_port(std::string& ip, int& port) const override {
+    get_remote_ip_and_port(ip, port);
+  }
+  socket_t socket() const override { return socket_; }
+
+ private:
+  static Reply WithGarbage(Reply reply) {
+    reply.body = "{\"@odata.id\": \x01\x7f <not JSON";
+    return reply;
+  }
+
+  bool WriteAll(std::string_view bytes) {
+    while (!bytes.empty()) {
+      ERR_clear_error();
+      const int count =
+          SSL_write(tls_.get(), bytes.data(),
+                    static_cast<int>(std::min(bytes.size(), kLargestRead)));
+      if (count <= 0) {
+        broken_ = true;
+        return false;
+      }
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+  }
+
+  void SendWhole(const std::string& method, const Reply& reply) {
+    const bool without_content = HasNoContent(method, reply.status);
+    std::string answer = AnswerHead(reply, without_content);
+    if (!without_content) answer += reply.body;
+    WriteAll(answer);
+  }
+
+  void SendByteByByte(const std::string& method, const Reply& reply) {
+    const bool without_content = HasNoContent(method, reply.status);
+    bool alive = WriteAll(AnswerHead(reply, without_content));
+    if (without_content) return;
+    for (const char& byte : reply.body) {
+      alive = alive && server_.Pause(reply.drip) && WriteAll({&byte, 1});
+    }
+  }
+
+  // A close with a zero linger time discards and sends RST (socket(7)).
+  void Reset() {
+    broken_ = true;
+    const linger discard = {.l_onoff = 1, .l_linger = 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
+  }
+
+  TlsServer& server_;
+  int socket_;
+  std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
+  std::string head_;
+  bool head_complete_ = false;
+  bool answered_ = false;
+  bool broken_ = false;
+};
+
+TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
+                     int port)
+    : handler_(handler), tls_(SelfSignedContext()) {
+  // cpp-httplib's default, SO_REUSEPORT, would let two simulators share a port.
+  set_socket_options([](socket_t socket_fd) {
+    const int on = 1;
+    setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  });
+  RouteEverything();
+  if (port == 0) {
+    port_ = bind_to_any_port(bind_address);
+  } else if (bind_to_port(bind_address, port)) {
+    port_ = port;
+  }
+  if (port_ <= 0) {
+    throw std::runtime_error("cannot listen on " + bind_address + " port " +
+                             std::to_string(port) +
+                             ": is the address one of this machine's, and the "
+                             "port free? (port 0 takes any free one)");
+  }
+  // stop() does nothing before the accept loop runs; the loop makes its queue
+  // as it starts, which is the sign waited for here.
+  auto running = std::make_shared<std::promise<void>>();
+  std::future<void> started = running->get_future();
+  new_task_queue = [running] {
+    running->set_value();
+    return new httplib::ThreadPool(kThreads);
+  };
+  acceptor_ = std::thread([this] { listen_after_bind(); });
+  started.wait();
+}
+
+TlsServer::~TlsServer() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    for (const int socket_fd : open_sockets_) ::shutdown(socket_fd, SHUT_RDWR);
+  }
+  stop_requested_.notify_all();
+  stop();
+  acceptor_.join();
+}
+
+bool TlsServer::process_and_close_socket(socket_t socket_fd) {
+  Connection connection(*this, socket_fd);
+  if (connection.Handshake()) {
+    bool closed = false;
+    process_request(
+        connection, /*close_connection=*/true, closed,
+        [&](httplib::Request& request) { connection.TakeHead(request); });
+    connection.Finish();
+  }
+  return true;
+}
+
+void TlsServer::RouteEverything() {
+  const auto without_body = [this](const httplib::Request& request,
+                                   httplib::Response&) {
+    Respond(request, nullptr);
+  };
+  const auto with_body = [this](const httplib::Request& request,
+                                httplib::Response&,
+                                const httplib::ContentReader& read_body) {
+    Respond(request, &read_body);
+  };
+  const std::string any = R"([\s\S]*)";
+  Get(any, without_body).Options(any, without_body);
+  Post(any, with_body).Put(any, with_body);
+  Patch(any, with_body).Delete(any, with_body);
+}
+
+void TlsServer::Respond(const httplib::Request& request,
+                        const httplib::ContentReader* read_body) {
+  auto& connection = *static_cast<Connection*>(SSL_get_app_data(request.ssl));
+  RecordedRequest recorded = connection.Recorded(request);
+  if (const auto early = handler_.AnswerBeforeBody(recorded)) {
+    connection.Send(request.method, *early);
+    return;
+  }
+  // Without either field a request has no body (RFC 9112, 6.3); cpp-httplib
+  // would wait for one until the client hangs up.
+  const bool has_body = request.has_header("Content-Length") ||
+                        request.has_header("Transfer-Encoding");
+  if (read_body != nullptr && has_body &&
+      !(*read_body)([&](const char* bytes, std::size_t size) {
+        recorded.body.append(bytes, size);
+        return true;
+      })) {
+    return;  // cut off on its way: there is nobody to answer
+  }
+  recorded.body_size = recorded.body.size();
+  recorded.parts = ParseForm(Header(recorded, "Content-Type"), recorded.body);
+  connection.Send(request.method, handler_.Answer(std::move(recorded)));
+}
+
+void TlsServer::Register(int socket_fd) {
+  const std::lock_guard lock(mutex_);
+  open_sockets_.insert(socket_fd);
+  if (stopping_) ::shutdown(socket_fd, SHUT_RDWR);
+}
+
+void TlsServer::Unregister(int socket_fd) {
+  const std::lock_guard lock(mutex_);
+  open_sockets_.erase(socket_fd);
+}
+
+bool TlsServer::Pause(std::chrono::milliseconds duration) {
+  std::unique_lock lock(mutex_);
+  return !stop_requested_.wait_for(lock, duration, [&] { return stopping_; });
+}
+
+}  // namespace quorvane::simulator
