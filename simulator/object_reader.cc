@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulator/object_reader.h"
+
+#include <algorithm>
+#include <numeric>
+#include <utility>
+
+#include "simulator/text.h"
+
+namespace quorvane::simulator {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Levenshtein's distance, one row at a time.
+std::size_t EditDistance(const std::string& a, const std::string& b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t substituted = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, substituted});
+    }
+  }
+  return row.back();
+}
+
+std::string Quoted(const std::vector<std::string>& words) {
+  std::string list;
+  for (const std::string& word : words) {
+    list += (list.empty() ? "\"" : ", \"") + word + '"';
+  }
+  return list;
+}
+
+// What stands there, short enough for a message.
+std::string Shown(const Json& value) {
+  constexpr std::size_t kLongest = 40;
+  std::string text =
+      Printable(value.dump(-1, ' ', false, Json::error_handler_t::replace));
+  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
+  return text;
+}
+
+}  // namespace
+
+ObjectReader::ObjectReader(const Json& json, std::string place)
+    : json_(json), place_(std::move(place)) {
+  if (!json_.is_object()) {
+    throw ScenarioError(place_ + ": must be an object, not " + Shown(json_));
+  }
+}
+
+const Json* ObjectReader::Find(const char* key) {
+  known_.emplace_back(key);
+  const auto found = json_.find(key);
+  return found == json_.end() ? nullptr : &*found;
+}
+
+void ObjectReader::Read(const char* key, std::string& out) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  if (!value->is_string()) {
+    Fail(key, "must be a string, not " + Shown(*value));
+  }
+  out = value->get<std::string>();
+}
+
+void ObjectReader::Read(const char* key, std::string& out,
+                        const std::vector<std::string>& allowed) {
+  Read(key, out);
+  if (Has(key) &&
+      std::find(allowed.begin(), allowed.end(), out) == allowed.end()) {
+    Fail(key, "must be one of " + Quoted(allowed) + ", not \"" +
+                  Printable(out) + '"');
+  }
+}
+
+void ObjectReader::Read(const char* key, bool& out) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  if (!value->is_boolean()) {
+    Fail(key, "must be true or false, not " + Shown(*value));
+  }
+  out = value->get<bool>();
+}
+
+void ObjectReader::Read(const char* key, int& out, int lowest, int highest) {
+  std::optional<int> value;
+  Read(key, value, lowest, highest);
+  out = value.value_or(out);
+}
+
+void ObjectReader::Read(const char* key, std::optional<int>& out, int lowest,
+                        int highest) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  // As double first: an integer beyond 64 bits is parsed as one.
+  const double number =
+      value->is_number() ? value->get<double>() : lowest - 1.0;
+  if (!value->is_number_integer() || number < lowest || number > highest) {
+    Fail(key, "must be an integer from " + std::to_string(lowest) + " to " +
+                  std::to_string(highest) + ", not " + Shown(*value));
+  }
+  out = value->get<int>();
+}
+
+void ObjectReader::Read(const char* key, std::uint64_t& out) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  if (!value->is_number_unsigned()) {
+    Fail(key, "must be an integer of 0 or more, not " + Shown(*value));
+  }
+  out = value->get<std::uint64_t>();
+}
+
+void ObjectReader::Read(const char* key, double& out) {
+  constexpr double kYear = 365.0 * 24 * 60 * 60;
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  const double number = value->is_number() ? value->get<double>() : -1.0;
+  if (!(number >= 0 && number <= kYear)) {
+    Fail(key, "must be a number of seconds, 0 or more, at most a year, not " +
+                  Shown(*value));
+  }
+  out = number;
+}
+
+void ObjectReader::Read(const char* key, std::vector<std::string>& out) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  const bool is_list = value->is_array() &&
+                       std::all_of(value->begin(), value->end(),
+                                   [](const Json& e) { return e.is_string(); });
+  if (!is_list) Fail(key, "must be an array of strings, not " + Shown(*value));
+  out = value->get<std::vector<std::string>>();
+}
+
+void ObjectReader::ReadObjectText(const char* key, std::string& out) {
+  const Json* value = Find(key);
+  if (value == nullptr) return;
+  if (!value->is_object()) {
+    Fail(key, "must be an object, not " + Shown(*value));
+  }
+  out = value->dump();
+}
+
+void ObjectReader::Require(const char* key) const {
+  if (!Has(key)) Fail(key, "is required here");
+}
+
+void ObjectReader::Finish() const {
+  for (const auto& [key, value] : json_.items()) {
+    if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
+    std::string complaint = "unknown key";
+    const auto nearest =
+        std::min_element(known_.begin(), known_.end(),
+                         [&, name = key](const auto& a, const auto& b) {
+                           return EditDistance(name, a) < EditDistance(name, b);
+                         });
+    constexpr std::size_t kFar = 3;
+    if (nearest != known_.end() && EditDistance(key, *nearest) <= kFar) {
+      complaint += "; did you mean \"" + *nearest + "\"?";
+    }
+    Fail(key, complaint + " Allowed here: " + Quoted(known_));
+  }
+}
+
+void ObjectReader::Fail(const std::string& key,
+                        const std::string& complaint) const {
+  throw ScenarioError(PlaceOf(key) + ": " + complaint);
+}
+
+std::string ObjectReader::PlaceOf(const std::string& key) const {
+  return place_ + '.' + Printable(key);
+}
+
+}  // namespace quorvane::simulator

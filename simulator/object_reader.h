@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_SIMULATOR_OBJECT_READER_H_
+#define QUORVANE_SIMULATOR_OBJECT_READER_H_
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/scenario.h"
+
+namespace quorvane::simulator {
+
+/// Reads one JSON object strictly. Each Read fills its target when the key is
+/// there, leaves it alone when not, and throws ScenarioError when the value is
+/// of another kind. The keys that were asked for are the ones allowed, so a new
+/// key is one line at its reader.
+class ObjectReader {
+ public:
+  /// @param place  Where the object stands: "file.json: $.task.steps[0]".
+  /// @throws ScenarioError when `json` is no object.
+  ObjectReader(const nlohmann::ordered_json& json, std::string place);
+
+  void Read(const char* key, std::string& out);
+  /// One of `allowed`.
+  void Read(const char* key, std::string& out,
+            const std::vector<std::string>& allowed);
+  void Read(const char* key, bool& out);
+  void Read(const char* key, int& out, int lowest, int highest);
+  void Read(const char* key, std::optional<int>& out, int lowest, int highest);
+  void Read(const char* key, std::uint64_t& out);
+  void Read(const char* key, double& out);  ///< Zero or more.
+  void Read(const char* key, std::vector<std::string>& out);
+  /// The text of a JSON object.
+  void ReadObjectText(const char* key, std::string& out);
+
+  /// An array, each entry read by `read(ObjectReader&) -> T`.
+  template <typename T, typename ReadEntry>
+  void ReadList(const char* key, std::vector<T>& out, ReadEntry read) {
+    const auto* list = Find(key);
+    if (list == nullptr) return;
+    if (!list->is_array()) Fail(key, "must be an array of objects");
+    out.clear();
+    for (const auto& entry : *list) {
+      ObjectReader reader(
+          entry, PlaceOf(key) + '[' + std::to_string(out.size()) + ']');
+      out.push_back(read(reader));
+      reader.Finish();
+    }
+  }
+
+  /// An object, read by `read(ObjectReader&)`.
+  template <typename ReadMembers>
+  void ReadObject(const char* key, ReadMembers read) {
+    const auto* object = Find(key);
+    if (object == nullptr) return;
+    ObjectReader reader(*object, PlaceOf(key));
+    read(reader);
+    reader.Finish();
+  }
+
+  [[nodiscard]] bool Has(const char* key) const { return json_.contains(key); }
+
+  /// Notes `key` as known; null when the object lacks it.
+  const nlohmann::ordered_json* Find(const char* key);
+
+  /// @throws ScenarioError when the object lacks `key`.
+  void Require(const char* key) const;
+
+  /// @throws ScenarioError for a key nobody asked for, naming the nearest one.
+  void Finish() const;
+
+  [[noreturn]] void Fail(const std::string& key,
+                         const std::string& complaint) const;
+
+ private:
+  [[nodiscard]] std::string PlaceOf(const std::string& key) const;
+
+  const nlohmann::ordered_json& json_;
+  std::string place_;
+  std::vector<std::string> known_;
+};
+
+}  // namespace quorvane::simulator
+
+#endif  // QUORVANE_SIMULATOR_OBJECT_READER_H_

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulator/run_simulator.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/scenario.h"
+#include "simulator/simulated_bmc.h"
+#include "simulator/text.h"
+
+namespace quorvane::simulator {
+namespace {
+
+constexpr std::size_t kKeptRequests = 100;
+
+/// Holds SIGINT and SIGTERM back, so that they are waited for and the machine
+/// ends in order. Threads started meanwhile inherit this.
+class StopSignals {
+ public:
+  StopSignals() {
+    sigemptyset(&signals_);
+    sigaddset(&signals_, SIGINT);
+    sigaddset(&signals_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals_, &former_);
+  }
+  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+  void Wait() const {
+    int signal = 0;
+    sigwait(&signals_, &signal);
+  }
+
+ private:
+  sigset_t signals_{};
+  sigset_t former_{};
+};
+
+/// A file that a script waits for, so it must never be seen half written.
+class AddressFile {
+ public:
+  AddressFile(std::string path, const std::string& address)
+      : path_(std::move(path)) {
+    if (path_.empty()) return;
+    const std::string draft = path_ + '.' + std::to_string(getpid());
+    std::ofstream file(draft);
+    file << address << '\n';
+    file.close();
+    if (!file || std::rename(draft.c_str(), path_.c_str()) != 0) {
+      std::remove(draft.c_str());
+      throw std::runtime_error("cannot write the address file " + path_);
+    }
+  }
+  ~AddressFile() {
+    if (!path_.empty()) std::remove(path_.c_str());
+  }
+  AddressFile(const AddressFile&) = delete;
+  AddressFile& operator=(const AddressFile&) = delete;
+
+ private:
+  std::string path_;
+};
+
+std::string Outcome(const Reply& reply) {
+  switch (reply.fault) {
+    case Fault::kDrop:
+      return "dropped";
+    case Fault::kReset:
+      return "reset";
+    case Fault::kNotHttp:
+      return "not HTTP";
+    case Fault::kCutShort:
+      return std::to_string(reply.status) + " cut short";
+    case Fault::kGarbage:
+      return std::to_string(reply.status) + " with garbage";
+    case Fault::kSlowDrip:
+      return std::to_string(reply.status) + " byte by byte";
+    case Fault::kNone:
+      break;
+  }
+  return std::to_string(reply.status);
+}
+
+void PrintExchange(const Exchange& exchange) {
+  std::cout << Printable(exchange.request.method) << ' '
+            << Printable(exchange.request.path) << ' '
+            << Outcome(exchange.reply);
+  if (exchange.reply.delay.count() > 0) {
+    std::cout << " after " << exchange.reply.delay.count() << " ms";
+  }
+  if (!exchange.note.empty()) std::cout << "  " << Printable(exchange.note);
+  std::cout << std::endl;  // a reader behind a pipe follows line by line
+}
+
+void PrintGreeting(const std::string& scenario_file, const Scenario& scenario,
+                   const std::string& address) {
+  std::cout << "Simulated BMC at https://" << address << '\n'
+            << "Scenario " << scenario_file << ": "
+            << Printable(scenario.description) << '\n'
+            << "User " << Printable(scenario.user)
+            << "; put the scenario's password into a file of your own, then:\n"
+            << "  quorvane update --bmc " << address << " --user "
+            << Printable(scenario.user)
+            << " --password-file PASSWORD_FILE --file IMAGE\n"
+            << "Ctrl-C ends it." << std::endl;
+}
+
+}  // namespace
+
+int RunSimulator(const SimulatorOptions& options) {
+  try {
+    const std::string file = FindScenario(options.scenario);
+    const Scenario scenario = LoadScenario(file);
+    const StopSignals stop;
+    BmcOptions bmc_options{.bind_address = options.bind_address,
+                           .port = options.port,
+                           .max_recorded_body = 0,
+                           .max_recorded_requests = kKeptRequests};
+    if (!options.quiet) bmc_options.observer = PrintExchange;
+    const SimulatedBmc bmc(scenario, bmc_options);
+    PrintGreeting(file, scenario, bmc.Address());
+    const AddressFile address_file(options.address_file, bmc.Address());
+    stop.Wait();
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "simulator: " << error.what() << '\n';
+    return 1;
+  }
+}
+
+}  // namespace quorvane::simulator

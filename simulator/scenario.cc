@@ -1,0 +1,314 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "simulator/scenario.h"
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
+
+#include "simulator/object_reader.h"
+#include "simulator/text.h"
+
+namespace quorvane::simulator {
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+constexpr int kMany = 1'000'000;
+constexpr int kTenMinutesMs = 600'000;
+
+struct NamedFault {
+  const char* name;
+  Fault fault;
+};
+constexpr std::array<NamedFault, 6> kFaults = {
+    {{"drop", Fault::kDrop},
+     {"reset", Fault::kReset},
+     {"cut_short", Fault::kCutShort},
+     {"garbage", Fault::kGarbage},
+     {"not_http", Fault::kNotHttp},
+     {"slow_drip", Fault::kSlowDrip}}};
+
+const std::vector<std::string> kMethods = {"GET", "HEAD",  "POST",
+                                           "PUT", "PATCH", "DELETE"};
+const std::vector<std::string> kPhases = {
+    "inventory",  "chassis", "upload", "simple_update",
+    "activation", "task",    "reboot", "download"};
+
+void CheckPath(const ObjectReader& in, const std::string& key,
+               const std::string& path) {
+  if (!path.starts_with('/')) {
+    in.Fail(key, "must begin with \"/\", not \"" + Printable(path) + '"');
+  }
+}
+
+void ReadPaths(ObjectReader& in, const char* key,
+               std::vector<std::string>& out) {
+  in.Read(key, out);
+  for (const std::string& path : out) CheckPath(in, key, path);
+}
+
+void ReadInventory(ObjectReader& in, Inventory& inventory) {
+  in.ReadList("members", inventory.members, [](ObjectReader& entry) {
+    entry.Require("id");
+    InventoryMember member;
+    entry.Read("id", member.id);
+    member.name = member.id;
+    entry.Read("name", member.name);
+    entry.Read("version", member.version);
+    entry.Read("updated_version", member.updated_version);
+    entry.Read("manufacturer", member.manufacturer);
+    entry.Read("updateable", member.updateable);
+    entry.ReadObjectText("properties", member.properties);
+    return member;
+  });
+  in.Read("generated", inventory.generated, 0, kMany);
+  in.Read("page_size", inventory.page_size, 0, kMany);
+  in.Read("reported_count", inventory.reported_count, 0, kMany);
+}
+
+Chassis ReadChassis(ObjectReader& in) {
+  Chassis chassis;
+  in.Require("id");
+  in.Read("id", chassis.id);
+  in.Read("manufacturer", chassis.manufacturer);
+  in.Read("model", chassis.model);
+  in.Read("serial_number", chassis.serial_number);
+  in.Read("part_number", chassis.part_number);
+  in.Read("chassis_type", chassis.chassis_type);
+  in.ReadObjectText("properties", chassis.properties);
+  return chassis;
+}
+
+void ReadUpload(ObjectReader& in, UploadWays& upload) {
+  ReadPaths(in, "multipart_paths", upload.multipart_paths);
+  ReadPaths(in, "binary_paths", upload.binary_paths);
+  in.Read("max_bytes", upload.max_bytes);
+  in.Read("status", upload.status, 200, 299);
+  in.Read("busy_retry_after", upload.busy_retry_after, 0, kMany);
+}
+
+void ReadSimpleUpdate(ObjectReader& in, SimpleUpdateAction& action) {
+  in.Read("path", action.path);
+  CheckPath(in, "path", action.path);
+  in.Read("status", action.status, 200, 599);
+  in.Read("protocols", action.protocols);
+  in.Read("requires_targets", action.requires_targets);
+}
+
+TaskStep ReadStep(ObjectReader& in) {
+  TaskStep step;
+  in.Read("state", step.state);
+  in.Read("percent", step.percent, -1, 100);
+  if (in.Has("polls") && in.Has("seconds")) {
+    in.Fail("seconds", "a step lasts polls or seconds, not both");
+  }
+  if (in.Has("seconds")) step.polls = 0;
+  in.Read("polls", step.polls, 1, kMany);
+  in.Read("seconds", step.seconds);
+  in.Read("until_restart", step.until_restart);
+  in.Read("health", step.health, {"OK", "Warning", "Critical"});
+  in.Read("message_id", step.message_id);
+  in.Read("message", step.message);
+  return step;
+}
+
+void ReadTask(ObjectReader& in, TaskLife& task) {
+  in.ReadList("steps", task.steps, ReadStep);
+  if (task.steps.empty()) in.Fail("steps", "must hold at least one step");
+  in.Read("location", task.location, {"monitor", "task", "none"});
+  in.Read("task_in_body", task.task_in_body);
+  in.Read("monitor_final_status", task.monitor_final_status, 200, 204);
+  in.Read("retry_after", task.retry_after, 0, kMany);
+}
+
+void ReadRestart(ObjectReader& in, Restart& restart) {
+  in.Read("by_itself_at", restart.by_itself_at, 0, 100);
+  if (in.Has("requests") && in.Has("seconds")) {
+    in.Fail("seconds", "an absence lasts requests or seconds, not both");
+  }
+  in.Read("requests", restart.requests, 0, kMany);
+  in.Read("seconds", restart.seconds);
+  in.Read("answers_503", restart.answers_503);
+  in.Read("keeps_tasks", restart.keeps_tasks);
+}
+
+Image ReadImage(ObjectReader& in) {
+  constexpr std::uint64_t kGibibyte = 1ULL << 30U;
+  Image image;
+  in.Read("path", image.path);
+  CheckPath(in, "path", image.path);
+  in.Read("size", image.size);
+  if (image.size > kGibibyte) in.Fail("size", "must be at most 1073741824");
+  in.Read("text", image.text);
+  return image;
+}
+
+void ReadReply(ObjectReader& in, Reply& reply) {
+  in.Read("status", reply.status, 200, 599);
+  if (const Json* body = in.Find("body")) {
+    reply.body = body->is_string() ? body->get<std::string>() : body->dump();
+  }
+  if (const Json* headers = in.Find("headers")) {
+    if (!headers->is_object()) in.Fail("headers", "must be an object");
+    for (const auto& [name, value] : headers->items()) {
+      const std::string text =
+          value.is_string() ? value.get<std::string>() : std::string("\n");
+      // A line break would let the value run on into further fields.
+      if ((name + text).find_first_of("\r\n") != std::string::npos) {
+        in.Fail("headers." + name, "must be a string of one line");
+      }
+      reply.headers.emplace_back(name, text);
+    }
+  }
+  int delay = 0;
+  in.Read("delay_ms", delay, 0, kTenMinutesMs);
+  reply.delay = std::chrono::milliseconds(delay);
+  int drip = static_cast<int>(reply.drip.count());
+  in.Read("drip_ms", drip, 0, kTenMinutesMs);
+  reply.drip = std::chrono::milliseconds(drip);
+}
+
+FaultRule ReadFault(ObjectReader& in) {
+  FaultRule rule;
+  in.Read("method", rule.method, kMethods);
+  in.Read("path", rule.path);
+  in.Read("phase", rule.phase, kPhases);
+  in.Read("after", rule.after, 0, kMany);
+  in.Read("every", rule.every, 1, kMany);
+  in.Read("first", rule.first, 1, kMany);
+  in.Read("before_body", rule.before_body);
+  std::vector<std::string> names;
+  for (const NamedFault& each : kFaults) names.emplace_back(each.name);
+  std::string name;
+  in.Read("fault", name, names);
+  for (const NamedFault& each : kFaults) {
+    if (name == each.name) rule.reply.fault = each.fault;
+  }
+  ReadReply(in, rule.reply);
+  if (name.empty() && !in.Has("status") && !in.Has("delay_ms")) {
+    in.Fail("fault", "is required here, unless status or delay_ms is given");
+  }
+  // With nothing to say instead, the machine speaks and its words suffer. Where
+  // no answer arrives at all, the request is lost rather than the answer.
+  const bool silent = rule.reply.fault == Fault::kDrop ||
+                      rule.reply.fault == Fault::kReset ||
+                      rule.reply.fault == Fault::kNotHttp;
+  rule.machine_acts = !in.Has("status") && !silent && !rule.before_body;
+  in.Read("machine_acts", rule.machine_acts);
+  if (rule.machine_acts && rule.before_body) {
+    in.Fail("machine_acts", "cannot act on a body that is never read");
+  }
+  return rule;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(file)),
+                   std::istreambuf_iterator<char>());
+  if (!file.is_open() || file.bad()) {
+    throw ScenarioError(path + ": cannot be read");
+  }
+  return text;
+}
+
+// Where ready scenarios may lie: the data directory of the prefix this program
+// was installed to, or of the build tree it runs in; both are found by walking
+// up from the program, so neither path is compiled in.
+std::vector<fs::path> ScenarioDirectories() {
+  constexpr int kDeepest = 4;
+  std::vector<fs::path> directories;
+  std::error_code error;
+  fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (int level = 0; level < kDeepest && !at.empty(); ++level) {
+    const fs::path candidate = at / QUORVANE_SCENARIO_DIR;
+    if (fs::is_directory(candidate, error)) directories.push_back(candidate);
+    at = at.parent_path();
+  }
+  return directories;
+}
+
+}  // namespace
+
+Scenario ParseScenario(const std::string& json, const std::string& origin) {
+  Json tree;
+  try {
+    tree = Json::parse(json);
+  } catch (const Json::parse_error& error) {
+    // Its text begins with a tag in brackets and "parse error at line ...".
+    const std::string text = error.what();
+    throw ScenarioError(origin + ": no valid JSON: " +
+                        Printable(text.substr(text.find("] ") + 2)));
+  }
+  Scenario scenario;
+  ObjectReader in(tree, origin + ": $");
+  in.Find("$schema");  // for editors
+  in.Read("description", scenario.description);
+  in.ReadObject("credentials", [&](ObjectReader& credentials) {
+    credentials.Read("user", scenario.user);
+    credentials.Read("password", scenario.password);
+  });
+  in.Read("system_id", scenario.system_id);
+  in.Read("power_state", scenario.power_state, {"On", "Off"});
+  in.Read("reset_types", scenario.reset_types);
+  in.ReadObject("firmware", [&](ObjectReader& firmware) {
+    ReadInventory(firmware, scenario.firmware);
+  });
+  in.ReadObject("software", [&](ObjectReader& software) {
+    ReadInventory(software, scenario.software);
+  });
+  in.ReadList("chassis", scenario.chassis, ReadChassis);
+  in.ReadObject("upload", [&](ObjectReader& upload) {
+    ReadUpload(upload, scenario.upload);
+  });
+  in.ReadObject("simple_update", [&](ObjectReader& action) {
+    ReadSimpleUpdate(action, scenario.simple_update);
+  });
+  in.ReadObject("activation", [&](ObjectReader& activation) {
+    activation.Read("status", scenario.activation.status, 200, 599);
+    activation.Read("required", scenario.activation.required);
+  });
+  in.ReadObject("task",
+                [&](ObjectReader& task) { ReadTask(task, scenario.task); });
+  in.Read("versions_change_at", scenario.versions_change_at,
+          {"restart", "completion"});
+  in.ReadObject("restart", [&](ObjectReader& restart) {
+    ReadRestart(restart, scenario.restart);
+  });
+  in.ReadList("images", scenario.images, ReadImage);
+  in.ReadList("faults", scenario.faults, ReadFault);
+  in.Finish();
+  return scenario;
+}
+
+Scenario LoadScenario(const std::string& path) {
+  return ParseScenario(ReadFile(path), path);
+}
+
+std::string FindScenario(const std::string& file_or_name) {
+  std::error_code error;
+  if (fs::is_regular_file(file_or_name, error)) return file_or_name;
+  std::set<std::string> ready;
+  for (const fs::path& directory : ScenarioDirectories()) {
+    for (const auto& entry : fs::directory_iterator(directory, error)) {
+      const fs::path& path = entry.path();
+      if (path.filename() == "scenario.schema.json") continue;
+      if (path.stem() == file_or_name) return path;
+      ready.insert(path.stem());
+    }
+  }
+  std::string names;
+  for (const std::string& name : ready) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  throw ScenarioError("there is no scenario file \"" + Printable(file_or_name) +
+                      "\", nor a ready scenario of that name; ready ones: " +
+                      (names.empty() ? "none found" : names));
+}
+
+}  // namespace quorvane::simulator
