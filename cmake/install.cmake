@@ -1,0 +1,32 @@
+# SPDX-License-Identifier: Apache-2.0
+# What `cmake --install` lays down, and how others find it.
+include(CMakePackageConfigHelpers)
+
+# The library looks for its rules file in its own folder, installed or not.
+configure_file(${PROJECT_SOURCE_DIR}/config/brindle.config.json
+               ${PROJECT_BINARY_DIR}/brindle.config.json COPYONLY)
+
+install(TARGETS quorvane EXPORT QuorvaneTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/config/brindle.config.json
+        DESTINATION ${CMAKE_INSTALL_LIBDIR})
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
+install(EXPORT QuorvaneTargets NAMESPACE Quorvane:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/QuorvaneConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/QuorvaneConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(
+  ${PROJECT_BINARY_DIR}/QuorvaneConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/QuorvaneConfig.cmake
+              ${PROJECT_BINARY_DIR}/QuorvaneConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+# The paths follow --prefix: pkg-config gives ${pcfiledir} where the file lies.
+file(RELATIVE_PATH pc_to_prefix
+     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(cmake/quorvane.pc.in ${PROJECT_BINARY_DIR}/quorvane.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quorvane.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

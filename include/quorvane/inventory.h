@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// What firmware a server runs (DSP2046, SoftwareInventory).
+#ifndef QUORVANE_INVENTORY_H_
+#define QUORVANE_INVENTORY_H_
+
+#include <string>
+#include <vector>
+
+#include "quorvane/export.h"
+
+namespace quorvane {
+
+/// Which BMC to read, and as whom.
+struct InventoryRequest {
+  std::string ip;  ///< Address or host name, with ":port" if needed.
+  std::string username;
+  std::string password;
+};
+
+/// One firmware as the BMC lists it. What the BMC left out, or gave as
+/// something else than a string, is empty.
+struct InventoryItem {
+  std::string uri;         ///< "@odata.id", exactly as the collection lists it.
+  std::string Name;        ///< As people know it, e.g. "BMC firmware".
+  std::string SoftwareId;  ///< What tells two images apart that share a name.
+  std::string Version;     ///< Free text; no order can be read from it.
+  std::string target_id;   ///< "@odata.id" of the first RelatedItem.
+};
+
+/// Reads the firmware inventory of one server by the rules file beside the
+/// library. Address and credentials come from `request`, and the credentials
+/// are sent as HTTP basic authentication whatever the rules file says.
+///
+/// A member that cannot be read is left out, with a warning in the log.
+///
+/// @param request  Read only; `ip` must not be empty.
+/// @param items    The caller's list; emptied first, filled on success.
+/// @return True when the collection was read, be it empty; false when the
+///   login was refused (401, 403), a rule gave up or the retries ran out.
+/// @throws std::runtime_error when `request.ip` is empty, when the rules file
+///   cannot be loaded, or when a member, or the last collection URI at its
+///   last resort, brought no answer.
+QUORVANE_EXPORT bool FetchInventory(const InventoryRequest& request,
+                                    std::vector<InventoryItem>& items);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_INVENTORY_H_
