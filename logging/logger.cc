@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "logging/location.h"
+#include "quorvane/logging.h"
+#include "support/file.h"
+
+namespace quorvane {
+namespace {
+
+constexpr std::string_view kDefaultPath = "/var/log/zelk/pvo/brindle_log.txt";
+constexpr mode_t kLogMode = 0640;
+
+const char* LevelName(LogLevel level) {
+  switch (level) {
+    case LogLevel::DEBUG:
+      return "DEBUG  ";
+    case LogLevel::INFO:
+      return "INFO   ";
+    case LogLevel::WARNING:
+      return "WARNING";
+    case LogLevel::ERROR:
+      return "ERROR  ";
+  }
+  return "UNKNOWN";
+}
+
+// "2024-05-01 13:07:09.042". On the stack, since the closing line is written
+// from a destructor, which must not run out of memory.
+class Timestamp {
+ public:
+  Timestamp() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    const std::size_t length =
+        strftime(text_.data(), text_.size(), "%Y-%m-%d %H:%M:%S", &local);
+    const long milliseconds = now.tv_nsec / 1'000'000;
+    static_cast<void>(std::snprintf(
+        text_.data() + length, text_.size() - length, ".%03ld", milliseconds));
+  }
+  [[nodiscard]] const char* c_str() const noexcept { return text_.data(); }
+
+ private:
+  std::array<char, 48> text_{};
+};
+
+// Never blocks on a FIFO that nobody reads: opening it fails instead.
+Descriptor OpenLog(const std::string& path) {
+  Descriptor file(open(path.c_str(),
+                       O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK,
+                       kLogMode));
+  if (file.IsOpen()) {
+    fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+  }
+  return file;
+}
+
+void Complain(const std::string& text) {
+  static_cast<void>(WriteAll(STDERR_FILENO, text + "\n"));
+}
+
+}  // namespace
+
+class Logger::Impl {
+ public:
+  Impl(const std::string& path, LogLevel level, bool console_output,
+       bool skip_security_checks);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  void SetLevel(LogLevel level) {
+    const std::scoped_lock lock(mutex_);
+    level_ = level;
+  }
+  std::string Path() const {
+    const std::scoped_lock lock(mutex_);
+    return path_;
+  }
+  bool IsInitialized() const {
+    const std::scoped_lock lock(mutex_);
+    return initialised_;
+  }
+  void log_write(LogLevel level, const std::string& component,
+                 const std::string& message);
+
+ private:
+  void WriteBanner();
+
+  mutable std::mutex mutex_;
+  Descriptor file_;
+  std::string path_;
+  LogLevel level_ = LogLevel::INFO;
+  bool console_output_ = false;
+  bool initialised_ = false;
+  std::string line_;  // kept for its capacity
+};
+
+Logger::Impl::Impl(const std::string& path, LogLevel level, bool console_output,
+                   bool skip_security_checks)
+    : path_(path.empty() ? kDefaultPath : path),
+      level_(level),
+      console_output_(console_output) {
+  if (!skip_security_checks) {
+    const std::string fault = LogLocationFault(path_);
+    if (!fault.empty()) {
+      Complain(fault);
+      return;
+    }
+  }
+  file_ = OpenLog(path_);
+  if (!file_.IsOpen()) {
+    Complain("[logger] Failed to open log file: " + path_);
+    return;
+  }
+  initialised_ = true;
+  WriteBanner();
+}
+
+void Logger::Impl::WriteBanner() {
+  std::string banner = "\n[";
+  banner.append(Timestamp().c_str())
+      .append("] [INFO   ] [logger] === Logger initialised  level=")
+      .append(LevelName(level_))
+      .append(" path=")
+      .append(path_)
+      .append(" ===\n");
+  static_cast<void>(WriteAll(file_.get(), banner));
+}
+
+Logger::Impl::~Impl() {
+  if (!file_.IsOpen()) return;
+  std::array<char, 128> banner{};
+  const int length = std::snprintf(
+      banner.data(), banner.size(),
+      "[%s] [INFO   ] [logger] === Logger shutdown ===\n", Timestamp().c_str());
+  static_cast<void>(WriteAll(
+      file_.get(),
+      std::string_view(banner.data(), static_cast<std::size_t>(length))));
+}
+
+void Logger::Impl::log_write(LogLevel level, const std::string& component,
+                             const std::string& message) {
+  const std::scoped_lock lock(mutex_);
+  if (level < level_) return;
+  line_.assign("[")
+      .append(Timestamp().c_str())
+      .append("] [")
+      .append(LevelName(level))
+      .append("]");
+  if (!component.empty()) line_.append(" [").append(component).append("]");
+  line_.append(" ").append(message).append("\n");
+
+  const bool on_disk = initialised_ && WriteAll(file_.get(), line_);
+  // A full disk must not swallow what happened.
+  if (console_output_ || !on_disk) {
+    const bool plain = level == LogLevel::DEBUG || level == LogLevel::INFO;
+    std::FILE* console = plain ? stdout : stderr;
+    std::fwrite(line_.data(), 1, line_.size(), console);
+    std::fflush(console);
+  }
+}
+
+Logger::Logger(const std::string& path, LogLevel level, bool console_output,
+               bool skip_security_checks)
+    : impl_(std::make_unique<Impl>(path, level, console_output,
+                                   skip_security_checks)) {}
+
+Logger::~Logger() = default;
+
+void Logger::SetLogLevel(LogLevel level) { impl_->SetLevel(level); }
+std::string Logger::GetLogPath() const { return impl_->Path(); }
+bool Logger::IsInitialized() const { return impl_->IsInitialized(); }
+
+void Logger::LogDebug(const std::string& component,
+                      const std::string& message) {
+  impl_->log_write(LogLevel::DEBUG, component, message);
+}
+void Logger::LogInfo(const std::string& component, const std::string& message) {
+  impl_->log_write(LogLevel::INFO, component, message);
+}
+void Logger::LogWarning(const std::string& component,
+                        const std::string& message) {
+  impl_->log_write(LogLevel::WARNING, component, message);
+}
+void Logger::LogError(const std::string& component,
+                      const std::string& message) {
+  impl_->log_write(LogLevel::ERROR, component, message);
+}
+
+namespace {
+
+std::unique_ptr<Logger> global_logger;
+thread_local Logger* thread_logger = nullptr;
+
+}  // namespace
+
+bool InitLogger(const std::string& path, LogLevel level, bool console_output,
+                bool skip_security_checks) {
+  auto logger = std::make_unique<Logger>(path, level, console_output,
+                                         skip_security_checks);
+  const bool initialised = logger->IsInitialized();
+  global_logger = std::move(logger);
+  return initialised;
+}
+
+void ShutdownLogger() {
+  const std::unique_ptr<Logger> ended = std::move(global_logger);
+}
+
+void SetLogLevel(LogLevel level) {
+  if (global_logger) global_logger->SetLogLevel(level);
+}
+
+std::string GetLogPath() {
+  return global_logger ? global_logger->GetLogPath() : std::string();
+}
+
+void SetThreadLogger(Logger* logger) { thread_logger = logger; }
+
+Logger* GetThreadLogger() {
+  return thread_logger != nullptr ? thread_logger : global_logger.get();
+}
+
+void LogDebug(const std::string& component, const std::string& message) {
+  if (Logger* logger = GetThreadLogger()) logger->LogDebug(component, message);
+}
+void LogInfo(const std::string& component, const std::string& message) {
+  if (Logger* logger = GetThreadLogger()) logger->LogInfo(component, message);
+}
+void LogWarning(const std::string& component, const std::string& message) {
+  if (Logger* logger = GetThreadLogger()) {
+    logger->LogWarning(component, message);
+  }
+}
+void LogError(const std::string& component, const std::string& message) {
+  if (Logger* logger = GetThreadLogger()) logger->LogError(component, message);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// Files. Every descriptor is close-on-exec, so that nothing of an update leaks
+// into a process that the caller starts meanwhile.
+#ifndef QUORVANE_SUPPORT_FILE_H_
+#define QUORVANE_SUPPORT_FILE_H_
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace quorvane {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const noexcept {
+    static_cast<void>(std::fclose(file));
+  }
+};
+/// Owns an open stream.
+using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+/// Owns a file descriptor; -1 means none.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd = -1) noexcept : fd_(fd) {}
+  ~Descriptor() { Close(); }
+  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    if (this != &other) {
+      Close();
+      fd_ = std::exchange(other.fd_, -1);
+    }
+    return *this;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  [[nodiscard]] int get() const noexcept { return fd_; }
+  [[nodiscard]] bool IsOpen() const noexcept { return fd_ >= 0; }
+
+  /// Closes it now. False when the system reports a write that failed late.
+  bool Close() noexcept;
+
+ private:
+  int fd_;
+};
+
+/// Writes all of `text`, across short writes and signals. False, with errno
+/// set, when not all of it could be written.
+bool WriteAll(int fd, std::string_view text) noexcept;
+
+/// Makes `path` hold `text` and nothing else. Folders are not made. One that
+/// cannot be opened is logged as an error under `component`.
+/// @return Whether all of the text was written.
+bool SaveDocument(const std::string& component, const std::string& path,
+                  std::string_view text);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_SUPPORT_FILE_H_
