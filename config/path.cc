@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "quorvane/config.h"
+#include "quorvane/logging.h"
+
+namespace quorvane {
+namespace {
+
+constexpr const char* kConfig = "config";
+constexpr const char* kFileName = "brindle.config.json";
+
+// A name without a slash stays whole.
+std::string FolderOf(std::string_view file) {
+  return std::string(file.substr(0, file.rfind('/')));
+}
+
+std::string LibraryFolder() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&ResolveConfigPath), &info) != 0 &&
+      info.dli_fname != nullptr) {
+    return FolderOf(info.dli_fname);
+  }
+  std::array<char, 4096> name{};
+  const ssize_t length =
+      readlink("/proc/self/exe", name.data(), name.size() - 1);
+  return length > 0 ? FolderOf({name.data(), static_cast<std::size_t>(length)})
+                    : std::string();
+}
+
+}  // namespace
+
+std::string ResolveConfigPath() {
+  const std::string folder = LibraryFolder();
+  std::string path =
+      folder.empty() ? std::string(kFileName) : folder + "/" + kFileName;
+  LogDebug(kConfig, "Resolved config path: " + path);
+  return path;
+}
+
+Config LoadConfigAuto() {
+  LogDebug(kConfig, "LoadConfigAuto: resolving path automatically");
+  return LoadConfig(ResolveConfigPath());
+}
+
+}  // namespace quorvane
