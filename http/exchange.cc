@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "http/exchange.h"
+
+#include <strings.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "logging/redact.h"
+#include "quorvane/logging.h"
+
+namespace quorvane {
+namespace {
+
+constexpr const char* kHttp = "http";
+constexpr long kMaxRedirects = 30;
+
+struct HeaderListDeleter {
+  void operator()(curl_slist* list) const noexcept {
+    curl_slist_free_all(list);
+  }
+};
+using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
+
+// A line break in a header would start another one (RFC 9112, section 11.1).
+void RefuseLineBreaks(const Headers& headers) {
+  constexpr std::string_view kForbidden("\r\n\0", 3);
+  for (const auto& [name, value] : headers) {
+    if (name.find_first_of(kForbidden) == std::string::npos &&
+        value.find_first_of(kForbidden) == std::string::npos) {
+      continue;
+    }
+    std::string shown = name;
+    std::replace_if(
+        shown.begin(), shown.end(),
+        [kForbidden](char c) { return kForbidden.find(c) != kForbidden.npos; },
+        '?');
+    throw std::runtime_error("Request header holds a line break or NUL: " +
+                             shown);
+  }
+}
+
+HeaderList MakeHeaderList(const Headers& headers) {
+  HeaderList list;
+  for (const auto& [name, value] : headers) {
+    const std::string line = name + ": " + value;
+    curl_slist* longer = curl_slist_append(list.get(), line.c_str());
+    if (longer == nullptr) throw std::bad_alloc();
+    static_cast<void>(list.release());
+    list.reset(longer);
+  }
+  return list;
+}
+
+// libcurl 7.88 leaves its sockets open in child processes.
+curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/,
+                         curl_sockaddr* address) noexcept {
+  return socket(address->family, address->socktype | SOCK_CLOEXEC,
+                address->protocol);
+}
+
+bool StartsWithIgnoringCase(const std::string& line, std::string_view name) {
+  return line.size() >= name.size() &&
+         strncasecmp(line.c_str(), name.data(), name.size()) == 0;
+}
+
+}  // namespace
+
+void FreeRequestHeaders(CURL* handle) {
+  curl_slist* list = nullptr;
+  if (curl_easy_getinfo(handle, CURLINFO_PRIVATE, &list) == CURLE_OK) {
+    curl_slist_free_all(list);
+  }
+}
+
+std::string TrimHeaderValue(const std::string& line,
+                            std::string::size_type colon_position) {
+  const std::size_t first = line.find_first_not_of("\t ", colon_position + 1);
+  if (first == std::string::npos) return {};
+  const std::size_t last = line.find_last_not_of("\r\n ");
+  return last < first || last == std::string::npos
+             ? std::string()
+             : line.substr(first, last - first + 1);
+}
+
+void CaptureHeaderLine(const std::string& line, HeaderCapture& capture) {
+  if (StartsWithIgnoringCase(line, "Content-Type:")) {
+    capture.content_type = TrimHeaderValue(line, line.find(':'));
+  } else if (StartsWithIgnoringCase(line, "Location:")) {
+    capture.location = TrimHeaderValue(line, line.find(':'));
+  }
+}
+
+Exchange::Exchange(const ExchangeWords& words, const Call& call,
+                   Credentials credentials)
+    : words_(words), url_for_log_(UriForLog(call.url)) {
+  RefuseLineBreaks(call.headers);
+  handle_.reset(curl_easy_init());
+  if (!handle_) throw std::runtime_error("curl_easy_init failed");
+  ApplyCommonOptions(call.url, call.timeout_ms, call.headers);
+  // BMCs sign their own certificates: a check would refuse nearly all of them.
+  // The list of authorities is not even read, which saves most of the cost of
+  // a small request.
+  Set(CURLOPT_SSL_VERIFYPEER, 0L);
+  Set(CURLOPT_SSL_VERIFYHOST, 0L);
+  Set(CURLOPT_CAINFO, nullptr);
+  Set(CURLOPT_CAPATH, nullptr);
+  Authenticate(call, credentials);
+}
+
+void Exchange::CheckSetUp(CURLcode code) {
+  if (code == CURLE_OK) return;
+  if (code == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
+  throw std::runtime_error(std::string("Request set-up failed: ") +
+                           curl_easy_strerror(code));
+}
+
+void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
+                                  const Headers& headers) {
+  Set(CURLOPT_URL, url.c_str());
+  Set(CURLOPT_FOLLOWLOCATION, 1L);
+  Set(CURLOPT_NOPROGRESS, 1L);
+  Set(CURLOPT_TIMEOUT_MS, timeout_ms);
+  Set(CURLOPT_WRITEFUNCTION, &Exchange::AppendBody);
+  Set(CURLOPT_WRITEDATA, this);
+  Set(CURLOPT_HEADERFUNCTION, &Exchange::CaptureHeader);
+  Set(CURLOPT_HEADERDATA, this);
+  Set(CURLOPT_SSL_VERIFYPEER, 1L);
+  Set(CURLOPT_SSL_VERIFYHOST, 2L);
+  SetHeaders(headers);
+
+  // A redirect must lead neither to a local file nor round in a circle, and a
+  // moved action must not turn into a GET whose page reads as success.
+  Set(CURLOPT_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_MAXREDIRS, kMaxRedirects);
+  Set(CURLOPT_POSTREDIR,
+      static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+  // An empty proxy switches off what the environment names.
+  Set(CURLOPT_PROXY, "");
+  Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
+}
+
+void Exchange::SetHeaders(const Headers& headers) {
+  HeaderList list = MakeHeaderList(headers);
+  Set(CURLOPT_PRIVATE, list.get());
+  const curl_slist* set = list.release();  // the handle's from here on
+  Set(CURLOPT_HTTPHEADER, set);
+}
+
+void Exchange::Authenticate(const Call& call, Credentials credentials) {
+  if (call.auth_type != "basic") return;
+  if (credentials == Credentials::kOnlyWithUser && call.username.empty()) {
+    return;
+  }
+  Set(CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
+  Set(CURLOPT_USERNAME, call.username.c_str());
+  Set(CURLOPT_PASSWORD, call.password.c_str());
+}
+
+Response Exchange::Perform(const std::string& details, const ImageFile* image) {
+  const std::string what = std::string(words_.sent) + " " + url_for_log_;
+  LogDebug(kHttp, what + details);
+  CURLcode code = CURLE_READ_ERROR;
+  if (image == nullptr || !image->HasFailed()) {
+    code = curl_easy_perform(handle_.get());
+  }
+  if (failure_) std::rethrow_exception(failure_);
+  if (code != CURLE_OK) {
+    if (image != nullptr && image->HasFailed()) code = CURLE_READ_ERROR;
+    const std::string failed =
+        std::string(words_.failed) + curl_easy_strerror(code);
+    LogError(kHttp, failed + " url=" + url_for_log_);
+    throw std::runtime_error(failed);
+  }
+  Response response;
+  CheckSetUp(curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE,
+                               &response.status_code));
+  response.body = std::move(body_);
+  response.content_type = std::move(header_capture_.content_type);
+  response.location = std::move(header_capture_.location);
+  LogDebug(kHttp, what + " -> HTTP " + std::to_string(response.status_code));
+  return response;
+}
+
+// A body of known size is held once: growing by copies would need twice the
+// room of a firmware image. The promised size is a hint and no more.
+void Exchange::ReserveBody() {
+  constexpr curl_off_t kMostBelieved = 1LL << 30;
+  curl_off_t length = 0;
+  if (curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T,
+                        &length) != CURLE_OK ||
+      length <= 0 || length > kMostBelieved) {
+    return;
+  }
+  try {
+    body_.reserve(static_cast<std::size_t>(length));
+  } catch (const std::bad_alloc&) {
+    // The body may turn out smaller; growing tells.
+  }
+}
+
+std::size_t Exchange::AppendBody(char* bytes, std::size_t size,
+                                 std::size_t count, void* exchange) noexcept {
+  auto& self = *static_cast<Exchange*>(exchange);
+  try {
+    if (self.body_.empty()) self.ReserveBody();
+    self.body_.append(bytes, size * count);
+    return size * count;
+  } catch (...) {
+    self.failure_ = std::current_exception();
+    return CURL_WRITEFUNC_ERROR;
+  }
+}
+
+std::size_t Exchange::CaptureHeader(char* bytes, std::size_t size,
+                                    std::size_t count,
+                                    void* exchange) noexcept {
+  auto& self = *static_cast<Exchange*>(exchange);
+  try {
+    CaptureHeaderLine(std::string(bytes, size * count), self.header_capture_);
+    return size * count;
+  } catch (...) {
+    self.failure_ = std::current_exception();
+    return CURL_WRITEFUNC_ERROR;
+  }
+}
+
+}  // namespace quorvane
