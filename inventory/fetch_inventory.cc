@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "config/derived.h"
+#include "inventory/collection.h"
+#include "logging/redact.h"
+#include "quorvane/inventory.h"
+#include "quorvane/logging.h"
+#include "support/json.h"
+
+namespace quorvane {
+namespace {
+
+constexpr const char* kInventory = "inventory";
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    if (!joined.empty()) joined += ", ";
+    joined += text;
+  }
+  return joined;
+}
+
+// The first URI that answers 200. When none does, the last one is asked once
+// more, and what it answers, or throws, is the answer.
+Response GetInventoryCollection(const HttpClient& client, const Config& config,
+                                std::string& used_uri) {
+  used_uri.clear();
+  const std::vector<std::string>& uris = config.inventory_uri;
+  if (uris.empty()) return {};
+  const std::string base = BuildBaseUrl(config);
+  for (std::size_t i = 0; i < uris.size(); ++i) {
+    used_uri = uris[i];
+    const std::string url = base + used_uri;
+    LogInfo(kInventory, "GET collection: " + UriForLog(url) + " (URI " +
+                            std::to_string(i + 1) + "/" +
+                            std::to_string(uris.size()) + ")");
+    std::string failure;
+    try {
+      Response answer = GetResource(client, url, config);
+      if (answer.status_code == 200) return answer;
+      failure = "HTTP " + std::to_string(answer.status_code);
+    } catch (const std::runtime_error& error) {
+      failure = std::string("exception: ") + error.what();
+    }
+    LogWarning(kInventory, "URI failed: " + used_uri + " (" + failure +
+                               "), trying next URI");
+  }
+  return GetResource(client, base + used_uri, config);
+}
+
+enum class Step { kRead, kRetry, kGiveUp };
+
+Step Retry(const std::string& status) {
+  LogWarning(kInventory, "Collection returned HTTP " + status + ", retrying");
+  return Step::kRetry;
+}
+
+// The decision table. A refused login is settled before the rules: another
+// try would only bring the account closer to being locked.
+Step Decide(long status_code, const Config& config) {
+  if (status_code == 401) {
+    LogError(kInventory, "Authentication failed (HTTP 401 Unauthorized)");
+    return Step::kGiveUp;
+  }
+  if (status_code == 403) {
+    LogError(kInventory, "Access denied (HTTP 403 Forbidden)");
+    return Step::kGiveUp;
+  }
+  const std::string status = std::to_string(status_code);
+  const auto rule = RuleFor(config.inventory_rules, status_code);
+  if (!rule) return status_code == 200 ? Step::kRead : Retry(status);
+  switch (*rule) {
+    case InventoryAction::validate_firmware:
+      return Step::kRead;
+    case InventoryAction::retry_inventory:
+      return Retry(status);
+    case InventoryAction::fail_or_manual_check:
+      LogError(kInventory, "Collection returned HTTP " + status +
+                               " \u2014 fail / manual check required");
+      return Step::kGiveUp;
+  }
+  return Step::kRetry;
+}
+
+bool IsAbsolute(const std::string& path) {
+  return path.rfind("http://", 0) == 0 || path.rfind("https://", 0) == 0;
+}
+
+InventoryItem ItemFrom(const std::string& path, const cJSON* member) {
+  const cJSON* related = ArrayMember(member, "RelatedItem");
+  const cJSON* first = related != nullptr ? related->child : nullptr;
+  return {.uri = path,
+          .Name = StringMember(member, "Name").value_or(""),
+          .SoftwareId = StringMember(member, "SoftwareId").value_or(""),
+          .Version = StringMember(member, "Version").value_or(""),
+          .target_id = StringMember(first, "@odata.id").value_or("")};
+}
+
+std::vector<InventoryItem> FetchMembers(const HttpClient& client,
+                                        const std::vector<std::string>& paths,
+                                        const Config& config) {
+  const std::string base = BuildBaseUrl(config);
+  std::vector<InventoryItem> items;
+  for (const std::string& path : paths) {
+    const Response answer =
+        GetResource(client, IsAbsolute(path) ? path : base + path, config);
+    if (answer.status_code != 200 || answer.body.empty()) {
+      LogWarning(kInventory, "GET member failed: " + RedactUri(path) +
+                                 " (HTTP " +
+                                 std::to_string(answer.status_code) + ")");
+      continue;
+    }
+    const JsonPtr member = ParseJson(answer.body);
+    if (!member) {
+      LogWarning(kInventory,
+                 "Failed to parse member JSON for " + RedactUri(path));
+      continue;
+    }
+    items.push_back(ItemFrom(path, member.get()));
+  }
+  return items;
+}
+
+void LogItems(const std::vector<InventoryItem>& items) {
+  LogInfo(kInventory, "========== INVENTORY FETCH COMPLETE ==========");
+  LogInfo(kInventory, "Total items fetched: " + std::to_string(items.size()));
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    const InventoryItem& item = items[i];
+    LogInfo(kInventory, "Item [" + std::to_string(i + 1) + "]:");
+    LogInfo(kInventory, "  URI         : " + RedactUri(item.uri));
+    LogInfo(kInventory, "  Name        : " + item.Name);
+    LogInfo(kInventory, "  SoftwareId  : " + item.SoftwareId);
+    LogInfo(kInventory, "  Version     : " + item.Version);
+    LogInfo(kInventory, "  TargetId    : " + item.target_id);
+  }
+  LogInfo(kInventory, std::string(48, '='));
+}
+
+// Whether the collection could be read; an empty body is worth another try.
+bool ReadCollection(const HttpClient& client, const Response& collection,
+                    const Config& config, std::vector<InventoryItem>& items) {
+  if (collection.body.empty()) {
+    LogWarning(kInventory, "200 but empty body, retrying");
+    return false;
+  }
+  const std::vector<std::string> paths = ParseMemberPaths(collection.body);
+  LogInfo(kInventory, "Members found: " + std::to_string(paths.size()));
+  if (paths.empty()) {
+    LogWarning(kInventory, "Members[] is empty or missing");
+    return true;
+  }
+  items = FetchMembers(client, paths, config);
+  LogItems(items);
+  return true;
+}
+
+bool FetchInventoryWithRetry(const Config& config,
+                             std::vector<InventoryItem>& items) {
+  items.clear();
+  const HttpClient client;
+  for (long long tries = 0; tries <= config.max_retries; ++tries) {
+    if (tries > 0) {
+      SleepBeforeRetry(kInventory, config, static_cast<int>(tries - 1));
+    }
+    std::string used_uri;
+    const Response collection =
+        GetInventoryCollection(client, config, used_uri);
+    LogInfo(kInventory, "Collection HTTP status: " +
+                            std::to_string(collection.status_code) +
+                            " (used URI: " + used_uri + ")");
+    const Step step = Decide(collection.status_code, config);
+    if (step == Step::kGiveUp) return false;
+    if (step == Step::kRead &&
+        ReadCollection(client, collection, config, items)) {
+      return true;
+    }
+  }
+  LogError(kInventory, "Inventory fetch failed after " +
+                           std::to_string(config.max_retries) + " retries");
+  return false;
+}
+
+}  // namespace
+
+bool FetchInventory(const InventoryRequest& request,
+                    std::vector<InventoryItem>& items) {
+  if (request.ip.empty()) {
+    throw std::runtime_error(
+        "FetchInventory: InventoryRequest.ip must not be empty");
+  }
+  items.clear();
+  const Config config = LoadConfigFor(request);
+  LogInfo(kInventory, "========== INVENTORY FETCH START ==========");
+  LogInfo(kInventory, "Config mode");
+  LogInfo(kInventory, "Target IP  : " + MaskIP(request.ip));
+  LogInfo(kInventory, "Username   : " + config.username);
+  LogInfo(kInventory, "Inv URIs   : [" + Joined(config.inventory_uri) + "]");
+  return FetchInventoryWithRetry(config, items);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// What all phases read out of a BMC's answers.
+#ifndef QUORVANE_UPDATE_HELPERS_H_
+#define QUORVANE_UPDATE_HELPERS_H_
+
+#include <functional>
+#include <string>
+
+#include "quorvane/config.h"
+#include "quorvane/http.h"
+#include "quorvane/update.h"
+
+namespace quorvane {
+
+/// Component tag of every line of an update.
+inline constexpr const char* kUpdate = "update";
+
+/// The BMC's own words for a refusal: "error"."message" (DSP0266, "Error
+/// responses"), else a bare "Message"; or empty.
+std::string ExtractErrorMessage(const std::string& body);
+
+/// The body's "Id", else the last segment of the task's URI; or empty.
+std::string ExtractTaskId(const std::string& task_uri, const std::string& body);
+
+/// Where the body says that a task can be watched: its "@odata.id"; its "Id"
+/// below the first of the rules' task URIs; the first argument of the first
+/// message whose "MessageId" tells of a task. Or empty.
+std::string ExtractTaskUri(const std::string& body, const Config& config);
+
+/// Whether adopting a task is told in the log.
+enum class Telling { kSilent, kLogged };
+
+/// Makes the task that an accepted request created the update's: the body's
+/// link, else the Location header (DSP0266, "Asynchronous operations").
+void AdoptTask(const Response& answer, const Config& config, Telling telling,
+               UpdateResponse& result);
+
+/// The answer to a request, or one of status 0 when none arrived. For phases
+/// whose rules decide about that too; the client has logged the reason.
+Response AnswerOrNone(const std::function<Response()>& request);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_UPDATE_HELPERS_H_
