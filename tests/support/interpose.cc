@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/support/interpose.h"
+
+#include <dlfcn.h>
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+namespace quorvane::test {
+namespace {
+
+thread_local RecordedWaits* recorder = nullptr;
+std::optional<std::string> library_file = "";
+
+}  // namespace
+
+RecordedWaits::RecordedWaits() { recorder = this; }
+RecordedWaits::~RecordedWaits() { recorder = nullptr; }
+void RecordedWaits::InterruptNext(int times) { interruptions_ = times; }
+
+int Sleep(RecordedWaits& waits, const timespec* wanted, timespec* left) {
+  waits.seconds_.push_back(wanted->tv_sec);
+  if (waits.interruptions_ == 0) return 0;
+  --waits.interruptions_;
+  *left = {.tv_sec = wanted->tv_sec - 1, .tv_nsec = 0};
+  errno = EINTR;
+  return -1;
+}
+
+void PretendLibraryFile(std::optional<std::string> file) {
+  library_file = std::move(file);
+}
+
+}  // namespace quorvane::test
+
+extern "C" int nanosleep(const timespec* wanted, timespec* left) {
+  using quorvane::test::recorder;
+  if (recorder != nullptr) {
+    return quorvane::test::Sleep(*recorder, wanted, left);
+  }
+  const int error = clock_nanosleep(CLOCK_REALTIME, 0, wanted, left);
+  errno = error;
+  return error == 0 ? 0 : -1;
+}
+
+extern "C" int dladdr(const void* address, Dl_info* info) {
+  using Dladdr = int (*)(const void*, Dl_info*);
+  static const auto real = reinterpret_cast<Dladdr>(dlsym(RTLD_NEXT, "dladdr"));
+  Dl_info self{};
+  const int found = real(address, info);
+  if (found == 0 ||
+      real(reinterpret_cast<const void*>(&nanosleep), &self) == 0 ||
+      info->dli_fbase != self.dli_fbase) {
+    return found;  // somebody else's code, such as OpenSSL's
+  }
+  const auto& file = quorvane::test::library_file;
+  if (!file) return 0;
+  if (!file->empty()) info->dli_fname = file->c_str();
+  return found;
+}
