@@ -193,6 +193,7 @@ std::optional<Machine::Outcome> Machine::Absent() {
 }
 
 Machine::Outcome Machine::Handle(const RecordedRequest& request) {
+  for (auto& [id, task] : tasks_) AdvanceByClock(task);
   const std::string path = NormalPath(request.path);
   if (IsRead(request)) {
     for (const Image& image : scenario_.images) {
@@ -422,7 +423,6 @@ void Machine::RestartNow(bool by_itself) {
                      std::chrono::duration<double>(scenario_.restart.seconds));
   }
   for (auto& [id, task] : tasks_) {
-    AdvanceByClock(task);
     if (IsStaged(task)) {
       if (task.step + 1 < scenario_.task.steps.size()) {
         EnterStep(task, task.step + 1);

@@ -39,7 +39,6 @@ Machine::Outcome Machine::PollTask(const std::string& id, bool as_monitor) {
         "no such task"};
   }
   Task& task = found->second;
-  AdvanceByClock(task);
   const TaskStep shown = StepOf(task);
   const Json body = TaskBody(task);
   std::string note = "task " + id + ": " + shown.state;
