@@ -45,3 +45,7 @@ target_compile_features(quorvane INTERFACE cxx_std_17)
 target_sources(quorvane PRIVATE $<TARGET_OBJECTS:quorvane_objects>)
 target_link_libraries(quorvane
   PRIVATE CURL::libcurl cjson ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})
+target_link_options(quorvane PRIVATE
+  LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/quorvane.map)
+set_target_properties(quorvane PROPERTIES
+  LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/quorvane.map)

@@ -5,5 +5,7 @@
 #define QUORVANE_EXPORT_H_
 
 #define QUORVANE_EXPORT __attribute__((visibility("default")))
+/// For what an exported class keeps to itself.
+#define QUORVANE_HIDDEN __attribute__((visibility("hidden")))
 
 #endif  // QUORVANE_EXPORT_H_

@@ -64,7 +64,7 @@ class QUORVANE_EXPORT Logger {
   /// @}
 
  private:
-  class Impl;
+  class QUORVANE_HIDDEN Impl;
   std::unique_ptr<Impl> impl_;
 };
 

@@ -1,0 +1,29 @@
+# SPDX-License-Identifier: Apache-2.0
+# What the other scripts share: the packages they need, and where they are.
+# Sourced, never run.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+build_packages=(g++ cmake ninja-build libcurl4-openssl-dev libcjson-dev
+  zlib1g-dev libcpp-httplib-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  libssl-dev pandoc)
+test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev
+  libgmock-dev pkg-config python3-jsonschema binutils git)
+
+say() { printf '\n== %s\n' "$*"; }
+
+# Installs those of the named packages that are missing.
+install_missing() {
+  local missing=() package
+  for package in "$@"; do
+    dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null |
+      grep -qx installed || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+  say "Installing ${missing[*]}"
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
+  "${as_root[@]}" apt-get update -q
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -qy --no-install-recommends "${missing[@]}"
+}

@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Installs a build into a new prefix and uses it there as a stranger would.
+# Usage: install_test.sh BUILD_DIR CXX
+set -euo pipefail
+build=$1 cxx=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >"$work/install.txt"
+libdir=$(dirname "$(find "$prefix" -name libQuorvaneLib.so.1)")
+test -f "$libdir/brindle.config.json"
+
+mkdir "$work/user"
+cat >"$work/user/user.cc" <<'CC'
+#include <quorvane/quorvane.h>
+
+#include <cstdio>
+
+int main() {
+  const quorvane::Config config = quorvane::LoadConfigAuto();
+  std::printf("%s\n%s\n", quorvane::ResolveConfigPath().c_str(),
+              config.ip.c_str());
+  return config.task_states.size() == 13 ? 0 : 1;
+}
+CC
+cat >"$work/user/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.25)
+project(user CXX)
+find_package(Quorvane 1 REQUIRED)
+add_executable(user user.cc)
+target_link_libraries(user PRIVATE Quorvane::quorvane)
+CMAKE
+
+expect() {
+  [ "$1" = "$libdir/brindle.config.json"$'\n'"192.0.2.1" ] ||
+    { echo "$2 gave: $1"; exit 1; }
+}
+
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+# shellcheck disable=SC2046
+"$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror "$work/user/user.cc" \
+  $(pkg-config --cflags --libs quorvane) -o "$work/by-pkg-config"
+expect "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" pkg-config
+
+cmake -S "$work/user" -B "$work/by-cmake" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \
+  >"$work/configure.txt"
+cmake --build "$work/by-cmake" >"$work/build.txt"
+expect "$("$work/by-cmake/user")" find_package
+
+"$prefix/bin/quorvane" --help >"$work/help.txt"
