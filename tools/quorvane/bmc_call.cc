@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/bmc_call.h"
+
+#include <fmt/core.h>
+
+#include <utility>
+
+#include "tools/quorvane/library_process.h"
+#include "tools/quorvane/run_log.h"
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+class TroubleCollector : public CallListener {
+ public:
+  TroubleCollector(RunLog& log, std::vector<Record>& troubles)
+      : reader_([&log, &troubles](const Record& record) {
+          log.Keep(record);
+          if (record.level >= LogLevel::WARNING) troubles.push_back(record);
+        }) {}
+  void OnLog(std::string_view bytes) override { reader_.Feed(bytes); }
+  void OnQuiet() override { reader_.EndOfBurst(); }
+
+ private:
+  RecordReader reader_;
+};
+
+bool Says(const std::vector<Record>& troubles, std::string_view words) {
+  for (const Record& record : troubles) {
+    if (record.message.find(words) != std::string::npos) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+BmcCall::BmcCall(const BmcOptions& options, std::string name)
+    : options_(options), name_(std::move(name)) {}
+
+nlohmann::json BmcCall::Ask() {
+  CheckRules(options_);
+  const nlohmann::json request = {{"call", name_},
+                                  {"bmc", options_.bmc},
+                                  {"user", options_.user},
+                                  {"password", ReadPassword(options_)}};
+  RunLog log(options_.log, options_.log_level);
+  log_path_ = log.path();
+  log.Note(name_ + " of " + options_.bmc);
+  TroubleCollector collector(log, troubles_);
+  const CallResult result = CallLibrary(request, options_.rules, collector);
+  if (result.end == CallResult::End::kInterrupted) {
+    throw ToolError(ExitCode::kInterrupted,
+                    "Interrupted; nothing was changed on the BMC.");
+  }
+  if (result.end == CallResult::End::kDied) {
+    throw ToolError(ExitCode::kFailed,
+                    fmt::format("The library's process ended early ({}). The "
+                                "log {} shows how far it came.",
+                                result.how, log_path_));
+  }
+  if (const auto error = result.answer.find("error");
+      error != result.answer.end()) {
+    throw ToolError(
+        ExitCode::kUnreachable,
+        fmt::format("No answer from {}: {}. Check the address, the network and "
+                    "that the BMC is on. Log: {}",
+                    options_.bmc, error->get<std::string>(), log_path_));
+  }
+  return result.answer.at("ok");
+}
+
+ExitCode BmcCall::Refused() const {
+  if (Says(troubles_, "HTTP 401") || Says(troubles_, "HTTP 403")) {
+    fmt::print(stderr,
+               "quorvane: {} refused the login of {}. Check user, password and "
+               "the account's rights.\nLog: {}\n",
+               Printable(options_.bmc), Printable(options_.user), log_path_);
+    return ExitCode::kUnreachable;
+  }
+  fmt::print(stderr, "quorvane: The {} of {} could not be read{}{}\nLog: {}\n",
+             name_, Printable(options_.bmc), troubles_.empty() ? "." : ": ",
+             troubles_.empty() ? "" : Excerpt(troubles_.back().message, 400),
+             log_path_);
+  return ExitCode::kFailed;
+}
+
+}  // namespace quorvane::tool

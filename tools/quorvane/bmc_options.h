@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// What every command that speaks to a BMC asks for.
+#ifndef QUORVANE_TOOLS_QUORVANE_BMC_OPTIONS_H_
+#define QUORVANE_TOOLS_QUORVANE_BMC_OPTIONS_H_
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "quorvane/logging.h"
+
+namespace quorvane::tool {
+
+struct BmcOptions {
+  std::string bmc;  ///< Address or host name, with ":port" if needed.
+  std::string user;
+  std::string password_file;
+  bool password_stdin = false;
+  std::string rules;  ///< Rules file; empty: the one beside the library.
+  std::string log;    ///< Log file; empty: a private one.
+  LogLevel log_level = LogLevel::DEBUG;  ///< The least that `log` keeps.
+};
+
+/// Declares the options on `command`; `options` must outlive it.
+void AddBmcOptions(CLI::App& command, BmcOptions& options);
+
+/// From where the options say, else typed on the terminal.
+/// @throws ToolError
+std::string ReadPassword(const BmcOptions& options);
+
+/// Loads the rules before anything else happens, so that a mistake in them
+/// costs no password and is told with the file's own name.
+/// @throws ToolError
+void CheckRules(const BmcOptions& options);
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_BMC_OPTIONS_H_

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tools/quorvane/bmc_call.h"
+#include "tools/quorvane/bmc_options.h"
+#include "tools/quorvane/commands.h"
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+using Json = nlohmann::json;
+
+struct Options {
+  BmcOptions bmc;
+  bool json = false;
+  std::string output;
+};
+
+std::string Table(const Json& items) {
+  constexpr std::array<std::pair<const char*, const char*>, 4> kColumns = {
+      {{"name", "NAME"},
+       {"version", "VERSION"},
+       {"software_id", "SOFTWARE ID"},
+       {"target_id", "TARGET"}}};
+  std::string table;
+  std::vector<std::vector<std::string>> rows(1);
+  for (const auto& [key, title] : kColumns) rows[0].emplace_back(title);
+  for (const Json& item : items) {
+    std::vector<std::string> row;
+    for (const auto& [key, title] : kColumns) {
+      const std::string text = Printable(item.at(key).get<std::string>());
+      row.push_back(text.empty() ? "-" : text);
+    }
+    rows.push_back(std::move(row));
+  }
+  std::array<std::size_t, kColumns.size()> widths{};
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      widths.at(i) = std::max(widths.at(i), Columns(row[i]));
+    }
+  }
+  for (const auto& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      table += row[i];
+      if (i + 1 < row.size()) {
+        table.append(widths.at(i) - Columns(row[i]) + 2, ' ');
+      }
+    }
+    table += '\n';
+  }
+  return table;
+}
+
+void Deliver(const std::string& text, const std::string& output) {
+  if (output.empty()) {
+    fmt::print("{}", text);
+    return;
+  }
+  std::ofstream file(output, std::ios::binary | std::ios::trunc);
+  file << text << std::flush;
+  if (!file) {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot write " + output +
+                        "; name a file in a folder that is there and yours.");
+  }
+}
+
+ExitCode Run(const Options& options) {
+  BmcCall call(options.bmc, "inventory");
+  const Json answer = call.Ask();
+  if (!answer.at("read").get<bool>()) return call.Refused();
+  const Json& items = answer.at("items");
+  const std::string text = options.json ? items.dump(2) + "\n" : Table(items);
+  Deliver(text, options.output);
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddInventoryCommand(CLI::App& app, ExitCode& exit_code) {
+  auto* command =
+      app.add_subcommand("inventory", "Show what firmware a server runs");
+  const auto options = std::make_shared<Options>();
+  AddBmcOptions(*command, options->bmc);
+  command->add_flag("--json", options->json, "Print JSON instead of a table");
+  command->add_option("--output", options->output, "Write to this file instead")
+      ->type_name("FILE");
+  command->callback([options, &exit_code] { exit_code = Run(*options); });
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/library_process.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "tools/quorvane/descriptor.h"
+#include "tools/quorvane/private_rules.h"
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+#include "tools/quorvane/worker.h"
+
+namespace quorvane::tool {
+namespace {
+
+[[noreturn]] void CannotStart(int error) {
+  throw ToolError(ExitCode::kFailed,
+                  "Cannot start a process for the update (" +
+                      std::generic_category().message(error) +
+                      "); free some memory or processes and try again.");
+}
+
+struct Pipe {
+  Descriptor read_end, write_end;
+  Pipe() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) CannotStart(errno);
+    read_end = Descriptor(ends[0]);
+    write_end = Descriptor(ends[1]);
+  }
+};
+
+// The signals that end the tool arrive on a descriptor while this lives.
+class SignalInbox {
+ public:
+  SignalInbox() {
+    sigset_t awaited;
+    sigemptyset(&awaited);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+      sigaddset(&awaited, signal);
+    }
+    sigprocmask(SIG_BLOCK, &awaited, &before_);
+    inbox_ = Descriptor(signalfd(-1, &awaited, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!inbox_.IsOpen()) CannotStart(errno);
+  }
+  ~SignalInbox() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  SignalInbox(const SignalInbox&) = delete;
+  SignalInbox& operator=(const SignalInbox&) = delete;
+
+  [[nodiscard]] int get() const { return inbox_.get(); }
+  /// What was taken does not strike once the signals are let through again.
+  void TakeAll() const {
+    signalfd_siginfo taken{};
+    while (read(inbox_.get(), &taken, sizeof taken) > 0) {
+    }
+  }
+  [[nodiscard]] const sigset_t& mask_before() const { return before_; }
+
+ private:
+  sigset_t before_{};
+  Descriptor inbox_;
+};
+
+// A child process; ended and reaped when this goes.
+class Child {
+ public:
+  explicit Child(pid_t pid) : pid_(pid) {}
+  ~Child() {
+    if (pid_ > 0) {
+      kill(pid_, SIGKILL);
+      Wait();
+    }
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  /// How it ended, in words; empty when it ended well.
+  std::string Wait() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = 0;
+    if (WIFSIGNALED(status)) {
+      return fmt::format("signal {}", WTERMSIG(status));
+    }
+    return WEXITSTATUS(status) == 0
+               ? std::string()
+               : fmt::format("exit status {}", WEXITSTATUS(status));
+  }
+
+ private:
+  pid_t pid_;
+};
+
+std::vector<std::string> Environment(const std::optional<PrivateRules>& rules) {
+  constexpr std::string_view kPath = "LD_LIBRARY_PATH=";
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (!rules || std::string_view(*variable).rfind(kPath, 0) != 0) {
+      variables.emplace_back(*variable);
+    }
+  }
+  if (rules) variables.push_back(std::string(kPath) + rules->LoaderPath());
+  return variables;
+}
+
+struct WorkerPipes {
+  Pipe request, answer, errors, log;
+};
+
+pid_t Spawn(const WorkerPipes& pipes, const SignalInbox& signals,
+            const std::optional<PrivateRules>& rules) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  const auto give = [&actions](const Descriptor& end, int number) {
+    posix_spawn_file_actions_adddup2(&actions, end.get(), number);
+  };
+  // The pipe ends lie above the standard streams, so the last of these is the
+  // only one that may land on another's number, and no one needs that then.
+  give(pipes.request.read_end, STDIN_FILENO);
+  give(pipes.answer.write_end, STDOUT_FILENO);
+  give(pipes.errors.write_end, STDERR_FILENO);
+  give(pipes.log.write_end, kWorkerLogDescriptor);
+
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigmask(&attributes, &signals.mask_before());
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+
+  std::vector<std::string> variables = Environment(rules);
+  std::vector<char*> environment;
+  for (std::string& variable : variables) {
+    environment.push_back(variable.data());
+  }
+  environment.push_back(nullptr);
+  std::string name = "quorvane";
+  std::string role = kWorkerArgument;
+  std::array<char*, 3> arguments = {name.data(), role.data(), nullptr};
+
+  pid_t pid = 0;
+  const int error = posix_spawn(&pid, "/proc/self/exe", &actions, &attributes,
+                                arguments.data(), environment.data());
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  if (error != 0) CannotStart(error);
+  return pid;
+}
+
+// Reads the child's three pipes until the last is closed.
+class Listening {
+ public:
+  Listening(WorkerPipes& pipes, const SignalInbox& signals,
+            CallListener& listener)
+      : signals_(signals),
+        listener_(listener),
+        watched_{{{pipes.log.read_end.get(), POLLIN, 0},
+                  {pipes.answer.read_end.get(), POLLIN, 0},
+                  {pipes.errors.read_end.get(), POLLIN, 0},
+                  {signals.get(), POLLIN, 0}}} {}
+
+  /// @return False when a signal ended it.
+  bool UntilClosed() {
+    constexpr int kQuietMs = 100;
+    while (watched_[kLog].fd >= 0 || watched_[kAnswer].fd >= 0 ||
+           watched_[kErrors].fd >= 0) {
+      const int ready = poll(watched_.data(), watched_.size(), kQuietMs);
+      if (ready == 0) listener_.OnQuiet();
+      if (ready <= 0) continue;
+      if (watched_[kSignals].revents != 0) {
+        signals_.TakeAll();
+        if (watched_[kLog].revents != 0) ReadAvailable(kLog);
+        return false;
+      }
+      for (const Source source : {kLog, kAnswer, kErrors}) {
+        if (watched_.at(source).revents != 0) ReadAvailable(source);
+      }
+    }
+    return true;
+  }
+
+  [[nodiscard]] const std::string& answer() const { return answer_; }
+  [[nodiscard]] const std::string& errors() const { return errors_; }
+
+ private:
+  enum Source : std::size_t { kLog, kAnswer, kErrors, kSignals };
+
+  void ReadAvailable(Source source) {
+    pollfd& from = watched_.at(source);
+    std::array<char, 65536> chunk{};
+    const ssize_t count = read(from.fd, chunk.data(), chunk.size());
+    if (count < 0 && errno == EINTR) return;
+    if (count <= 0) {
+      from.fd = -1;  // poll passes over it
+      return;
+    }
+    const std::string_view bytes(chunk.data(), static_cast<std::size_t>(count));
+    if (source == kLog) {
+      listener_.OnLog(bytes);
+    } else {
+      (source == kAnswer ? answer_ : errors_).append(bytes);
+    }
+  }
+
+  const SignalInbox& signals_;
+  CallListener& listener_;
+  std::array<pollfd, 4> watched_;
+  std::string answer_;
+  std::string errors_;
+};
+
+// The address masking tells of each text that only looks like an address, which
+// in a log of URLs is noise; the rest matters.
+void PassOn(const std::string& errors) {
+  std::istringstream lines(errors);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("[MaskIP] ", 0) != 0) {
+      fmt::print(stderr, "{}\n", Printable(line));
+    }
+  }
+}
+
+}  // namespace
+
+CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
+                       CallListener& listener) {
+  // First, so that no signal can leave the private folder behind.
+  const SignalInbox signals;
+  std::optional<PrivateRules> private_rules;
+  nlohmann::json call = request;
+  if (!rules.empty()) {
+    private_rules.emplace(rules);
+    call["rules_folder"] = private_rules->folder();
+  }
+  WorkerPipes pipes;
+  // A worker that is gone before it has read its request is told below.
+  std::signal(SIGPIPE, SIG_IGN);
+  Child child(Spawn(pipes, signals, private_rules));
+  pipes.answer.write_end.Close();
+  pipes.errors.write_end.Close();
+  pipes.log.write_end.Close();
+  WriteAll(pipes.request.write_end.get(), call.dump());
+  pipes.request.write_end.Close();
+
+  Listening listening(pipes, signals, listener);
+  CallResult result;
+  if (!listening.UntilClosed()) {
+    result.end = CallResult::End::kInterrupted;
+    return result;
+  }
+  listener.OnQuiet();
+  result.how = child.Wait();
+  PassOn(listening.errors());
+  result.answer = nlohmann::json::parse(listening.answer(), nullptr, false);
+  if (result.how.empty() && result.answer.is_object()) {
+    result.end = CallResult::End::kAnswered;
+  }
+  return result;
+}
+
+}  // namespace quorvane::tool

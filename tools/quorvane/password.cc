@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/password.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iostream>
+#include <istream>
+#include <system_error>
+
+#include "tools/quorvane/descriptor.h"
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+std::string FirstLine(std::istream& from, const std::string& name) {
+  std::string line;
+  std::getline(from, line);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (line.empty()) {
+    throw ToolError(ExitCode::kUsage,
+                    "No password in the first line of " + name +
+                        "; write it there, followed by a line end.");
+  }
+  return line;
+}
+
+// Neither shows what is typed nor lets Ctrl-C end the program while the
+// terminal keeps quiet: the key arrives as a byte instead.
+class QuietTerminal {
+ public:
+  explicit QuietTerminal(int terminal) : terminal_(terminal) {
+    if (tcgetattr(terminal_, &before_) != 0) return;
+    termios quiet = before_;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
+    quiet.c_cc[VMIN] = 1;
+    quiet.c_cc[VTIME] = 0;
+    changed_ = tcsetattr(terminal_, TCSAFLUSH, &quiet) == 0;
+  }
+  ~QuietTerminal() {
+    if (changed_) tcsetattr(terminal_, TCSAFLUSH, &before_);
+  }
+  QuietTerminal(const QuietTerminal&) = delete;
+  QuietTerminal& operator=(const QuietTerminal&) = delete;
+
+  [[nodiscard]] bool IsQuiet() const { return changed_; }
+
+ private:
+  int terminal_;
+  termios before_{};
+  bool changed_ = false;
+};
+
+std::string ReadTyped(int terminal) {
+  constexpr char kInterrupt = 3;
+  constexpr char kEndOfInput = 4;
+  constexpr char kEraseLine = 21;
+  constexpr char kErase = 127;
+  std::string typed;
+  char key = 0;
+  while (read(terminal, &key, 1) == 1 && key != '\n' && key != '\r' &&
+         key != kEndOfInput) {
+    if (key == kInterrupt) {
+      throw ToolError(ExitCode::kInterrupted, "Interrupted; nothing was done.");
+    }
+    if (key == kEraseLine) {
+      typed.clear();
+    } else if (key == kErase || key == '\b') {
+      if (!typed.empty()) typed.pop_back();
+    } else {
+      typed += key;
+    }
+  }
+  return typed;
+}
+
+}  // namespace
+
+std::string PasswordFromFile(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot read the password file {} ({}); check its name and "
+                    "rights.",
+                    path, std::generic_category().message(errno)));
+  }
+  struct stat found {};
+  constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+  if (stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
+      (found.st_mode & kOthers) != 0) {
+    fmt::print(stderr,
+               "quorvane: Others may read the password file {}; chmod 600 "
+               "keeps it yours.\n",
+               Printable(path));
+  }
+  return FirstLine(file, path);
+}
+
+std::string PasswordFromStdin() {
+  return FirstLine(std::cin, "standard input");
+}
+
+std::string PasswordFromTerminal(const std::string& whose) {
+  const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+  if (!terminal.IsOpen()) {
+    throw ToolError(ExitCode::kUsage,
+                    "No password: give --password-file FILE or "
+                    "--password-stdin, or run on a terminal to be asked.");
+  }
+  WriteAll(terminal.get(), "Password of " + Printable(whose) + ": ");
+  std::string typed;
+  {
+    const QuietTerminal quiet(terminal.get());
+    if (!quiet.IsQuiet()) {
+      throw ToolError(ExitCode::kUsage,
+                      "This terminal cannot hide what is typed; give "
+                      "--password-file FILE instead.");
+    }
+    typed = ReadTyped(terminal.get());
+  }
+  WriteAll(terminal.get(), "\n");
+  if (typed.empty()) {
+    throw ToolError(ExitCode::kUsage, "No password was typed; try again.");
+  }
+  return typed;
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_TOOLS_QUORVANE_PASSWORD_H_
+#define QUORVANE_TOOLS_QUORVANE_PASSWORD_H_
+
+#include <string>
+
+namespace quorvane::tool {
+
+/// The first line of a file, without its line end.
+/// @throws ToolError when the file cannot be read or the line is empty.
+std::string PasswordFromFile(const std::string& path);
+
+/// The first line of standard input.
+/// @throws ToolError when there is none.
+std::string PasswordFromStdin();
+
+/// Asks on the terminal without showing what is typed.
+/// @param whose  e.g. "admin on 192.0.2.7".
+/// @throws ToolError when there is no terminal, or on Ctrl-C.
+std::string PasswordFromTerminal(const std::string& whose);
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_PASSWORD_H_

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/run_log.h"
+
+#include <fcntl.h>
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+Descriptor OpenPrivateLog(std::string& path) {
+  constexpr std::string_view kSuffix = ".log";
+  std::error_code unknown;
+  std::filesystem::path place = std::filesystem::temp_directory_path(unknown);
+  if (unknown) place = "/tmp";
+  path = (place / "quorvane-XXXXXX").string().append(kSuffix);
+  return Descriptor(
+      mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC));
+}
+
+Descriptor OpenLog(std::string& path) {
+  constexpr mode_t kMode = S_IRUSR | S_IWUSR;
+  if (path.empty()) return OpenPrivateLog(path);
+  return Descriptor(
+      open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kMode));
+}
+
+std::string Now() {
+  const auto now = std::chrono::system_clock::now();
+  const auto milliseconds =
+      std::chrono::duration_cast<std::chrono::milliseconds>(
+          now.time_since_epoch())
+          .count() %
+      1000;
+  return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}",
+                     fmt::localtime(std::chrono::system_clock::to_time_t(now)),
+                     milliseconds);
+}
+
+}  // namespace
+
+RunLog::RunLog(const std::string& path, LogLevel level)
+    : path_(path), level_(level), file_(OpenLog(path_)) {
+  if (file_.IsOpen()) return;
+  throw ToolError(ExitCode::kUsage,
+                  fmt::format("Cannot write the log {} ({}); name a file in a "
+                              "folder that is there and yours with --log.",
+                              path_, std::generic_category().message(errno)));
+}
+
+void RunLog::Keep(const Record& record) {
+  // The logger's own lines name the pipe between the processes as its file.
+  if (record.level >= level_ && record.component != "logger") {
+    Write(record.raw);
+  }
+}
+
+void RunLog::Note(std::string_view text) {
+  Write(fmt::format("[{}] [INFO   ] [tool] {}\n", Now(), Printable(text)));
+}
+
+void RunLog::Write(std::string_view bytes) {
+  if (is_full_ || WriteAll(file_.get(), bytes)) return;
+  is_full_ = true;
+  fmt::print(stderr,
+             "quorvane: The log {} cannot be written any more ({}); "
+             "the run goes on without it.\n",
+             Printable(path_), std::generic_category().message(errno));
+}
+
+}  // namespace quorvane::tool
