@@ -15,6 +15,7 @@
 #include "quorvane/inventory.h"
 #include "quorvane/logging.h"
 #include "quorvane/update.h"
+#include "update/download.h"
 #include "update/helpers.h"
 #include "update/phases.h"
 
@@ -117,6 +118,44 @@ Road TakeLocalRoad(const HttpClient& client, const UpdateRequest& request,
   return FollowUpload(client, request, config, result);
 }
 
+// SimpleUpdate was refused: the library fetches the image and uploads it.
+void UploadDownloadedImage(const HttpClient& client,
+                           const UpdateRequest& request, const Config& config,
+                           UpdateResponse& result) {
+  std::string path;
+  {
+    const auto image = DownloadImageToTemp(client, request.image_uri);
+    if (!image) {
+      result.message = "SimpleUpdate not supported and image download failed";
+      return;
+    }
+    path = image->path();
+    result = RunMultipartUpload(client, path, config, request.targets);
+    if (!result.accepted) {
+      LogWarning(kUpdate,
+                 "Multipart upload of downloaded file failed, trying binary "
+                 "POST");
+      result = RunBinaryUpload(client, path, config);
+    }
+  }
+  LogInfo(kUpdate, "Cleaned up temp file: " + path);
+}
+
+Road TakeShareRoad(const HttpClient& client, const UpdateRequest& request,
+                   const Config& config, UpdateResponse& result) {
+  result = RunSimpleUpdate(client, request, config);
+  if (result.accepted) {
+    const bool good =
+        result.task_uri.empty() || MonitorTask(client, config, result);
+    return good ? Road::kToReboot : Road::kEndsHere;
+  }
+  LogWarning(kUpdate,
+             "SimpleUpdate failed, falling back to download + local upload");
+  UploadDownloadedImage(client, request, config, result);
+  return result.accepted ? FollowUpload(client, request, config, result)
+                         : Road::kEndsHere;
+}
+
 void LogSummary(const UpdateResponse& result) {
   const auto yes_or_no = [](bool truth) { return truth ? "Yes" : "No"; };
   LogInfo(kUpdate, "========== FIRMWARE UPDATE SUMMARY ==========");
@@ -146,7 +185,9 @@ UpdateResponse PerformUpdate(const UpdateRequest& request) {
   UpdateResponse result;
   LogInfo(kUpdate, "========== FIRMWARE UPDATE START ==========");
   CaptureInventory(request);
-  const Road road = TakeLocalRoad(client, request, config, result);
+  const Road road = request.local_file.empty()
+                        ? TakeShareRoad(client, request, config, result)
+                        : TakeLocalRoad(client, request, config, result);
   if (road == Road::kEndsHere) return result;
   RunRebootPhase(client, config, result);
   LogSummary(result);

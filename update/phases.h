@@ -26,6 +26,12 @@ UpdateResponse RunBinaryUpload(const HttpClient& client,
                                const std::string& file_path,
                                const Config& config);
 
+/// Asks the BMC to fetch the image itself (DSP0266, "Software update", the
+/// SimpleUpdate action).
+UpdateResponse RunSimpleUpdate(const HttpClient& client,
+                               const UpdateRequest& request,
+                               const Config& config);
+
 /// Follows the task of `result` to its end.
 /// @return True when it ended well, when the firmware is staged, when the task
 ///   went away past half way, or when there is nothing to follow.

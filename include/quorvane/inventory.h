@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// What firmware a server runs (DSP2046, SoftwareInventory).
+/// What firmware a server runs, and what machine it is (DSP2046,
+/// SoftwareInventory and Chassis).
 #ifndef QUORVANE_INVENTORY_H_
 #define QUORVANE_INVENTORY_H_
 
@@ -43,6 +44,39 @@ struct InventoryItem {
 ///   last resort, brought no answer.
 QUORVANE_EXPORT bool FetchInventory(const InventoryRequest& request,
                                     std::vector<InventoryItem>& items);
+
+/// The items as one JSON object, {"inventory": [...]}, indented, without a
+/// newline at its end. Each item has "id", "Name", "SoftwareId", "Version" and
+/// "target_id", empty ones included. Strings are expected in UTF-8.
+/// @throws std::bad_alloc when memory runs out.
+QUORVANE_EXPORT std::string InventoryToJson(
+    const std::vector<InventoryItem>& items);
+
+/// Writes `InventoryToJson` to `path`, over what is there. Folders are not
+/// made.
+/// @return Whether the whole text was written; one that cannot be opened is
+///   logged as an error.
+QUORVANE_EXPORT bool SaveInventoryJson(const std::string& path,
+                                       const std::vector<InventoryItem>& items);
+
+/// What machine a BMC belongs to.
+struct ChassisInfo {
+  std::string Manufacturer;
+  std::string Model;  ///< May be empty.
+  std::string Name;   ///< After `Config::chassis_name_mappings`.
+};
+
+/// Identifies the server: the first chassis with Manufacturer, Model and Name,
+/// else the first with Manufacturer and Name. The first mapping of the rules
+/// file that matches replaces the name.
+///
+/// @param request  Read only.
+/// @param info     The caller's record; written on success alone.
+/// @return False when no chassis will do, when the BMC does not answer or
+///   refuses, which is logged; also, without a word, for an empty `request.ip`.
+/// @throws std::runtime_error when the rules file cannot be loaded.
+QUORVANE_EXPORT bool FetchChassisInfo(const InventoryRequest& request,
+                                      ChassisInfo& info);
 
 }  // namespace quorvane
 

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "update/download.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "logging/redact.h"
+#include "quorvane/logging.h"
+#include "update/helpers.h"
+
+namespace quorvane {
+namespace {
+
+constexpr long kTimeoutMs = 600'000;
+constexpr mode_t kOwnerOnly = 0600;
+
+bool IsLocked(const Descriptor& file) {
+  return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+// Whether `path` names the very file that is open.
+bool IsNamed(const std::string& path, const Descriptor& file) {
+  struct stat named {};
+  struct stat opened {};
+  return lstat(path.c_str(), &named) == 0 && fstat(file.get(), &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+}
+
+// Removes what a run that died left behind; what a living one holds stays.
+bool RemoveLeftOver(const std::string& path) {
+  const Descriptor old(
+      open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  if (old.IsOpen() && !IsLocked(old)) return false;
+  static_cast<void>(unlink(path.c_str()));
+  return true;
+}
+
+// The last segment of the URI without its query. Somebody else wrote it, but a
+// segment holds no slash, so the file stays in the folder.
+std::string TemporaryPath(const std::string& image_uri) {
+  std::string name = "firmware_download.bin";
+  const std::size_t slash = image_uri.rfind('/');
+  if (slash != std::string::npos && slash + 1 < image_uri.size()) {
+    name = image_uri.substr(slash + 1);
+  }
+  return "/tmp/" + name.substr(0, name.find('?'));
+}
+
+std::optional<TemporaryImage> Download(const HttpClient& client,
+                                       const std::string& image_uri,
+                                       const std::string& path) {
+  const Response answer = client.get(image_uri, {}, kTimeoutMs, "", "", "");
+  if (answer.status_code != 200 || answer.body.empty()) {
+    LogError(kUpdate,
+             "Download returned HTTP " + std::to_string(answer.status_code));
+    return std::nullopt;
+  }
+  std::optional<TemporaryImage> image = TemporaryImage::Create(path);
+  if (!image || !image->Write(answer.body)) {
+    LogError(kUpdate, "Failed to write temp file: " + path);
+    return std::nullopt;
+  }
+  LogInfo(kUpdate, "Download complete: " + path + " (" +
+                       std::to_string(image->size()) + " bytes)");
+  return image;
+}
+
+}  // namespace
+
+TemporaryImage::TemporaryImage(std::string path, Descriptor file)
+    : path_(std::move(path)), file_(std::move(file)) {}
+
+TemporaryImage::~TemporaryImage() {
+  if (file_.IsOpen()) static_cast<void>(unlink(path_.c_str()));
+}
+
+std::optional<TemporaryImage> TemporaryImage::Create(const std::string& path) {
+  std::string owned_path = path;
+  if (!RemoveLeftOver(path)) return std::nullopt;
+  Descriptor file(open(path.c_str(),
+                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                       kOwnerOnly));
+  if (!file.IsOpen()) return std::nullopt;
+  // Between the two calls another run may have taken the file for a left-over.
+  if (!IsLocked(file) || !IsNamed(path, file)) return std::nullopt;
+  return TemporaryImage(std::move(owned_path), std::move(file));
+}
+
+bool TemporaryImage::Write(std::string_view image) const {
+  if (!WriteAll(file_.get(), image)) return false;
+  // Closing tells of a write that failed late; the lock lives on in file_.
+  Descriptor copy(fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  return copy.IsOpen() && copy.Close();
+}
+
+long long TemporaryImage::size() const {
+  struct stat found {};
+  return fstat(file_.get(), &found) == 0 ? found.st_size : -1;
+}
+
+std::optional<TemporaryImage> DownloadImageToTemp(
+    const HttpClient& client, const std::string& image_uri) {
+  const std::string told_uri = RedactUri(image_uri);
+  LogInfo(kUpdate, "Downloading from: " + told_uri);
+  const std::string path = TemporaryPath(told_uri);
+  LogInfo(kUpdate, "Download target: " + path);
+  try {
+    return Download(client, image_uri, path);
+  } catch (const std::runtime_error& failure) {
+    LogError(kUpdate, std::string("Download failed: ") + failure.what());
+    return std::nullopt;
+  }
+}
+
+}  // namespace quorvane

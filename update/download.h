@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_UPDATE_DOWNLOAD_H_
+#define QUORVANE_UPDATE_DOWNLOAD_H_
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "quorvane/http.h"
+#include "support/file.h"
+
+namespace quorvane {
+
+/// A downloaded image in the shared temporary folder, gone when this is. While
+/// it lives, its file is locked (flock(2)), so that no other run takes it for a
+/// left-over of one that died.
+class TemporaryImage {
+ public:
+  /// Makes the file anew, readable by its owner alone; a left-over of that name
+  /// is removed first.
+  /// @return Nothing when that name cannot be had: another run holds it, it is
+  ///   a folder, or somebody else's.
+  static std::optional<TemporaryImage> Create(const std::string& path);
+
+  TemporaryImage(TemporaryImage&&) = default;
+  TemporaryImage& operator=(TemporaryImage&&) = delete;
+  ~TemporaryImage();
+
+  /// False when not all of it reached the disk.
+  [[nodiscard]] bool Write(std::string_view image) const;
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] long long size() const;  ///< Bytes; -1: not known.
+
+ private:
+  TemporaryImage(std::string path, Descriptor file);
+
+  std::string path_;
+  Descriptor file_;
+};
+
+/// Fetches `image_uri`, without credentials, into the temporary folder.
+/// @return Nothing, with an error in the log, when that failed in any way.
+std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
+                                                  const std::string& image_uri);
+
+}  // namespace quorvane
+
+#endif  // QUORVANE_UPDATE_DOWNLOAD_H_
