@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+// What machine a BMC belongs to.
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/fixture.h"
+
+namespace quorvane::test {
+namespace {
+
+using nlohmann::json;
+using simulator::Fault;
+using simulator::Reply;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+struct Member {
+  json resource;     // merged into an empty object
+  Reply reply = {};  // used when `resource` is null
+};
+
+class Chassis : public BmcTest {
+ protected:
+  void Answer(const std::vector<Member>& members) {
+    json collection = {{"Members", json::array()}};
+    for (std::size_t i = 0; i < members.size(); ++i) {
+      const std::string path = "/c/" + std::to_string(i);
+      collection["Members"].push_back({{"@odata.id", path}});
+      bmc.On("GET", path)
+          .Answer(members[i].resource.is_null()
+                      ? members[i].reply
+                      : Reply{.body = members[i].resource.dump()});
+    }
+    bmc.On("GET", "/redfish/v1/Chassis").Answer(200, collection.dump());
+  }
+
+  bool Fetch() {
+    return FetchChassisInfo(
+        {.ip = bmc.Address(), .username = "admin", .password = "password"},
+        info);
+  }
+
+  ChassisInfo info{"old", "old", "old"};
+};
+
+struct Selection {
+  const char* name;
+  std::vector<Member> members;
+  std::vector<std::string> chosen;  // Manufacturer, Model, Name; or empty
+  std::string logged;
+};
+
+TEST_F(Chassis, Selection) {
+  Rules("{}");
+  const json all = {{"Manufacturer", "M"}, {"Model", "X"}, {"Name", "N"}};
+  const json enough = {{"Manufacturer", "M2"}, {"Name", "N2"}};
+  const json wrong = {{"Manufacturer", 5}, {"Model", "X"}, {"Name", "N"}};
+  const std::vector<Selection> cases = {
+      {"perfect_beats_an_earlier_fallback",
+       {{enough}, {all}},
+       {"M", "X", "N"},
+       "Found perfect chassis info in member: /c/1 (Manufacturer: M, Model: X, "
+       "Name: N)"},
+      {"fallback",
+       {{wrong}, {enough}},
+       {"M2", "", "N2"},
+       "Found fallback chassis info in member: /c/1 (Manufacturer: M2, Model: "
+       ", Name: N2)"},
+      {"none_will_do",
+       {{wrong}},
+       {},
+       "No chassis member has required Manufacturer and Name fields"},
+      {"bad_members_are_passed_over",
+       {{nullptr, {.fault = Fault::kDrop}},
+        {nullptr, {.status = 500, .body = "x"}},
+        {nullptr, {.status = 200}},
+        {nullptr, {.body = "{"}},
+        {all}},
+       {"M", "X", "N"},
+       "Failed to parse chassis member JSON for /c/3"},
+      {"no_members", {}, {}, "Chassis collection has no members"}};
+  for (const Selection& row : cases) {
+    SCOPED_TRACE(row.name);
+    Answer(row.members);
+    info = {"old", "old", "old"};
+    const bool found = Fetch();
+    EXPECT_EQ(found, !row.chosen.empty());
+    const std::vector<std::string> expected =
+        row.chosen.empty() ? std::vector<std::string>{"old", "old", "old"}
+                           : row.chosen;
+    EXPECT_EQ((std::vector{info.Manufacturer, info.Model, info.Name}),
+              expected);
+    EXPECT_THAT(Log("chassis"), Contains(row.logged));
+  }
+  EXPECT_THAT(
+      Log("chassis"),
+      AllOf(Contains(StartsWith("Chassis member request failed: GET failed: ")),
+            Contains("Chassis member returned HTTP 500"),
+            Contains("Chassis member returned HTTP 200")));
+}
+
+TEST_F(Chassis, TellsEveryStep) {
+  Rules("{}");
+  const json all = {{"Manufacturer", "M"}, {"Model", "X"}, {"Name", "N"}};
+  Answer({{all}});
+  EXPECT_TRUE(Fetch());
+  const std::string base = MaskIP(Url(""));
+  EXPECT_THAT(
+      Log("chassis"),
+      ElementsAre("GET chassis collection: " + base + "/redfish/v1/Chassis",
+                  "Chassis members found: 1",
+                  "GET chassis member: " + base + "/c/0",
+                  "Found perfect chassis info in member: /c/0 "
+                  "(Manufacturer: M, Model: X, Name: N)",
+                  "Chassis Manufacturer: M, Model: X"));
+  EXPECT_THAT(Log(), Contains("DEBUG [chassis] Chassis member response body: " +
+                              all.dump()));
+}
+
+TEST_F(Chassis, CollectionThatCannotBeRead) {
+  Rules("{}");
+  bmc.On("GET", "/redfish/v1/Chassis").Answer({.fault = Fault::kReset});
+  EXPECT_FALSE(Fetch());
+  bmc.On("GET", "/redfish/v1/Chassis").Answer(403, "x");
+  EXPECT_FALSE(Fetch());
+  bmc.On("GET", "/redfish/v1/Chassis").Answer(200, "<html>");
+  EXPECT_FALSE(Fetch());
+  EXPECT_THAT(Log("chassis"),
+              AllOf(Contains(StartsWith("Chassis collection request failed: ")),
+                    Contains("Chassis collection returned HTTP 403"),
+                    Contains("Chassis collection has no members")));
+  EXPECT_THAT(Log("inventory"), ElementsAre("Failed to parse collection JSON"));
+  bmc.ClearRequests();
+  EXPECT_FALSE(FetchChassisInfo({}, info));
+  EXPECT_THAT(Asked(), IsEmpty());
+}
+
+TEST_F(Chassis, NameMappings) {
+  Rules(R"({"chassis_name_mappings": [
+    {"source_pattern": "RACK server", "normalized_name": "by model",
+     "check_model": true, "model_pattern": "x9"},
+    {"source_pattern": "rack server", "normalized_name": "no model pattern",
+     "check_model": true},
+    {"source_pattern": "rack", "normalized_name": "by name"},
+    {"source_pattern": "rack", "normalized_name": "never reached"}]})");
+  struct Row {
+    const char* name;
+    const char* model;
+    const char* normalized;
+    const char* logged;
+  };
+  for (const Row& row :
+       {Row{"Rack Server 2U-A", "model X9", "by model",
+            "Normalized chassis name to: by model (name pattern: RACK server, "
+            "model pattern: x9)"},
+        Row{"Rack Server 2U-A", "", "by name",
+            "Normalized chassis name to: by name (name pattern: rack)"},
+        Row{"Tower", "X9", "Tower", "Chassis Manufacturer: M, Model: X9"}}) {
+    SCOPED_TRACE(row.normalized);
+    Answer(
+        {{{{"Manufacturer", "M"}, {"Model", row.model}, {"Name", row.name}}}});
+    EXPECT_TRUE(Fetch());
+    EXPECT_EQ(info.Name, row.normalized);
+    EXPECT_THAT(Log("chassis"), Contains(row.logged));
+  }
+}
+
+}  // namespace
+}  // namespace quorvane::test
