@@ -155,7 +155,8 @@ void Logger::Impl::log_write(LogLevel level, const std::string& component,
                              const std::string& message) {
   const std::scoped_lock lock(mutex_);
   if (level < level_) return;
-  line_.assign("[")
+  line_.clear();
+  line_.append("[")
       .append(Timestamp().c_str())
       .append("] [")
       .append(LevelName(level))
