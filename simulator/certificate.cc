@@ -19,8 +19,8 @@ using CertificatePtr = std::unique_ptr<X509, decltype(&X509_free)>;
 using ExtensionPtr =
     std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)>;
 
-constexpr long kX509Version3 = 2;  // counted from 0 (RFC 5280, 4.1.2.1)
-constexpr long kDay = 24L * 60 * 60;
+constexpr auto kX509Version3 = 2L;  // counted from 0 (RFC 5280, 4.1.2.1)
+constexpr auto kDay = 24L * 60 * 60;
 
 void Require(bool done, const char* step) {
   if (!done) {

@@ -3,7 +3,6 @@
 #include "simulator/machine.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "simulator/redfish.h"
@@ -24,8 +23,8 @@ bool IsRead(const RecordedRequest& request) {
 
 bool PathMatches(const std::string& pattern, const std::string& path) {
   if (!pattern.ends_with('*')) return pattern == path;
-  return path.starts_with(
-      std::string_view(pattern).substr(0, pattern.size() - 1));
+  const std::string_view prefix = pattern;
+  return path.starts_with(prefix.substr(0, prefix.size() - 1));
 }
 
 void AddGenerated(Inventory& inventory) {
@@ -169,11 +168,12 @@ std::string Machine::PhaseOf(const RecordedRequest& request) const {
 }
 
 bool Machine::Authorized(const RecordedRequest& request) const {
-  const std::string field = Header(request, "Authorization");
+  const std::string value = Header(request, "Authorization");
+  const std::string_view field = value;
   constexpr std::string_view kScheme = "Basic ";
   return field.size() > kScheme.size() &&
          EqualsIgnoringCase(field.substr(0, kScheme.size()), kScheme) &&
-         Trim(std::string_view(field).substr(kScheme.size())) ==
+         Trim(field.substr(kScheme.size())) ==
              Base64(scenario_.user + ':' + scenario_.password);
 }
 
@@ -213,6 +213,11 @@ Machine::Outcome Machine::Handle(const RecordedRequest& request) {
                        {{"WWW-Authenticate", "Basic realm=\"Redfish\""}}),
             "credentials refused"};
   }
+  return Route(request, path);
+}
+
+Machine::Outcome Machine::Route(const RecordedRequest& request,
+                                const std::string& path) {
   const bool is_post = request.method == "POST";
   if (Contains(scenario_.upload.multipart_paths, request.path) ||
       Contains(scenario_.upload.binary_paths, request.path)) {
@@ -300,9 +305,9 @@ Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
   const auto body = ObjectIn(request.body);
   if (!body) return MalformedJson();
   std::vector<std::string> targets = StringArray(*body, "Targets");
-  const SimpleUpdateAction& action = scenario_.simple_update;
   const bool activates = !body->contains("ImageURI");
-  const int status = activates ? scenario_.activation.status : action.status;
+  const int status =
+      activates ? scenario_.activation.status : scenario_.simple_update.status;
   if (status >= 400) {
     return {ErrorReply(status, "ActionNotSupported",
                        "The action is not supported on this machine.",
@@ -315,22 +320,8 @@ Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
                       "Name an ImageURI or upload an image first.");
   }
   if (!activates) {
-    const Json& image_uri = (*body)["ImageURI"];
-    const std::string uri =
-        image_uri.is_string() ? image_uri.get<std::string>() : "";
-    const std::string scheme = uri.substr(0, uri.find("://"));
-    if (std::none_of(action.protocols.begin(), action.protocols.end(),
-                     [&](const std::string& protocol) {
-                       return EqualsIgnoringCase(protocol, scheme);
-                     })) {
-      return BadRequest("ActionParameterNotSupported",
-                        "The protocol of ImageURI is not supported.",
-                        "See TransferProtocol@Redfish.AllowableValues.");
-    }
-    if (action.requires_targets && targets.empty()) {
-      return BadRequest("ActionParameterMissing",
-                        "The action needs the parameter Targets.",
-                        "Name at least one target.");
+    if (auto refused = RefuseParameters((*body)["ImageURI"], targets)) {
+      return *refused;
     }
   }
   if (auto busy = Busy()) return *busy;
@@ -339,6 +330,28 @@ Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
       (activates ? "activation started; " : "SimpleUpdate started; ") +
       outcome.note;
   return outcome;
+}
+
+std::optional<Machine::Outcome> Machine::RefuseParameters(
+    const Json& image_uri, const std::vector<std::string>& targets) const {
+  const SimpleUpdateAction& action = scenario_.simple_update;
+  const std::string uri =
+      image_uri.is_string() ? image_uri.get<std::string>() : "";
+  const std::string scheme = uri.substr(0, uri.find("://"));
+  if (std::none_of(action.protocols.begin(), action.protocols.end(),
+                   [&](const std::string& protocol) {
+                     return EqualsIgnoringCase(protocol, scheme);
+                   })) {
+    return BadRequest("ActionParameterNotSupported",
+                      "The protocol of ImageURI is not supported.",
+                      "See TransferProtocol@Redfish.AllowableValues.");
+  }
+  if (action.requires_targets && targets.empty()) {
+    return BadRequest("ActionParameterMissing",
+                      "The action needs the parameter Targets.",
+                      "Name at least one target.");
+  }
+  return {};
 }
 
 Machine::Outcome Machine::Accept(int status, std::vector<std::string> targets,

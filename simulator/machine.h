@@ -64,6 +64,7 @@ class Machine {
 
   // machine.cc: the road of a request, and what changes the machine.
   Outcome Handle(const RecordedRequest& request);
+  Outcome Route(const RecordedRequest& request, const std::string& path);
   const FaultRule* Strike(const RecordedRequest& request, bool before_body);
   [[nodiscard]] std::string PhaseOf(const RecordedRequest& request) const;
   [[nodiscard]] bool Authorized(const RecordedRequest& request) const;
@@ -72,6 +73,8 @@ class Machine {
   Outcome StoreImage(const std::string& image,
                      std::vector<std::string> targets);
   Outcome UpdateAction(const RecordedRequest& request);
+  [[nodiscard]] std::optional<Outcome> RefuseParameters(
+      const Json& image_uri, const std::vector<std::string>& targets) const;
   Outcome ResetSystem(const RecordedRequest& request);
   Outcome Accept(int status, std::vector<std::string> targets, bool installs);
   [[nodiscard]] std::optional<Outcome> Busy() const;
@@ -94,9 +97,6 @@ class Machine {
                                              const std::string& query) const;
   [[nodiscard]] Json UpdateService() const;
   [[nodiscard]] Json System() const;
-  [[nodiscard]] std::optional<Json> InventoryResource(
-      const std::string& path, const std::string& query,
-      const std::string& base, const Inventory& inventory) const;
   [[nodiscard]] std::optional<Json> ChassisResource(
       const std::string& path) const;
 

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
 
 #include "simulator/run_simulator.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int Run(int argc, char** argv) {
   CLI::App app("A simulated BMC that speaks Redfish over HTTPS.");
   quorvane::simulator::SimulatorOptions options;
   app.add_option("--scenario", options.scenario,
@@ -20,4 +24,15 @@ int main(int argc, char** argv) {
   app.add_flag("--quiet", options.quiet, "No line per request");
   CLI11_PARSE(app, argc, argv);
   return quorvane::simulator::RunSimulator(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "quorvane-bmc-simulator: %s\n", error.what());
+    return 1;
+  }
 }

@@ -81,6 +81,20 @@ Json InventoryDocument(const std::string& path, const InventoryMember& member) {
   return document;
 }
 
+std::optional<Json> InventoryResource(const std::string& path,
+                                      const std::string& query,
+                                      const std::string& base,
+                                      const Inventory& inventory) {
+  if (path == base) return InventoryCollection(base, query, inventory);
+  const std::string id = MemberId(path, base);
+  const auto found =
+      std::find_if(inventory.members.begin(), inventory.members.end(),
+                   // An id may end in a slash, which its path has lost by now.
+                   [&](const auto& m) { return NormalPath(m.id) == id; });
+  if (id.empty() || found == inventory.members.end()) return {};
+  return InventoryDocument(path, *found);
+}
+
 Json ServiceRoot() {
   Json root =
       Head(std::string(kServiceRoot) + '/', "#ServiceRoot.v1_9_0.ServiceRoot",
@@ -168,19 +182,6 @@ Json Machine::System() const {
        {{"target", path + "/Actions/ComputerSystem.Reset"},
         {"ResetType@Redfish.AllowableValues", scenario_.reset_types}}}};
   return system;
-}
-
-std::optional<Json> Machine::InventoryResource(
-    const std::string& path, const std::string& query, const std::string& base,
-    const Inventory& inventory) const {
-  if (path == base) return InventoryCollection(base, query, inventory);
-  const std::string id = MemberId(path, base);
-  const auto found =
-      std::find_if(inventory.members.begin(), inventory.members.end(),
-                   // An id may end in a slash, which its path has lost by now.
-                   [&](const auto& m) { return NormalPath(m.id) == id; });
-  if (id.empty() || found == inventory.members.end()) return {};
-  return InventoryDocument(path, *found);
 }
 
 std::optional<Json> Machine::ChassisResource(const std::string& path) const {

@@ -43,7 +43,7 @@ const std::vector<std::string> kPhases = {
 void CheckPath(const ObjectReader& in, const std::string& key,
                const std::string& path) {
   if (!path.starts_with('/')) {
-    in.Fail(key, "must begin with \"/\", not \"" + Printable(path) + '"');
+    in.Fail(key, R"(must begin with "/", not ")" + Printable(path) + '"');
   }
 }
 
@@ -124,6 +124,9 @@ void ReadTask(ObjectReader& in, TaskLife& task) {
   in.Read("location", task.location, {"monitor", "task", "none"});
   in.Read("task_in_body", task.task_in_body);
   in.Read("monitor_final_status", task.monitor_final_status, 200, 204);
+  if (task.monitor_final_status != 200 && task.monitor_final_status != 204) {
+    in.Fail("monitor_final_status", "must be 200 or 204");
+  }
   in.Read("retry_after", task.retry_after, 0, kMany);
 }
 
@@ -184,6 +187,7 @@ FaultRule ReadFault(ObjectReader& in) {
   in.Read("first", rule.first, 1, kMany);
   in.Read("before_body", rule.before_body);
   std::vector<std::string> names;
+  names.reserve(kFaults.size());
   for (const NamedFault& each : kFaults) names.emplace_back(each.name);
   std::string name;
   in.Read("fault", name, names);

@@ -100,7 +100,8 @@ class SimulatedBmc::Impl final : public RequestHandler {
 
 ScriptedAnswers& ScriptedAnswers::Answer(Reply reply) {
   const std::lock_guard lock(state_->mutex);
-  state_->replies.assign(1, std::move(reply));
+  state_->replies.clear();
+  state_->replies.push_back(std::move(reply));
   return *this;
 }
 

@@ -171,7 +171,7 @@ class TlsServer::Connection final : public httplib::Stream {
         return;
       case Fault::kCutShort:
         WriteAll(AnswerHead(reply, HasNoContent(method, reply.status)));
-        WriteAll(std::string_view(reply.body).substr(0, reply.body.size() / 2));
+        WriteAll(reply.body.substr(0, reply.body.size() / 2));
         broken_ = true;
         return;
       case Fault::kSlowDrip:
@@ -198,8 +198,8 @@ class TlsServer::Connection final : public httplib::Stream {
     }
   }
 
-  bool is_readable() const override { return true; }
-  bool is_writable() const override { return !answered_; }
+  [[nodiscard]] bool is_readable() const override { return true; }
+  [[nodiscard]] bool is_writable() const override { return !answered_; }
 
   ssize_t read(char* bytes, std::size_t size) override {
     ERR_clear_error();
@@ -225,7 +225,7 @@ class TlsServer::Connection final : public httplib::Stream {
   void get_local_ip_and_port(std::string& ip, int& port) const override {
     get_remote_ip_and_port(ip, port);
   }
-  socket_t socket() const override { return socket_; }
+  [[nodiscard]] socket_t socket() const override { return socket_; }
 
  private:
   static Reply WithGarbage(Reply reply) {
