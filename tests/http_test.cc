@@ -51,42 +51,30 @@ struct Operation {
 class HttpTest : public BmcTest {
  protected:
   std::vector<Operation> Operations() const {
-    return {
-        {"GET", "GET ", "", "GET failed: ", "", "",
-         [this](const Sent& s) {
-           return client.get(s.url, s.headers, s.timeout_ms, s.username,
-                             s.password, s.auth_type);
-         }},
-        {"POST", "POST ", "", "POST failed: ", "text/plain", "body",
-         [this](const Sent& s) {
-           return client.post(s.url, "body", "text/plain", s.headers,
-                              s.timeout_ms, s.username, s.password,
-                              s.auth_type);
-         }},
-        {"POST", "POST ", "", "POST failed: ", "application/json", "{}",
-         [this](const Sent& s) {
-           return client.post_json(s.url, "{}", s.headers, s.timeout_ms,
+    const auto calling = [this](auto operation, auto... what) {
+      return [=, this](const Sent& s) {
+        return (client.*operation)(s.url, what..., s.headers, s.timeout_ms,
                                    s.username, s.password, s.auth_type);
-         }},
-        {"PATCH", "PATCH ", "", "PATCH failed: ", "application/json", "[]",
-         [this](const Sent& s) {
-           return client.patch_json(s.url, "[]", s.headers, s.timeout_ms,
-                                    s.username, s.password, s.auth_type);
-         }},
+      };
+    };
+    const char* const json = "application/json";
+    return {
+        {"GET", "GET ", "", "GET failed: ", "", "", calling(&HttpClient::get)},
+        {"POST", "POST ", "", "POST failed: ", "text/plain", "body",
+         calling(&HttpClient::post, "body", "text/plain")},
+        {"POST", "POST ", "", "POST failed: ", json, "{}",
+         calling(&HttpClient::post_json, "{}")},
+        {"PATCH", "PATCH ", "", "PATCH failed: ", json, "[]",
+         calling(&HttpClient::patch_json, "[]")},
+        {"PUT", "BINARY FILE UPLOAD ", " file=FILE size=8",
+         "Binary file upload failed: ", "application/octet-stream", "firmware",
+         calling(&HttpClient::post_binary_file, image)},
         {"POST", "MULTIPART POST ", " file=FILE",
-         "Multipart POST failed: ", nullptr, nullptr,
-         [this](const Sent& s) {
+         "Multipart POST failed: ", nullptr, nullptr, [this](const Sent& s) {
            return client.post_multipart(s.url, image, "UpdateFile", s.headers,
                                         s.timeout_ms, s.username, s.password,
                                         s.auth_type, "");
-         }},
-        {"PUT", "BINARY FILE UPLOAD ", " file=FILE size=8",
-         "Binary file upload failed: ", "application/octet-stream", "firmware",
-         [this](const Sent& s) {
-           return client.post_binary_file(s.url, image, s.headers, s.timeout_ms,
-                                          s.username, s.password, s.auth_type);
-         }},
-    };
+         }}};
   }
   Response Get(const std::string& path) const {
     return client.get(Url(path), {}, kTimeoutMs, "", "", "");
