@@ -15,11 +15,8 @@ namespace quorvane::test {
 namespace {
 
 using nlohmann::json;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 class RulesFile : public LibraryTest {
@@ -337,7 +334,7 @@ TEST_F(RulesFile, ThatCannotBeReadIsRefusedWithTheReason) {
   };
   std::vector<std::string> lines;
   for (const auto& [path, refusal] : cases) {
-    EXPECT_THAT([&] { LoadConfig(path); },
+    EXPECT_THAT([&file = path] { LoadConfig(file); },
                 testing::ThrowsMessage<std::runtime_error>(refusal));
     lines.push_back("INFO [config] Loading config from: " + path);
   }

@@ -19,7 +19,6 @@
 namespace quorvane::test {
 namespace {
 
-using simulator::BmcOptions;
 using simulator::Fault;
 using simulator::Header;
 using simulator::RecordedRequest;

@@ -14,7 +14,6 @@ namespace {
 using nlohmann::json;
 using simulator::Fault;
 using simulator::Header;
-using simulator::Reply;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;

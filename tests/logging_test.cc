@@ -23,10 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::AllOf;
-using testing::ElementsAre;
-using testing::Gt;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Le;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
