@@ -40,14 +40,14 @@ BmcCall::BmcCall(const BmcOptions& options, std::string name)
     : options_(options), name_(std::move(name)) {}
 
 nlohmann::json BmcCall::Ask() {
-  CheckRules(options_);
+  static_cast<void>(CheckRules(options_));
   const nlohmann::json request = {{"call", name_},
                                   {"bmc", options_.bmc},
                                   {"user", options_.user},
                                   {"password", ReadPassword(options_)}};
   RunLog log(options_.log, options_.log_level);
   log_path_ = log.path();
-  log.Note(name_ + " of " + options_.bmc);
+  log.Note("Run: " + name_ + " of " + options_.bmc);
   TroubleCollector collector(log, troubles_);
   const CallResult result = CallLibrary(request, options_.rules, collector);
   if (result.end == CallResult::End::kInterrupted) {

@@ -58,10 +58,9 @@ std::string ReadPassword(const BmcOptions& options) {
   return PasswordFromTerminal(options.user + " on " + options.bmc);
 }
 
-void CheckRules(const BmcOptions& options) {
+Config CheckRules(const BmcOptions& options) {
   try {
-    static_cast<void>(options.rules.empty() ? LoadConfigAuto()
-                                            : LoadConfig(options.rules));
+    return options.rules.empty() ? LoadConfigAuto() : LoadConfig(options.rules);
   } catch (const std::runtime_error& error) {
     const std::string file =
         options.rules.empty() ? ResolveConfigPath() : options.rules;

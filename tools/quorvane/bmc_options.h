@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "quorvane/config.h"
 #include "quorvane/logging.h"
 
 namespace quorvane::tool {
@@ -30,7 +31,7 @@ std::string ReadPassword(const BmcOptions& options);
 /// Loads the rules before anything else happens, so that a mistake in them
 /// costs no password and is told with the file's own name.
 /// @throws ToolError
-void CheckRules(const BmcOptions& options);
+Config CheckRules(const BmcOptions& options);
 
 }  // namespace quorvane::tool
 

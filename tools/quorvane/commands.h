@@ -12,6 +12,10 @@ namespace quorvane::tool {
 
 void AddUpdateCommand(CLI::App& app, ExitCode& exit_code);
 void AddInventoryCommand(CLI::App& app, ExitCode& exit_code);
+void AddChassisCommand(CLI::App& app, ExitCode& exit_code);
+void AddRulesCommands(CLI::App& app, ExitCode& exit_code);
+void AddReportCommand(CLI::App& app, ExitCode& exit_code);
+void AddSimulateCommand(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace quorvane::tool
 

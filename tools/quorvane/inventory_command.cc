@@ -74,13 +74,15 @@ void Deliver(const std::string& text, const std::string& output) {
   }
 }
 
-ExitCode Run(const Options& options) {
+ExitCode RunInventory(const Options& options) {
   BmcCall call(options.bmc, "inventory");
   const Json answer = call.Ask();
   if (!answer.at("read").get<bool>()) return call.Refused();
   const Json& items = answer.at("items");
-  const std::string text = options.json ? items.dump(2) + "\n" : Table(items);
-  Deliver(text, options.output);
+  // The document is the library's own form, as its SaveInventoryJson writes it.
+  Deliver(options.json ? answer.at("document").get<std::string>() + "\n"
+                       : Table(items),
+          options.output);
   return ExitCode::kDone;
 }
 
@@ -94,7 +96,8 @@ void AddInventoryCommand(CLI::App& app, ExitCode& exit_code) {
   command->add_flag("--json", options->json, "Print JSON instead of a table");
   command->add_option("--output", options->output, "Write to this file instead")
       ->type_name("FILE");
-  command->callback([options, &exit_code] { exit_code = Run(*options); });
+  command->callback(
+      [options, &exit_code] { exit_code = RunInventory(*options); });
 }
 
 }  // namespace quorvane::tool

@@ -37,7 +37,7 @@ struct CallResult {
   };
   End end = End::kDied;
   nlohmann::json answer;  ///< See worker.h.
-  std::string how;        ///< How it died, e.g. "signal 11".
+  std::string how = {};   ///< How it died, e.g. "signal 11".
 };
 
 /// Makes one call in a child process and listens until it ends.

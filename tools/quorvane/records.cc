@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/quorvane/records.h"
 
+#include <fmt/chrono.h>
+
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -27,21 +29,6 @@ int Number(std::string_view stamp, std::size_t from, std::size_t length) {
   int number = 0;
   std::from_chars(stamp.data() + from, stamp.data() + from + length, number);
   return number;
-}
-
-double SecondsOf(std::string_view stamp) {
-  using std::chrono::day;
-  using std::chrono::month;
-  using std::chrono::sys_days;
-  using std::chrono::year;
-  const sys_days date = year(Number(stamp, 0, 4)) /
-                        month(static_cast<unsigned>(Number(stamp, 5, 2))) /
-                        day(static_cast<unsigned>(Number(stamp, 8, 2)));
-  const double seconds =
-      86400.0 * static_cast<double>(date.time_since_epoch().count()) +
-      3600.0 * Number(stamp, 11, 2) + 60.0 * Number(stamp, 14, 2) +
-      Number(stamp, 17, 2);
-  return seconds + Number(stamp, 20, 3) / 1000.0;
 }
 
 std::optional<LogLevel> LevelNamed(std::string_view name) {
@@ -81,6 +68,32 @@ bool IsComponent(std::string_view name) {
 }
 
 }  // namespace
+
+std::string StampNow() {
+  using std::chrono::system_clock;
+  const auto now = system_clock::now();
+  const auto whole = std::chrono::floor<std::chrono::seconds>(now);
+  const auto rest =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now - whole);
+  return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}",
+                     fmt::localtime(system_clock::to_time_t(whole)),
+                     rest.count());
+}
+
+double SecondsOf(std::string_view stamp) {
+  using std::chrono::day;
+  using std::chrono::month;
+  using std::chrono::sys_days;
+  using std::chrono::year;
+  const sys_days date = year(Number(stamp, 0, 4)) /
+                        month(static_cast<unsigned>(Number(stamp, 5, 2))) /
+                        day(static_cast<unsigned>(Number(stamp, 8, 2)));
+  const double seconds =
+      86400.0 * static_cast<double>(date.time_since_epoch().count()) +
+      3600.0 * Number(stamp, 11, 2) + 60.0 * Number(stamp, 14, 2) +
+      Number(stamp, 17, 2);
+  return seconds + Number(stamp, 20, 3) / 1000.0;
+}
 
 std::optional<Record> RecordFrom(std::string_view line) {
   const std::string_view raw = line;

@@ -15,14 +15,20 @@ namespace quorvane::tool {
 /// One message of the log. A message may hold line breaks: it goes on until the
 /// next line that begins as a record does.
 struct Record {
-  double time = 0;    ///< Seconds on a clock of local time without leaps; only
-                      ///< differences mean anything.
-  std::string stamp;  ///< "2024-05-01 13:07:09.042"
+  double time = 0;  ///< Seconds on a clock of local time without leaps; only
+                    ///< differences mean anything.
+  std::string stamp = {};  ///< "2024-05-01 13:07:09.042"
   LogLevel level = LogLevel::INFO;
-  std::string component;  ///< "update"; empty when the line names none.
-  std::string message;
-  std::string raw;  ///< The record's bytes, line end included if it came.
+  std::string component = {};  ///< "update"; empty when the line names none.
+  std::string message = {};
+  std::string raw = {};  ///< The record's bytes, line end included if it came.
 };
+
+/// The present moment as a record states it.
+std::string StampNow();
+
+/// A stamp as `Record::time`.
+double SecondsOf(std::string_view stamp);
 
 /// The record that `line` begins, or nothing when it begins none. A response
 /// body can forge such a line; nothing in a log tells it from a real one.
@@ -47,8 +53,8 @@ class RecordReader {
   void HandOver();
 
   Handler handler_;
-  std::string unfinished_line_;
-  std::optional<Record> record_;
+  std::string unfinished_line_ = {};
+  std::optional<Record> record_ = {};
 };
 
 }  // namespace quorvane::tool

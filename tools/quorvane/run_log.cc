@@ -2,13 +2,11 @@
 #include "tools/quorvane/run_log.h"
 
 #include <fcntl.h>
-#include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <chrono>
 #include <filesystem>
 #include <system_error>
 
@@ -35,18 +33,6 @@ Descriptor OpenLog(std::string& path) {
       open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kMode));
 }
 
-std::string Now() {
-  const auto now = std::chrono::system_clock::now();
-  const auto milliseconds =
-      std::chrono::duration_cast<std::chrono::milliseconds>(
-          now.time_since_epoch())
-          .count() %
-      1000;
-  return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}",
-                     fmt::localtime(std::chrono::system_clock::to_time_t(now)),
-                     milliseconds);
-}
-
 }  // namespace
 
 RunLog::RunLog(const std::string& path, LogLevel level)
@@ -59,14 +45,15 @@ RunLog::RunLog(const std::string& path, LogLevel level)
 }
 
 void RunLog::Keep(const Record& record) {
-  // The logger's own lines name the pipe between the processes as its file.
-  if (record.level >= level_ && record.component != "logger") {
-    Write(record.raw);
-  }
+  // The logger's first line names the pipe between the processes as its file.
+  const bool names_pipe =
+      record.component == "logger" &&
+      record.message.find("initialised") != std::string::npos;
+  if (record.level >= level_ && !names_pipe) Write(record.raw);
 }
 
 void RunLog::Note(std::string_view text) {
-  Write(fmt::format("[{}] [INFO   ] [tool] {}\n", Now(), Printable(text)));
+  Write(fmt::format("[{}] [INFO   ] [tool] {}\n", StampNow(), Printable(text)));
 }
 
 void RunLog::Write(std::string_view bytes) {

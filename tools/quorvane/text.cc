@@ -108,6 +108,14 @@ std::string Duration(double seconds) {
   return two(kDay, "d", kHour, "h");
 }
 
+std::string PathOf(std::string_view uri) {
+  const std::size_t scheme = uri.find("://");
+  if (scheme == std::string_view::npos) return std::string(uri);
+  const std::size_t path = uri.find('/', scheme + 3);
+  return path == std::string_view::npos ? std::string("/")
+                                        : std::string(uri.substr(path));
+}
+
 std::size_t Columns(std::string_view text) {
   std::size_t columns = 0;
   for (const char c : text) {

@@ -19,6 +19,9 @@ std::string Excerpt(std::string_view text, std::size_t most);
 /// "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h": two units at most.
 std::string Duration(double seconds);
 
+/// A URL without scheme and host; anything else as it is.
+std::string PathOf(std::string_view uri);
+
 /// The columns a terminal needs for `text`, a character each.
 std::size_t Columns(std::string_view text);
 

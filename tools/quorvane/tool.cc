@@ -52,6 +52,10 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   app->require_subcommand(1);
   AddUpdateCommand(*app, exit_code);
   AddInventoryCommand(*app, exit_code);
+  AddChassisCommand(*app, exit_code);
+  AddRulesCommands(*app, exit_code);
+  AddReportCommand(*app, exit_code);
+  AddSimulateCommand(*app, exit_code);
   return app;
 }
 

@@ -3,15 +3,20 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/quorvane/bmc_options.h"
 #include "tools/quorvane/commands.h"
 #include "tools/quorvane/library_process.h"
+#include "tools/quorvane/password.h"
+#include "tools/quorvane/progress.h"
+#include "tools/quorvane/run.h"
 #include "tools/quorvane/run_log.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
+#include "tools/quorvane/verdict.h"
 
 namespace quorvane::tool {
 namespace {
@@ -21,50 +26,188 @@ using Json = nlohmann::json;
 struct Options {
   BmcOptions bmc;
   std::string file;
+  std::string image;
+  std::string share_user;
+  std::string share_password_file;
+  bool verify_share_certificate = false;
   std::vector<std::string> targets;
   std::string result;
+  bool quiet = false;
 };
 
-class LogKeeper : public CallListener {
+// Passes the library's records on: to the log, into the run, to the screen.
+class Follower : public CallListener {
  public:
-  explicit LogKeeper(RunLog& log)
-      : reader_([&log](const Record& record) {
-          log.Keep(record);
-          if (record.level >= LogLevel::INFO && record.component != "logger") {
-            fmt::print("{}\n", Excerpt(record.message, 160));
-          }
-        }) {}
+  Follower(RunLog& log, Progress& progress)
+      : log_(log),
+        progress_(progress),
+        reader_([this](const Record& record) { Take(record); }) {}
+
   void OnLog(std::string_view bytes) override { reader_.Feed(bytes); }
-  void OnQuiet() override { reader_.EndOfBurst(); }
+  void OnQuiet() override {
+    reader_.EndOfBurst();
+    progress_.OnTick(run());
+  }
+  void Take(const Record& record) {
+    log_.Keep(record);
+    const Event event = EventFrom(record);
+    builder_.Take(event);
+    progress_.OnEvent(event, run());
+  }
+  void TakeInterruption() {
+    reader_.EndOfLog();
+    builder_.Take({.kind = EventKind::kInterrupted,
+                   .time = run().end,
+                   .text = "Interrupted"});
+    log_.Note("Interrupted by a signal");
+  }
+  [[nodiscard]] const Run& run() const { return builder_.run(); }
 
  private:
+  RunLog& log_;
+  Progress& progress_;
+  RunBuilder builder_;
   RecordReader reader_;
 };
 
-ExitCode Run(const Options& options) {
-  CheckRules(options.bmc);
-  const Json request = {
-      {"call", "update"},           {"bmc", options.bmc.bmc},
-      {"user", options.bmc.user},   {"password", ReadPassword(options.bmc)},
-      {"local_file", options.file}, {"targets", options.targets},
-      {"result", options.result}};
-  RunLog log(options.bmc.log, options.bmc.log_level);
-  log.Note("update of " + options.bmc.bmc + " with " + options.file);
-  LogKeeper keeper(log);
-  const CallResult result = CallLibrary(request, options.bmc.rules, keeper);
-  fmt::print("Log: {}\n", log.path());
-  if (result.end == CallResult::End::kInterrupted) {
-    return ExitCode::kInterrupted;
+// A password in an argument shows in every process list.
+void RefusePasswordIn(const std::string& image_uri) {
+  const std::size_t scheme = image_uri.find("://");
+  if (scheme == std::string::npos) return;
+  const std::size_t at = image_uri.find('@', scheme);
+  const std::size_t colon = image_uri.find(':', scheme + 3);
+  if (at != std::string::npos && colon < at) {
+    throw ToolError(ExitCode::kUsage,
+                    "The image URI holds a password, which a process list "
+                    "shows; give --share-user and --share-password-file.");
   }
-  if (result.end == CallResult::End::kDied) return ExitCode::kUnknown;
-  if (result.answer.contains("error")) {
-    throw ToolError(ExitCode::kFailed, result.answer.at("error"));
+}
+
+Json RequestFrom(const Options& options) {
+  Json request = {{"call", "update"},
+                  {"bmc", options.bmc.bmc},
+                  {"user", options.bmc.user},
+                  {"local_file", options.file},
+                  {"image_uri", options.image},
+                  {"share_user", options.share_user},
+                  {"verify", options.verify_share_certificate},
+                  {"targets", options.targets},
+                  {"result", options.result}};
+  if (!options.share_password_file.empty()) {
+    request["share_password"] = PasswordFromFile(options.share_password_file);
+  }
+  request["password"] = ReadPassword(options.bmc);
+  return request;
+}
+
+void PrintRecord(const Json& record) {
+  const auto text = [&record](const char* name) {
+    const std::string value = record.at(name);
+    return value.empty() ? std::string("none") : Excerpt(value, 400);
+  };
+  const int percent = record.at("percent_complete");
+  fmt::print(
+      "Library: accepted {}, HTTP {}, task {}, state {}{}, restart {}: {}\n",
+      record.at("accepted").get<bool>() ? "yes" : "no",
+      record.at("http_status").get<long>(), text("task_uri"),
+      text("task_state"), percent < 0 ? "" : fmt::format(" {} %", percent),
+      record.at("reboot_performed").get<bool>() ? "yes" : "no",
+      text("message"));
+  if (record.contains("unsaved")) {
+    fmt::print(stderr,
+               "quorvane: Cannot write {}; name a file in a folder that is "
+               "there and yours.\n",
+               Printable(record.at("unsaved").get<std::string>()));
+  }
+}
+
+void PrintVerdict(const Verdict& verdict) {
+  fmt::print("Outcome: {}. {}\n", NameOf(verdict.outcome),
+             Printable(verdict.headline));
+  if (!verdict.cause.empty()) {
+    fmt::print("Cause:   {}\n", Excerpt(verdict.cause, 2000));
+  }
+  if (!verdict.next.empty()) {
+    fmt::print("Next:    {}\n", Printable(verdict.next));
+  }
+}
+
+// The verdict on a call that ended in this way.
+Verdict JudgeCall(const CallResult& result, Follower& follower) {
+  switch (result.end) {
+    case CallResult::End::kInterrupted:
+      follower.TakeInterruption();
+      return JudgeRun(follower.run(), std::nullopt);
+    case CallResult::End::kDied: {
+      Verdict verdict = JudgeRun(follower.run(), std::nullopt);
+      verdict.outcome = Verdict::Outcome::kUnknown;
+      verdict.headline =
+          fmt::format("The library's process ended early ({}).", result.how);
+      return verdict;
+    }
+    case CallResult::End::kAnswered:
+      break;
+  }
+  if (const auto error = result.answer.find("error");
+      error != result.answer.end()) {
+    throw ToolError(ExitCode::kUsage,
+                    "The update did not start: " + error->get<std::string>());
   }
   const Json& record = result.answer.at("ok");
-  fmt::print("{}\n", Printable(record.at("message").get<std::string>()));
-  const bool done = record.at("accepted").get<bool>() &&
-                    record.at("reboot_performed").get<bool>();
-  return done ? ExitCode::kDone : ExitCode::kFailed;
+  return JudgeRun(follower.run(),
+                  LibraryRecord{.accepted = record.at("accepted").get<bool>(),
+                                .restart_accepted =
+                                    record.at("reboot_performed").get<bool>()});
+}
+
+ExitCode RunUpdate(const Options& options) {
+  if (options.file.empty() == options.image.empty()) {
+    throw ToolError(ExitCode::kUsage,
+                    "Give either --file FILE or --image URI: what to install.");
+  }
+  RefusePasswordIn(options.image);
+  const Config rules = CheckRules(options.bmc);
+  const Json request = RequestFrom(options);
+  RunLog log(options.bmc.log, options.bmc.log_level);
+  log.Note(fmt::format("Run: update of {} with {}", options.bmc.bmc,
+                       options.file.empty() ? options.image : options.file));
+  const auto progress =
+      MakeProgress(ChooseStyle(options.quiet), rules.max_retries + 1);
+  Follower follower(log, *progress);
+  const CallResult result = CallLibrary(request, options.bmc.rules, follower);
+  progress->Finish();
+  const Verdict verdict = JudgeCall(result, follower);
+  log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
+                       verdict.headline));
+  PrintVerdict(verdict);
+  if (result.end == CallResult::End::kAnswered) {
+    PrintRecord(result.answer.at("ok"));
+  }
+  fmt::print("Log:     {}\n", Printable(log.path()));
+  return ExitCodeOf(verdict.outcome);
+}
+
+void AddImageOptions(CLI::App& command, Options& options) {
+  auto* file = command.add_option("--file", options.file,
+                                  "The update package to upload");
+  file->check(CLI::ExistingFile)->type_name("FILE");
+  auto* image = command.add_option(
+      "--image", options.image,
+      "URI of the package on a share or web server, for the BMC to fetch");
+  image->excludes(file)->type_name("URI");
+  command
+      .add_option("--share-user", options.share_user, "Account on the share")
+      ->needs(image)
+      ->type_name("NAME");
+  command
+      .add_option("--share-password-file", options.share_password_file,
+                  "Read the share's password from this file's first line")
+      ->needs(image)
+      ->type_name("FILE");
+  command
+      .add_flag("--verify-share-certificate", options.verify_share_certificate,
+                "Let the BMC check the share's certificate")
+      ->needs(image);
 }
 
 }  // namespace
@@ -74,10 +217,7 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
       app.add_subcommand("update", "Update the firmware of one server");
   const auto options = std::make_shared<Options>();
   AddBmcOptions(*command, options->bmc);
-  command->add_option("--file", options->file, "The update package to upload")
-      ->required()
-      ->check(CLI::ExistingFile)
-      ->type_name("FILE");
+  AddImageOptions(*command, *options);
   command
       ->add_option("--target", options->targets,
                    "Redfish URI of what to update; may be given several times")
@@ -86,7 +226,9 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
       ->add_option("--result", options->result,
                    "Write the library's record of the update to this file")
       ->type_name("FILE");
-  command->callback([options, &exit_code] { exit_code = Run(*options); });
+  command->add_flag("--quiet", options->quiet,
+                    "Show warnings and the outcome only");
+  command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });
 }
 
 }  // namespace quorvane::tool

@@ -69,7 +69,21 @@ Json Inventory(const Json& call) {
                     {"version", item.Version},
                     {"target_id", item.target_id}});
   }
-  return {{"read", read}, {"items", std::move(list)}};
+  return {{"read", read},
+          {"items", std::move(list)},
+          {"document", InventoryToJson(items)}};
+}
+
+Json Chassis(const Json& call) {
+  ChassisInfo info;
+  const bool read = FetchChassisInfo({.ip = call.at("bmc"),
+                                      .username = call.at("user"),
+                                      .password = call.at("password")},
+                                     info);
+  return {{"read", read},
+          {"Manufacturer", info.Manufacturer},
+          {"Model", info.Model},
+          {"Name", info.Name}};
 }
 
 // The loader's search path must have had its effect, or the wrong rules would
@@ -89,6 +103,7 @@ Json Answer(const Json& call) {
   const std::string name = call.at("call");
   if (name == "update") return Update(call);
   if (name == "inventory") return Inventory(call);
+  if (name == "chassis") return Chassis(call);
   throw std::runtime_error("Unknown call: " + name);
 }
 

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "tools/quorvane/commands.h"
+#include "tools/quorvane/report.h"
+#include "tools/quorvane/text.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+struct Options {
+  std::string log;
+  std::string html;
+  bool json = false;
+};
+
+std::string ReadLog(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text(std::istreambuf_iterator<char>(file), {});
+  if (!file.is_open() || file.bad()) {
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot read the log {} ({}); check its name and rights.",
+                    path, std::generic_category().message(errno)));
+  }
+  return text;
+}
+
+void WritePage(const std::string& path, const std::string& page) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file << page << std::flush;
+  if (!file) {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot write " + path +
+                        "; name a file in a folder that is there and yours.");
+  }
+}
+
+ExitCode RunReport(const Options& options) {
+  const Report report = ReadReport(ReadLog(options.log));
+  if (report.events.empty()) {
+    throw ToolError(ExitCode::kUsage,
+                    options.log +
+                        " holds no log of this library; give the "
+                        "file that --log named.");
+  }
+  if (!options.html.empty()) WritePage(options.html, HtmlReport(report));
+  if (options.json) {
+    fmt::print("{}\n", JsonReport(report));
+  } else if (options.html.empty()) {
+    fmt::print("{}", TextReport(report));
+  } else {
+    fmt::print("Report: {}\n", Printable(options.html));
+  }
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
+  auto* command = app.add_subcommand(
+      "report", "Tell from its log how a run went, finished or not");
+  const auto options = std::make_shared<Options>();
+  command->add_option("LOG", options->log, "The log of the run")
+      ->required()
+      ->type_name("");
+  command->add_option("--html", options->html, "Write a page with a time line")
+      ->type_name("FILE");
+  command->add_flag("--json", options->json, "Print the events as JSON");
+  command->callback([options, &exit_code] { exit_code = RunReport(*options); });
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/verdict.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/quorvane/text.h"
+
+namespace quorvane::tool {
+namespace {
+
+using Ending = PhaseRun::Ending;
+using Outcome = Verdict::Outcome;
+
+constexpr const char* kCompareVersions =
+    "Compare the versions with `quorvane inventory` once the machine is back.";
+
+std::string LastTask(const Run& run) {
+  const PhaseRun* task = run.Last(Phase::kTask);
+  return task == nullptr ? std::string() : task->uri;
+}
+
+std::string LookAtTask(const Run& run) {
+  const std::string task = LastTask(run);
+  return task.empty() ? std::string(kCompareVersions)
+                      : fmt::format("Ask the BMC with GET {}. {}", task,
+                                    kCompareVersions);
+}
+
+// "The upload to /a was answered 413: Too large."
+std::string CauseOf(const Refusal& refusal) {
+  std::string cause =
+      fmt::format("{} at {} was answered {}", NameOf(refusal.phase),
+                  refusal.uri, refusal.status);
+  return refusal.words.empty() ? cause + "." : cause + ": " + refusal.words;
+}
+
+Verdict LoginRefused(long status) {
+  return {Outcome::kLoginRefused,
+          fmt::format("The BMC refused the login (HTTP {}).", status),
+          {},
+          "Check user, password and the account's rights; more tries may lock "
+          "the account."};
+}
+
+Verdict JudgeRefusal(const Run& run) {
+  // The inventory comes first, so its refused login is the first cause.
+  if (run.login_refused != 0) return LoginRefused(run.login_refused);
+  if (!run.any_answer) {
+    return {Outcome::kUnreachable, "The BMC gave no answer to any request.",
+            run.transfer_failure,
+            "Check the address, the network and that the BMC is on."};
+  }
+  if (!run.first_refusal) {
+    return {Outcome::kFailed, "The BMC took the update nowhere.",
+            run.transfer_failure,
+            "The log tells each try; `quorvane report` shows them in order."};
+  }
+  const Refusal& refusal = *run.first_refusal;
+  if (refusal.status == 401 || refusal.status == 403) {
+    return LoginRefused(refusal.status);
+  }
+  const bool is_absent = refusal.status == 404 || refusal.status == 405;
+  return {Outcome::kFailed, "The BMC refused the update.", CauseOf(refusal),
+          is_absent
+              ? "No URI of the rules file takes an image on this BMC; look up "
+                "its UpdateService and add the URI, or use --image."
+              : "Mend what the BMC complains of and run the update again."};
+}
+
+Verdict JudgeBadTask(const Run& run, const PhaseRun& task) {
+  const std::string state = task.task.empty() ? "" : task.task.back().state;
+  const PhaseRun* restart = run.Last(Phase::kRestart);
+  return {
+      Outcome::kFailed,
+      fmt::format(
+          "The BMC's task ended in {}{}.", state,
+          restart != nullptr ? "; the system was restarted all the same" : ""),
+      run.task_words,
+      "Read the cause, then run the update again; the old firmware should "
+      "still be there."};
+}
+
+// Of the update's own task and of an activation's; nothing when it went well.
+std::optional<Verdict> JudgeTask(const Run& run, const PhaseRun& task) {
+  const bool restarted = run.Last(Phase::kRestart) != nullptr;
+  const char* all_the_same =
+      restarted ? "; the system was restarted all the same" : "";
+  switch (task.ending) {
+    case Ending::kBadly:
+      return JudgeBadTask(run, task);
+    case Ending::kTimedOut:
+      return Verdict{
+          Outcome::kUnknown,
+          fmt::format("The task did not end in the time that the rules give "
+                      "it{}.",
+                      all_the_same),
+          task.task.empty()
+              ? std::string("No poll brought a state.")
+              : fmt::format("Last state: {}.", task.task.back().state),
+          LookAtTask(run)};
+    case Ending::kMissing:
+      return Verdict{
+          Outcome::kUnknown,
+          fmt::format("The task vanished before half way{}.", all_the_same),
+          {},
+          LookAtTask(run)};
+    case Ending::kOpen:
+      return Verdict{Outcome::kUnknown,
+                     "Nobody saw how the task ended.",
+                     {},
+                     LookAtTask(run)};
+    default:
+      return std::nullopt;
+  }
+}
+
+Verdict JudgeRestart(const Run& run, const PhaseRun& restart) {
+  // One that got no answer may have restarted the system, whatever came later.
+  const bool no_answer =
+      std::any_of(restart.spans.begin(), restart.spans.end(),
+                  [](const Span& one) { return one.status == 0; });
+  if (no_answer) {
+    return {Outcome::kUnknown,
+            "The firmware was taken; a request to restart got no answer.",
+            run.transfer_failure, kCompareVersions};
+  }
+  return {Outcome::kFailed,
+          "The firmware was taken, but the BMC refused to restart the system.",
+          run.first_refusal ? CauseOf(*run.first_refusal) : std::string(),
+          "Restart the system by hand to bring the new firmware to work."};
+}
+
+Verdict JudgeEnd(const Run& run) {
+  const PhaseRun* restart = run.Last(Phase::kRestart);
+  if (restart != nullptr && restart->ending == Ending::kRefused) {
+    return JudgeRestart(run, *restart);
+  }
+  const PhaseRun* task = run.Last(Phase::kTask);
+  if (run.restart_left_out) {
+    const bool is_staged = task != nullptr && task->ending == Ending::kStaged;
+    return {is_staged ? Outcome::kStaged : Outcome::kDone,
+            is_staged ? "The firmware is staged; it is applied at the next "
+                        "restart of the system."
+                      : "The update is done; the rules want no restart.",
+            {},
+            is_staged ? "Restart the system when it suits." : ""};
+  }
+  for (const PhaseRun& one : run.phases) {
+    if (one.phase == Phase::kTask && one.ending == Ending::kGone) {
+      return {Outcome::kDone,
+              "The update is done as far as the BMC lets see: its task went "
+              "away past half way, as at a restart.",
+              {},
+              kCompareVersions};
+    }
+    if (one.phase == Phase::kTask && one.ending == Ending::kStaged) {
+      return {Outcome::kDone,
+              "The firmware was staged, and the restart that applies it is "
+              "under way.",
+              {},
+              kCompareVersions};
+    }
+  }
+  return {Outcome::kDone, "The update is done; the system restarts.", {}, ""};
+}
+
+// A run whose log or process ended before its time.
+std::optional<Verdict> JudgeBrokenRun(const Run& run) {
+  if (run.was_interrupted) {
+    return Verdict{
+        Outcome::kInterrupted, "The run was interrupted.", {}, LookAtTask(run)};
+  }
+  if (run.is_complete) return std::nullopt;
+  return Verdict{
+      Outcome::kUnknown,
+      fmt::format(
+          "The log breaks off in the phase {}.",
+          NameOf(run.phases.empty() ? Phase::kNone : run.phases.back().phase)),
+      {},
+      LookAtTask(run)};
+}
+
+}  // namespace
+
+Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
+  if (!run.is_update) {
+    return {Outcome::kNoUpdate, "The log holds no update.", {}, {}};
+  }
+  if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
+  if (!run.WasTaken() || (record && !record->accepted)) {
+    return JudgeRefusal(run);
+  }
+  const PhaseRun* activation = run.Last(Phase::kActivation);
+  if (activation != nullptr && activation->ending == Ending::kRefused) {
+    return {
+        Outcome::kFailed,
+        "The image was uploaded, but the BMC refused to activate it.",
+        run.first_refusal ? CauseOf(*run.first_refusal) : run.transfer_failure,
+        "Check that each --target is a URI that this BMC lists."};
+  }
+  for (const PhaseRun& one : run.phases) {
+    if (one.phase != Phase::kTask || one.task_of == Phase::kRestart) continue;
+    if (auto verdict = JudgeTask(run, one)) return *std::move(verdict);
+  }
+  if (run.named_no_task && run.Last(Phase::kTask) == nullptr) {
+    const PhaseRun* upload = run.Last(Phase::kUpload);
+    if (upload == nullptr) upload = run.Last(Phase::kBinaryUpload);
+    if (upload != nullptr && !upload->spans.empty() &&
+        upload->spans.back().status == 202) {
+      return {Outcome::kUnknown,
+              "The BMC took the image for later and named no task to follow.",
+              {},
+              kCompareVersions};
+    }
+  }
+  if (record && !run.restart_left_out && !record->restart_accepted) {
+    const PhaseRun* restart = run.Last(Phase::kRestart);
+    return JudgeRestart(run, restart == nullptr ? PhaseRun{} : *restart);
+  }
+  return JudgeEnd(run);
+}
+
+const char* NameOf(Verdict::Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kDone:
+      return "done";
+    case Outcome::kStaged:
+      return "staged";
+    case Outcome::kFailed:
+      return "failed";
+    case Outcome::kUnknown:
+      return "unknown";
+    case Outcome::kUnreachable:
+      return "unreachable";
+    case Outcome::kLoginRefused:
+      return "login refused";
+    case Outcome::kInterrupted:
+      return "interrupted";
+    case Outcome::kNoUpdate:
+      return "no update";
+  }
+  return "";
+}
+
+ExitCode ExitCodeOf(Verdict::Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kDone:
+    case Outcome::kStaged:
+    case Outcome::kNoUpdate:
+      return ExitCode::kDone;
+    case Outcome::kFailed:
+      return ExitCode::kFailed;
+    case Outcome::kUnreachable:
+    case Outcome::kLoginRefused:
+      return ExitCode::kUnreachable;
+    case Outcome::kInterrupted:
+      return ExitCode::kInterrupted;
+    case Outcome::kUnknown:
+      return ExitCode::kUnknown;
+  }
+  return ExitCode::kUnknown;
+}
+
+}  // namespace quorvane::tool
