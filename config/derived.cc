@@ -16,7 +16,7 @@ int RetryDelay(const Config& config, int attempt) {
   if (config.backoff_strategy != "exponential") return config.sleep_time;
   constexpr double kMost = std::numeric_limits<int>::max();
   return static_cast<int>(
-      std::min(std::ldexp(config.sleep_time, attempt), kMost));
+      std::clamp(std::ldexp(config.sleep_time, attempt), -kMost, kMost));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -40,26 +41,59 @@ std::string ReadFile(const std::string& path) {
   return text;
 }
 
-// Where a secret is named in `text`, or npos.
-std::size_t FindSecretKey(std::string_view text) {
-  std::size_t found = std::string_view::npos;
+constexpr auto kNone = std::string_view::npos;
+constexpr const char* kBlanks = " \t\r\n";
+
+std::string Lowered(std::string_view text) {
+  std::string lowered(text);
+  for (char& c : lowered) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lowered;
+}
+
+// The name of a secret: [start, end), or kNone twice.
+struct Name {
+  std::size_t start = kNone;
+  std::size_t end = kNone;
+};
+
+// The first one in lower-case `text` from `from` on.
+Name FindSecret(std::string_view text, std::size_t from) {
+  Name found;
   for (const std::string_view key : {"password", "token"}) {
-    found = std::min(found, text.find(key));
+    const std::size_t at = text.find(key, from);
+    if (at < found.start) found = {.start = at, .end = at + key.size()};
   }
   return found;
 }
 
-// What could not be read, for a person to find the place: a hundred bytes, and
-// none from where a password or token is named, be it just before the place.
+// Whether a member whose name ends at `at` is over and done with: its value is
+// one whole string, and something else has begun behind it.
+bool IsWholeMember(std::string_view text, std::size_t at) {
+  if (text.substr(at, 1) != "\"") return false;
+  at = text.find_first_not_of(kBlanks, at + 1);
+  if (at == kNone || text[at] != ':') return false;
+  at = text.find_first_not_of(kBlanks, at + 1);
+  if (at == kNone || text[at] != '"') return false;
+  for (++at; at < text.size() && text[at] != '"'; ++at) {
+    if (text[at] == '\\') ++at;
+  }
+  at = text.find_first_not_of(kBlanks, at + 1);
+  return at != kNone && (text[at] == ',' || text[at] == '}');
+}
+
+// What could not be read, for a person to find the place: a hundred bytes, none
+// of them a password or a token. Its name may stand in them, or before them.
 std::string_view Excerpt(std::string_view text, std::size_t position) {
   constexpr std::size_t kMost = 100;
-  const std::string_view before = text.substr(0, position);
-  const std::size_t member = before.find_last_of("\n,{");
-  const std::string_view broken_member =
-      member == std::string_view::npos ? before : before.substr(member);
-  if (FindSecretKey(broken_member) != std::string_view::npos) return {};
+  const std::string before = Lowered(text.substr(0, position));
+  for (Name name = FindSecret(before, 0); name.end != kNone;
+       name = FindSecret(before, name.end)) {
+    if (!IsWholeMember(before, name.end)) return {};
+  }
   const std::string_view excerpt = text.substr(position, kMost);
-  return excerpt.substr(0, FindSecretKey(excerpt));
+  return excerpt.substr(0, FindSecret(Lowered(excerpt), 0).start);
 }
 
 Config Validated(const cJSON* root, const std::string& path) {

@@ -22,9 +22,11 @@ std::string FolderOf(std::string_view file) {
 }
 
 std::string LibraryFolder() {
+  // Something that only this library can hold: an exported function's address
+  // may be that of a stub in the program that calls it.
+  static const char here = 0;
   Dl_info info{};
-  if (dladdr(reinterpret_cast<const void*>(&ResolveConfigPath), &info) != 0 &&
-      info.dli_fname != nullptr) {
+  if (dladdr(&here, &info) != 0 && info.dli_fname != nullptr) {
     return FolderOf(info.dli_fname);
   }
   std::array<char, 4096> name{};

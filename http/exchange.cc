@@ -37,7 +37,9 @@ void RefuseLineBreaks(const Headers& headers) {
     std::string shown = name;
     std::replace_if(
         shown.begin(), shown.end(),
-        [kForbidden](char c) { return kForbidden.find(c) != kForbidden.npos; },
+        [kForbidden](char c) {
+          return kForbidden.find(c) != std::string_view::npos;
+        },
         '?');
     throw std::runtime_error("Request header holds a line break or NUL: " +
                              shown);
@@ -47,7 +49,8 @@ void RefuseLineBreaks(const Headers& headers) {
 HeaderList MakeHeaderList(const Headers& headers) {
   HeaderList list;
   for (const auto& [name, value] : headers) {
-    const std::string line = name + ": " + value;
+    std::string line = name;
+    line.append(": ").append(value);
     curl_slist* longer = curl_slist_append(list.get(), line.c_str());
     if (longer == nullptr) throw std::bad_alloc();
     static_cast<void>(list.release());
@@ -71,9 +74,9 @@ bool StartsWithIgnoringCase(const std::string& line, std::string_view name) {
 }  // namespace
 
 void FreeRequestHeaders(CURL* handle) {
-  curl_slist* list = nullptr;
+  char* list = nullptr;
   if (curl_easy_getinfo(handle, CURLINFO_PRIVATE, &list) == CURLE_OK) {
-    curl_slist_free_all(list);
+    curl_slist_free_all(reinterpret_cast<curl_slist*>(list));
   }
 }
 
@@ -112,11 +115,16 @@ Exchange::Exchange(const ExchangeWords& words, const Call& call,
   Authenticate(call, credentials);
 }
 
-void Exchange::CheckSetUp(CURLcode code) {
-  if (code == CURLE_OK) return;
+void Exchange::CheckSetUp(CURLcode code) const {
   if (code == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
-  throw std::runtime_error(std::string("Request set-up failed: ") +
-                           curl_easy_strerror(code));
+  if (code != CURLE_OK) Fail(code);
+}
+
+void Exchange::Fail(CURLcode code) const {
+  const std::string failed =
+      std::string(words_.failed) + curl_easy_strerror(code);
+  LogError(kHttp, failed + " url=" + url_for_log_);
+  throw std::runtime_error(failed);
 }
 
 void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
@@ -172,14 +180,13 @@ Response Exchange::Perform(const std::string& details, const ImageFile* image) {
   if (failure_) std::rethrow_exception(failure_);
   if (code != CURLE_OK) {
     if (image != nullptr && image->HasFailed()) code = CURLE_READ_ERROR;
-    const std::string failed =
-        std::string(words_.failed) + curl_easy_strerror(code);
-    LogError(kHttp, failed + " url=" + url_for_log_);
-    throw std::runtime_error(failed);
+    Fail(code);
   }
   Response response;
   CheckSetUp(curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE,
                                &response.status_code));
+  // A promise that was not kept leaves room behind.
+  if (body_.capacity() / 2 > body_.size()) body_.shrink_to_fit();
   response.body = std::move(body_);
   response.content_type = std::move(header_capture_.content_type);
   response.location = std::move(header_capture_.location);

@@ -67,8 +67,9 @@ class Exchange {
     CheckSetUp(curl_easy_setopt(handle_.get(), option, value));
   }
 
-  /// @throws std::bad_alloc or std::runtime_error unless `code` is CURLE_OK.
-  static void CheckSetUp(CURLcode code);
+  /// @throws std::bad_alloc or, as `Perform`, std::runtime_error unless `code`
+  ///   is CURLE_OK.
+  void CheckSetUp(CURLcode code) const;
 
   /// Sends the request, logging before and after.
   /// @param details  What the first line says behind the URL.
@@ -90,6 +91,7 @@ class Exchange {
   void SetHeaders(const Headers& headers);
   void Authenticate(const Call& call, Credentials credentials);
   void ReserveBody();
+  [[noreturn]] void Fail(CURLcode code) const;
 
   static std::size_t AppendBody(char* bytes, std::size_t size,
                                 std::size_t count, void* exchange) noexcept;

@@ -50,13 +50,14 @@ void SetBody(Exchange& exchange, const std::string& body) {
 // A multipart form while libcurl reads it. Must go before its exchange does.
 class Form {
  public:
-  explicit Form(Exchange& exchange) : mime_(curl_mime_init(exchange.handle())) {
+  explicit Form(const Exchange& exchange)
+      : exchange_(exchange), mime_(curl_mime_init(exchange.handle())) {
     if (!mime_) throw std::bad_alloc();
   }
 
   void AddJson(const char* name, const std::string& json) {
     curl_mimepart* part = AddPart(name, kJson);
-    Exchange::CheckSetUp(
+    exchange_.CheckSetUp(
         curl_mime_data(part, json.c_str(), CURL_ZERO_TERMINATED));
   }
 
@@ -64,8 +65,8 @@ class Form {
                ImageFile& image) {
     curl_mimepart* part = AddPart(name.c_str(), kOctetStream);
     const std::string base_name = path.substr(path.rfind('/') + 1);
-    Exchange::CheckSetUp(curl_mime_filename(part, base_name.c_str()));
-    Exchange::CheckSetUp(curl_mime_data_cb(part, image.size(), ImageFile::Read,
+    exchange_.CheckSetUp(curl_mime_filename(part, base_name.c_str()));
+    exchange_.CheckSetUp(curl_mime_data_cb(part, image.size(), ImageFile::Read,
                                            ImageFile::Seek, nullptr, &image));
   }
 
@@ -79,11 +80,12 @@ class Form {
   curl_mimepart* AddPart(const char* name, const char* type) {
     curl_mimepart* part = curl_mime_addpart(mime_.get());
     if (part == nullptr) throw std::bad_alloc();
-    Exchange::CheckSetUp(curl_mime_name(part, name));
-    Exchange::CheckSetUp(curl_mime_type(part, type));
+    exchange_.CheckSetUp(curl_mime_name(part, name));
+    exchange_.CheckSetUp(curl_mime_type(part, type));
     return part;
   }
 
+  const Exchange& exchange_;
   std::unique_ptr<curl_mime, Deleter> mime_;
 };
 
@@ -142,6 +144,8 @@ Response HttpClient::patch_json(const std::string& url, const std::string& body,
                      password, auth_type},
                     Credentials::kOnlyWithUser);
   exchange.Set(CURLOPT_CUSTOMREQUEST, "PATCH");
+  // The verb stays at every redirect, and so must the body.
+  exchange.Set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
   SetBody(exchange, body);
   return exchange.Perform();
 }

@@ -77,7 +77,8 @@ std::vector<ChassisRecord> FetchRecords(const HttpClient& client,
     LogDebug(kChassis, "Chassis member response body: " + *body);
     const JsonPtr member = ParseJson(*body);
     if (!member) {
-      LogWarning(kChassis, "Failed to parse chassis member JSON for " + path);
+      LogWarning(kChassis,
+                 "Failed to parse chassis member JSON for " + RedactUri(path));
       continue;
     }
     records.push_back(
@@ -110,7 +111,7 @@ const ChassisRecord* Select(const std::vector<ChassisRecord>& records) {
     return nullptr;
   }
   LogInfo(kChassis, std::string("Found ") + told +
-                        " chassis info in member: " + found->path +
+                        " chassis info in member: " + RedactUri(found->path) +
                         " (Manufacturer: " + found->info.Manufacturer +
                         ", Model: " + found->info.Model +
                         ", Name: " + found->info.Name + ")");

@@ -39,16 +39,15 @@ Response GetInventoryCollection(const HttpClient& client, const Config& config,
     LogInfo(kInventory, "GET collection: " + UriForLog(url) + " (URI " +
                             std::to_string(i + 1) + "/" +
                             std::to_string(uris.size()) + ")");
-    std::string failure;
+    std::string failed = "URI failed: " + used_uri;
     try {
       Response answer = GetResource(client, url, config);
       if (answer.status_code == 200) return answer;
-      failure = "HTTP " + std::to_string(answer.status_code);
-    } catch (const std::runtime_error& error) {
-      failure = std::string("exception: ") + error.what();
+      failed += " (HTTP " + std::to_string(answer.status_code);
+    } catch (const std::runtime_error& failure) {
+      failed += std::string(" (exception: ") + failure.what();
     }
-    LogWarning(kInventory, "URI failed: " + used_uri + " (" + failure +
-                               "), trying next URI");
+    LogWarning(kInventory, failed + "), trying next URI");
   }
   return GetResource(client, base + used_uri, config);
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logging/redact.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string_view>
 
@@ -18,12 +19,43 @@ bool IsPort(std::string_view after_colon) {
   return end == kNone || after_colon.find_first_of("/?#", end) == end;
 }
 
+// Where the authority begins; kNone in a bare path.
+std::size_t AuthorityOf(const std::string& uri) {
+  constexpr const char* kSchemeCharacters =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+.-";
+  const std::size_t colon = uri.find_first_not_of(kSchemeCharacters);
+  const bool has_scheme = colon != kNone && uri.compare(colon, 2, ":/") == 0;
+  const std::size_t slashes = has_scheme ? colon + 1 : 0;
+  const std::size_t authority = uri.find_first_not_of('/', slashes);
+  return !has_scheme && authority == 1 ? kNone : authority;
+}
+
+// The quote at `at` with the backslashes before it, which JSON has that is
+// quoted within a JSON string; empty if there is none.
+std::string_view QuoteAt(std::string_view text, std::size_t at) {
+  const std::size_t quote = text.find_first_not_of('\\', at);
+  if (quote == kNone || text[quote] != '"') return {};
+  return text.substr(at, quote + 1 - at);
+}
+
+// Where a text ends that began after such a quote: at the first one like it. A
+// longer row of backslashes belongs to the text.
+std::size_t EndOfQuoted(std::string_view text, std::size_t start,
+                        std::string_view quote) {
+  for (std::size_t at = start; at < text.size(); ++at) {
+    if (text[at] != '"' && text[at] != '\\') continue;
+    const std::string_view found = QuoteAt(text, at);
+    if (found == quote) return at;
+    at = std::min(text.find_first_not_of('\\', at), text.size());
+  }
+  return text.size();
+}
+
 }  // namespace
 
 std::string RedactUri(const std::string& uri) {
-  const std::size_t scheme_end = uri.find("://");
-  if (scheme_end == kNone) return uri;
-  const std::size_t authority = scheme_end + 3;
+  const std::size_t authority = AuthorityOf(uri);
+  if (authority == kNone) return uri;
   const std::size_t authority_end = uri.find_first_of("/?#", authority);
   std::size_t at = uri.rfind('@', authority_end);
   const std::size_t colon = uri.find(':', authority);
@@ -33,12 +65,33 @@ std::string RedactUri(const std::string& uri) {
     at = uri.rfind('@');
     const bool bracketed = authority < uri.size() && uri[authority] == '[';
     if (at == kNone || at < authority || colon >= authority_end || bracketed ||
-        IsPort(std::string_view(uri).substr(colon + 1))) {
+        IsPort(std::string_view{uri}.substr(colon + 1))) {
       return uri;
     }
   }
   if (colon == kNone || colon > at) return uri;
   return uri.substr(0, colon + 1) + "<REDACTED>" + uri.substr(at);
+}
+
+std::string RedactAnswer(const std::string& body) {
+  constexpr std::string_view kKey = "Password";
+  std::string redacted;
+  std::size_t done = 0;
+  std::size_t at = body.find(kKey);
+  for (; at != kNone; at = body.find(kKey, at)) {
+    at += kKey.size();
+    const std::string_view quote = QuoteAt(body, at);
+    const std::size_t value =
+        body.find_first_not_of(": \t\r\n", at + quote.size());
+    if (quote.empty() || value == kNone || QuoteAt(body, value) != quote) {
+      continue;
+    }
+    const std::size_t start = value + quote.size();
+    redacted.append(body, done, start - done).append("<REDACTED>");
+    done = EndOfQuoted(body, start, quote);
+    at = done;
+  }
+  return redacted.append(body, done);
 }
 
 std::string UriForLog(const std::string& uri) { return MaskIP(RedactUri(uri)); }

@@ -2,7 +2,7 @@
 #include "support/json.h"
 
 #include <cerrno>
-#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -44,8 +44,8 @@ std::string Text(char* printed) {
 }  // namespace
 
 JsonPtr ParseJson(const std::string& text, std::size_t* error_position) {
-  // Not cJSON_GetErrorPtr: it is shared by all threads. The end pointer tells
-  // the same place.
+  // Not cJSON_GetErrorPtr: all threads share what it reads (and cJSON writes).
+  // The end pointer tells the same place.
   const char* end = text.c_str();
   JsonPtr tree = WithMemoryChecked(
       [&] { return JsonPtr(cJSON_ParseWithOpts(text.c_str(), &end, 0)); });
@@ -126,6 +126,17 @@ cJSON* AppendObject(cJSON* array) {
 
 std::string PrintJson(const cJSON* tree) {
   return Text(WithMemoryChecked([&] { return cJSON_Print(tree); }));
+}
+
+std::optional<std::string> PrintJsonWithin(const cJSON* tree,
+                                           std::size_t limit) {
+  std::string text(limit, '\0');
+  const bool printed =
+      cJSON_PrintPreallocated(const_cast<cJSON*>(tree), text.data(),
+                              static_cast<int>(limit), 1) != 0;
+  if (!printed) return std::nullopt;
+  text.resize(std::strlen(text.c_str()));
+  return text;
 }
 
 std::string PrintJsonUnformatted(const cJSON* tree) {

@@ -106,6 +106,11 @@ std::string PrintJson(const cJSON* tree);
 std::string PrintJsonUnformatted(const cJSON* tree);
 /// @}
 
+/// `PrintJson` of at most `limit` bytes; nothing when it takes more.
+/// Indentation makes a deeply nested document many times as long as it came.
+std::optional<std::string> PrintJsonWithin(const cJSON* tree,
+                                           std::size_t limit);
+
 }  // namespace quorvane
 
 #endif  // QUORVANE_SUPPORT_JSON_H_

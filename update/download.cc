@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
@@ -31,13 +32,16 @@ bool IsNamed(const std::string& path, const Descriptor& file) {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-// Removes what a run that died left behind; what a living one holds stays.
+// Removes what a run that died left behind, or a symbolic link that somebody
+// put there. What a living run holds stays, also if it took the name only while
+// this one was looking.
 bool RemoveLeftOver(const std::string& path) {
   const Descriptor old(
       open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-  if (old.IsOpen() && !IsLocked(old)) return false;
-  static_cast<void>(unlink(path.c_str()));
-  return true;
+  if (!old.IsOpen() && errno == ENOENT) return true;
+  const bool removable =
+      old.IsOpen() ? IsLocked(old) && IsNamed(path, old) : errno == ELOOP;
+  return removable && unlink(path.c_str()) == 0;
 }
 
 // The last segment of the URI without its query. Somebody else wrote it, but a
@@ -76,7 +80,9 @@ TemporaryImage::TemporaryImage(std::string path, Descriptor file)
     : path_(std::move(path)), file_(std::move(file)) {}
 
 TemporaryImage::~TemporaryImage() {
-  if (file_.IsOpen()) static_cast<void>(unlink(path_.c_str()));
+  if (file_.IsOpen() && IsNamed(path_, file_)) {
+    static_cast<void>(unlink(path_.c_str()));
+  }
 }
 
 std::optional<TemporaryImage> TemporaryImage::Create(const std::string& path) {

@@ -57,7 +57,8 @@ class SimpleUpdate {
     result_.http_status = answer.status_code;
     LogInfo(kUpdate, "SimpleUpdate HTTP status: " + status);
     if (answer.status_code >= 400 && !answer.body.empty()) {
-      LogInfo(kUpdate, "SimpleUpdate response body: " + answer.body);
+      LogInfo(kUpdate,
+              "SimpleUpdate response body: " + RedactAnswer(answer.body));
     }
     if (answer.status_code == 404) return ActionAbsent(at);
     switch (RuleFor(config_.activation_rules, answer.status_code)

@@ -62,9 +62,22 @@ class TaskMonitor {
     }
     LogInfo(kUpdate, told);
     result_.task_state = state;
-    LogInfo(kUpdate, "[RF-TASK] Task ID: " + result_.task_id +
-                         "\nResponse body:\n" + PrintJson(task.get()));
+    LogDocument(task.get(), body);
     return Decide(state);
+  }
+
+  void LogDocument(const cJSON* task, const std::string& body) const {
+    // Some times the length is plenty for any document but a hostile one.
+    constexpr std::size_t kMostKept = 1U << 26;
+    const auto text =
+        PrintJsonWithin(task, std::min(4 * body.size() + 4096, kMostKept));
+    const std::string told = "[RF-TASK] Task ID: " + result_.task_id;
+    if (text) {
+      LogInfo(kUpdate, told + "\nResponse body:\n" + RedactAnswer(*text));
+    } else {
+      LogDebug(kUpdate, "cJSON_Print failed, using raw body");
+      LogInfo(kUpdate, told + "  Response body: " + RedactAnswer(body));
+    }
   }
 
   // The decision table.
@@ -145,7 +158,7 @@ bool MonitorTask(const HttpClient& client, const Config& config,
                               ? result.task_uri
                               : BuildBaseUrl(config) + result.task_uri;
   const int interval = std::max(config.polling_interval, 1);
-  const int max_attempts = config.max_polling_time_seconds / interval;
+  const long long max_attempts = config.max_polling_time_seconds / interval;
   const std::string interval_told = std::to_string(interval) + "s";
   LogInfo(kUpdate, "[RF-UPDATE] Task created: " + RedactUri(result.task_uri));
   LogInfo(kUpdate, "[RF-UPDATE] Polling interval: " + interval_told);
@@ -153,7 +166,7 @@ bool MonitorTask(const HttpClient& client, const Config& config,
                        " (interval=" + interval_told + ")");
 
   TaskMonitor monitor(config, result);
-  for (int attempt = 1; attempt <= max_attempts; ++attempt) {
+  for (long long attempt = 1; attempt <= max_attempts; ++attempt) {
     LogInfo(kUpdate, "[RF-TASK] Polling task (attempt " +
                          std::to_string(attempt) + "/" +
                          std::to_string(max_attempts) + ")");

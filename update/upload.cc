@@ -2,6 +2,7 @@
 #include "update/upload.h"
 
 #include "config/derived.h"
+#include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "update/helpers.h"
 
@@ -17,7 +18,7 @@ class Upload {
     const std::string status = std::to_string(answer.status_code);
     result_.http_status = answer.status_code;
     LogInfo(kUpdate, name_ + " HTTP status: " + status);
-    LogInfo(kUpdate, name_ + " response body: " + answer.body);
+    LogInfo(kUpdate, name_ + " response body: " + RedactAnswer(answer.body));
     // Only an absent endpoint is settled before the rules are asked.
     if (answer.status_code == 404 || answer.status_code == 405) {
       return EndpointAbsent(status, at);

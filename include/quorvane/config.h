@@ -81,12 +81,12 @@ struct ChassisNameMapping {
 /// defaults do not replace; `LoadConfig` gives the rest.
 ///
 /// A rule table maps what was met (an HTTP status, RFC 9110 section 15; or a
-/// TaskState, case-sensitive) to what follows. Key 0 stands for a transfer
-/// that brought no answer at all.
+/// TaskState, case-sensitive) to what follows. In an upload as a form, an
+/// activation and a reset, key 0 stands for a transfer without any answer.
 struct Config {
   std::string auth_type;  ///< "basic" or "oauth"; "oauth" sends no credentials.
-  std::string username;   ///< BMC account (RFC 7617).
-  std::string password;   ///< Its password; never logged.
+  std::string username;   ///< BMC account (RFC 7617); file's default: "root".
+  std::string password;   ///< Never logged; file's default: "brindle".
   std::string token;      ///< Kept for "oauth"; no request sends it.
   std::string ip;    ///< IPv4 address or host name, with ":port" if needed.
   std::string ipv6;  ///< IPv6 address without brackets; used if `ip` is empty.

@@ -46,18 +46,23 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 ///
 /// A status such as 404 or 500 is an answer, returned and not thrown. Up to 30
 /// redirects are followed; a POST stays one at a 301, 302, 307 or 308 and
-/// becomes a GET at a 303. No proxy, `.netrc` or other environment is used.
-/// The certificate is not checked, since BMCs sign their own: use it on a
-/// network you trust.
+/// becomes a GET at a 303, as does a PUT; a PATCH always stays one. No proxy
+/// and no `.netrc` is used, whatever the environment says. (libcurl's TLS
+/// library alone heeds SSLKEYLOGFILE.) The certificate is not checked, since
+/// BMCs sign their own: use it on a network you trust.
 ///
 /// @throws std::runtime_error from every operation: the operation's words
-///   (e.g. "GET failed: ") and libcurl's reason when no answer arrived; a
-///   header name or value that holds CR, LF or NUL, by its name, before
-///   anything is sent. The text never holds the URL or the password.
+///   (e.g. "GET failed: ") and libcurl's reason when no answer arrived;
+///   "curl_easy_init failed"; a header name or value that holds CR, LF or NUL,
+///   by its name, before anything is sent. The text never holds the URL or the
+///   password.
 /// @throws std::bad_alloc when memory runs out.
 ///
 /// Requests may run on several threads at once, also on one client. Clients
-/// must not be created or destroyed while another thread uses libcurl.
+/// must not be created or destroyed while another thread uses libcurl, unless
+/// one client lives around all that: libcurl's process-wide state is counted.
+/// libcurl ignores SIGPIPE during a request and then puts back what it found;
+/// a program with requests on several threads ignores it itself.
 class QUORVANE_EXPORT HttpClient {
  public:
   HttpClient();   ///< Starts libcurl's process-wide state (counted).

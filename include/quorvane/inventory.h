@@ -36,7 +36,7 @@ struct InventoryItem {
 /// A member that cannot be read is left out, with a warning in the log.
 ///
 /// @param request  Read only; `ip` must not be empty.
-/// @param items    The caller's list; emptied first, filled on success.
+/// @param items    The caller's list; emptied, and filled on success.
 /// @return True when the collection was read, be it empty; false when the
 ///   login was refused (401, 403), a rule gave up or the retries ran out.
 /// @throws std::runtime_error when `request.ip` is empty, when the rules file

@@ -21,8 +21,8 @@ enum class LogLevel : std::int32_t {
   ERROR = 3,    ///< Something failed for good.
 };
 
-/// Writes lines to a file, and to the console on request or when there is no
-/// file. A line reads
+/// Writes lines to a file, and to the console on request, when there is no file
+/// and when the disk does not take a line. A line reads
 ///
 ///     [2024-05-01 13:07:09.042] [WARNING] [update] Upload returned 503, ...
 ///

@@ -9,7 +9,7 @@
 /// decides how an update recovers; see `quorvane/config.h`.
 ///
 /// Every call blocks and runs on the caller's thread; the library starts none.
-/// Nothing here retains a reference to an argument after the call returns.
+/// No call but `SetThreadLogger` retains what it is given.
 #ifndef QUORVANE_QUORVANE_H_
 #define QUORVANE_QUORVANE_H_
 

@@ -12,7 +12,8 @@
 
 namespace quorvane {
 
-/// What to update, and from where. The caller owns it; nothing is changed.
+/// What to update, and from where. The caller owns it; nothing is changed. No
+/// text may hold a NUL: what follows one is not sent.
 struct UpdateRequest {
   std::string bmc_ip;    ///< Address or host name, with ":port" if needed.
   std::string username;  ///< BMC account.
@@ -48,12 +49,13 @@ struct UpdateResponse {
 
 /// Updates the firmware of one server by the rules file beside the library:
 /// inventory, upload or SimpleUpdate with their fall-backs, the task, the
-/// activation, the restart. Blocks until the end, which may take an hour;
-/// every step stands in the log.
+/// activation, the restart. Blocks until the end, which may take hours; the
+/// rules file bounds it, and every step stands in the log.
 ///
 /// Credentials are sent as HTTP basic authentication, whatever the rules file
 /// says. Calls for different servers may run on several threads at once if an
-/// `HttpClient` lives around them all.
+/// `HttpClient` lives around them all. Two that must download an image of the
+/// same name at the same time do not both succeed: the file in /tmp is one.
 ///
 /// @return How it ended. A refusal, a failed task or a BMC that cannot be
 ///   reached is told here, not thrown.
@@ -72,7 +74,8 @@ QUORVANE_EXPORT std::string UpdateResponseToJson(
 
 /// Writes `UpdateResponseToJson` to `path`, over what is there. Folders are not
 /// made.
-/// @return Whether the whole text was written; if not, an error is logged.
+/// @return Whether the whole text was written; one that cannot be opened is
+///   logged as an error.
 QUORVANE_EXPORT bool SaveUpdateResponseJson(const std::string& path,
                                             const UpdateResponse& response);
 
