@@ -25,8 +25,9 @@ Json Head(const std::string& path, const std::string& type,
 Json Collection(std::string_view path, const std::string& kind,
                 const std::vector<std::string>& ids) {
   Json members = Json::array();
-  for (const std::string& id : ids)
+  for (const std::string& id : ids) {
     members.push_back(Link(MemberPath(path, id)));
+  }
   return {{"@odata.id", path},
           {"@odata.type", '#' + kind + "Collection." + kind + "Collection"},
           {"Name", kind + " Collection"},
