@@ -12,6 +12,19 @@
 
 namespace quorvane::tool {
 
+void RefusePasswordArgument(CLI::App& command, const std::string& option) {
+  command
+      .add_option_function<std::string>(
+          option,
+          [option](const std::string& /*password*/) {
+            throw ToolError(ExitCode::kUsage,
+                            "A password in an argument shows in every process "
+                            "list; give " +
+                                option + "-file FILE instead.");
+          })
+      ->group("");
+}
+
 void AddBmcOptions(CLI::App& command, BmcOptions& options) {
   command
       .add_option("--bmc", options.bmc,
@@ -37,6 +50,7 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       .add_option("--log", options.log,
                   "Append the log to this file; else a private one is made")
       ->type_name("FILE");
+  RefusePasswordArgument(command, "--password");
   const std::map<std::string, LogLevel> levels = {
       {"debug", LogLevel::DEBUG},
       {"info", LogLevel::INFO},

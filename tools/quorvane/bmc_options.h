@@ -24,6 +24,10 @@ struct BmcOptions {
 /// Declares the options on `command`; `options` must outlive it.
 void AddBmcOptions(CLI::App& command, BmcOptions& options);
 
+/// Declares an option that is on no help page and always explains that
+/// passwords come from files, so that one typed out of habit is not printed.
+void RefusePasswordArgument(CLI::App& command, const std::string& option);
+
 /// From where the options say, else typed on the terminal.
 /// @throws ToolError
 std::string ReadPassword(const BmcOptions& options);

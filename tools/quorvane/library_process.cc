@@ -89,18 +89,13 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  /// How it ended, in words; empty when it ended well.
-  std::string Wait() {
+  /// Its status as of waitpid(2).
+  int Wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
     }
     pid_ = 0;
-    if (WIFSIGNALED(status)) {
-      return fmt::format("signal {}", WTERMSIG(status));
-    }
-    return WEXITSTATUS(status) == 0
-               ? std::string()
-               : fmt::format("exit status {}", WEXITSTATUS(status));
+    return status;
   }
 
  private:
@@ -159,6 +154,20 @@ pid_t Spawn(const WorkerPipes& pipes, const SignalInbox& signals,
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) CannotStart(error);
   return pid;
+}
+
+// Empty when it ended well.
+std::string HowItEnded(int status) {
+  if (WIFSIGNALED(status)) return fmt::format("signal {}", WTERMSIG(status));
+  return WEXITSTATUS(status) == 0
+             ? std::string()
+             : fmt::format("exit status {}", WEXITSTATUS(status));
+}
+
+// Ctrl-C reaches the child as well, and its end may be seen first.
+bool WasInterrupted(int status) {
+  return WIFSIGNALED(status) &&
+         (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGHUP);
 }
 
 // Reads the child's three pipes until the last is closed.
@@ -263,7 +272,13 @@ CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
     return result;
   }
   listener.OnQuiet();
-  result.how = child.Wait();
+  const int status = child.Wait();
+  if (WasInterrupted(status)) {
+    signals.TakeAll();
+    result.end = CallResult::End::kInterrupted;
+    return result;
+  }
+  result.how = HowItEnded(status);
   PassOn(listening.errors());
   result.answer = nlohmann::json::parse(listening.answer(), nullptr, false);
   if (result.how.empty() && result.answer.is_object()) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "quorvane/config.h"
 #include "tools/quorvane/commands.h"
@@ -18,9 +19,10 @@
 namespace quorvane::tool {
 namespace {
 
-std::string ReadText(const std::string& path) {
+std::vector<Finding> LintFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  if (!file) return {};  // loading has told why
+  return LintRules(std::string(std::istreambuf_iterator<char>(file), {}));
 }
 
 // Also where the library's own words give no place, the findings do.
@@ -33,9 +35,9 @@ ExitCode CheckFile(const std::string& path) {
     fmt::print("{}: does not load: {}\n", Printable(path),
                Printable(error.what()));
   }
-  for (const Finding& finding : LintRules(ReadText(path))) {
+  for (const Finding& finding : LintFile(path)) {
     if (code == ExitCode::kDone) code = ExitCode::kFailed;
-    fmt::print("{}:{}:{}: {}.\n", Printable(path), finding.place.line,
+    fmt::print("{}:{}:{}: {}\n", Printable(path), finding.place.line,
                finding.place.column, Printable(finding.text));
   }
   if (code == ExitCode::kDone) {

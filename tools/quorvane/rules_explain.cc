@@ -299,7 +299,8 @@ class Explanation {
     Uris(rules_.reboot_uri);
     Rules(rules_.reboot_rules, std::string("any other: ") +
                                    Meaning(RebootAction::manual_intervention));
-    AtMost(longest_.restart, "\n");
+    AtMost(longest_.restart);
+    Line("");
   }
 
   const Config& rules_;

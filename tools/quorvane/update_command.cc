@@ -204,6 +204,7 @@ void AddImageOptions(CLI::App& command, Options& options) {
                   "Read the share's password from this file's first line")
       ->needs(image)
       ->type_name("FILE");
+  RefusePasswordArgument(command, "--share-password");
   command
       .add_flag("--verify-share-certificate", options.verify_share_certificate,
                 "Let the BMC check the share's certificate")

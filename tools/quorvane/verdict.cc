@@ -33,7 +33,7 @@ std::string LookAtTask(const Run& run) {
 std::string CauseOf(const Refusal& refusal) {
   std::string cause =
       fmt::format("{} at {} was answered {}", NameOf(refusal.phase),
-                  refusal.uri, refusal.status);
+                  PathOf(refusal.uri), refusal.status);
   return refusal.words.empty() ? cause + "." : cause + ": " + refusal.words;
 }
 
@@ -167,12 +167,42 @@ Verdict JudgeEnd(const Run& run) {
   return {Outcome::kDone, "The update is done; the system restarts.", {}, ""};
 }
 
+// What the BMC goes on with is what matters now.
+Verdict JudgeInterruption(const Run& run) {
+  const Phase phase =
+      run.phases.empty() ? Phase::kNone : run.phases.back().phase;
+  switch (phase) {
+    case Phase::kNone:
+    case Phase::kInventory:
+    case Phase::kDownload:
+      return {Outcome::kInterrupted,
+              "Interrupted before the BMC was asked to change anything.",
+              {},
+              {}};
+    case Phase::kTask:
+      return {Outcome::kInterrupted,
+              fmt::format("Interrupted; the BMC goes on with its task {}.",
+                          LastTask(run)),
+              {},
+              LookAtTask(run)};
+    case Phase::kRestart:
+      return {Outcome::kInterrupted,
+              "Interrupted while the system was asked to restart; it may.",
+              {},
+              LookAtTask(run)};
+    default:
+      return {Outcome::kInterrupted,
+              fmt::format("Interrupted in the phase {}; the BMC may go on with "
+                          "what it has been sent.",
+                          NameOf(phase)),
+              {},
+              "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
+  }
+}
+
 // A run whose log or process ended before its time.
 std::optional<Verdict> JudgeBrokenRun(const Run& run) {
-  if (run.was_interrupted) {
-    return Verdict{
-        Outcome::kInterrupted, "The run was interrupted.", {}, LookAtTask(run)};
-  }
+  if (run.was_interrupted) return JudgeInterruption(run);
   if (run.is_complete) return std::nullopt;
   return Verdict{
       Outcome::kUnknown,

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every option has its place in the manual and in the completion.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+
+#include "tools/quorvane/rules_schema.h"
+#include "tools/quorvane/tool.h"
+
+namespace quorvane::tool {
+namespace {
+
+std::string Source(const std::string& path) {
+  std::ifstream file(QUORVANE_SOURCE_DIR "/" + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool Holds(const std::string& text, const std::string& pattern) {
+  return std::regex_search(text, std::regex(pattern));
+}
+
+// The long options, hidden ones aside, and the commands ("rules check").
+void Collect(const CLI::App& app, const std::string& prefix,
+             std::set<std::string>& options, std::set<std::string>& commands) {
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->get_group().empty()) continue;
+    for (const std::string& name : option->get_lnames()) options.insert(name);
+  }
+  for (const CLI::App* command : app.get_subcommands({})) {
+    const std::string name = prefix + command->get_name();
+    if (command->get_subcommands({}).empty()) commands.insert(name);
+    Collect(*command, name + " ", options, commands);
+  }
+}
+
+TEST(Documents, NameEveryOptionAndCommand) {
+  ExitCode exit_code = ExitCode::kDone;
+  std::set<std::string> options;
+  std::set<std::string> commands;
+  Collect(*MakeApp(exit_code), "", options, commands);
+  EXPECT_GT(options.size(), 20U);
+  EXPECT_GE(commands.size(), 8U);
+  const std::string manual = Source("docs/man/quorvane.1.md");
+  const std::string completion = Source("tools/quorvane/completion.bash");
+  for (const std::string& option : options) {
+    EXPECT_TRUE(Holds(manual, "\n[*][*]\\\\-\\\\-" + option + "[*][*]"))
+        << option;
+    EXPECT_TRUE(Holds(completion, "--" + option + "[ \"\n]")) << option;
+  }
+  for (const std::string& command : commands) {
+    EXPECT_TRUE(Holds(manual, "\n[*][*]" + command + "[*][*]\n")) << command;
+    const std::string name = command.substr(command.find(' ') + 1);
+    EXPECT_TRUE(Holds(completion, "[ \"]" + name + "[ \"]")) << command;
+  }
+}
+
+void CollectKeys(const nlohmann::ordered_json& schema,
+                 std::set<std::string>& keys) {
+  if (!schema.is_structured()) return;
+  if (schema.contains("properties")) {
+    for (const auto& [key, value] : schema.at("properties").items()) {
+      if (key != "$schema") keys.insert(key);
+    }
+  }
+  for (const auto& value : schema) CollectKeys(value, keys);
+}
+
+TEST(Documents, NameEveryKeyOfTheRules) {
+  std::set<std::string> keys;
+  CollectKeys(RulesSchema(), keys);
+  EXPECT_GT(keys.size(), 30U);
+  const std::string manual = Source("docs/man/brindle.config.json.5.md");
+  for (const std::string& key : keys) {
+    EXPECT_TRUE(Holds(manual, "[*. ]" + key + "[* \n]")) << key;
+  }
+}
+
+}  // namespace
+}  // namespace quorvane::tool

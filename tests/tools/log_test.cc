@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is read from a log, and what is shown of it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/tools/log_text.h"
+#include "tools/quorvane/progress.h"
+#include "tools/quorvane/report.h"
+#include "tools/quorvane/text.h"
+
+namespace quorvane::tool {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string WholeLog() {
+  return LogOf(
+      kStart + kUploading +
+      Messages{"D [http] MULTIPART POST https://192.0.2.7/up1 file=/tmp/f",
+               "D [http] MULTIPART POST https://192.0.2.7/up1 -> HTTP 503",
+               "Upload HTTP status: 503",
+               "Upload response body: <b>busy\x1b[2J",
+               "W Upload returned 503, retrying with backoff",
+               "Retrying in 5s (attempt 1/3)"} +
+      kWatching + kCompleted + kRestarting +
+      Messages{"Reboot HTTP status: 204"} + kEnd);
+}
+
+std::vector<std::string> MessagesIn(const std::string& log, std::size_t piece,
+                                    bool end_bursts) {
+  std::vector<std::string> messages;
+  RecordReader reader([&](const Record& record) {
+    messages.push_back(record.component + "|" + record.message);
+  });
+  for (std::size_t at = 0; at < log.size(); at += piece) {
+    reader.Feed(std::string_view(log).substr(at, piece));
+    if (end_bursts) reader.EndOfBurst();
+  }
+  reader.EndOfLog();
+  return messages;
+}
+
+TEST(Records, AreTheSameInPiecesOfAnySize) {
+  const std::string log = "noise\n" + WholeLog();
+  const auto whole = MessagesIn(log, log.size(), false);
+  EXPECT_EQ(whole.front(), "tool|Run: update of 192.0.2.7 with firmware.blx");
+  EXPECT_THAT(whole, testing::Contains(
+                         "update|Upload response body: {\n  \"Id\": \"1\"\n}"));
+  for (const std::size_t piece : {1U, 2U, 7U, 1000U}) {
+    EXPECT_EQ(MessagesIn(log, piece, false), whole) << piece;
+  }
+}
+
+TEST(Records, AQuietWriterEndsARecordButNeverALine) {
+  const std::string log = LogOf({"one\nmore", "two"});
+  EXPECT_THAT(MessagesIn(log, 1, true),
+              ElementsAre("update|one", "update|two"));
+}
+
+TEST(Records, OtherLinesBeginNone) {
+  for (const char* line : {"", "[", "[2024-05-01 13:07:09.042]",
+                           "[2024-05-01 13:07:09.042] [INFO]",
+                           "[2024-05-01T13:07:09.042] [INFO   ] x",
+                           "2024-05-01 13:07:09.042 [INFO   ] x",
+                           "[2024-05-01 13:07:09.04x] [INFO   ] x"}) {
+    EXPECT_FALSE(RecordFrom(line)) << line;
+  }
+  const auto bare = RecordFrom("[2024-05-01 13:07:09.042] [ERROR  ] [RF] x");
+  ASSERT_TRUE(bare);
+  EXPECT_EQ(bare->component, "");
+  EXPECT_EQ(bare->message, "[RF] x");
+}
+
+TEST(Report, OfALogCutOffAnywhereIsOneAndNeverClaimsSuccess) {
+  const std::string log = WholeLog();
+  const std::size_t summary = log.find("========== FIRMWARE UPDATE SUMMARY");
+  for (std::size_t length = 0; length < log.size(); ++length) {
+    const Report report = ReadReport(log.substr(0, length));
+    const bool is_done = report.verdict.outcome == Verdict::Outcome::kDone;
+    ASSERT_TRUE(!is_done || length > summary) << length;
+    ASSERT_THAT(TextReport(report), HasSubstr("Outcome: ")) << length;
+    ASSERT_THAT(HtmlReport(report), testing::EndsWith("</html>\n")) << length;
+    ASSERT_TRUE(nlohmann::json::accept(JsonReport(report))) << length;
+  }
+  EXPECT_EQ(ReadReport(log).verdict.outcome, Verdict::Outcome::kDone);
+}
+
+TEST(Report, TellsPhasesWaitsAndAnswers) {
+  const Report report = ReadReport(WholeLog());
+  ASSERT_EQ(report.run.phases.size(), 4U);
+  const PhaseRow upload = RowOf(report.run.phases[1]);
+  EXPECT_EQ(upload.name, "Upload");
+  EXPECT_EQ(upload.asked, "2 requests, URI 1 of 2");
+  EXPECT_EQ(upload.answered, "503, 202");
+  EXPECT_EQ(upload.waited, "1 s");  // the log says 5, its clock goes on by 1
+  EXPECT_EQ(upload.ended, "granted");
+  EXPECT_THAT(RowOf(report.run.phases[2]).answered,
+              HasSubstr("Completed 100 %"));
+  EXPECT_EQ(report.run.phases[1].attempt, 2);
+}
+
+TEST(Report, OfSeveralRunsTellsTheLast) {
+  const std::string once = LogOf(kStart + kUploading + kEnd);
+  const Report report = ReadReport(once + once + WholeLog());
+  EXPECT_EQ(report.run.earlier_runs, 2);
+  EXPECT_EQ(report.verdict.outcome, Verdict::Outcome::kDone);
+}
+
+TEST(Report, PageNeedsNoNetworkAndLetsNoMarkupThrough) {
+  const std::string page = HtmlReport(ReadReport(
+      LogOf(kStart + kUploading +
+            Messages{"Upload HTTP status: 400",
+                     "Upload response body: <script>alert('1')</script>\x1b[2J",
+                     "W <img src=x onerror=y>"} +
+            kEnd)));
+  EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(page, HasSubstr("prefers-color-scheme: dark"));
+  EXPECT_THAT(page, HasSubstr("&lt;script&gt;"));
+  for (const char* absent : {"<script", "<img", "\x1b", "src=\"", "href="}) {
+    EXPECT_THAT(page, Not(HasSubstr(absent)));
+  }
+}
+
+struct TextCase {
+  const char* name;
+  std::string text, shown;
+};
+class PrintableText : public testing::TestWithParam<TextCase> {};
+TEST_P(PrintableText, Shows) {
+  EXPECT_EQ(Printable(GetParam().text), GetParam().shown);
+}
+INSTANTIATE_TEST_SUITE_P(Escapes, PrintableText,
+                         testing::ValuesIn(std::vector<TextCase>{
+                             {"plain_and_umlaut", "a \xc3\xbc \xe2\x82\xac",
+                              "a \xc3\xbc \xe2\x82\xac"},
+                             {"escape_sequence", "\x1b[2J", "\\x1b[2J"},
+                             {"line_breaks_and_nul",
+                              std::string("a\n\r\t\0b", 6),
+                              "a\\n\\x0d\\x09\\x00b"},
+                             {"delete_and_c1",
+                              "\x7f\xc2\x9b"
+                              "31m",
+                              "\\x7f\\x9b31m"},
+                             {"bidi",
+                              "\xe2\x80\xae"
+                              "x\xe2\x81\xa6\xd8\x9c",
+                              "\\u202ex\\u2066\\u061c"},
+                             {"line_separator_and_bom",
+                              "\xe2\x80\xa8\xef\xbb\xbf", "\\u2028\\ufeff"},
+                             {"no_utf8", "\xff\xc0\x80\xed\xa0\x80\xe2\x82",
+                              "\\xff\\xc0\\x80\\xed\\xa0\\x80\\xe2\\x82"},
+                         }),
+                         [](const auto& row) { return row.param.name; });
+
+TEST(Excerpts, AreCutBetweenCharacters) {
+  EXPECT_EQ(Excerpt("abc", 3), "abc");
+  EXPECT_EQ(Excerpt("ab\xc3\xbc", 3), "ab...");
+  EXPECT_EQ(Duration(0.25), "0.2 s");
+  EXPECT_EQ(Duration(125), "2 min 5 s");
+  EXPECT_EQ(Duration(3600), "1 h");
+  EXPECT_EQ(Duration(90000), "1 d 1 h");
+}
+
+// A row: the log so far, and the live block 12 seconds later.
+TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
+  const auto block = [](const Messages& messages, std::size_t columns) {
+    const Report report = ReadReport(LogOf(messages));
+    return LiveBlock(report.run, 4, report.run.end + 12, columns);
+  };
+  const Messages retrying =
+      kStart + kUploading +
+      Messages{"Upload HTTP status: 503", "Retrying in 20s (attempt 2/3)"};
+  EXPECT_THAT(block(retrying, 80),
+              ElementsAre("Upload       URI 1 of 2, attempt 3 of 4  /up1",
+                          "next try in 8 s of 20 s", "elapsed 21 s"));
+  EXPECT_THAT(
+      block(kStart + kUploading + kWatching, 80),
+      ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
+                  "[################------------------------]  40 %  Running",
+                  "next poll in 18 s of 30 s", "elapsed 27 s"));
+  for (const std::string& line : block(retrying, 20)) {
+    EXPECT_LT(line.size(), 20U) << line;
+  }
+}
+
+}  // namespace
+}  // namespace quorvane::tool
