@@ -388,7 +388,7 @@ TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
   const std::string timed_out = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
   const std::vector<Reply> slow = {
       {.delay = std::chrono::seconds(2)},
-      {.body = std::string(1000, 'x'), .fault = Fault::kSlowDrip}};
+      {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}};
   for (const Reply& reply : slow) {
     AlwaysAnswer(reply);
     for (const Operation& operation : Operations()) {
