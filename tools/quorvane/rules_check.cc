@@ -96,7 +96,7 @@ class Lint {
     }
     if (node.type == Type::kObject) CheckMembers(schema, node, name);
     if (node.type == Type::kArray && schema.contains("items")) {
-      for (const RulesNode& element : node.elements) {
+      for (const RulesNode& element : node.children) {
         CheckAgainst(schema.at("items"), element, "An entry of " + name);
       }
     }
@@ -125,22 +125,22 @@ class Lint {
     std::set<std::string> seen;
     const auto properties = schema.find("properties");
     const auto others = schema.find("additionalProperties");
-    for (const RulesNode::Member& member : node.members) {
+    for (const RulesNode& member : node.children) {
       const std::string quoted = fmt::format("\"{}\"", member.name);
       if (!seen.insert(member.name).second) {
-        Find(member.place,
+        Find(member.name_place,
              quoted + " stands here again; only the first counts");
       }
       if (properties != schema.end() && properties->contains(member.name)) {
-        CheckAgainst(properties->at(member.name), member.value, quoted);
+        CheckAgainst(properties->at(member.name), member, quoted);
       } else if (others != schema.end() && others->is_object()) {
-        CheckAgainst(*others, member.value, quoted);
+        CheckAgainst(*others, member, quoted);
       } else if (properties != schema.end()) {
         std::vector<std::string> known;
         for (const auto& [key, value] : properties->items()) {
           known.push_back(key);
         }
-        Find(member.place,
+        Find(member.name_place,
              fmt::format("{} has no key {}; it is ignored{}", name, quoted,
                          DidYouMean(known, member.name)));
       }
@@ -249,10 +249,10 @@ class Lint {
 
   void FindIdle(const RulesNode& rules, const char* status, const char* why,
                 const char* effect = "no effect") {
-    for (const RulesNode::Member& rule : rules.members) {
+    for (const RulesNode& rule : rules.children) {
       if (rule.name == status) {
-        Find(rule.place, fmt::format("The rule for {} has {} here: {}", status,
-                                     effect, why));
+        Find(rule.name_place, fmt::format("The rule for {} has {} here: {}",
+                                          status, effect, why));
         return;
       }
     }
@@ -269,14 +269,14 @@ class Lint {
   }
 
   void CheckStatuses(const RulesNode& rules) {
-    for (const RulesNode::Member& rule : rules.members) {
+    for (const RulesNode& rule : rules.children) {
       const std::string& name = rule.name;
       const bool is_status =
           name == "0" ||
           (name.size() == 3 && name[0] >= '1' && name[0] <= '5' &&
            name.find_first_not_of("0123456789") == std::string::npos);
       if (!is_status) {
-        Find(rule.place,
+        Find(rule.name_place,
              fmt::format("\"{}\" is no HTTP status; write three digits, or 0 "
                          "for a request that gets no answer",
                          name));
@@ -312,10 +312,10 @@ class Lint {
         "New",     "Starting",   "Running",   "Suspended", "Interrupted",
         "Pending", "Stopping",   "Completed", "Killed",    "Exception",
         "Service", "Cancelling", "Cancelled"};
-    for (const RulesNode::Member& rule : states.members) {
+    for (const RulesNode& rule : states.children) {
       if (std::find(kStates.begin(), kStates.end(), rule.name) ==
           kStates.end()) {
-        Find(rule.place,
+        Find(rule.name_place,
              fmt::format("\"{}\" is no TaskState of Redfish{}", rule.name,
                          DidYouMean(kStates, rule.name)));
       }

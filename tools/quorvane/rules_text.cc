@@ -110,12 +110,11 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
   RulesNode& Add(RulesNode node) {
     if (open_.empty()) return result_.root = std::move(node);
     RulesNode& parent = *open_.back();
-    if (parent.type == Type::kArray) {
-      return parent.elements.emplace_back(std::move(node));
+    if (parent.type == Type::kObject) {
+      node.name = key_;
+      node.name_place = key_place_;
     }
-    return parent.members
-        .emplace_back(RulesNode::Member{key_, key_place_, std::move(node)})
-        .value;
+    return parent.children.emplace_back(std::move(node));
   }
 
   bool Scalar(Type type, std::string value = {}, double number = 0) {
@@ -155,11 +154,12 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
-const RulesNode* RulesNode::Find(std::string_view name) const {
-  const auto found =
-      std::find_if(members.begin(), members.end(),
-                   [name](const Member& one) { return one.name == name; });
-  return found == members.end() ? nullptr : &found->value;
+const RulesNode* RulesNode::Find(std::string_view member_name) const {
+  if (type != Type::kObject) return nullptr;
+  const auto found = std::find_if(
+      children.begin(), children.end(),
+      [member_name](const RulesNode& one) { return one.name == member_name; });
+  return found == children.end() ? nullptr : &*found;
 }
 
 RulesText ParseRulesText(std::string_view text) {

@@ -27,22 +27,17 @@ struct RulesNode {
     kArray,
     kObject
   };
-  struct Member;
   Type type = Type::kNull;
   Place place = {};
-  std::string text = {};             ///< Of a string.
-  double number = 0;                 ///< Of a number.
-  std::vector<Member> members = {};  ///< In the order of the file.
-  std::vector<RulesNode> elements = {};
+  std::string name = {};  ///< Of a member: its key, and
+  Place name_place = {};  ///< where that is.
+  std::string text = {};  ///< Of a string.
+  double number = 0;      ///< Of a number.
+  /// Of an object its members, of an array its elements, as the file has them.
+  std::vector<RulesNode> children = {};
 
   /// The first member of that name, which is the one that counts; or null.
-  [[nodiscard]] const RulesNode* Find(std::string_view name) const;
-};
-
-struct RulesNode::Member {
-  std::string name;
-  Place place = {};
-  RulesNode value = {};
+  [[nodiscard]] const RulesNode* Find(std::string_view member_name) const;
 };
 
 struct RulesText {
