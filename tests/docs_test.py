@@ -1,0 +1,179 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Holds docs/ against the sources: no message, key or action without a word on
+the page, none on the page that the sources do not have, and every complete
+rules file in the pages loads.
+
+Usage: docs_test.py SOURCE_FOLDER QUORVANE_PROGRAM
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(sys.argv[1])
+FOLDERS = ("config", "http", "inventory", "logging", "support", "update")
+faults = []
+
+# Texts of INFO and DEBUG lines that do not stand in the call itself.
+CALM_FIELDS = ("asking", "next", "phase", "sent", "trying")
+CALM = {
+    "DEBUG  ", "INFO   ", "ERROR  ", " path=", " file=", " size=",
+    "] [INFO   ] [logger] === Logger initialised  level=",
+    "[%s] [INFO   ] [logger] === Logger shutdown ===\n",
+    "Normalized chassis name to: ", " (name pattern: ", ", model pattern: ",
+    "[RF-TASK] State: ", "  PercentComplete: ", "[RF-TASK] Task ID: ",
+    "Exception -- upload retry needed", "Cancelled -- upload restart needed",
+    "Interrupted -- last chunk retry needed",
+}
+
+TOKEN = re.compile(
+    r'//[^\n]*|^[ \t]*#[^\n]*'
+    r'|(?P<raw>R"(?P<delim>[^(\s]*)\((?P<rawtext>.*?)\)(?P=delim)")'
+    r'|"(?P<text>(?:[^"\\\n]|\\.)*)"'
+    r"|'(?P<char>[^'\\]|\\.)'(?![0-9])"
+    r'|(?P<word>[A-Za-z_]\w*)|(?P<other>\S)', re.M | re.S)
+
+
+def unescape(text):
+    return re.sub(r'\\(u[0-9a-fA-F]{4}|.)', lambda m: {
+        "n": "\n", "t": "\t", "r": "\r", "0": "\0"}.get(
+            m[1], chr(int(m[1][1:], 16)) if len(m[1]) == 5 else m[1]), text)
+
+
+def literals(source):
+    """(text, calm) of each literal; calm: it is an argument of LogInfo or
+    LogDebug, or stands in a field that only they use."""
+    words, depth, calm_depth, found = [], 0, None, []
+    glued = False  # adjacent literals are one
+    for token in TOKEN.finditer(source):
+        text = token["rawtext"] if token["raw"] else token["text"]
+        if text is not None or token["char"]:
+            if text is None:
+                text = token["char"]
+            text = text if token["raw"] else unescape(text)
+            calm = calm_depth is not None or (
+                words[-1:] == ["="] and words[-3:-2] == ["."]
+                and words[-2] in CALM_FIELDS)
+            if glued:
+                found[-1] = (found[-1][0] + text, found[-1][1])
+            else:
+                found.append((text, calm))
+            glued = True
+            continue
+        word = token["word"] or token["other"]
+        if word is None:
+            continue
+        glued = False
+        if word == "(":
+            depth += 1
+            if calm_depth is None and words[-1] in ("LogInfo", "LogDebug"):
+                calm_depth = depth
+        elif word == ")":
+            if calm_depth == depth:
+                calm_depth = None
+            depth -= 1
+        words.append(word)
+    return found
+
+
+def built_of(piece, parts):
+    """Whether literals one behind the other make up `piece`."""
+    ends = {0}
+    for at in range(len(piece)):
+        if at in ends:
+            ends |= {at + len(p) for p in parts if piece.startswith(p, at)}
+    return len(piece) in ends
+
+
+def check_messages():
+    found = [entry for folder in FOLDERS
+             for path in sorted((ROOT / folder).glob("*.cc"))
+             for entry in literals(path.read_text())]
+    parts = {text for text, _ in found if text}
+    page = (ROOT / "docs/messages.md").read_text()
+    sections = [(re.findall(r"`([^`]+)`", line), body) for line, body in
+                re.findall(r"^### ([^\n]*)\n(.*?)(?=^##|\Z)", page, re.M | re.S)]
+    headings = [text for texts, _ in sections for text in texts]
+    # A sentence, or a part of one: two words, or one that a blank joins on.
+    told = {text for text, calm in found
+            if not calm and " " in text and re.search(r"[A-Za-z]{3}", text)}
+    for text in sorted(told - CALM):
+        if not any(text.strip() in heading for heading in headings):
+            faults.append(f"docs/messages.md: no heading has {text!r}")
+    for text in sorted(CALM - told):
+        faults.append(f"docs_test.py: CALM text is in no source: {text!r}")
+    for heading in headings:
+        for piece in re.split(r"<[^>]*>", heading):
+            if piece and not any(
+                    built_of(p, parts) for p in (piece, piece + " ")):
+                faults.append(f"docs/messages.md: {heading!r}: the sources "
+                              f"do not print {piece!r}")
+        if headings.count(heading) > 1:
+            faults.append(f"docs/messages.md: {heading!r} stands there twice")
+    for texts, body in sections:
+        if not texts or "\n**Do:** " not in body:
+            faults.append(f"docs/messages.md: {texts} does not say what to do")
+
+
+def check_rules():
+    page = (ROOT / "docs/rules.md").read_text()
+    parser = (ROOT / "config/parse.cc").read_text()
+    # `Reader(section, "key", default...`
+    keys = dict(re.findall(
+        r'\b(?:RequiredObject|ArrayMember|StringOr|IntMember|BoolMember|'
+        r'PositiveSeconds|UriList|RuleTable)\(\s*\w+,\s*"(\w+)"'
+        r'(?:\)\.value_or\(|,\s*|(?=\)))([^;]*?)\)', parser))
+    rows = {m[1]: m[0] for table in
+            re.findall(r"^\| key \|.*\n\|[-|]+\n((?:\|.*\n)+)", page, re.M)
+            for m in re.finditer(r"^\| `([^`]+)` \|.*$", table, re.M)}
+    named = {row.split(".")[-1].split("[")[0] for row in rows}
+    for key in keys.keys() - named:
+        faults.append(f"docs/rules.md: no row for the key {key}")
+    for row in rows:
+        key = row.split(".")[-1].split("[")[0]
+        if key not in keys:
+            faults.append(f"docs/rules.md: {key}: the parser reads no such key")
+            continue
+        default = keys[key].strip().strip('"')
+        if re.fullmatch(r"\d+|true|false|[a-z]+|/\S+", default) and \
+                f"`{default}`" not in rows[row].replace('"', ""):
+            faults.append(f"docs/rules.md: {row} does not name its default "
+                          f"{default}")
+    actions = (ROOT / "config/actions.cc").read_text()
+    tables = [re.findall(r'"(\w+)"', table) for table in
+              re.findall(r"std::string_view, \d+> k\w+ = \{(.*?)\}", actions, re.S)]
+    told = [re.findall(r"^\| `(\w+)` \|", table, re.M) for table in
+            re.findall(r"^\| action \|.*\n\|[-|]+\n((?:\|.*\n)+)", page, re.M)]
+    if tables != told:
+        faults.append(f"docs/rules.md: the action tables hold {told}, "
+                      f"config/actions.cc {tables}")
+
+
+def check_samples():
+    with tempfile.TemporaryDirectory() as folder:
+        for name in ("README.md", "docs/rules.md"):
+            blocks = re.findall(r"^```json\n(.*?)^```", (ROOT / name).read_text(),
+                                re.M | re.S)
+            whole = [b for b in blocks if '"firmware_update"' in b
+                     and '"authentication"' in b]
+            if not whole:
+                faults.append(f"{name}: no complete rules file in it")
+            for number, block in enumerate(whole, 1):
+                sample = pathlib.Path(folder) / "sample.json"
+                sample.write_text(block)
+                run = subprocess.run(
+                    [sys.argv[2], "rules", "check", str(sample)],
+                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                    check=False)
+                if run.returncode not in (0, 1):  # 1: it loads, with findings
+                    faults.append(f"{name}: rules file {number} does not "
+                                  f"load:\n{run.stdout}")
+
+
+check_messages()
+check_rules()
+check_samples()
+print("\n".join(faults))
+sys.exit(1 if faults else 0)
