@@ -3,7 +3,6 @@
 // functions work through the shared object.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
 #include <quorvane/quorvane.h>
 
 #include <string>
