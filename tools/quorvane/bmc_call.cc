@@ -3,6 +3,7 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "tools/quorvane/library_process.h"
@@ -28,10 +29,10 @@ class TroubleCollector : public CallListener {
 };
 
 bool Says(const std::vector<Record>& troubles, std::string_view words) {
-  for (const Record& record : troubles) {
-    if (record.message.find(words) != std::string::npos) return true;
-  }
-  return false;
+  return std::any_of(troubles.begin(), troubles.end(),
+                     [words](const Record& record) {
+                       return record.message.find(words) != std::string::npos;
+                     });
 }
 
 }  // namespace

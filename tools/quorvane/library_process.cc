@@ -139,6 +139,7 @@ pid_t Spawn(const WorkerPipes& pipes, const SignalInbox& signals,
 
   std::vector<std::string> variables = Environment(rules);
   std::vector<char*> environment;
+  environment.reserve(variables.size() + 1);
   for (std::string& variable : variables) {
     environment.push_back(variable.data());
   }

@@ -29,6 +29,7 @@ class CallListener {
   virtual void OnQuiet() = 0;
 };
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a JSON value's move never throws.
 struct CallResult {
   enum class End {
     kAnswered,     ///< `answer` holds what the library returned or threw.

@@ -2,9 +2,9 @@
 #include "tools/quorvane/private_rules.h"
 
 #include <fmt/core.h>
-#include <stdlib.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 

@@ -43,10 +43,11 @@ std::string Bar(int percent, std::size_t columns) {
 std::string WhatIsTried(const PhaseRun& phase, int tries) {
   std::string tried = fmt::format("{:<13}", NameOf(phase.phase));
   if (phase.phase == Phase::kTask) {
-    for (auto span = phase.spans.rbegin(); span != phase.spans.rend(); ++span) {
-      if (span->kind != Span::Kind::kPollWait) continue;
-      tried += fmt::format("poll {} of {}  ", span->index, span->count);
-      break;
+    const auto poll = std::find_if(
+        phase.spans.rbegin(), phase.spans.rend(),
+        [](const Span& one) { return one.kind == Span::Kind::kPollWait; });
+    if (poll != phase.spans.rend()) {
+      tried += fmt::format("poll {} of {}  ", poll->index, poll->count);
     }
   } else if (phase.uri_index > 0) {
     tried += fmt::format("URI {} of {}, attempt {} of {}  ", phase.uri_index,
@@ -77,10 +78,10 @@ void Print(const std::string& text) {
   std::fflush(stdout);
 }
 
-class LiveProgress : public Progress {
+class LiveProgress final : public Progress {
  public:
   explicit LiveProgress(int tries) : tries_(tries) {}
-  ~LiveProgress() override { Finish(); }
+  ~LiveProgress() override { Print(Erasure()); }
 
   void OnEvent(const Event& event, const Run& run) override {
     if (event.level >= LogLevel::WARNING) {

@@ -152,8 +152,8 @@ std::string JsonReport(const Report& report) {
                          {"cause", report.verdict.cause},
                          {"events", nlohmann::json::array()}};
   for (const Event& event : report.events) {
-    if (event.kind != EventKind::kOther)
-      json["events"].push_back(ToJson(event));
+    if (event.kind == EventKind::kOther) continue;
+    json["events"].push_back(ToJson(event));
   }
   return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
 }

@@ -21,6 +21,15 @@ namespace {
 using Schema = nlohmann::ordered_json;
 using Type = RulesNode::Type;
 
+// DMTF DSP2046, Task, TaskState.
+const std::vector<std::string>& TaskStates() {
+  static const std::vector<std::string> states = {
+      "New",     "Starting",   "Running",   "Suspended", "Interrupted",
+      "Pending", "Stopping",   "Completed", "Killed",    "Exception",
+      "Service", "Cancelling", "Cancelled"};
+  return states;
+}
+
 constexpr double kDay = 24 * 60 * 60;
 
 // How many characters must be put in, taken out or changed (Levenshtein).
@@ -307,17 +316,12 @@ class Lint {
   }
 
   void CheckStates(const RulesNode& states) {
-    // DMTF DSP2046, Task, TaskState.
-    static const std::vector<std::string> kStates = {
-        "New",     "Starting",   "Running",   "Suspended", "Interrupted",
-        "Pending", "Stopping",   "Completed", "Killed",    "Exception",
-        "Service", "Cancelling", "Cancelled"};
     for (const RulesNode& rule : states.children) {
-      if (std::find(kStates.begin(), kStates.end(), rule.name) ==
-          kStates.end()) {
+      if (std::find(TaskStates().begin(), TaskStates().end(), rule.name) ==
+          TaskStates().end()) {
         Find(rule.name_place,
              fmt::format("\"{}\" is no TaskState of Redfish{}", rule.name,
-                         DidYouMean(kStates, rule.name)));
+                         DidYouMean(TaskStates(), rule.name)));
       }
     }
     for (const char* state :

@@ -32,10 +32,10 @@ std::string TextMember(const Json& object, const char* name) {
 }
 
 const Json& Member(const Json& object, const char* name) {
-  static const Json kNothing;
-  if (!object.is_object()) return kNothing;
+  static const Json nothing;
+  if (!object.is_object()) return nothing;
   const auto member = object.find(name);
-  return member != object.end() ? *member : kNothing;
+  return member != object.end() ? *member : nothing;
 }
 
 void AddWords(std::string& words, const std::string& more) {
@@ -91,55 +91,26 @@ void RunBuilder::Take(const Event& event) {
   if (run_.begin == 0) run_.begin = event.time;
   run_.end = event.time;
   switch (event.kind) {
-    case EventKind::kRunNamed:
-      BeginRun(event);
-      run_.title = event.text;
+    case EventKind::kOther:
       return;
-    case EventKind::kUpdateBegins:
-      if (run_.is_update || !run_.phases.empty()) BeginRun(event);
-      run_.is_update = true;
+    case EventKind::kTrouble:
+      Say(event, event.text);
       return;
     case EventKind::kPhaseBegins:
       BeginPhase(event.phase, event);
       return;
     case EventKind::kLoginRefused:
-      run_.login_refused = event.status;
-      Current().ending = Ending::kRefused;
-      Say(event, event.text);
-      return;
     case EventKind::kItemsRead:
-      run_.items_read = event.count;
-      Current().ending = Ending::kWell;
-      return;
     case EventKind::kNoTask:
-      run_.named_no_task = true;
-      if (!run_.phases.empty()) Current().ending = Ending::kTaken;
-      return;
-    case EventKind::kRestartLeftOut:
-      if (!run_.phases.empty() && Asks(Current().phase)) {
-        Current().ending = Ending::kTaken;
-      }
-      EndPhase(event.time);
-      run_.restart_left_out = true;
-      return;
     case EventKind::kUploadsRefused:
-      Current().ending = Ending::kRefused;
+      TakeEnding(event);
       return;
-    case EventKind::kInterrupted:
-      run_.was_interrupted = true;
-      return;
+    case EventKind::kRunNamed:
+    case EventKind::kUpdateBegins:
+    case EventKind::kRestartLeftOut:
     case EventKind::kRunEnds:
-      EndPhase(event.time);
-      if (!run_.phases.empty() && Asks(Current().phase) &&
-          Current().ending == Ending::kOpen) {
-        Current().ending = Ending::kRefused;
-      }
-      run_.is_complete = true;
-      return;
-    case EventKind::kTrouble:
-      Say(event, event.text);
-      return;
-    case EventKind::kOther:
+    case EventKind::kInterrupted:
+      TakeRunEvent(event);
       return;
     default:
       if (event.phase == Phase::kTask) {
@@ -148,6 +119,67 @@ void RunBuilder::Take(const Event& event) {
         TakeRequestEvent(event);
       }
   }
+}
+
+// What concerns the run as a whole.
+void RunBuilder::TakeRunEvent(const Event& event) {
+  switch (event.kind) {
+    case EventKind::kRunNamed:
+      BeginRun(event);
+      run_.title = event.text;
+      return;
+    case EventKind::kUpdateBegins:
+      if (run_.is_update || !run_.phases.empty()) BeginRun(event);
+      run_.is_update = true;
+      return;
+    case EventKind::kRestartLeftOut:
+      EndAsking(Ending::kTaken);
+      EndPhase(event.time);
+      run_.restart_left_out = true;
+      return;
+    case EventKind::kRunEnds:
+      EndPhase(event.time);
+      EndAsking(Ending::kRefused);
+      run_.is_complete = true;
+      return;
+    case EventKind::kInterrupted:
+      run_.was_interrupted = true;
+      return;
+    default:
+      return;
+  }
+}
+
+// What ends the phase at hand.
+void RunBuilder::TakeEnding(const Event& event) {
+  PhaseRun& phase = Current();
+  switch (event.kind) {
+    case EventKind::kLoginRefused:
+      run_.login_refused = event.status;
+      phase.ending = Ending::kRefused;
+      Say(event, event.text);
+      return;
+    case EventKind::kItemsRead:
+      run_.items_read = event.count;
+      phase.ending = Ending::kWell;
+      return;
+    case EventKind::kNoTask:
+      run_.named_no_task = true;
+      phase.ending = Ending::kTaken;
+      return;
+    case EventKind::kUploadsRefused:
+      phase.ending = Ending::kRefused;
+      return;
+    default:
+      return;
+  }
+}
+
+// A phase that asked tells by what follows whether it was granted.
+void RunBuilder::EndAsking(PhaseRun::Ending ending) {
+  if (run_.phases.empty()) return;
+  PhaseRun& last = run_.phases.back();
+  if (Asks(last.phase) && last.ending == Ending::kOpen) last.ending = ending;
 }
 
 void RunBuilder::BeginRun(const Event& event) {
@@ -168,11 +200,8 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
                                phase == Phase::kRestart;
   Phase task_of = Phase::kNone;
   if (!run_.phases.empty()) {
-    PhaseRun& last = run_.phases.back();
-    task_of = last.phase;
-    if (Asks(last.phase) && last.ending == Ending::kOpen) {
-      last.ending = follows_success ? Ending::kTaken : Ending::kRefused;
-    }
+    task_of = run_.phases.back().phase;
+    EndAsking(follows_success ? Ending::kTaken : Ending::kRefused);
   }
   // What was refused on the way to a success is no cause of a later failure.
   if (follows_success) run_.first_refusal.reset();

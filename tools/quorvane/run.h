@@ -105,9 +105,12 @@ class RunBuilder {
   [[nodiscard]] const Run& run() const { return run_; }
 
  private:
+  void TakeRunEvent(const Event& event);
+  void TakeEnding(const Event& event);
   void BeginRun(const Event& event);
   void BeginPhase(Phase phase, const Event& event);
   void EndPhase(double time);
+  void EndAsking(PhaseRun::Ending ending);
   void TakeRequestEvent(const Event& event);
   void TakeTaskEvent(const Event& event);
   void TakeStatus(const Event& event);

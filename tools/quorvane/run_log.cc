@@ -3,12 +3,13 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
@@ -35,8 +36,8 @@ Descriptor OpenLog(std::string& path) {
 
 }  // namespace
 
-RunLog::RunLog(const std::string& path, LogLevel level)
-    : path_(path), level_(level), file_(OpenLog(path_)) {
+RunLog::RunLog(std::string path, LogLevel level)
+    : path_(std::move(path)), level_(level), file_(OpenLog(path_)) {
   if (file_.IsOpen()) return;
   throw ToolError(ExitCode::kUsage,
                   fmt::format("Cannot write the log {} ({}); name a file in a "

@@ -19,7 +19,7 @@ class RunLog {
   ///               file among the temporary ones.
   /// @param level  The least that is kept.
   /// @throws ToolError when the file cannot be opened.
-  RunLog(const std::string& path, LogLevel level);
+  RunLog(std::string path, LogLevel level);
 
   void Keep(const Record& record);
   /// A line of the tool's own, as the component "tool".

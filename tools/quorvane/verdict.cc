@@ -213,6 +213,15 @@ std::optional<Verdict> JudgeBrokenRun(const Run& run) {
       LookAtTask(run)};
 }
 
+// 202 without a task (RFC 9110, section 15.3.3): nobody sees the end.
+bool WasTakenForLater(const Run& run) {
+  if (!run.named_no_task || run.Last(Phase::kTask) != nullptr) return false;
+  const PhaseRun* upload = run.Last(Phase::kBinaryUpload);
+  if (upload == nullptr) upload = run.Last(Phase::kUpload);
+  return upload != nullptr && !upload->spans.empty() &&
+         upload->spans.back().status == 202;
+}
+
 }  // namespace
 
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
@@ -235,16 +244,11 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
     if (one.phase != Phase::kTask || one.task_of == Phase::kRestart) continue;
     if (auto verdict = JudgeTask(run, one)) return *std::move(verdict);
   }
-  if (run.named_no_task && run.Last(Phase::kTask) == nullptr) {
-    const PhaseRun* upload = run.Last(Phase::kUpload);
-    if (upload == nullptr) upload = run.Last(Phase::kBinaryUpload);
-    if (upload != nullptr && !upload->spans.empty() &&
-        upload->spans.back().status == 202) {
-      return {Outcome::kUnknown,
-              "The BMC took the image for later and named no task to follow.",
-              {},
-              kCompareVersions};
-    }
+  if (WasTakenForLater(run)) {
+    return {Outcome::kUnknown,
+            "The BMC took the image for later and named no task to follow.",
+            {},
+            kCompareVersions};
   }
   if (record && !run.restart_left_out && !record->restart_accepted) {
     const PhaseRun* restart = run.Last(Phase::kRestart);
