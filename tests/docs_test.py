@@ -90,11 +90,12 @@ def built_of(piece, parts):
 def check_messages():
     found = [entry for folder in FOLDERS
              for path in sorted((ROOT / folder).glob("*.cc"))
-             for entry in literals(path.read_text())]
+             for entry in literals(path.read_text("utf-8"))]
     parts = {text for text, _ in found if text}
-    page = (ROOT / "docs/messages.md").read_text()
+    page = (ROOT / "docs/messages.md").read_text("utf-8")
     sections = [(re.findall(r"`([^`]+)`", line), body) for line, body in
-                re.findall(r"^### ([^\n]*)\n(.*?)(?=^##|\Z)", page, re.M | re.S)]
+                re.findall(r"^### ([^\n]*)\n(.*?)(?=^##|\Z)", page,
+                           re.M | re.S)]
     headings = [text for texts, _ in sections for text in texts]
     # A sentence, or a part of one: two words, or one that a blank joins on.
     told = {text for text, calm in found
@@ -118,8 +119,8 @@ def check_messages():
 
 
 def check_rules():
-    page = (ROOT / "docs/rules.md").read_text()
-    parser = (ROOT / "config/parse.cc").read_text()
+    page = (ROOT / "docs/rules.md").read_text("utf-8")
+    parser = (ROOT / "config/parse.cc").read_text("utf-8")
     # `Reader(section, "key", default...`
     keys = dict(re.findall(
         r'\b(?:RequiredObject|ArrayMember|StringOr|IntMember|BoolMember|'
@@ -142,9 +143,9 @@ def check_rules():
                 and told != default:
             faults.append(f"docs/rules.md: {row} tells the default "
                           f"{told}, not {default}")
-    actions = (ROOT / "config/actions.cc").read_text()
-    tables = [re.findall(r'"(\w+)"', table) for table in
-              re.findall(r"std::string_view, \d+> k\w+ = \{(.*?)\}", actions, re.S)]
+    actions = (ROOT / "config/actions.cc").read_text("utf-8")
+    tables = [re.findall(r'"(\w+)"', table) for table in re.findall(
+        r"std::string_view, \d+> k\w+ = \{(.*?)\}", actions, re.S)]
     told = [re.findall(r"^\| `(\w+)` \|", table, re.M) for table in
             re.findall(r"^\| action \|.*\n\|[-|]+\n((?:\|.*\n)+)", page, re.M)]
     if tables != told:
@@ -155,15 +156,15 @@ def check_rules():
 def check_samples():
     with tempfile.TemporaryDirectory() as folder:
         for name in ("README.md", "docs/rules.md"):
-            blocks = re.findall(r"^```json\n(.*?)^```", (ROOT / name).read_text(),
-                                re.M | re.S)
+            page = (ROOT / name).read_text("utf-8")
+            blocks = re.findall(r"^```json\n(.*?)^```", page, re.M | re.S)
             whole = [b for b in blocks if '"firmware_update"' in b
                      and '"authentication"' in b]
             if not whole:
                 faults.append(f"{name}: no complete rules file in it")
             for number, block in enumerate(whole, 1):
                 sample = pathlib.Path(folder) / "sample.json"
-                sample.write_text(block)
+                sample.write_text(block, "utf-8")
                 run = subprocess.run(
                     [sys.argv[2], "rules", "check", str(sample)],
                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
