@@ -147,6 +147,17 @@ INSTANTIATE_TEST_SUITE_P(
                       "Downloading from: http://192.0.2.9/f"} +
              kUploading + kWatching + kCompleted + kRestarted + kEnd,
          Outcome::kDone, "the system restarts"},
+        {"share_refused_and_not_downloaded",
+         kStart +
+             Messages{"SimpleUpdate (online share) -- 1 URI(s) to try",
+                      "Trying SimpleUpdate URI: https://192.0.2.7/su (1/1)",
+                      "SimpleUpdate HTTP status: 405",
+                      "Downloading from: http://192.0.2.9/f",
+                      "E Download returned HTTP 404"} +
+             kEnd,
+         Outcome::kFailed,
+         "SimpleUpdate at /su was answered 405. The image could not be "
+         "downloaded here either: Download returned HTTP 404"},
         {"taken_for_later_without_a_task",
          kStart + kUploading +
              Messages{"Upload HTTP status: 202",

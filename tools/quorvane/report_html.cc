@@ -31,7 +31,7 @@ h1 { font-size: 1.4rem; } h2 { font-size: 1.1rem; margin-top: 2rem; }
 .outcome.good { border-color: var(--good); } .outcome.bad { border-color: var(--bad); }
 .scroll { overflow-x: auto; }
 table { border-collapse: collapse; width: 100%; } th, td { text-align: left; padding: .3rem .6rem; border-bottom: 1px solid var(--rule); vertical-align: top; }
-th { color: var(--faint); font-weight: 600; } td.number { text-align: right; white-space: nowrap; }
+th { color: var(--faint); font-weight: 600; } .number { text-align: right; white-space: nowrap; }
 .remark { overflow-wrap: anywhere; } .faint { color: var(--faint); }
 svg { width: 100%; min-width: 40rem; height: auto; } svg text { font: 12px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
 .grid { stroke: var(--rule); } .request { fill: var(--request); } .retry { fill: var(--retry); } .poll { fill: var(--poll); }
@@ -246,8 +246,9 @@ std::string OutcomeSection(const Report& report) {
 std::string PhaseTable(const Run& run) {
   std::string html =
       "<h2>Phases</h2>\n<div class=\"scroll\"><table>\n<tr><th>Phase</th>"
-      "<th>After</th><th>Took</th><th>Asked</th><th>Answered</th>"
-      "<th>Waited</th><th>Ended</th></tr>\n";
+      "<th class=\"number\">After</th><th "
+      "class=\"number\">Took</th><th>Asked</th><th>Answered</th>"
+      "<th class=\"number\">Waited</th><th>Ended</th></tr>\n";
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
     html += fmt::format(
@@ -264,7 +265,7 @@ std::string PhaseTable(const Run& run) {
 std::string RemarkTable(const Run& run) {
   std::string html =
       "<h2>Decisions and troubles</h2>\n<div class=\"scroll\"><table>\n"
-      "<tr><th>After</th><th>Phase</th><th>What</th></tr>\n";
+      "<tr><th class=\"number\">After</th><th>Phase</th><th>What</th></tr>\n";
   for (const PhaseRun& phase : run.phases) {
     for (const Remark& remark : phase.remarks) {
       html += fmt::format(

@@ -190,7 +190,8 @@ ExitCode RunUpdate(const Options& options) {
 void AddImageOptions(CLI::App& command, Options& options) {
   auto* file = command.add_option("--file", options.file,
                                   "The update package to upload");
-  file->check(CLI::ExistingFile)->type_name("FILE");
+  file->check(CLI::Validator(CLI::ExistingFile).description(""))
+      ->type_name("FILE");
   auto* image = command.add_option(
       "--image", options.image,
       "URI of the package on a share or web server, for the BMC to fetch");

@@ -45,6 +45,28 @@ Verdict LoginRefused(long status) {
           "the account."};
 }
 
+// The last resort of a refused SimpleUpdate; empty when it came further.
+std::string FailedDownload(const Run& run) {
+  if (run.phases.empty() || run.phases.back().phase != Phase::kDownload) {
+    return {};
+  }
+  const std::vector<Remark>& remarks = run.phases.back().remarks;
+  return " The image could not be downloaded here either" +
+         (remarks.empty() ? "." : ": " + remarks.back().text);
+}
+
+const char* NextAfterRefusal(const Run& run) {
+  if (!FailedDownload(run).empty()) {
+    return "Check that this machine reaches the image URI, or fetch the image "
+           "and use --file.";
+  }
+  const long status = run.first_refusal->status;
+  return status == 404 || status == 405
+             ? "No URI of the rules file takes an image on this BMC; look up "
+               "its UpdateService and add the URI, or use --image."
+             : "Mend what the BMC complains of and run the update again.";
+}
+
 Verdict JudgeRefusal(const Run& run) {
   // The inventory comes first, so its refused login is the first cause.
   if (run.login_refused != 0) return LoginRefused(run.login_refused);
@@ -62,12 +84,8 @@ Verdict JudgeRefusal(const Run& run) {
   if (refusal.status == 401 || refusal.status == 403) {
     return LoginRefused(refusal.status);
   }
-  const bool is_absent = refusal.status == 404 || refusal.status == 405;
-  return {Outcome::kFailed, "The BMC refused the update.", CauseOf(refusal),
-          is_absent
-              ? "No URI of the rules file takes an image on this BMC; look up "
-                "its UpdateService and add the URI, or use --image."
-              : "Mend what the BMC complains of and run the update again."};
+  return {Outcome::kFailed, "The BMC refused the update.",
+          CauseOf(refusal) + FailedDownload(run), NextAfterRefusal(run)};
 }
 
 Verdict JudgeBadTask(const Run& run, const PhaseRun& task) {
