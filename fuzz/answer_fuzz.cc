@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every reader of what a BMC answers.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "fuzz/property.h"
+#include "inventory/collection.h"
+#include "logging/redact.h"
+#include "quorvane/config.h"
+#include "support/json.h"
+#include "update/helpers.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
+                                      std::size_t size) {
+  const std::string body(reinterpret_cast<const char*>(bytes), size);
+  const quorvane::Config config;
+  const quorvane::JsonPtr tree = quorvane::ParseJson(body);
+  if (!tree) {
+    Demand(quorvane::ParseMemberPaths(body).empty(), "no JSON, no members");
+    Demand(quorvane::ExtractTaskUri(body, config).empty(), "no JSON, no task");
+  }
+  static_cast<void>(quorvane::ExtractErrorMessage(body));
+
+  quorvane::Response answer;
+  answer.body = body;
+  answer.location = "/redfish/v1/TaskService/Tasks/9";
+  quorvane::UpdateResponse result;
+  quorvane::AdoptTask(answer, config, quorvane::Telling::kSilent, result);
+  Demand(!result.task_uri.empty() ||
+             quorvane::StringMember(tree.get(), "@odata.id") == "" || !tree,
+         "the Location stands in for a body without a task");
+
+  const std::string logged = quorvane::RedactAnswer(body);
+  Demand(body.find("Password") != std::string::npos || logged == body,
+         "an answer without a password is logged as it is");
+  constexpr std::size_t kLimit = 4096;
+  if (const auto text = quorvane::PrintJsonWithin(tree.get(), kLimit)) {
+    Demand(text->size() < kLimit, "a document keeps its limit");
+  }
+  return 0;
+}

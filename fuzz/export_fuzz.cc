@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// The exported documents, read back.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "fuzz/property.h"
+#include "quorvane/inventory.h"
+#include "quorvane/update.h"
+#include "support/json.h"
+
+namespace {
+
+// The input's lines, up to the first NUL, which no JSON text can hold.
+std::vector<std::string> Lines(const std::uint8_t* bytes, std::size_t size) {
+  std::vector<std::string> lines(1);
+  for (std::size_t i = 0; i < size && bytes[i] != 0; ++i) {
+    if (bytes[i] == '\n' && lines.size() < 5) {
+      lines.emplace_back();
+    } else {
+      lines.back() += static_cast<char>(bytes[i]);
+    }
+  }
+  lines.resize(5);
+  return lines;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
+                                      std::size_t size) {
+  using quorvane::StringMember;
+  const std::vector<std::string> text = Lines(bytes, size);
+  const quorvane::InventoryItem item{text[0], text[1], text[2], text[3],
+                                     text[4]};
+  const auto inventory =
+      quorvane::ParseJson(quorvane::InventoryToJson({item, item}));
+  const cJSON* list = quorvane::ArrayMember(inventory.get(), "inventory");
+  Demand(list != nullptr, "an inventory is a list");
+  for (const cJSON* entry : quorvane::Elements(list)) {
+    Demand(StringMember(entry, "id") == item.uri &&
+               StringMember(entry, "Name") == item.Name &&
+               StringMember(entry, "SoftwareId") == item.SoftwareId &&
+               StringMember(entry, "Version") == item.Version &&
+               StringMember(entry, "target_id") == item.target_id,
+           "an item reads back as it was");
+  }
+
+  quorvane::UpdateResponse response;
+  response.message = text[0];
+  response.task_uri = text[1];
+  response.http_status = static_cast<long>(size);
+  response.percent_complete = static_cast<int>(size) - 1;
+  const auto record =
+      quorvane::ParseJson(quorvane::UpdateResponseToJson(response));
+  Demand(StringMember(record.get(), "message") == text[0] &&
+             StringMember(record.get(), "task_uri") == text[1],
+         "a record reads back as it was");
+  Demand(quorvane::IntMember(record.get(), "percent_complete").has_value() ==
+             (size > 0),
+         "an unknown percentage is null");
+  return 0;
+}
