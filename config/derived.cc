@@ -35,6 +35,12 @@ std::string BuildBaseUrl(const Config& config) {
   throw std::runtime_error("Config has no target ip or ipv6");
 }
 
+std::string UrlOf(const std::string& link, const Config& config) {
+  const bool is_absolute =
+      link.rfind("http://", 0) == 0 || link.rfind("https://", 0) == 0;
+  return is_absolute ? link : BuildBaseUrl(config) + link;
+}
+
 void SleepBeforeRetry(const char* component, const Config& config,
                       int attempt) {
   const int delay = RetryDelay(config, attempt);

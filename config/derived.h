@@ -32,6 +32,11 @@ void AimAt(const std::string& ip, const std::string& username,
 /// @throws std::runtime_error "Config has no target ip or ipv6"
 std::string BuildBaseUrl(const Config& config);
 
+/// A link that a BMC gave as a URL: an absolute one as it is, any other behind
+/// the base URL.
+/// @throws as `BuildBaseUrl`.
+std::string UrlOf(const std::string& link, const Config& config);
+
 /// Waits before the next try and says so under `component`: "Retrying in 10s
 /// (attempt 2/3)".
 /// @param attempt  Number of the try that just failed, from 0. "exponential"

@@ -86,10 +86,6 @@ Step Decide(long status_code, const Config& config) {
   return Step::kRetry;
 }
 
-bool IsAbsolute(const std::string& path) {
-  return path.rfind("http://", 0) == 0 || path.rfind("https://", 0) == 0;
-}
-
 InventoryItem ItemFrom(const std::string& path, const cJSON* member) {
   const cJSON* related = ArrayMember(member, "RelatedItem");
   const cJSON* first = related != nullptr ? related->child : nullptr;
@@ -103,11 +99,9 @@ InventoryItem ItemFrom(const std::string& path, const cJSON* member) {
 std::vector<InventoryItem> FetchMembers(const HttpClient& client,
                                         const std::vector<std::string>& paths,
                                         const Config& config) {
-  const std::string base = BuildBaseUrl(config);
   std::vector<InventoryItem> items;
   for (const std::string& path : paths) {
-    const Response answer =
-        GetResource(client, IsAbsolute(path) ? path : base + path, config);
+    const Response answer = GetResource(client, UrlOf(path, config), config);
     if (answer.status_code != 200 || answer.body.empty()) {
       LogWarning(kInventory, "GET member failed: " + RedactUri(path) +
                                  " (HTTP " +

@@ -2,7 +2,6 @@
 #include <string>
 
 #include "config/derived.h"
-#include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
 #include "update/helpers.h"
@@ -11,8 +10,6 @@
 
 namespace quorvane {
 namespace {
-
-constexpr long kTimeoutMs = 60'000;
 
 constexpr WalkWords kWords{.trying = "Trying activation URI: ",
                            .exhausted = "Activation URI exhausted retries: ",
@@ -46,15 +43,10 @@ bool RunActivation(const HttpClient& client, const UpdateRequest& request,
         result.message = "Activation completed";
         succeeded = true;
         return Step::kDone;
-      case ActivationAction::poll_task: {
-        std::string link = ExtractTaskUri(answer.body, config);
-        if (!link.empty()) {
-          LogInfo(kUpdate, "Activation task: " + RedactUri(link));
-          result.task_uri = std::move(link);
-        }
-        succeeded = MonitorTask(client, config, result);
+      case ActivationAction::poll_task:
+        succeeded =
+            FollowTask(client, config, answer, "Activation task: ", result);
         return Step::kDone;
-      }
       case ActivationAction::retry_activation:
         return Retry("400");
       case ActivationAction::retry_or_fail:
@@ -65,10 +57,8 @@ bool RunActivation(const HttpClient& client, const UpdateRequest& request,
 
   const bool ended = WalkUris(
       config, config.activation_uri, kWords, [&](const UriAttempt& at) {
-        const Response answer = AnswerOrNone([&] {
-          return client.post_json(at.url, body, {}, kTimeoutMs, config.username,
-                                  config.password, config.auth_type);
-        });
+        const Response answer = AnswerOrNone(
+            [&] { return PostAction(client, at.url, body, config); });
         LogInfo(kUpdate, "Activation HTTP status: " +
                              std::to_string(answer.status_code));
         return decide(answer);

@@ -56,6 +56,13 @@ void AdoptTask(const Response& answer, const Config& config, Telling telling,
   LogInfo(kUpdate, "Task ID : " + result.task_id);
 }
 
+Response PostAction(const HttpClient& client, const std::string& url,
+                    const std::string& body, const Config& config) {
+  constexpr long kTimeoutMs = 60'000;
+  return client.post_json(url, body, {}, kTimeoutMs, config.username,
+                          config.password, config.auth_type);
+}
+
 Response AnswerOrNone(const std::function<Response()>& request) {
   try {
     return request();

@@ -35,6 +35,12 @@ enum class Telling { kSilent, kLogged };
 void AdoptTask(const Response& answer, const Config& config, Telling telling,
                UpdateResponse& result);
 
+/// POSTs the parameters of a Redfish action with the account of `config`; one
+/// minute at most.
+/// @throws as `HttpClient::post_json`.
+Response PostAction(const HttpClient& client, const std::string& url,
+                    const std::string& body, const Config& config);
+
 /// The answer to a request, or one of status 0 when none arrived. For phases
 /// whose rules decide about that too; the client has logged the reason.
 Response AnswerOrNone(const std::function<Response()>& request);

@@ -38,6 +38,12 @@ UpdateResponse RunSimpleUpdate(const HttpClient& client,
 bool MonitorTask(const HttpClient& client, const Config& config,
                  UpdateResponse& result);
 
+/// Follows the task that the body of `answer` names, announced by `told`; when
+/// it names none, the one of `result`.
+bool FollowTask(const HttpClient& client, const Config& config,
+                const Response& answer, const char* told,
+                UpdateResponse& result);
+
 /// Asks the BMC to apply what was uploaded, and follows the task if there is
 /// one. `accepted` and `http_status` stay.
 bool RunActivation(const HttpClient& client, const UpdateRequest& request,

@@ -2,7 +2,6 @@
 #include <string>
 
 #include "config/derived.h"
-#include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
 #include "update/helpers.h"
@@ -11,8 +10,6 @@
 
 namespace quorvane {
 namespace {
-
-constexpr long kTimeoutMs = 60'000;
 
 constexpr WalkWords kWords{.trying = "Trying reboot URI: ",
                            .exhausted = "Reboot URI exhausted retries: ",
@@ -44,17 +41,12 @@ void RunRebootPhase(const HttpClient& client, const Config& config,
         result.reboot_performed = true;
         result.message = "Reboot successful";
         return Step::kDone;
-      case RebootAction::poll_task: {
-        std::string link = ExtractTaskUri(answer.body, config);
-        if (!link.empty()) {
-          LogInfo(kUpdate, "Reboot task: " + RedactUri(link));
-          result.task_uri = std::move(link);
-        }
+      case RebootAction::poll_task:
         result.reboot_performed = true;
         // The restart is under way, however its task ends.
-        static_cast<void>(MonitorTask(client, config, result));
+        static_cast<void>(
+            FollowTask(client, config, answer, "Reboot task: ", result));
         return Step::kDone;
-      }
       case RebootAction::retry_reboot:
         LogWarning(kUpdate, "Reboot returned 400, retrying");
         return Step::kRetry;
@@ -70,10 +62,8 @@ void RunRebootPhase(const HttpClient& client, const Config& config,
 
   const bool ended =
       WalkUris(config, config.reboot_uri, kWords, [&](const UriAttempt& at) {
-        const Response answer = AnswerOrNone([&] {
-          return client.post_json(at.url, body, {}, kTimeoutMs, config.username,
-                                  config.password, config.auth_type);
-        });
+        const Response answer = AnswerOrNone(
+            [&] { return PostAction(client, at.url, body, config); });
         LogInfo(kUpdate,
                 "Reboot HTTP status: " + std::to_string(answer.status_code));
         return decide(answer, at);

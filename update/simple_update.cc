@@ -13,8 +13,6 @@
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 60'000;
-
 constexpr WalkWords kWords{.trying = "Trying SimpleUpdate URI: ",
                            .exhausted = "SimpleUpdate URI exhausted retries: ",
                            .next = "Trying next SimpleUpdate URI"};
@@ -121,9 +119,7 @@ void AskEachUri(const HttpClient& client, const UpdateRequest& request,
       config, config.activation_uri, kWords, [&](const UriAttempt& at) {
         Response answer;
         try {
-          answer =
-              client.post_json(at.url, body, {}, kTimeoutMs, config.username,
-                               config.password, config.auth_type);
+          answer = PostAction(client, at.url, body, config);
         } catch (const std::runtime_error& failure) {
           LogWarning(kUpdate, "SimpleUpdate URI failed: " + at.uri +
                                   " (exception: " + failure.what() + ")");

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "config/derived.h"
 #include "logging/redact.h"
@@ -18,10 +19,6 @@ constexpr long kTimeoutMs = 30'000;
 
 // How monitoring ended; nothing while it goes on.
 using Verdict = std::optional<bool>;
-
-bool IsAbsolute(const std::string& uri) {
-  return uri.rfind("http://", 0) == 0 || uri.rfind("https://", 0) == 0;
-}
 
 class TaskMonitor {
  public:
@@ -154,9 +151,7 @@ bool MonitorTask(const HttpClient& client, const Config& config,
     LogInfo(kUpdate, "No task URI to poll, skipping task monitoring");
     return true;
   }
-  const std::string url = IsAbsolute(result.task_uri)
-                              ? result.task_uri
-                              : BuildBaseUrl(config) + result.task_uri;
+  const std::string url = UrlOf(result.task_uri, config);
   const int interval = std::max(config.polling_interval, 1);
   const long long max_attempts = config.max_polling_time_seconds / interval;
   const std::string interval_told = std::to_string(interval) + "s";
@@ -179,6 +174,17 @@ bool MonitorTask(const HttpClient& client, const Config& config,
   }
   result.message = "Task polling timed out";
   return false;
+}
+
+bool FollowTask(const HttpClient& client, const Config& config,
+                const Response& answer, const char* told,
+                UpdateResponse& result) {
+  std::string link = ExtractTaskUri(answer.body, config);
+  if (!link.empty()) {
+    LogInfo(kUpdate, told + RedactUri(link));
+    result.task_uri = std::move(link);
+  }
+  return MonitorTask(client, config, result);
 }
 
 }  // namespace quorvane
