@@ -1,0 +1,175 @@
+// SPDX-License-Identifier: Apache-2.0
+// What may be done on several threads at once; also run under ThreadSanitizer.
+#include <algorithm>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/fixture.h"
+
+namespace quorvane::test {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr int kThreads = 4;
+
+// Runs `work(0)`, `work(1)` ... at the same time.
+template <typename Work>
+void OnThreads(const Work& work) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) threads.emplace_back(work, i);
+  for (std::thread& thread : threads) thread.join();
+}
+
+std::vector<std::string> MessagesOf(const std::string& log) {
+  std::vector<std::string> messages;
+  std::istringstream text(log);
+  for (std::string line; std::getline(text, line);) {
+    if (line.empty() || line.find("[logger]") != std::string::npos) continue;
+    messages.push_back(line.substr(line.find("[t] ") + 4));
+  }
+  return messages;
+}
+
+// Every line whole, each thread's in order, none lost.
+TEST(Threads, ShareOneLogger) {
+  constexpr int kLines = 300;
+  const TempFolder folder;
+  const std::string path = folder.path() + "/log";
+  Logger logger(path, LogLevel::DEBUG, false, true);
+  OnThreads([&](int thread) {
+    SetThreadLogger(&logger);
+    for (int line = 0; line < kLines; ++line) {
+      // Changed meanwhile, and never so that an error is dropped.
+      logger.SetLogLevel(line % 2 == 0 ? LogLevel::ERROR : LogLevel::DEBUG);
+      LogError("t", std::to_string(thread) + " " + std::to_string(line) + " " +
+                        std::string(static_cast<std::size_t>(line), 'x'));
+      LogDebug("t", "-");
+      EXPECT_EQ(logger.GetLogPath(), path);
+    }
+  });
+  std::vector<int> next(kThreads, 0);
+  for (const std::string& message : MessagesOf(ReadAll(path))) {
+    if (message == "-") continue;
+    std::istringstream words(message);
+    int thread = -1;
+    int line = -1;
+    std::string rest;
+    words >> thread >> line >> rest;
+    ASSERT_TRUE(thread >= 0 && thread < kThreads) << message;
+    EXPECT_EQ(line, next[static_cast<std::size_t>(thread)]++) << message;
+    EXPECT_EQ(rest, std::string(static_cast<std::size_t>(line), 'x'));
+  }
+  EXPECT_THAT(next, testing::Each(kLines));
+}
+
+// A logger of its own for each thread; the process-wide one hears the rest.
+TEST(Threads, KeepTheirLoggersApart) {
+  const TempFolder folder;
+  const auto path = [&](int thread) {
+    return folder.path() + "/" + std::to_string(thread);
+  };
+  InitLogger(folder.path() + "/global", LogLevel::DEBUG, false, true);
+  OnThreads([&](int thread) {
+    LogInfo("t", "before");
+    {
+      Logger own(path(thread), LogLevel::INFO, false, true);
+      SetThreadLogger(&own);
+      EXPECT_EQ(GetThreadLogger(), &own);
+      SetLogLevel(LogLevel::DEBUG);  // of the process-wide one
+      LogInfo("t", std::to_string(thread));
+      LogDebug("t", "below this logger's level");
+      SetThreadLogger(nullptr);
+    }
+    LogInfo("t", "after");
+  });
+  ShutdownLogger();
+  for (int thread = 0; thread < kThreads; ++thread) {
+    EXPECT_THAT(MessagesOf(ReadAll(path(thread))),
+                ElementsAre(std::to_string(thread)));
+  }
+  const auto global = MessagesOf(ReadAll(folder.path() + "/global"));
+  EXPECT_EQ(std::count(global.begin(), global.end(), "before"), kThreads);
+  EXPECT_EQ(std::count(global.begin(), global.end(), "after"), kThreads);
+  EXPECT_EQ(global.size(), 2 * kThreads);
+}
+
+// Each gets the answer to what it asked, whatever the others do; a failure on
+// one is none of the others'.
+TEST(Threads, ShareOneClient) {
+  const TempFolder folder;
+  const std::string image = folder.Write("image", std::string(100'000, 'i'));
+  Logger logger(folder.path() + "/log", LogLevel::DEBUG, false, true);
+  simulator::SimulatedBmc bmc;
+  for (int i = 0; i < kThreads; ++i) {
+    const std::string path = "/" + std::to_string(i);
+    bmc.On("GET", path).Answer(200, "got " + path);
+    bmc.On("POST", path).Answer(400, "posted " + path);
+    bmc.On("PUT", path).Answer(202, "", {{"Location", "put " + path}});
+  }
+  bmc.On("GET", "/dropped").Answer({.fault = simulator::Fault::kDrop});
+  const HttpClient client;
+  OnThreads([&](int thread) {
+    SetThreadLogger(&logger);
+    const std::string path = "/" + std::to_string(thread);
+    const std::string url = "https://" + bmc.Address();
+    for (int turn = 0; turn < 10; ++turn) {
+      EXPECT_EQ(client.get(url + path, {}, 0, "u", "p", "basic").body,
+                "got " + path);
+      EXPECT_EQ(client
+                    .post_multipart(url + path, image, "UpdateFile", {}, 0, "",
+                                    "", "", "{}")
+                    .body,
+                "posted " + path);
+      EXPECT_EQ(client.post_binary_file(url + path, image, {}, 0, "", "", "")
+                    .location,
+                "put " + path);
+      EXPECT_THROW(client.get(url + "/dropped", {}, 0, "", "", ""),
+                   std::runtime_error);
+    }
+  });
+  for (const auto& request : bmc.Requests()) {
+    EXPECT_TRUE(request.method != "PUT" || request.body_size == 100'000);
+  }
+}
+
+// Two servers at once, as the reference of `PerformUpdate` allows.
+TEST(Threads, UpdateServersAtOnce) {
+  const TempFolder folder;
+  static_cast<void>(folder.Write("brindle.config.json", RulesJson(R"({
+    "firmware_update": {
+      "multipart_update": {
+        "upload_uri": "/redfish/v1/UpdateService/update-multipart",
+        "upload_rules": {"202": "track_task"}},
+      "task_monitoring": {
+        "task_states": {"Completed": "proceed_to_activation"}},
+      "reboot": {"reboot_rules": {"204": "success"}}}})")));
+  PretendLibraryFile(folder.path() + "/libQuorvaneLib.so.1");
+  const std::string image = folder.Write("image", std::string(100'000, 'i'));
+  std::vector<simulator::SimulatedBmc> bmcs(kThreads);
+  const HttpClient around_them_all;
+  OnThreads([&](int thread) {
+    const RecordedWaits waits;
+    Logger logger(folder.path() + "/" + std::to_string(thread), LogLevel::INFO,
+                  false, true);
+    SetThreadLogger(&logger);
+    const auto& bmc = bmcs[static_cast<std::size_t>(thread)];
+    UpdateRequest request;
+    request.bmc_ip = bmc.Address();
+    request.username = "admin";
+    request.password = "password";
+    request.local_file = image;
+    const UpdateResponse result = PerformUpdate(request);
+    EXPECT_EQ(result.task_state, "Completed");
+    EXPECT_TRUE(result.reboot_performed);
+    EXPECT_EQ(bmc.StoredImageSize(), 100'000);
+    SetThreadLogger(nullptr);
+  });
+  PretendLibraryFile("");
+}
+
+}  // namespace
+}  // namespace quorvane::test
