@@ -4,7 +4,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
 
@@ -19,8 +18,17 @@ std::string Source(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-bool Holds(const std::string& text, const std::string& pattern) {
-  return std::regex_search(text, std::regex(pattern));
+// Whether `word` stands in `text` with one of `after` behind it.
+bool Holds(const std::string& text, const std::string& word,
+           const std::string& after) {
+  for (std::size_t at = text.find(word); at != std::string::npos;
+       at = text.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    if (end < text.size() && after.find(text[end]) != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
 }
 
 // The long options, hidden ones aside, and the commands ("rules check").
@@ -47,14 +55,13 @@ TEST(Documents, NameEveryOptionAndCommand) {
   const std::string manual = Source("docs/man/quorvane.1.md");
   const std::string completion = Source("tools/quorvane/completion.bash");
   for (const std::string& option : options) {
-    EXPECT_TRUE(Holds(manual, "\n[*][*]\\\\-\\\\-" + option + "[*][*]"))
-        << option;
-    EXPECT_TRUE(Holds(completion, "--" + option + "[ \"\n]")) << option;
+    EXPECT_TRUE(Holds(manual, "\n**\\-\\-" + option, "*")) << option;
+    EXPECT_TRUE(Holds(completion, "--" + option, " \"\n")) << option;
   }
   for (const std::string& command : commands) {
-    EXPECT_TRUE(Holds(manual, "\n[*][*]" + command + "[*][*]\n")) << command;
+    EXPECT_TRUE(Holds(manual, "\n**" + command, "*")) << command;
     const std::string name = command.substr(command.find(' ') + 1);
-    EXPECT_TRUE(Holds(completion, "[ \"]" + name + "[ \"]")) << command;
+    EXPECT_TRUE(Holds(completion, name, " \"")) << command;
   }
 }
 
@@ -75,7 +82,7 @@ TEST(Documents, NameEveryKeyOfTheRules) {
   EXPECT_GT(keys.size(), 30U);
   const std::string manual = Source("docs/man/brindle.config.json.5.md");
   for (const std::string& key : keys) {
-    EXPECT_TRUE(Holds(manual, "[*. ]" + key + "[* \n]")) << key;
+    EXPECT_TRUE(Holds(manual, key, "* \n")) << key;
   }
 }
 
