@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <exception>
+#include <vector>
+
+#include "bench/comparison.h"
+#include "bench/process.h"
+#include "bench/text_bench.h"
+#include "bench/wire_bench.h"
+
+namespace {
+
+using namespace quorvane::bench;
+
+int RunAll(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  const WorkFolder folder;
+  const InstantBmc bmc(kFewMembers);
+  const InstantBmc big_bmc(kManyMembers);
+  std::vector<Comparison> all =
+      WireComparisons(folder.path(), bmc.address(), big_bmc.address());
+  for (Comparison& comparison : TextComparisons(folder.path())) {
+    all.push_back(std::move(comparison));
+  }
+  Register(all);
+  TableReporter table(all);
+  benchmark::RunSpecifiedBenchmarks(&table);
+  return table.IsGood() ? 0 : 1;
+}
+
+}  // namespace
+
+// Ends with 1 when a bound was missed.
+int main(int argc, char** argv) {
+  try {
+    return RunAll(argc, argv);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "quorvane_bench: %s\n", failure.what());
+    return 2;
+  }
+}

@@ -1,0 +1,289 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench/text_bench.h"
+
+#include <cjson/cJSON.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "inventory/collection.h"
+#include "logging/redact.h"
+#include "quorvane/config.h"
+#include "quorvane/logging.h"
+#include "support/file.h"
+#include "support/json.h"
+#include "update/helpers.h"
+
+namespace quorvane::bench {
+namespace {
+
+void Require(bool held, const char* what) {
+  if (!held) throw std::runtime_error(what);
+}
+
+// Standard error to nowhere for a while: it is told of every odd address.
+class SilentErrors {
+ public:
+  SilentErrors() : kept_(dup(STDERR_FILENO)) {
+    const Descriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(nowhere.get(), STDERR_FILENO);
+  }
+  ~SilentErrors() { dup2(kept_.get(), STDERR_FILENO); }
+  SilentErrors(const SilentErrors&) = delete;
+  SilentErrors& operator=(const SilentErrors&) = delete;
+
+ private:
+  Descriptor kept_;
+};
+
+// As in a process that does it for the first time: what an earlier document
+// left of the heap is in pieces, and a new tree would lie scattered over them.
+double CpuSecondsAfresh(const std::function<void()>& call) {
+  malloc_trim(0);
+  return CpuSecondsOf(call);
+}
+
+std::string Repeated(std::string_view unit, std::size_t size) {
+  std::string text;
+  while (text.size() < size) text += unit;
+  text.resize(size);
+  return text;
+}
+
+std::string CollectionOf(int count) {
+  std::string text = R"({"Members": [)";
+  for (int i = 0; i < count; ++i) {
+    text.append(i == 0 ? "" : ",")
+        .append(R"({"@odata.id": "/redfish/v1/UpdateService/)")
+        .append(R"(FirmwareInventory/Component-)")
+        .append(std::to_string(i))
+        .append("\"}");
+  }
+  return text + "]}";
+}
+
+// The task stands in the last message, so all are looked at.
+std::string MessagesOf(int count) {
+  std::string text = R"({"Messages": [)";
+  for (int i = 1; i < count; ++i) {
+    text +=
+        R"({"MessageId": "Update.1.1.TransferringToComponent", "MessageArgs":)"
+        R"( ["firmware.bin", "BMC"]},)";
+  }
+  return text + R"({"MessageId": "Task.1.0.New", "MessageArgs": ["/t/1"]}]})";
+}
+
+/// @param bound  0: shown for comparison only.
+/// @param read   Reads a document made for so many elements; false: not whole.
+Comparison Growth(const char* name, const char* measure, double bound,
+                  std::string (*document)(int),
+                  bool (*read)(const std::string&, int)) {
+  constexpr int kFew = 4'000;
+  constexpr int kMany = 40'000;
+  const auto cost = [=](int count) {
+    return [text = document(count), read, count] {
+      return CpuSecondsAfresh(
+          [&] { Require(read(text, count), "not read whole"); });
+    };
+  };
+  return {.name = name,
+          .measure = measure,
+          .reference = "of 4,000",
+          .unit = "s",
+          .bound = bound,
+          .cost = cost(kMany),
+          .reference_cost =
+              [few = cost(kFew)] {
+                double all = 0;
+                for (int i = 0; i < 10; ++i) all += few();
+                return all / 10;
+              },
+          .pairs = 10};
+}
+
+void AddAnswers(std::vector<Comparison>& rows) {
+  constexpr double kBound = 10;
+  rows.push_back(Growth(
+      "answer/collection", "a collection of 40,000 members", kBound,
+      CollectionOf, [](const std::string& text, int count) {
+        return ParseMemberPaths(text).size() == static_cast<std::size_t>(count);
+      }));
+  rows.push_back(Growth("answer/messages", "the task in 40,000 Messages",
+                        kBound, MessagesOf, [](const std::string& text, int) {
+                          return ExtractTaskUri(text, {}) == "/t/1";
+                        }));
+  rows.push_back(Growth("answer/parser",
+                        "`cJSON_Parse` alone of 40,000 Messages", 0, MessagesOf,
+                        [](const std::string& text, int) {
+                          return JsonPtr(cJSON_Parse(text.c_str())) != nullptr;
+                        }));
+  rows.push_back(Growth("answer/redact", "40,000 Messages made fit for the log",
+                        kBound, MessagesOf, [](const std::string& text, int) {
+                          return RedactAnswer(text).size() == text.size();
+                        }));
+}
+
+// `lines` times `line` on each of `threads` threads.
+double LinesCpu(int threads, int lines, const std::function<void()>& line) {
+  return CpuSecondsOf([&] {
+    std::vector<std::thread> writers;
+    for (int i = 0; i < threads; ++i) {
+      writers.emplace_back([&] {
+        for (int j = 0; j < lines; ++j) line();
+      });
+    }
+    for (auto& writer : writers) writer.join();
+  });
+}
+
+void AddLogLines(const std::string& folder, std::vector<Comparison>& rows) {
+  static const std::string component = "update";
+  static const std::string message =
+      "Trying upload URI: https://XXX.X.0.1/redfish/v1/UpdateService (1/5)";
+  const auto ours =
+      std::make_shared<Logger>(folder + "/log", LogLevel::INFO, false, true);
+  const auto theirs = spdlog::basic_logger_mt(component, folder + "/spdlog");
+  theirs->set_pattern("[%Y-%m-%d %H:%M:%S.%e] [%-7l] [%n] %v");
+  theirs->flush_on(spdlog::level::info);
+  for (const int threads : {1, 4}) {
+    constexpr int kLines = 20'000;
+    const int each = kLines / threads;
+    rows.push_back(
+        {.name = "log/threads:" + std::to_string(threads),
+         .measure = "20,000 log lines on disk, " + std::to_string(threads) +
+                    (threads == 1 ? " thread" : " threads"),
+         .reference = "spdlog, flushed after each",
+         .unit = "s",
+         .bound = 0.80,
+         .cost =
+             [=] {
+               return LinesCpu(threads, each,
+                               [&] { ours->LogInfo(component, message); });
+             },
+         .reference_cost =
+             [=] {
+               return LinesCpu(threads, each, [&] { theirs->info(message); });
+             },
+         .pairs = 3});
+  }
+}
+
+void AddMasking(std::vector<Comparison>& rows) {
+  static constexpr std::pair<const char*, std::string_view> kTexts[] = {
+      {"dots", "."},
+      {"colons", ":"},
+      {"plain", "Upload accepted, task created. "},
+      {"ipv4", "10.0.0.5 "},
+      {"ipv4_in_urls", "https://10.0.0.5/redfish/v1 "},
+      {"versions", "2.10.0.1234 "},
+      {"octets_without_end", "1."},
+      {"ipv6", "fe80::1:2:3 "},
+      {"ipv6_in_urls", "https://[2001:db8::1]/redfish/v1 "},
+      {"ipv4_in_ipv6", "::ffff:10.0.0.5 "},
+      {"groups_without_end", "1:"},
+      {"group_too_long", "a:b:c:d:12345:"},
+      {"group_no_hex", "1:2:3:4:g:"},
+      {"times", "13:07:09 "},
+  };
+  for (const auto& [name, unit] : kTexts) {
+    constexpr std::size_t kSmall = 64 * 1024;
+    constexpr std::size_t kLarge = 1024 * 1024;
+    const auto cost = [](const std::string& text) {
+      const SilentErrors silent;
+      return CpuSecondsOf([&] { benchmark::DoNotOptimize(MaskIP(text)); });
+    };
+    rows.push_back(
+        {.name = std::string("mask/") + name,
+         .measure = "masking 1 MiB, the worst of 14 texts",
+         .reference =
+             "64 KiB of it; 16 is linear (worst: " + std::string(name) + ")",
+         .unit = "s",
+         .bound = 20,
+         .cost = [=, text = Repeated(unit, kLarge)] { return cost(text); },
+         .reference_cost =
+             [=, text = Repeated(unit, kSmall)] {
+               double all = 0;
+               for (int i = 0; i < 16; ++i) all += cost(text);
+               return all / 16;
+             }});
+  }
+}
+
+// Rules that grow where rules do: in URIs, states and chassis names.
+std::string LargeRules(std::size_t size) {
+  std::ifstream file(QUORVANE_BENCH_RULES);
+  const std::string rules{std::istreambuf_iterator<char>(file), {}};
+  JsonPtr root = ParseJson(rules);
+  Require(root != nullptr, "the rules cannot be read");
+  cJSON* update =
+      cJSON_GetObjectItemCaseSensitive(root.get(), "firmware_update");
+  cJSON* states = cJSON_GetObjectItemCaseSensitive(
+      cJSON_GetObjectItemCaseSensitive(update, "task_monitoring"),
+      "task_states");
+  cJSON* uris = cJSON_GetObjectItemCaseSensitive(update, "inventory_uri");
+  cJSON* chassis = AddArray(root.get(), "chassis_name_mappings");
+  constexpr std::size_t kRound = 214;  // bytes that each adds, about
+  for (std::size_t i = 0; i < (size - rules.size()) / kRound; ++i) {
+    const std::string number = std::to_string(i);
+    AddString(states, ("State" + number).c_str(), "continue_polling");
+    cJSON_AddItemToArray(
+        uris,
+        cJSON_CreateString(("/redfish/v1/UpdateService/" + number).c_str()));
+    cJSON* mapping = AppendObject(chassis);
+    AddString(mapping, "source_pattern", "Example Server " + number);
+    AddString(mapping, "normalized_name", "example-" + number);
+    AddBool(mapping, "check_model", true);
+    AddString(mapping, "model_pattern", "EX-" + number);
+  }
+  return PrintJson(root.get());
+}
+
+void AddRules(const std::string& folder, std::vector<Comparison>& rows) {
+  const std::string text = LargeRules(1U << 20);
+  const std::string path = folder + "/rules.json";
+  Require(SaveDocument("bench", path, text), "the rules cannot be written");
+  rows.push_back({.name = "rules",
+                  .measure = "a rules file of 1 MiB",
+                  .reference = "`cJSON_Parse` of its text",
+                  .unit = "s",
+                  .bound = 2.2,
+                  .cost =
+                      [=] {
+                        return CpuSecondsOf([&] {
+                          Require(!LoadConfig(path).inventory_uri.empty(),
+                                  "no rules");
+                        });
+                      },
+                  .reference_cost =
+                      [=] {
+                        return CpuSecondsOf([&] {
+                          const JsonPtr tree(cJSON_Parse(text.c_str()));
+                          Require(tree != nullptr, "no JSON");
+                        });
+                      },
+                  .pairs = 20});
+}
+
+}  // namespace
+
+std::vector<Comparison> TextComparisons(const std::string& folder) {
+  std::vector<Comparison> rows;
+  AddAnswers(rows);
+  AddLogLines(folder, rows);
+  AddMasking(rows);
+  AddRules(folder, rows);
+  return rows;
+}
+
+}  // namespace quorvane::bench

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "bench/wire_bench.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "bench/process.h"
+
+namespace quorvane::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr long long kMebi = 1LL << 20;
+constexpr long long kGibi = 1LL << 30;
+
+constexpr const char* kCollection =
+    "/redfish/v1/UpdateService/FirmwareInventory";
+
+// A file of zeros that takes no room on the disk.
+std::string Image(const std::string& folder, long long size) {
+  std::string path = folder + "/image-" + std::to_string(size);
+  std::ofstream(path).close();
+  fs::resize_file(path, static_cast<std::uintmax_t>(size));
+  return path;
+}
+
+// The client program with its own rules file: that one lies beside the file
+// from which the library's code was loaded.
+class Client {
+ public:
+  explicit Client(const std::string& folder)
+      : program_(folder + "/client"), log_(folder + "/client.log") {
+    fs::create_symlink(QUORVANE_BENCH_CLIENT, program_);
+    fs::copy_file(QUORVANE_BENCH_RULES, folder + "/brindle.config.json");
+  }
+
+  [[nodiscard]] Command Call(const std::string& deed, const std::string& bmc,
+                             const std::string& object) const {
+    return {program_, deed, bmc, object, log_};
+  }
+
+  // CPU seconds of the whole process.
+  [[nodiscard]] double Cpu(const std::string& deed, const std::string& bmc,
+                           const std::string& object) const {
+    return Run(Call(deed, bmc, object)).cpu_seconds;
+  }
+
+  // Peak of its resident memory, MiB.
+  [[nodiscard]] double Peak(const std::string& deed, const std::string& bmc,
+                            const std::string& object) const {
+    return std::stod(Run(Call(deed, bmc, object)).output);
+  }
+
+  // CPU seconds of one of `count` updates side by side.
+  [[nodiscard]] double UpdateCpu(const std::string& bmc,
+                                 const std::string& image, int count) const {
+    Command call = Call("updates", bmc, image);
+    call.push_back(std::to_string(count));
+    std::istringstream told(Run(call).output);
+    double peak = 0;
+    double seconds = 0;
+    told >> peak >> seconds;
+    return seconds;
+  }
+
+ private:
+  std::string program_, log_;
+};
+
+using ClientPtr = std::shared_ptr<const Client>;
+
+// curl as somebody would script a BMC with it.
+Command Curl(const Command& rest) {
+  Command command = {"curl", "-q", "-s",        "-S", "-f",
+                     "-k",   "-o", "/dev/null", "-u", "admin:password"};
+  command.insert(command.end(), rest.begin(), rest.end());
+  return command;
+}
+
+// The requests of an update that meets no obstacle.
+std::vector<Command> RequestsOfAnUpdate(const std::string& base,
+                                        const std::string& image) {
+  std::vector<Command> requests = {Curl({base + kCollection})};
+  for (int i = 0; i < kFewMembers; ++i) {
+    requests.push_back(Curl({base + kCollection + "/" + std::to_string(i)}));
+  }
+  requests.push_back(
+      Curl({"-F", "UpdateFile=@" + image, "-H",
+            "Expect:", base + "/redfish/v1/UpdateService/MultipartUpload"}));
+  requests.push_back(Curl({base + "/redfish/v1/TaskService/Tasks/1"}));
+  requests.push_back(
+      Curl({"--json", R"({"ResetType":"GracefulRestart"})",
+            base + "/redfish/v1/Systems/system/Actions/ComputerSystem.Reset"}));
+  return requests;
+}
+
+// One curl for all members, a connection for each, as a BMC closes them.
+Command CurlOfInventory(const std::string& folder, const std::string& base) {
+  const std::string urls = folder + "/urls";
+  std::ofstream list(urls);
+  list << "url = " << base << kCollection << "\noutput = /dev/null\n";
+  for (int i = 0; i < kManyMembers; ++i) {
+    list << "url = " << base << kCollection << "/" << i
+         << "\noutput = /dev/null\n";
+  }
+  return {
+      "curl",           "-q", "-s", "-S", "-f", "-k", "--no-sessionid", "-u",
+      "admin:password", "-K", urls};
+}
+
+void AddUploads(const ClientPtr& client, const std::string& folder,
+                const std::string& bmc, std::vector<Comparison>& rows) {
+  const std::string image = Image(folder, kGibi);
+  const std::string url = "https://" + bmc + "/redfish/v1/UpdateService/update";
+  rows.push_back({.name = "upload/form",
+                  .measure = "upload of 1 GiB as a form",
+                  .reference = "`curl -F`",
+                  .unit = "s",
+                  .bound = 1.10,
+                  .cost = [=] { return client->Cpu("form", bmc, image); },
+                  .reference_cost =
+                      [=] {
+                        return Run(Curl({"-F", "UpdateFile=@" + image, "-H",
+                                         "Expect:", url}))
+                            .cpu_seconds;
+                      }});
+  rows.push_back(
+      {.name = "upload/binary",
+       .measure = "upload of 1 GiB as it is",
+       .reference = "`curl -T`",
+       .unit = "s",
+       .bound = 1.10,
+       .cost = [=] { return client->Cpu("binary", bmc, image); },
+       .reference_cost =
+           [=] {
+             return Run(Curl({"-T", image, "-H", "Expect:", url})).cpu_seconds;
+           }});
+  for (const long long size : {kMebi, kGibi, 5 * kGibi}) {
+    for (const char* way : {"form", "binary"}) {
+      const std::string file = Image(folder, size);
+      rows.push_back({.name = std::string("memory/") + way + "/" +
+                              std::to_string(size / kMebi),
+                      .measure = "peak memory of an upload, 1 MiB to 5 GiB",
+                      .reference = "24 MiB",
+                      .unit = "MiB",
+                      .bound = 1,
+                      .cost = [=] { return client->Peak(way, bmc, file); },
+                      .reference_cost = [] { return 24; },
+                      .repetitions = 1});
+    }
+  }
+}
+
+void AddDownloads(const ClientPtr& client, const std::string& folder,
+                  const std::string& bmc, std::vector<Comparison>& rows) {
+  // The library keeps the image under this name in /tmp: nobody else's.
+  const std::string name = fs::path(folder).filename().string() + ".bin";
+  for (const long long size : {256 * kMebi, 1536 * kMebi}) {
+    const double mebibytes = static_cast<double>(size) / kMebi;
+    const std::string uri =
+        "https://" + bmc + "/images/" + std::to_string(size) + "/" + name;
+    rows.push_back({.name = "memory/download/" + std::to_string(size / kMebi),
+                    .measure = "peak memory of an update that downloads " +
+                               std::to_string(size / kMebi) + " MiB",
+                    .reference = "1.10 x the image + 16 MiB",
+                    .unit = "MiB",
+                    .bound = 1,
+                    .cost = [=] { return client->Peak("update", bmc, uri); },
+                    .reference_cost = [=] { return 1.10 * mebibytes + 16; },
+                    .repetitions = 1});
+  }
+}
+
+void AddUpdates(const ClientPtr& client, const std::string& folder,
+                const std::string& bmc, std::vector<Comparison>& rows) {
+  const std::string image = Image(folder, kMebi);
+  const auto requests = RequestsOfAnUpdate("https://" + bmc, image);
+  const std::string reference =
+      "its " + std::to_string(requests.size()) + " requests by `curl`";
+  const auto sum =
+      [requests](const std::function<double(const Command&)>& cost) {
+        double all = 0;
+        for (const Command& request : requests) all += cost(request);
+        return all;
+      };
+  rows.push_back(
+      {.name = "update/cpu",
+       .measure = "a whole update",
+       .reference = reference,
+       .unit = "s",
+       .bound = 0.40,
+       .cost = [=] { return client->Cpu("update", bmc, image); },
+       .reference_cost =
+           [=] {
+             return sum([](const Command& c) { return Run(c).cpu_seconds; });
+           },
+       .pairs = 5});
+  rows.push_back({.name = "update/calls",
+                  .measure = "system calls of a whole update",
+                  .reference = reference,
+                  .unit = "calls",
+                  .bound = 0.40,
+                  .cost =
+                      [=] {
+                        return SystemCalls(client->Call("update", bmc, image),
+                                           folder);
+                      },
+                  .reference_cost =
+                      [=] {
+                        return sum([&](const Command& c) {
+                          return SystemCalls(c, folder);
+                        });
+                      },
+                  .repetitions = 5});
+  rows.push_back({.name = "update/side_by_side",
+                  .measure = "one of 50 updates side by side",
+                  .reference = "one alone",
+                  .unit = "s",
+                  .bound = 1.3,
+                  .cost = [=] { return client->UpdateCpu(bmc, image, 50); },
+                  .reference_cost =
+                      [=] {
+                        double all = 0;
+                        for (int i = 0; i < 10; ++i)
+                          all += client->UpdateCpu(bmc, image, 1);
+                        return all / 10;
+                      }});
+}
+
+}  // namespace
+
+std::vector<Comparison> WireComparisons(const std::string& folder,
+                                        const std::string& bmc,
+                                        const std::string& big_bmc) {
+  const auto client = std::make_shared<const Client>(folder);
+  std::vector<Comparison> rows;
+  AddUploads(client, folder, bmc, rows);
+  AddDownloads(client, folder, bmc, rows);
+  const Command curl = CurlOfInventory(folder, "https://" + big_bmc);
+  rows.push_back({.name = "inventory",
+                  .measure = "inventory of 200 members",
+                  .reference = "one `curl` for all, a connection each",
+                  .unit = "s",
+                  .bound = 1.05,
+                  .cost =
+                      [=] {
+                        return client->Cpu("inventory", big_bmc,
+                                           std::to_string(kManyMembers));
+                      },
+                  .reference_cost = [=] { return Run(curl).cpu_seconds; }});
+  AddUpdates(client, folder, bmc, rows);
+  return rows;
+}
+
+}  // namespace quorvane::bench
