@@ -90,6 +90,7 @@ double UpdateSideBySide(const std::string& bmc, const std::string& image,
   const double before = CpuSeconds();
   std::vector<std::exception_ptr> failures(static_cast<std::size_t>(count));
   std::vector<std::thread> threads;
+  threads.reserve(failures.size());
   for (auto& failure : failures) {
     threads.emplace_back([&] {
       try {
@@ -137,9 +138,10 @@ int Run(const std::vector<std::string>& words) {
 }  // namespace
 
 // The waits of an update are no cost: they end at once on its thread.
-extern "C" int nanosleep(const timespec* wanted, timespec* left) {
+extern "C" int nanosleep(const timespec* requested_time, timespec* remaining) {
   if (waits_end_at_once) return 0;
-  const int error = clock_nanosleep(CLOCK_REALTIME, 0, wanted, left);
+  const int error =
+      clock_nanosleep(CLOCK_REALTIME, 0, requested_time, remaining);
   errno = error;
   return error == 0 ? 0 : -1;
 }

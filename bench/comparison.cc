@@ -6,6 +6,7 @@
 #include <spdlog/version.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <ctime>
 #include <exception>
@@ -30,7 +31,7 @@ void Measure(benchmark::State& state, const Comparison& comparison,
       comparison.reference_cost();
     }
     is_warm = true;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
       const double once = comparison.cost();
       cost += once;
       reference_cost += comparison.reference_cost();
@@ -66,8 +67,8 @@ double Median(const std::vector<double>& sorted) {
 std::string ProcessorName() {
   std::ifstream lines("/proc/cpuinfo");
   for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("model name", 0) == 0)
-      return line.substr(line.find(": ") + 2);
+    if (line.rfind("model name", 0) != 0) continue;
+    return line.substr(line.find(": ") + 2);
   }
   return "unknown";
 }
@@ -80,21 +81,22 @@ std::string LoadAverage() {
 
 std::string Today() {
   const std::time_t now = std::time(nullptr);
-  char text[16] = "";
-  std::strftime(text, sizeof text, "%Y-%m-%d", std::gmtime(&now));
-  return text;
+  std::array<char, 16> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d", std::gmtime(&now));
+  return text.data();
 }
 
 // A time in the unit that reads best.
 std::string Told(double value, const std::string& unit) {
-  char text[32] = "";
+  std::array<char, 32> text{};
   const bool is_short = unit == "s" && value < 1;
   const bool is_tiny = is_short && value < 1e-3;
   const double scale = is_tiny ? 1e6 : is_short ? 1e3 : 1;
   const char* told_unit = is_tiny ? "µs" : is_short ? "ms" : unit.c_str();
-  std::snprintf(text, sizeof text, value * scale < 100 ? "%.3g %s" : "%.0f %s",
-                value * scale, told_unit);
-  return text;
+  std::snprintf(text.data(), text.size(),
+                value * scale < 100 ? "%.3g %s" : "%.0f %s", value * scale,
+                told_unit);
+  return text.data();
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <utility>
 #include <vector>
 
 #include "bench/comparison.h"
@@ -12,21 +13,21 @@
 
 namespace {
 
-using namespace quorvane::bench;
+namespace bench = quorvane::bench;
 
 int RunAll(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  const WorkFolder folder;
-  const InstantBmc bmc(kFewMembers);
-  const InstantBmc big_bmc(kManyMembers);
-  std::vector<Comparison> all =
-      WireComparisons(folder.path(), bmc.address(), big_bmc.address());
-  for (Comparison& comparison : TextComparisons(folder.path())) {
+  const bench::WorkFolder folder;
+  const bench::InstantBmc bmc(bench::kFewMembers);
+  const bench::InstantBmc big_bmc(bench::kManyMembers);
+  std::vector<bench::Comparison> all =
+      bench::WireComparisons(folder.path(), bmc.address(), big_bmc.address());
+  for (bench::Comparison& comparison : bench::TextComparisons(folder.path())) {
     all.push_back(std::move(comparison));
   }
-  Register(all);
-  TableReporter table(all);
+  bench::Register(all);
+  bench::TableReporter table(all);
   benchmark::RunSpecifiedBenchmarks(&table);
   return table.IsGood() ? 0 : 1;
 }

@@ -162,8 +162,9 @@ void AddDownloads(const ClientPtr& client, const std::string& folder,
   const std::string name = fs::path(folder).filename().string() + ".bin";
   for (const long long size : {256 * kMebi, 1536 * kMebi}) {
     const double mebibytes = static_cast<double>(size) / kMebi;
-    const std::string uri =
-        "https://" + bmc + "/images/" + std::to_string(size) + "/" + name;
+    std::string uri = "https://";
+    uri.append(bmc).append("/images/").append(std::to_string(size));
+    uri.append("/").append(name);
     rows.push_back({.name = "memory/download/" + std::to_string(size / kMebi),
                     .measure = "peak memory of an update that downloads " +
                                std::to_string(size / kMebi) + " MiB",
@@ -226,8 +227,9 @@ void AddUpdates(const ClientPtr& client, const std::string& folder,
                   .reference_cost =
                       [=] {
                         double all = 0;
-                        for (int i = 0; i < 10; ++i)
+                        for (int i = 0; i < 10; ++i) {
                           all += client->UpdateCpu(bmc, image, 1);
+                        }
                         return all / 10;
                       }});
 }
