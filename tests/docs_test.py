@@ -22,7 +22,7 @@ CALM = {
     "DEBUG  ", "INFO   ", "ERROR  ", " path=", " file=", " size=",
     "] [INFO   ] [logger] === Logger initialised  level=",
     "[%s] [INFO   ] [logger] === Logger shutdown ===\n",
-    "Normalized chassis name to: ", " (name pattern: ", ", model pattern: ",
+    "Activation task: ", "Reboot task: ", "Normalized chassis name to: ", " (name pattern: ", ", model pattern: ",
     "[RF-TASK] State: ", "  PercentComplete: ", "[RF-TASK] Task ID: ",
     "Exception -- upload retry needed", "Cancelled -- upload restart needed",
     "Interrupted -- last chunk retry needed",
