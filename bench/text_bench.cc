@@ -273,18 +273,20 @@ void AddRules(const std::string& folder, std::vector<Comparison>& rows) {
                     .reference_cost = [=] { return cpu(parse); },
                     .pairs = 20});
   };
-  add("rules/first", "a rules file of 1 MiB, the first time", CpuSecondsAfresh);
   add("rules/again", "a rules file of 1 MiB, over and over", CpuSecondsOf);
+  add("rules/first", "a rules file of 1 MiB, the first time", CpuSecondsAfresh);
 }
 
 }  // namespace
 
 std::vector<Comparison> TextComparisons(const std::string& folder) {
   std::vector<Comparison> rows;
+  // First, over and over: the parser is the slower for what the others leave of
+  // the heap, which would flatter the library.
+  AddRules(folder, rows);
   AddAnswers(rows);
   AddLogLines(folder, rows);
   AddMasking(rows);
-  AddRules(folder, rows);
   return rows;
 }
 
