@@ -5,12 +5,10 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "http/exchange.h"
@@ -43,7 +41,8 @@ struct Sent {
 
 // One operation, its words in the log, and what it puts on the wire.
 struct Operation {
-  const char *method, *words, *details, *failed, *content_type, *body;
+  const char *method, *words, *failed, *content_type, *body;
+  std::string file;  // what the log says of it
   std::function<Response(const Sent&)> run;
 };
 
@@ -58,18 +57,18 @@ class HttpTest : public BmcTest {
     };
     const char* const json = "application/json";
     return {
-        {"GET", "GET ", "", "GET failed: ", "", "", calling(&HttpClient::get)},
-        {"POST", "POST ", "", "POST failed: ", "text/plain", "body",
+        {"GET", "GET ", "GET failed: ", "", "", "", calling(&HttpClient::get)},
+        {"POST", "POST ", "POST failed: ", "text/plain", "body", "",
          calling(&HttpClient::post, "body", "text/plain")},
-        {"POST", "POST ", "", "POST failed: ", json, "{}",
+        {"POST", "POST ", "POST failed: ", json, "{}", "",
          calling(&HttpClient::post_json, "{}")},
-        {"PATCH", "PATCH ", "", "PATCH failed: ", json, "[]",
+        {"PATCH", "PATCH ", "PATCH failed: ", json, "[]", "",
          calling(&HttpClient::patch_json, "[]")},
-        {"PUT", "BINARY FILE UPLOAD ", " file=FILE size=8",
-         "Binary file upload failed: ", "application/octet-stream", "firmware",
+        {"PUT", "BINARY FILE UPLOAD ", "Binary file upload failed: ",
+         "application/octet-stream", "firmware", " file=" + image + " size=8",
          calling(&HttpClient::post_binary_file, image)},
-        {"POST", "MULTIPART POST ", " file=FILE",
-         "Multipart POST failed: ", nullptr, nullptr, [this](const Sent& s) {
+        {"POST", "MULTIPART POST ", "Multipart POST failed: ", nullptr, nullptr,
+         " file=" + image, [this](const Sent& s) {
            return client.post_multipart(s.url, image, "UpdateFile", s.headers,
                                         s.timeout_ms, s.username, s.password,
                                         s.auth_type, "");
@@ -83,9 +82,9 @@ class HttpTest : public BmcTest {
     return client.post_multipart(Url(kPath), file, field, {}, kTimeoutMs, "",
                                  "", "", parameters);
   }
-  Response Put(const std::string& file, const Headers& headers = {}) const {
-    return client.post_binary_file(Url(kPath), file, headers, kTimeoutMs, "",
-                                   "", "");
+  Response Put(const std::string& file) const {
+    return client.post_binary_file(Url(kPath), file, {}, kTimeoutMs, "", "",
+                                   "");
   }
   // All methods answer alike.
   void AlwaysAnswer(const Reply& reply) {
@@ -121,33 +120,26 @@ std::vector<std::string> Values(const RecordedRequest& request,
 TEST_F(HttpTest, OperationsArriveAsTheyWereMeant) {
   AlwaysAnswer({.status = 202, .body = "ok"});
   const std::string url = MaskIP(Url(kPath)) + "?a=b%20c:d";
+  std::vector<std::string> log;
   for (const Operation& operation : Operations()) {
     SCOPED_TRACE(operation.words);
     const Response response = operation.run({.url = Url(kPath) + "?a=b%20c:d"});
     EXPECT_EQ(response.status_code, 202);
     EXPECT_EQ(response.body, "ok");
     const RecordedRequest request = Received();
-    EXPECT_EQ(request.method, operation.method);
-    EXPECT_EQ(request.path, kPath);
-    EXPECT_EQ(request.query, "a=b%20c:d");
+    EXPECT_EQ(request.method + request.path + '?' + request.query,
+              operation.method + std::string(kPath) + "?a=b%20c:d");
     EXPECT_EQ(Header(request, "Expect"), "");
     if (operation.body != nullptr) {
       EXPECT_EQ(Header(request, "Content-Type"), operation.content_type);
       EXPECT_EQ(request.body, operation.body);
     }
-    std::string details = operation.details;
-    if (const auto at = details.find("FILE"); at != std::string::npos) {
-      details.replace(at, 4, image);
-    }
-    const std::vector<std::string> log = Log();
-    ASSERT_GE(log.size(), 2);
-    EXPECT_EQ(log[log.size() - 2],
-              std::string("DEBUG [http] ") + operation.words + url + details);
-    EXPECT_EQ(log.back(), std::string("DEBUG [http] ") + operation.words + url +
-                              " -> HTTP 202");
+    const std::string said = std::string("DEBUG [http] ") + operation.words;
+    log.push_back(said + url + operation.file);
+    log.push_back(said + url + " -> HTTP 202");
+    EXPECT_EQ(Log(), log);
   }
   EXPECT_EQ(bmc.Requests().size(), 6);
-  EXPECT_EQ(Log().size(), 12);
 }
 
 TEST_F(HttpTest, CredentialsAreSentForBasicOnly) {
@@ -206,43 +198,44 @@ TEST_F(HttpTest, HeadersWithALineBreakAreRefusedUnsent) {
   EXPECT_THAT(bmc.Requests(), IsEmpty());
 }
 
-TEST_F(HttpTest, BodiesOfAnySizeAndContentArrive) {
+TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
   AlwaysAnswer({});
-  for (const std::string& body :
-       {std::string(), std::string("a\0b\r\n", 5), std::string(300'000, 'x')}) {
+  for (const std::string& body : {std::string(), std::string("a\0b\r\n", 5),
+                                  std::string(3'000'000, 'x')}) {
     client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", "");
-    EXPECT_EQ(Received().body, body);
-    EXPECT_EQ(Header(Received(), "Content-Length"),
-              std::to_string(body.size()));
+    const RecordedRequest posted = Received();
+    Put(folder.Write("any", body));
+    for (const RecordedRequest& request : {posted, Received()}) {
+      EXPECT_TRUE(request.body == body) << request.body_size;
+      EXPECT_EQ(Header(request, "Content-Length"), std::to_string(body.size()));
+      EXPECT_THAT(Values(request, "Transfer-Encoding"), IsEmpty());
+    }
   }
 }
 
 TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
-  const std::vector<Reply> answers = {
-      {.status = 200, .body = std::string("a\0b", 3)},
-      {.status = 201, .headers = {{"location", " /t/1 "}}},
-      {.status = 204},
-      {.status = 400, .body = "{}"},
-      {.status = 401},
-      {.status = 404,
-       .body = "<html>",
-       .headers = {{"CONTENT-TYPE", "text/html; charset=x"}}},
-      {.status = 500, .body = std::string(2'000'000, 'x')},
-      {.status = 503, .headers = {{"Location", "/a"}, {"Location", "/b"}}},
+  struct Case {
+    Reply answer;
+    std::string content_type, location;
   };
-  for (const Reply& answer : answers) {
+  const std::string json = "application/json";
+  for (const auto& [answer, content_type, location] : std::vector<Case>{
+           {{200, std::string("a\0b", 3)}, json, ""},
+           {{201, "", {{"location", " /t/1 "}}}, "", "/t/1"},
+           {{204}, "", ""},
+           {{401, "{}"}, json, ""},
+           {{404, "<>", {{"CONTENT-TYPE", "text/html; a=b"}}},
+            "text/html; a=b",
+            ""},
+           {{500, std::string(2'000'000, 'x')}, json, ""},
+           {{503, "", {{"Location", "/a"}, {"Location", "/b"}}}, "", "/b"}}) {
     AlwaysAnswer(answer);
     for (const Operation& operation : Operations()) {
       const Response response = operation.run({.url = Url(kPath)});
       EXPECT_EQ(response.status_code, answer.status);
       EXPECT_EQ(response.body, answer.body);
-      EXPECT_EQ(response.content_type, answer.body.empty() ? ""
-                                       : answer.status == 404
-                                           ? "text/html; charset=x"
-                                           : "application/json");
-      EXPECT_EQ(response.location, answer.status == 201   ? "/t/1"
-                                   : answer.status == 503 ? "/b"
-                                                          : "");
+      EXPECT_EQ(response.content_type, content_type);
+      EXPECT_EQ(response.location, location);
     }
   }
 }
@@ -254,19 +247,15 @@ TEST(HeaderLine, IsCapturedByItsName) {
   for (const Case& row : std::vector<Case>{
            {"content-type:application/json\r\n", "application/json", "old"},
            {"CONTENT-TYPE: a; b=\":\" \r \n", "a; b=\":\"", "old"},
-           {"Content-Type:   \r\n", "", "old"},
            {"Content-Type:", "", "old"},
            {"Content-Type\r\n", "old", "old"},
            {"Content-Type-Options: x\r\n", "old", "old"},
            {"Location: \t/x\t\r\n", "old", "/x\t"},
-           {"LOCATION:https://h/a:b  \r\n", "old", "https://h/a:b"},
            {"Location:\r\n /z\r\n", "old", "\r\n /z"},
            {"Location: \t \r\n", "old", ""},
-           {"Location", "old", "old"},
            {" Location: /x\r\n", "old", "old"},
            {"X-Location: /x\r\n", "old", "old"},
            {"HTTP/1.1 200 Location:\r\n", "old", "old"},
-           {"\r\n", "old", "old"},
            {"", "old", "old"}}) {
     HeaderCapture capture{.content_type = "old", .location = "old"};
     CaptureHeaderLine(row.line, capture);
@@ -276,33 +265,28 @@ TEST(HeaderLine, IsCapturedByItsName) {
 }
 
 TEST_F(HttpTest, RedirectsKeepThePost) {
+  for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
+    bmc.On(method, "/new").Answer(201, "final");
+  }
   for (const int status : {301, 302, 303, 307, 308}) {
-    AlwaysAnswer({.status = status,
-                  .body = "moved",
-                  .headers = {{"Location", "/new?q"}}});
-    for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
-      bmc.On(method, "/new").Answer(201, "final");
-    }
+    AlwaysAnswer({status, "moved", {{"Location", "/new?q"}}});
     for (const Operation& operation : Operations()) {
       const std::string method = operation.method;
-      if (status < 307 && (method == "PUT" || method == "PATCH")) continue;
+      if (status < 307 && method == "PUT") continue;
+      const bool becomes_get = status == 303 && method != "PATCH";
       SCOPED_TRACE(operation.words + std::to_string(status));
-      bmc.ClearRequests();
       const Response response = operation.run({.url = Url(kPath)});
       EXPECT_EQ(response.status_code, 201);
       EXPECT_EQ(response.body, "final");
       EXPECT_EQ(response.location, "/new?q");
-      ASSERT_EQ(bmc.Requests().size(), 2);
-      EXPECT_EQ(Received().path + '?' + Received().query, "/new?q");
-      EXPECT_EQ(Received().method, status == 303 ? "GET" : method);
-      EXPECT_NE(Header(Received(), "Authorization"), "");
-      if (status == 303) {
-        EXPECT_EQ(Received().body, "");
-      } else if (operation.body != nullptr) {
-        EXPECT_EQ(Received().body, operation.body);
+      const RecordedRequest request = Received();
+      EXPECT_EQ(request.path + '?' + request.query, "/new?q");
+      EXPECT_EQ(request.method, becomes_get ? "GET" : method);
+      EXPECT_NE(Header(request, "Authorization"), "");
+      if (!becomes_get && operation.body == nullptr) {
+        EXPECT_EQ(request.parts.at(0).content, "firmware");
       } else {
-        ASSERT_EQ(Received().parts.size(), 1);
-        EXPECT_EQ(Received().parts[0].content, "firmware");
+        EXPECT_EQ(request.body, becomes_get ? "" : operation.body);
       }
     }
   }
@@ -312,9 +296,8 @@ TEST_F(HttpTest, RedirectsElsewhereCarryNoCredentials) {
   const SimulatedBmc other_host({}, {.bind_address = "127.0.0.2"});
   const SimulatedBmc other_port;
   for (const SimulatedBmc* other : {&other_host, &other_port}) {
-    AlwaysAnswer({.status = 307,
-                  .headers = {{"Location", "https://" + other->Address() +
-                                               "/images/firmware.bin"}}});
+    const std::string there = "https://" + other->Address() + "/image";
+    AlwaysAnswer({307, "", {{"Location", there}}});
     for (const Operation& operation : Operations()) {
       operation.run({.url = Url(kPath)});
       EXPECT_EQ(Header(Received(), "Authorization"), "Basic YWRtaW46czNjcmV0");
@@ -363,22 +346,22 @@ TEST_F(HttpTest, TheEnvironmentNamesNoProxy) {
 }
 
 // One line and one exception per failure, of the same words, and neither tells
-// the password.
+// the password, be it in the URL.
 TEST_F(HttpTest, FailuresOfTheTransferAreThrownAndLogged) {
-  const std::string url = MaskIP(Url(kPath));
-  for (const Fault fault :
-       {Fault::kDrop, Fault::kReset, Fault::kCutShort, Fault::kNotHttp}) {
-    AlwaysAnswer({.body = std::string(100, 'x'), .fault = fault});
+  const std::string host = bmc.Address();
+  const std::string shown =
+      " url=https://admin:<REDACTED>@" + MaskIP(host) + kPath;
+  for (const Fault fault : {Fault::kDrop, Fault::kCutShort, Fault::kNotHttp}) {
+    AlwaysAnswer({.body = "cut short", .fault = fault});
     for (const Operation& operation : Operations()) {
       SCOPED_TRACE(operation.words + std::to_string(static_cast<int>(fault)));
       const std::size_t before = Log("http").size();
-      const std::string failure =
-          FailureOf([&] { operation.run({.url = Url(kPath)}); });
-      EXPECT_THAT(failure, AllOf(StartsWith(operation.failed),
-                                 Not(HasSubstr("127.0.0.1"))));
-      EXPECT_GT(failure.size(), std::string(operation.failed).size());
-      ASSERT_EQ(Log("http").size(), before + 1);
-      EXPECT_EQ(Log().back(), "ERROR [http] " + failure + " url=" + url);
+      const std::string failure = FailureOf([&] {
+        operation.run({.url = "https://admin:s3cret@" + host + kPath});
+      });
+      EXPECT_THAT(failure, StartsWith(operation.failed));
+      EXPECT_EQ(Log("http").size(), before + 1);
+      EXPECT_EQ(Log().back(), "ERROR [http] " + failure + shown);
     }
   }
   EXPECT_THAT(LogText(), Not(HasSubstr("s3cret")));
@@ -386,10 +369,9 @@ TEST_F(HttpTest, FailuresOfTheTransferAreThrownAndLogged) {
 
 TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
   const std::string timed_out = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
-  const std::vector<Reply> slow = {
-      {.delay = std::chrono::seconds(2)},
-      {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}};
-  for (const Reply& reply : slow) {
+  for (const Reply& reply : std::vector<Reply>{
+           {.delay = std::chrono::seconds(2)},
+           {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}}) {
     AlwaysAnswer(reply);
     for (const Operation& operation : Operations()) {
       EXPECT_EQ(FailureOf([&] {
@@ -408,72 +390,35 @@ TEST_F(HttpTest, UnreachableHostsAndOddUrlsAreFailures) {
       FailureOf([&] { client.get(gone, {}, kTimeoutMs, "", "", ""); }),
       std::string("GET failed: ") + curl_easy_strerror(CURLE_COULDNT_CONNECT));
   for (const char* url : {"", "https://", "https://[::1/", "https://a b/"}) {
-    EXPECT_THAT(FailureOf([&] { client.get(url, {}, 1000, "", "", ""); }),
+    EXPECT_THAT(FailureOf([&] { client.get(url, {}, 0, "", "", ""); }),
                 StartsWith("GET failed: "))
         << url;
   }
 }
 
-TEST_F(HttpTest, APasswordInTheUrlIsNotLogged) {
-  const std::string host = Url("").substr(std::string("https://").size());
-  const std::string url = "https://admin:s3cret@" + host + kPath;
-  for (const Fault fault : {Fault::kNone, Fault::kDrop}) {
-    AlwaysAnswer({.fault = fault});
-    for (const Operation& operation : Operations()) {
-      FailureOf([&] { operation.run({.url = url}); });
-      EXPECT_THAT(Log().back(), HasSubstr("https://admin:<REDACTED>@" +
-                                          MaskIP(host) + kPath));
-    }
-  }
-  EXPECT_THAT(LogText(), Not(HasSubstr("s3cret")));
-}
-
 TEST_F(HttpTest, AFormHoldsTheParametersAndTheFile) {
   AlwaysAnswer({.status = 202});
-  const std::string large =
-      folder.Write("large image.blx", std::string(3'000'000, '\0') + "end");
-  struct Case {
-    std::string file, name, field, parameters, sent_parameters;
-  };
+  const std::string large = std::string(3'000'000, '\0') + "end";
   const std::string json = R"({"Targets":["/a"]})";
-  for (const Case& row : std::vector<Case>{
-           {image, "image.blx", "UpdateFile", json, json},
-           {large, "large image.blx", "firmware", json, json},
-           {folder.Write("empty", ""), "empty", "UpdateFile", json, json},
-           {image, "image.blx", "UpdateFile", json + '\0' + "x", json},
-           {image, "image.blx", "UpdateFile", "", ""}}) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(Form(row.file, row.field, row.parameters).status_code, 202);
-    const RecordedRequest request = Received();
-    EXPECT_THAT(Header(request, "Content-Type"),
-                StartsWith("multipart/form-data; boundary="));
-    ASSERT_EQ(request.parts.size(), row.sent_parameters.empty() ? 1 : 2);
-    const auto& file = request.parts.back();
-    EXPECT_EQ(file.name, row.field);
-    EXPECT_EQ(file.filename, row.name);
-    EXPECT_EQ(file.content_type, "application/octet-stream");
-    EXPECT_TRUE(file.content == ReadAll(row.file)) << file.content.size();
-    if (request.parts.size() == 1) continue;
-    EXPECT_EQ(request.parts[0].name, "UpdateParameters");
-    EXPECT_EQ(request.parts[0].filename, "");
-    EXPECT_EQ(request.parts[0].content_type, "application/json");
-    EXPECT_EQ(request.parts[0].content, row.sent_parameters);
-  }
-}
-
-TEST_F(HttpTest, ABinaryUploadIsTheBareFile) {
-  AlwaysAnswer({.status = 202});
-  for (const std::string& content :
-       {std::string(), std::string(3'000'000, '\0') + "end"}) {
-    const std::string file = folder.Write("any", content);
-    EXPECT_EQ(Put(file).status_code, 202);
-    EXPECT_TRUE(Received().body == content) << Received().body_size;
-    EXPECT_EQ(Header(Received(), "Content-Length"),
-              std::to_string(content.size()));
-    EXPECT_THAT(Values(Received(), "Transfer-Encoding"), IsEmpty());
-    EXPECT_THAT(Log()[Log().size() - 2],
-                testing::EndsWith(" file=" + file +
-                                  " size=" + std::to_string(content.size())));
+  struct Case {
+    std::string content, field, parameters, sent_parameters;
+  };
+  for (const Case& row :
+       std::vector<Case>{{large, "firmware", json, json},
+                         {"", "UpdateFile", json + '\0' + "x", json},
+                         {"x", "UpdateFile", "", ""}}) {
+    const std::string file = folder.Write("an image.blx", row.content);
+    EXPECT_EQ(Form(file, row.field, row.parameters).status_code, 202);
+    std::vector<simulator::FormPart> parts = Received().parts;
+    ASSERT_EQ(parts.size(), row.sent_parameters.empty() ? 1 : 2);
+    EXPECT_EQ(parts.back().name, row.field);
+    EXPECT_EQ(parts.back().filename, "an image.blx");
+    EXPECT_EQ(parts.back().content_type, "application/octet-stream");
+    EXPECT_TRUE(parts.back().content == row.content);
+    if (parts.size() == 1) continue;
+    EXPECT_EQ(parts[0].name + parts[0].filename, "UpdateParameters");
+    EXPECT_EQ(parts[0].content_type, "application/json");
+    EXPECT_EQ(parts[0].content, row.sent_parameters);
   }
 }
 
@@ -502,7 +447,7 @@ TEST_F(HttpTest, WhatIsNoReadableFileIsNotSent) {
 TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
   const std::string read_error = curl_easy_strerror(CURLE_READ_ERROR);
   for (const Operation& operation : Operations()) {
-    if (*operation.details == '\0') continue;
+    if (operation.file.empty()) continue;
     SCOPED_TRACE(operation.words);
     for (const char* changed : {"firm", "", "firmware, longer"}) {
       std::ofstream(image) << "firmware";
@@ -516,37 +461,12 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
         operation.run({.url = "https://" + changing.Address() + kPath});
       });
       const auto requests = changing.Requests();
-      if (std::string(changed).size() < 8) {
-        EXPECT_EQ(failure, operation.failed + read_error);
-        EXPECT_EQ(requests.size(), 1);
-      } else {
-        EXPECT_EQ(failure, "");
-        ASSERT_EQ(requests.size(), 2);
-        EXPECT_EQ(requests[0].body_size, requests[1].body_size);
-      }
+      const bool shorter = std::string(changed).size() < 8;
+      EXPECT_EQ(failure, shorter ? operation.failed + read_error : "");
+      ASSERT_EQ(requests.size(), shorter ? 1 : 2);
+      EXPECT_EQ(requests.front().body_size, requests.back().body_size);
     }
   }
-}
-
-TEST_F(HttpTest, OneClientServesSeveralThreads) {
-  constexpr int kThreads = 4;
-  std::vector<std::thread> threads;
-  for (int i = 0; i < kThreads; ++i) {
-    const std::string path = "/thread" + std::to_string(i);
-    bmc.On("POST", path).Answer(200, path);
-    threads.emplace_back([this, path] {
-      for (int n = 0; n < 5; ++n) {
-        EXPECT_EQ(
-            client.post_json(Url(path), path, {}, kTimeoutMs, "", "", "").body,
-            path);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (const RecordedRequest& request : bmc.Requests()) {
-    EXPECT_EQ(request.body, request.path);
-  }
-  EXPECT_EQ(bmc.Requests().size(), 20);
 }
 
 }  // namespace
