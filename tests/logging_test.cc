@@ -22,9 +22,8 @@ namespace quorvane::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
+using std::chrono::system_clock;
 using testing::HasSubstr;
-using testing::Le;
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStderr;
@@ -53,6 +52,10 @@ Console ConsoleOf(const std::function<void()>& run) {
   return {Untimed(GetCapturedStdout()), Untimed(GetCapturedStderr())};
 }
 
+constexpr const char* kDebugAndInfo =
+    "[T] [DEBUG  ] [http] d\n[T] [INFO   ] [update] i\n";
+constexpr const char* kWarningAndError =
+    "[T] [WARNING] w\n[T] [ERROR  ] [config] e\n  [more] %s\n";
 void WriteOneOfEach(Logger& logger) {
   logger.LogDebug("http", "d");
   logger.LogInfo("update", "i");
@@ -80,29 +83,14 @@ TEST_F(LoggerFile, HoldsALinePerEventAndKeepsWhatWasThere) {
     WriteOneOfEach(logger);
   });
   EXPECT_EQ(console.out + console.err, "");
-  EXPECT_EQ(Untimed(ReadAll(path)),
-            "old\n" + Started("DEBUG  ", path) +
-                "[T] [DEBUG  ] [http] d\n"
-                "[T] [INFO   ] [update] i\n"
-                "[T] [WARNING] w\n"
-                "[T] [ERROR  ] [config] e\n  [more] %s\n"
-                "[T] [WARNING] w\n"
-                "[T] [ERROR  ] [config] e\n  [more] %s\n" +
-                kEnded);
+  EXPECT_EQ(Untimed(ReadAll(path)), "old\n" + Started("DEBUG  ", path) +
+                                        kDebugAndInfo + kWarningAndError +
+                                        kWarningAndError + kEnded);
 }
 
-TEST_F(LoggerFile, NamesTheLevelInItsBanner) {
-  for (const auto& [level, name] :
-       std::vector<std::pair<LogLevel, const char*>>{
-           {LogLevel::INFO, "INFO   "},
-           {LogLevel::WARNING, "WARNING"},
-           {LogLevel::ERROR, "ERROR  "},
-           {static_cast<LogLevel>(9), "UNKNOWN"},
-           {static_cast<LogLevel>(-1), "UNKNOWN"}}) {
-    fs::remove(path);
-    static_cast<void>(Logger(path, level, false, true));
-    EXPECT_EQ(Untimed(ReadAll(path)), Started(name, path) + kEnded);
-  }
+TEST_F(LoggerFile, TakesALevelThatHasNoName) {
+  static_cast<void>(Logger(path, static_cast<LogLevel>(9), false, true));
+  EXPECT_EQ(Untimed(ReadAll(path)), Started("UNKNOWN", path) + kEnded);
 }
 
 TEST_F(LoggerFile, IsEchoedOnTheConsoleOnRequest) {
@@ -110,17 +98,12 @@ TEST_F(LoggerFile, IsEchoedOnTheConsoleOnRequest) {
     Logger logger(path, LogLevel::DEBUG, true, true);
     WriteOneOfEach(logger);
   });
-  EXPECT_EQ(console.out, "[T] [DEBUG  ] [http] d\n[T] [INFO   ] [update] i\n");
-  EXPECT_EQ(console.err,
-            "[T] [WARNING] w\n[T] [ERROR  ] [config] e\n  [more] %s\n");
-  EXPECT_THAT(ReadAll(path), HasSubstr("[http] d"));
+  EXPECT_EQ(console.out, kDebugAndInfo);
+  EXPECT_EQ(console.err, kWarningAndError);
 }
 
 TEST_F(LoggerFile, ThatCannotBeOpenedLeavesTheConsole) {
   static_cast<void>(folder.Write("log.txt", "a file, no folder"));
-  const std::string log = "[T] [DEBUG  ] [http] d\n[T] [INFO   ] [update] i\n";
-  const std::string errors =
-      "[T] [WARNING] w\n[T] [ERROR  ] [config] e\n  [more] %s\n";
   for (const bool console_output : {false, true}) {
     const Console console = ConsoleOf([&] {
       Logger logger(elsewhere, LogLevel::DEBUG, console_output, true);
@@ -128,9 +111,9 @@ TEST_F(LoggerFile, ThatCannotBeOpenedLeavesTheConsole) {
       EXPECT_EQ(logger.GetLogPath(), elsewhere);
       WriteOneOfEach(logger);
     });
-    EXPECT_EQ(console.out, log);
-    EXPECT_EQ(console.err,
-              "[logger] Failed to open log file: " + elsewhere + "\n" + errors);
+    EXPECT_EQ(console.out, kDebugAndInfo);
+    EXPECT_EQ(console.err, "[logger] Failed to open log file: " + elsewhere +
+                               "\n" + kWarningAndError);
   }
   const Console checked = ConsoleOf([&] {
     EXPECT_FALSE(InitLogger(elsewhere));
@@ -138,70 +121,41 @@ TEST_F(LoggerFile, ThatCannotBeOpenedLeavesTheConsole) {
     ShutdownLogger();
   });
   EXPECT_EQ(checked.out, "[T] [INFO   ] [update] i\n");
-  EXPECT_THAT(checked.err, testing::StartsWith("[logger] "));
 }
 
 TEST_F(LoggerFile, IsPrivateAndStaysInThisProcess) {
   const mode_t before = umask(0);
-  {
-    const Logger logger(path, LogLevel::INFO, false, true);
-    umask(before);
-    struct stat found {};
-    ASSERT_EQ(stat(path.c_str(), &found), 0);
-    EXPECT_EQ(found.st_mode & 07777, 0640);
-    int descriptors = 0;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-      std::error_code gone;
-      if (fs::read_symlink(entry.path(), gone) != path) continue;
-      ++descriptors;
-      const int fd = std::stoi(entry.path().filename());
-      EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
-      EXPECT_NE(fcntl(fd, F_GETFL) & O_APPEND, 0);
-    }
-    EXPECT_EQ(descriptors, 1);
+  const Logger logger(path, LogLevel::INFO, false, true);
+  umask(before);
+  struct stat found {};
+  ASSERT_EQ(stat(path.c_str(), &found), 0);
+  EXPECT_EQ(found.st_mode & 07777, 0640);
+  int descriptors = 0;
+  for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (fs::read_symlink(entry.path(), gone) != path) continue;
+    ++descriptors;
+    const int fd = std::stoi(entry.path().filename());
+    EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_NE(fcntl(fd, F_GETFL) & O_APPEND, 0);
   }
+  EXPECT_EQ(descriptors, 1);
 }
 
 TEST_F(LoggerFile, StampsLocalTime) {
-  using std::chrono::system_clock;
-  const auto seconds_of = [](const std::string& line) {
-    std::tm time{};
-    EXPECT_NE(strptime(line.c_str(), "[%Y-%m-%d %H:%M:%S.", &time), nullptr);
-    time.tm_isdst = -1;
-    return mktime(&time);
-  };
-  const std::time_t before = system_clock::to_time_t(system_clock::now());
+  const std::time_t before = std::time(nullptr);
   { const Logger logger(path, LogLevel::INFO, false, true); }
-  const std::time_t after = system_clock::to_time_t(system_clock::now());
-  EXPECT_THAT(seconds_of(ReadAll(path).substr(1)),
-              AllOf(testing::Ge(before), Le(after)));
-}
-
-TEST_F(LoggerFile, KeepsLinesOfSeveralThreadsApart) {
-  constexpr int kThreads = 4;
-  constexpr int kLines = 200;
-  const std::string message(300, 'm');
-  {
-    Logger logger(path, LogLevel::INFO, false, true);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&] {
-        SetThreadLogger(&logger);
-        for (int line = 0; line < kLines; ++line) LogInfo("t", message);
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
-  }
-  std::string expected = Started("INFO   ", path);
-  for (int i = 0; i < kThreads * kLines; ++i) {
-    expected += "[T] [INFO   ] [t] " + message + "\n";
-  }
-  EXPECT_EQ(Untimed(ReadAll(path)), expected + kEnded);
+  std::tm time{};
+  ASSERT_NE(strptime(ReadAll(path).c_str(), "\n[%Y-%m-%d %T.", &time), nullptr);
+  time.tm_isdst = -1;
+  const std::time_t stamped = mktime(&time);
+  EXPECT_GE(stamped, before);
+  // Not time(), whose clock lags behind by a tick.
+  EXPECT_LE(stamped, system_clock::to_time_t(system_clock::now()));
 }
 
 TEST_F(LoggerFile, OfTheProcessIsReplacedAndEnded) {
-  LogError("update", "dropped: there is no logger");
+  LogDebug("update", "dropped: there is no logger");
   EXPECT_EQ(GetLogPath(), "");
   EXPECT_EQ(GetThreadLogger(), nullptr);
   SetLogLevel(LogLevel::DEBUG);
@@ -212,6 +166,12 @@ TEST_F(LoggerFile, OfTheProcessIsReplacedAndEnded) {
   LogWarning("update", "below");
   SetLogLevel(LogLevel::DEBUG);
   LogDebug("update", "kept");
+  Logger own(folder.path() + "/own", LogLevel::INFO, false, true);
+  SetThreadLogger(&own);  // goes before that of the process
+  EXPECT_EQ(GetThreadLogger(), &own);
+  EXPECT_EQ(GetLogPath(), path);
+  LogError("update", "not here");
+  SetThreadLogger(nullptr);
   ASSERT_TRUE(InitLogger(path, LogLevel::INFO, false, true));
   std::thread([] { LogInfo("update", "from any thread"); }).join();
   ShutdownLogger();
@@ -221,27 +181,6 @@ TEST_F(LoggerFile, OfTheProcessIsReplacedAndEnded) {
             Started("ERROR  ", path) + "[T] [DEBUG  ] [update] kept\n" +
                 Started("INFO   ", path) + kEnded +
                 "[T] [INFO   ] [update] from any thread\n" + kEnded);
-}
-
-TEST_F(LoggerFile, OfAThreadGoesBeforeThatOfTheProcess) {
-  const std::string own = folder.path() + "/own.txt";
-  ASSERT_TRUE(InitLogger(path, LogLevel::INFO, false, true));
-  Logger* const global = GetThreadLogger();
-  {
-    Logger logger(own, LogLevel::INFO, false, true);
-    SetThreadLogger(&logger);
-    EXPECT_EQ(GetThreadLogger(), &logger);
-    EXPECT_EQ(GetLogPath(), path);
-    LogInfo("", "here");
-    std::thread([] { LogInfo("", "elsewhere"); }).join();
-    SetThreadLogger(nullptr);
-  }
-  EXPECT_EQ(GetThreadLogger(), global);
-  ShutdownLogger();
-  EXPECT_EQ(Untimed(ReadAll(own)),
-            Started("INFO   ", own) + "[T] [INFO   ] here\n" + kEnded);
-  EXPECT_EQ(Untimed(ReadAll(path)),
-            Started("INFO   ", path) + "[T] [INFO   ] elsewhere\n" + kEnded);
 }
 
 // Where the file may lie. Paths are below a folder of the user's own.
@@ -285,13 +224,10 @@ TEST_F(LogLocation, MustBeARealFolderThatRootAloneGoverns) {
   MakeFolder("sticky", 01777);
   MakeFolder("user", 0755);
   ASSERT_EQ(chown(In("user").c_str(), 65534, 0), 0);
-  MakeFolder("user_all", 0777);
-  ASSERT_EQ(chown(In("user_all").c_str(), 65534, 0), 0);
   Link("private", "link");
   Link("all", "link_to_all");
   static_cast<void>(folder.Write("file", ""));
   Link(In("file"), "private/to_file");
-  Link(In("private"), "private/to_folder");
   Link("/dev/null", "private/to_device");
   Link(In("nothing"), "private/to_nothing");
 
@@ -300,23 +236,19 @@ TEST_F(LogLocation, MustBeARealFolderThatRootAloneGoverns) {
   };
   for (const Case& row : std::vector<Case>{
            {"private/log", "", ""},
-           {"private//log", "", ""},
            {"group/log", "", ""},
            {"private/new/and/newer/log", "", ""},
            {"private/to_nothing", "", ""},
            {"all/log", kOpenToAll, "all"},
            {"sticky/log", kOpenToAll, "sticky"},
            {"user/log", kOwner, "user"},
-           {"user_all/log", kOwner, "user_all"},
            {"link/log", kSymlink, "link"},
-           {"link//log", kSymlink, "link"},
            {"link_to_all/log", kSymlink, "link_to_all"},
-           {"link_to_all\\log", kSymlink, "link_to_all"},
+           {"link//log", kSymlink, "link"},
            {"all\\log", kOpenToAll, "all"},
            {"file/log", kNotMade, "file"},
            {"file/below/log", kNotMade, "file/below"},
            {"private/to_file", kFileLink, "private/to_file"},
-           {"private/to_folder", kFileLink, "private/to_folder"},
            {"private/to_device", kFileLink, "private/to_device"}}) {
     SCOPED_TRACE(row.path);
     const std::string expected =
@@ -343,19 +275,17 @@ TEST_F(LogLocation, OfAUserIsNotTrustedEvenByHimself) {
 
 TEST_F(LogLocation, WithoutAFolderIsTheRootOrTheCurrentOne) {
   EXPECT_EQ(LogLocationFault("/quorvane-test-none"), "");
-  MakeFolder("all", 0777);
   const fs::path before = fs::current_path();
+  MakeFolder("all", 0777);
   fs::current_path(In("all"));
-  EXPECT_THAT(LogLocationFault("log"), geteuid() == 0
-                                           ? HasSubstr("insecure permissions")
-                                           : HasSubstr("untrusted owner"));
+  EXPECT_THAT(LogLocationFault("log"), HasSubstr("SECURITY: Log directory"));
   fs::current_path(before);
 }
 
 TEST_F(LogLocation, NeverMakesTheLoggerThrow) {
+  const std::string endless(5000, 'n');
   for (const std::string& path :
-       {std::string(5000, 'n'), In("") + std::string(5000, 'n') + "/log",
-        std::string("/"), folder.path()}) {
+       {endless, In(endless) + "/log", std::string("/"), folder.path()}) {
     const Console console = ConsoleOf([&] {
       const Logger logger(path, LogLevel::INFO, false, false);
       EXPECT_FALSE(logger.IsInitialized());
@@ -364,79 +294,57 @@ TEST_F(LogLocation, NeverMakesTheLoggerThrow) {
   }
 }
 
-// `told` is what standard error says; null: no matter.
-struct Masked {
-  const char *name, *text, *masked, *told;
-};
-class Masking : public testing::TestWithParam<Masked> {};
-
-TEST_P(Masking, Text) {
-  const auto& [name, text, masked, told] = GetParam();
-  CaptureStderr();
-  EXPECT_EQ(MaskIP(text), masked);
-  const std::string captured = GetCapturedStderr();
-  if (told != nullptr) {
-    EXPECT_EQ(captured, told);
-  }
-}
-
 #define BAD_V4 "[MaskIP] Skipping invalid IPv4 address"
 #define BAD_V6 "[MaskIP] Skipping invalid IPv6 adress"
 
-INSTANTIATE_TEST_SUITE_P(
-    Ipv4, Masking,
-    testing::ValuesIn(std::vector<Masked>{
-        {"empty", "", "", ""},
-        {"too_few_marks", "1.2.3 a:b:c", "1.2.3 a:b:c", ""},
-        {"alone", "192.168.1.20", "XXX.XXX.1.20", ""},
-        {"in_a_url", "https://10.0.0.5/redfish/v1",
-         "https://XX.X.0.5/redfish/v1", ""},
-        {"port", "https://10.0.0.5:8443/", "https://XX.X.0.5:8443/", ""},
-        {"every_one", "1.2.3.4 to 22.33.44.55,6.7.8.9",
-         "X.X.3.4 to XX.XX.44.55,X.X.8.9", ""},
-        {"behind_a_word", "bmc-1.2.3.4", "bmc-X.X.3.4", ""},
-        {"five_parts", "1.2.3.4.5", "X.X.3.4.5", ""},
-        {"limits", "255.255.255.255 0.0.0.0", "XXX.XXX.255.255 X.X.0.0", ""},
-        {"fourth_above_255", "1.2.3.999", "1.2.3.999", BAD_V4 "0\n"},
-        {"version", "2.10.0.1234", "2.10.0.1234", BAD_V4 "0\n"},
-        {"second_above_255", "1.256.3.4", "1.256.3.4", BAD_V4 "0\n"},
-        {"third_above_255", "1.2.256.4", "1.2.256.4", BAD_V4 "0\n"},
-        {"first_too_long", "1234.1.2.3", "1234.1.2.3", BAD_V4 "0\n"},
-        {"valid_behind_invalid", "999.1.2.3.4", "999.X.X.3.4", BAD_V4 "0\n"},
-        {"no_first", ".1.2.3", ".1.2.3", BAD_V4 "0\n"},
-        {"no_digit_before", "a.1.2.3", "a.1.2.3", BAD_V4 "0\n"},
-        {"no_fourth", "1.2.3.x", "1.2.3.x", nullptr},
-        {"overflow", "1.99999999999999999999.3.4", "1.99999999999999999999.3.4",
-         nullptr},
-        {"blank_inside", "1. 2.3.4", "1. 2.3.4", nullptr},
-        {"file_names", "a.b.c.d.e", "a.b.c.d.e", BAD_V4 "0\n" BAD_V4 "2\n"},
-    }),
-    [](const auto& row) { return row.param.name; });
-
-INSTANTIATE_TEST_SUITE_P(
-    Ipv6, Masking,
-    testing::ValuesIn(std::vector<Masked>{
-        {"full", "2001:db8:1:2:3:4:5:6", "_____________3:4:5:6", ""},
-        {"capitals", "2001:DB8:1:2:3:4:5:6", "_____________3:4:5:6", ""},
-        {"three_colons", "fe80::a:b", "_________", ""},
-        {"four_colons", " fe80::a:b:c!", " __________c!", ""},
-        {"two_colons_outside_brackets", "fe80::a0 fe80::1:2",
-         "fe80::a0 _________", BAD_V6 "0\n" BAD_V6 "5\n"},
-        {"two_addresses", "1:2:3:4:5:6:7:8,a:b:c:d:e:f:1:2",
-         "________5:6:7:8,________e:f:1:2", ""},
-        {"group_too_long", "12345:6:7:8:9", "12345:_______", BAD_V6 "0\n"},
-        {"not_hexadecimal", "g:1:2:3", "g:1:2:3", BAD_V6 "0\n"},
-        {"host", "https://[2001:db8:1:2:3:4:5:6]:443/x",
-         "https://[_____________3:4:5:6]:443/x", nullptr},
-        {"short_host", "https://[fe80::1]/redfish", "https://[_______]/redfish",
-         nullptr},
-        {"loopback_host", "https://[::1]:8443/", "https://[___]:8443/",
-         nullptr},
-        {"host_alone", "[fe80::1]:443", "[_______]:443", nullptr},
-        {"behind_a_host", "[fe80::1] 1:2:3:4:5:6:7:8",
-         "[_______] ________5:6:7:8", nullptr},
-    }),
-    [](const auto& row) { return row.param.name; });
+TEST(Masking, HidesTheNetworkOfAnAddress) {
+  struct Case {
+    const char *text, *masked;
+    const char* told = "";  // on standard error; null: no matter
+  };
+  for (const Case& row : std::vector<Case>{
+           {"", ""},
+           {"1.2.3 a:b:c", "1.2.3 a:b:c"},
+           {"https://10.0.0.5:8443/redfish", "https://XX.X.0.5:8443/redfish"},
+           {"1.2.3.4 to 22.33.44.55,6.7.8.9", "X.X.3.4 to XX.XX.44.55,X.X.8.9"},
+           {"bmc-192.168.1.20", "bmc-XXX.XXX.1.20"},
+           {"1.2.3.4.5", "X.X.3.4.5"},
+           {"255.255.255.255 0.0.0.0", "XXX.XXX.255.255 X.X.0.0"},
+           {"1.2.3.256", "1.2.3.256", BAD_V4 "0\n"},
+           {"1.256.3.4", "1.256.3.4", BAD_V4 "0\n"},
+           {"1.2.256.4", "1.2.256.4", BAD_V4 "0\n"},
+           {"1234.1.2.3", "1234.1.2.3", BAD_V4 "0\n"},
+           {"999.1.2.3.4", "999.X.X.3.4", BAD_V4 "0\n"},
+           {".1.2.3", ".1.2.3", BAD_V4 "0\n"},
+           {"a.1.2.3", "a.1.2.3", BAD_V4 "0\n"},
+           {"1.2.3.x", "1.2.3.x", nullptr},
+           {"1.99999999999999999999.3.4", "1.99999999999999999999.3.4",
+            nullptr},
+           {"1. 2.3.4", "1. 2.3.4", nullptr},
+           {"a.b.c.d.e", "a.b.c.d.e", BAD_V4 "0\n" BAD_V4 "2\n"},
+           {"2001:dB8:1:2:3:4:5:6", "_____________3:4:5:6"},
+           {"fe80::a:b", "_________"},
+           {" fe80::a:b:c!", " __________c!"},
+           {"fe80::a0 fe80::1:2", "fe80::a0 _________",
+            BAD_V6 "0\n" BAD_V6 "5\n"},
+           {"1:2:3:4:5:6:7:8,a:b:c:d:e:f:1:2",
+            "________5:6:7:8,________e:f:1:2"},
+           {"12345:6:7:8:9", "12345:_______", BAD_V6 "0\n"},
+           {"g:1:2:3", "g:1:2:3", BAD_V6 "0\n"},
+           {"https://[2001:db8:1:2:3:4:5:6]:443/x",
+            "https://[_____________3:4:5:6]:443/x", nullptr},
+           {"https://[fe80::1]/a", "https://[_______]/a", nullptr},
+           {"https://[::1]:8443/", "https://[___]:8443/", nullptr},
+           {"[fe80::1]:443", "[_______]:443", nullptr},
+           {"[fe80::1] 1:2:3:4:5:6:7:8", "[_______] ________5:6:7:8",
+            nullptr}}) {
+    CaptureStderr();
+    EXPECT_EQ(MaskIP(row.text), row.masked);
+    const std::string told = GetCapturedStderr();
+    if (row.told == nullptr) continue;
+    EXPECT_EQ(told, row.told) << row.text;
+  }
+}
 
 TEST(AnswerInALog, ShowsNoPassword) {
   const std::vector<std::pair<std::string, std::string>> cases = {
