@@ -197,7 +197,7 @@ Response Exchange::Perform(const std::string& details, const ImageFile* image) {
 // A body of known size is held once: growing by copies would need twice the
 // room of a firmware image. The promised size is a hint and no more.
 void Exchange::ReserveBody() {
-  constexpr curl_off_t kMostBelieved = 1LL << 30;
+  constexpr curl_off_t kMostBelieved = 8LL << 30;
   curl_off_t length = 0;
   if (curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T,
                         &length) != CURLE_OK ||

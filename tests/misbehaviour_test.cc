@@ -117,8 +117,13 @@ struct Stage {
   const char* told;
 };
 
+// Of its own, since /tmp is shared by all that runs here.
+std::string ImageName() {
+  return "quorvane-misdeeds-" + std::to_string(getpid()) + ".blx";
+}
+
 std::vector<Stage> Stages() {
-  const std::string image = "/share/quorvane-test.blx";
+  const std::string image = "/share/" + ImageName();
   const char* restarted = "accepted, restarted: Reboot successful";
   return {{"inventory",
            "GET",
@@ -188,7 +193,7 @@ std::vector<Stage> Stages() {
            {"refused: SimpleUpdate not supported and image download failed",
             restarted,
             "refused: SimpleUpdate not supported and image download failed"},
-           "Download complete: /tmp/quorvane-test.blx"},
+           "Download complete: /tmp/"},
           // A task that cannot be watched does not keep the restart back.
           {"task",
            "GET",
@@ -246,7 +251,7 @@ void MisbehavingBmc::Behave(const std::string& road) {
   bmc.On("POST", kUpload).Answer(road == "binary" ? 405 : 202, TaskLink(kTask));
   bmc.On("PUT", kUpload).Answer(202, TaskLink(kTask));
   bmc.On("POST", kSimple).Answer(road == "download" ? 404 : 200);
-  bmc.On("GET", "/share/quorvane-test.blx").Answer(200, "firmware");
+  bmc.On("GET", "/share/" + ImageName()).Answer(200, "firmware");
   bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
   bmc.On("POST", kReset).Answer(204);
 }
@@ -258,7 +263,7 @@ UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
   request.password = "s3cret";
   request.prefetched_inventory.resize(1);
   if (road == "share" || road == "download") {
-    request.image_uri = Url("/share/quorvane-test.blx");
+    request.image_uri = Url("/share/" + ImageName());
   } else {
     request.local_file = image;
     request.targets = {"/a"};
@@ -387,7 +392,7 @@ TEST_P(EveryStage, EndsAndIsTold) {
       EXPECT_THAT(log, HasSubstr("-> HTTP 503"));
     }
     EXPECT_FALSE(log.find("s3cret") != std::string::npos);
-    EXPECT_FALSE(std::filesystem::exists("/tmp/quorvane-test.blx"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/" + ImageName()));
   }
   EXPECT_THAT(Waits(), SizeIs(Lt(60)));
 }
