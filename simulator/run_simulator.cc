@@ -105,11 +105,13 @@ void PrintGreeting(const std::string& scenario_file, const Scenario& scenario,
   std::cout << "Simulated BMC at https://" << address << '\n'
             << "Scenario " << scenario_file << ": "
             << Printable(scenario.description) << '\n'
-            << "User " << Printable(scenario.user)
-            << "; put the scenario's password into a file of your own, then:\n"
+            << "Its password stands in the scenario's credentials, else it is "
+               "\"password\".\n"
+            << "Put it into a file of your own; then, in another terminal:\n"
             << "  quorvane update --bmc " << address << " --user "
             << Printable(scenario.user)
-            << " --password-file PASSWORD_FILE --file IMAGE\n"
+            << " --password-file PASSWORD_FILE \\\n"
+               "    --file IMAGE --rules RULES_FILE\n"
             << "Ctrl-C ends it." << std::endl;
 }
 

@@ -85,7 +85,8 @@ TEST(Report, OfALogCutOffAnywhereIsOneAndNeverClaimsSuccess) {
     const Report report = ReadReport(log.substr(0, length));
     const bool is_done = report.verdict.outcome == Verdict::Outcome::kDone;
     ASSERT_TRUE(!is_done || length > summary) << length;
-    ASSERT_THAT(TextReport(report), HasSubstr("Outcome: ")) << length;
+    ASSERT_THAT(TextReport(report, length % 90), HasSubstr("Outcome: "))
+        << length;
     ASSERT_THAT(HtmlReport(report), testing::EndsWith("</html>\n")) << length;
     ASSERT_TRUE(nlohmann::json::accept(JsonReport(report))) << length;
   }
@@ -99,7 +100,7 @@ TEST(Report, TellsPhasesWaitsAndAnswers) {
   EXPECT_EQ(upload.name, "Upload");
   EXPECT_EQ(upload.asked, "2 requests, URI 1 of 2");
   EXPECT_EQ(upload.answered, "503, 202");
-  EXPECT_EQ(upload.waited, "1 s");  // the log says 5, its clock goes on by 1
+  EXPECT_EQ(upload.waited, 1);  // the log says 5, its clock goes on by 1
   EXPECT_EQ(upload.ended, "granted");
   EXPECT_THAT(RowOf(report.run.phases[2]).answered,
               HasSubstr("Completed 100 %"));

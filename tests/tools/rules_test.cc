@@ -55,7 +55,7 @@ INSTANTIATE_TEST_SUITE_P(
          R"(11:5 "retry_config" has no key "sleeptime"; it is ignored; did )"
          R"(you mean "sleep_time"?)"},
         {"wrong_type", R"("sleep_time": 5)", R"("sleep_time": "5")",
-         R"(11:19 "sleep_time" is of type string and is ignored)"},
+         R"(11:19 "sleep_time" is of type string, not integer, and)"},
         {"fraction", R"("sleep_time": 5)", R"("sleep_time": 5.5)",
          R"(11:19 "sleep_time" is of type number)"},
         {"key_twice", R"("200": "validate)",

@@ -2,9 +2,11 @@
 #include "tools/quorvane/bmc_options.h"
 
 #include <fmt/core.h>
+#include <unistd.h>
 
-#include <map>
+#include <algorithm>
 #include <stdexcept>
+#include <vector>
 
 #include "quorvane/config.h"
 #include "tools/quorvane/password.h"
@@ -28,39 +30,53 @@ void RefusePasswordArgument(CLI::App& command, const std::string& option) {
 void AddBmcOptions(CLI::App& command, BmcOptions& options) {
   command
       .add_option("--bmc", options.bmc,
-                  "The BMC's address or host name, with :PORT if needed")
+                  "Address or host name of the BMC, or HOST:PORT")
       ->required()
+      ->check(CLI::Validator(
+          [](const std::string& address) {
+            return !address.empty() && address.find('/') == std::string::npos
+                       ? std::string()
+                       : std::string(
+                             "give the address alone, such as "
+                             "192.0.2.7 or [2001:db8::7]:8443");
+          },
+          ""))
       ->type_name("ADDRESS");
   command.add_option("--user", options.user, "Account on the BMC")
       ->required()
       ->type_name("NAME");
   auto* file = command.add_option("--password-file", options.password_file,
-                                  "Read the password from this file's first "
-                                  "line; else it is asked for");
+                                  "File with the password; else it is asked "
+                                  "for");
   file->type_name("FILE");
   command
       .add_flag("--password-stdin", options.password_stdin,
-                "Read the password from the first line of standard input")
+                "Read the password from standard input")
       ->excludes(file);
   command
       .add_option("--rules", options.rules,
-                  "Use this rules file instead of the installed one")
+                  "Use this rules file, not the installed one")
       ->type_name("FILE");
   command
       .add_option("--log", options.log,
-                  "Append the log to this file; else a private one is made")
+                  "Append the log here; else a private one is made")
       ->type_name("FILE");
   RefusePasswordArgument(command, "--password");
-  const std::map<std::string, LogLevel> levels = {
-      {"debug", LogLevel::DEBUG},
-      {"info", LogLevel::INFO},
-      {"warning", LogLevel::WARNING},
-      {"error", LogLevel::ERROR}};
   command
       .add_option("--log-level", options.log_level,
-                  "What the log keeps: debug (default), info, warning, error")
-      ->transform(
-          CLI::CheckedTransformer(levels, CLI::ignore_case).description(""))
+                  "debug (default), info, warning or error")
+      ->transform(CLI::Validator(
+          [](std::string& word) {
+            const std::vector<std::string> levels = {"debug", "info", "warning",
+                                                     "error"};
+            const auto level = std::find(levels.begin(), levels.end(), word);
+            if (level == levels.end()) {
+              return "give debug, info, warning or error, not " + word;
+            }
+            word = std::to_string(level - levels.begin());
+            return std::string();
+          },
+          ""))
       ->type_name("LEVEL");
 }
 
@@ -72,16 +88,20 @@ std::string ReadPassword(const BmcOptions& options) {
   return PasswordFromTerminal(options.user + " on " + options.bmc);
 }
 
+std::string RulesComplaint(const std::string& file, const std::string& why) {
+  return fmt::format("The rules cannot be used: {}. {}", why,
+                     access(file.c_str(), R_OK) == 0
+                         ? "`quorvane rules check " + file + "` tells more."
+                         : "Check its name and rights.");
+}
+
 Config CheckRules(const BmcOptions& options) {
   try {
     return options.rules.empty() ? LoadConfigAuto() : LoadConfig(options.rules);
   } catch (const std::runtime_error& error) {
     const std::string file =
         options.rules.empty() ? ResolveConfigPath() : options.rules;
-    throw ToolError(ExitCode::kUsage,
-                    fmt::format("The rules cannot be used: {}. `quorvane rules "
-                                "check {}` tells more.",
-                                error.what(), file));
+    throw ToolError(ExitCode::kUsage, RulesComplaint(file, error.what()));
   }
 }
 

@@ -32,6 +32,9 @@ void RefusePasswordArgument(CLI::App& command, const std::string& option);
 /// @throws ToolError
 std::string ReadPassword(const BmcOptions& options);
 
+/// What to say of a rules file that `why` keeps from use.
+std::string RulesComplaint(const std::string& file, const std::string& why);
+
 /// Loads the rules before anything else happens, so that a mistake in them
 /// costs no password and is told with the file's own name.
 /// @throws ToolError

@@ -14,6 +14,12 @@ _quorvane() {
     --log-level)
       mapfile -t COMPREPLY < <(compgen -W "debug info warning error" -- "$current")
       return ;;
+    --scenario)
+      # The ready ones lie beside the folder of the completions.
+      local ready=${BASH_SOURCE[0]%/bash-completion/*}/quorvane/scenarios name
+      for name in "$ready"/*.json; do words+="$(basename "$name" .json) "; done
+      mapfile -t COMPREPLY < <(compgen -f -W "$words" -- "$current")
+      return ;;
     --bmc | --user | --share-user | --image | --target | --port | --bind)
       return ;;
   esac

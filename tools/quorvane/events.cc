@@ -56,7 +56,10 @@ void ReadUriAndPlace(std::string_view rest, Event& event) {
   ReadPlace(place, event);
 }
 
-void ReadUri(std::string_view rest, Event& event) { event.uri = rest; }
+// In a log that is cut off, half the next line may hang on it.
+void ReadUri(std::string_view rest, Event& event) {
+  event.uri = rest.substr(0, rest.find('\n'));
+}
 
 void ReadStatus(std::string_view rest, Event& event) {
   event.status = LeadingNumber<long>(rest).value_or(-1);

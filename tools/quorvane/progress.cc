@@ -20,14 +20,6 @@ bool IsSet(const char* variable) {
   return value != nullptr && *value != '\0';
 }
 
-std::size_t TerminalColumns() {
-  constexpr std::size_t kUsual = 80;
-  winsize size{};
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0
-             ? size.ws_col
-             : kUsual;
-}
-
 std::string CutTo(std::size_t columns, const std::string& line) {
   return Columns(line) < columns ? line : Excerpt(line, columns - 4);
 }
@@ -85,8 +77,10 @@ class LiveProgress final : public Progress {
 
   void OnEvent(const Event& event, const Run& run) override {
     if (event.level >= LogLevel::WARNING) {
-      Print(Erasure() +
-            fmt::format("{}{}{}\n", kYellow, PlainLine(event, run), kPlain));
+      Print(Erasure() + fmt::format("{}{}{}\n", kYellow,
+                                    Wrapped(PlainLine(event, run),
+                                            TerminalColumns(), kIndent),
+                                    kPlain));
       Draw(run);
     } else if (SecondsOf(StampNow()) - drawn_at_ > kRedrawSeconds) {
       Draw(run);
@@ -99,6 +93,7 @@ class LiveProgress final : public Progress {
   static constexpr const char* kYellow = "\x1b[33m";
   static constexpr const char* kPlain = "\x1b[0m";
   static constexpr double kRedrawSeconds = 0.1;
+  static constexpr std::size_t kIndent = 11;  // behind the time
 
   // Back to the block's first line, and all gone below.
   std::string Erasure() {
@@ -177,13 +172,24 @@ std::string StepOf(const Event& event, const Run& run) {
       break;
   }
   if (event.level < LogLevel::WARNING) return {};
-  // The phase that it befell; none before the first.
-  const char* phase = run.phases.empty() ? "" : NameOf(run.phases.back().phase);
-  return fmt::format("{}{}{}", phase, *phase == '\0' ? "" : ": ",
+  // The phase that it befell, unless the message itself begins with it.
+  const std::string phase =
+      run.phases.empty() ? "" : NameOf(run.phases.back().phase);
+  const bool is_told = event.text.rfind(phase, 0) == 0;
+  return fmt::format("{}{}{}", is_told ? "" : phase, is_told ? "" : ": ",
                      Excerpt(event.text, 400));
 }
 
 }  // namespace
+
+std::size_t TerminalColumns() {
+  constexpr std::size_t kUsual = 80;
+  if (isatty(STDOUT_FILENO) != 1) return 0;
+  winsize size{};
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0
+             ? size.ws_col
+             : kUsual;
+}
 
 ProgressStyle ChooseStyle(bool quiet) {
   if (quiet) return ProgressStyle::kQuiet;

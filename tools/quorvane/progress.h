@@ -3,6 +3,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_PROGRESS_H_
 #define QUORVANE_TOOLS_QUORVANE_PROGRESS_H_
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,6 +33,9 @@ enum class ProgressStyle {
 /// kLive on a terminal that can be drawn on, unless `quiet`, NO_COLOR or CI say
 /// otherwise.
 ProgressStyle ChooseStyle(bool quiet);
+
+/// The width of the terminal; 0 when standard output is none.
+std::size_t TerminalColumns();
 
 /// @param tries  What the rules allow each URI.
 std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int tries);

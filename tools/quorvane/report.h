@@ -2,6 +2,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_REPORT_H_
 #define QUORVANE_TOOLS_QUORVANE_REPORT_H_
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,12 +24,13 @@ Report ReadReport(std::string_view log);
 
 /// What a phase did, in the words of the report's table.
 struct PhaseRow {
-  std::string name, asked, answered, waited, ended;
+  std::string name, asked, answered, ended;
+  double waited = 0;  ///< Seconds, before retries and polls.
 };
 PhaseRow RowOf(const PhaseRun& phase);
 
-/// For a terminal.
-std::string TextReport(const Report& report);
+/// For a terminal whose lines have `columns`; 0 breaks none.
+std::string TextReport(const Report& report, std::size_t columns);
 
 /// One page that needs nothing from anywhere else.
 std::string HtmlReport(const Report& report);

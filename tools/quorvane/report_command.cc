@@ -3,12 +3,12 @@
 
 #include <cerrno>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <system_error>
 
 #include "tools/quorvane/commands.h"
+#include "tools/quorvane/progress.h"
 #include "tools/quorvane/report.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
@@ -23,15 +23,11 @@ struct Options {
 };
 
 std::string ReadLog(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text(std::istreambuf_iterator<char>(file), {});
-  if (!file.is_open() || file.bad()) {
-    throw ToolError(
-        ExitCode::kUsage,
-        fmt::format("Cannot read the log {} ({}); check its name and rights.",
-                    path, std::generic_category().message(errno)));
-  }
-  return text;
+  if (auto text = FileText(path)) return *std::move(text);
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot read the log {} ({}); check its name and rights.",
+                  path, std::generic_category().message(errno)));
 }
 
 void WritePage(const std::string& path, const std::string& page) {
@@ -56,7 +52,7 @@ ExitCode RunReport(const Options& options) {
   if (options.json) {
     fmt::print("{}\n", JsonReport(report));
   } else if (options.html.empty()) {
-    fmt::print("{}", TextReport(report));
+    fmt::print("{}", TextReport(report, TerminalColumns()));
   } else {
     fmt::print("Report: {}\n", Printable(options.html));
   }

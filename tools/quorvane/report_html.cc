@@ -257,7 +257,8 @@ std::string PhaseTable(const Run& run) {
         "class=\"number\">{}</td><td>{}</td></tr>\n",
         Escaped(row.name), Duration(phase.begin - run.begin),
         Duration(phase.end - phase.begin), Escaped(row.asked),
-        Escaped(row.answered), row.waited, Escaped(row.ended));
+        Escaped(row.answered), row.waited == 0 ? "-" : Duration(row.waited),
+        Escaped(row.ended));
   }
   return html + "</table></div>\n";
 }

@@ -2,6 +2,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "tools/quorvane/report.h"
@@ -15,23 +16,27 @@ using Ending = PhaseRun::Ending;
 std::string EndingOf(const PhaseRun& phase) {
   switch (phase.ending) {
     case Ending::kOpen:
-      return "open";
+      return "cut off";
     case Ending::kTaken:
       return "granted";
     case Ending::kWell:
-      return phase.phase == Phase::kTask ? "ended well" : "read";
+      return phase.phase == Phase::kTask       ? "ended well"
+             : phase.phase == Phase::kDownload ? "fetched"
+                                               : "read";
     case Ending::kBadly:
       return "failed";
     case Ending::kStaged:
       return "staged";
     case Ending::kGone:
-      return "task gone, taken for a restart";
+      return "gone";
     case Ending::kMissing:
-      return "task vanished";
+      return "vanished";
     case Ending::kTimedOut:
       return "time is up";
     case Ending::kRefused:
-      return "refused";
+      return !phase.spans.empty() && phase.spans.back().status == 0
+                 ? "no answer"
+                 : "refused";
   }
   return {};
 }
@@ -67,6 +72,24 @@ std::string ProgressOf(const PhaseRun& phase) {
              : fmt::format("; {} {} %", Printable(last.state), last.percent);
 }
 
+constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<10} {}\n";
+
+// "4.1 s", "12:30", "1:05:09": narrow enough for a column.
+std::string Clock(double seconds) {
+  const auto whole = std::lround(seconds);
+  if (whole < 60) return Duration(seconds);
+  return whole < 3600 ? fmt::format("{}:{:02}", whole / 60, whole % 60)
+                      : fmt::format("{}:{:02}:{:02}", whole / 3600,
+                                    whole / 60 % 60, whole % 60);
+}
+
+std::string AnsweredAt(const PhaseRun& phase, const PhaseRow& row) {
+  if (phase.uri_count < 2) return row.answered;
+  return fmt::format("{}{}URI {} of {}", row.answered,
+                     row.answered.empty() ? "" : "; ", phase.uri_index,
+                     phase.uri_count);
+}
+
 }  // namespace
 
 Report ReadReport(std::string_view log) {
@@ -100,16 +123,16 @@ PhaseRow RowOf(const PhaseRun& phase) {
   }
   std::string name = NameOf(phase.phase);
   if (phase.task_of == Phase::kActivation || phase.task_of == Phase::kRestart) {
-    name = fmt::format("{} of {}", name, NameOf(phase.task_of));
+    name = fmt::format("{} task", NameOf(phase.task_of));
   }
   return {.name = name,
           .asked = asked,
           .answered = StatusesOf(phase) + ProgressOf(phase),
-          .waited = waited == 0 ? "-" : Duration(waited),
-          .ended = EndingOf(phase)};
+          .ended = EndingOf(phase),
+          .waited = waited};
 }
 
-std::string TextReport(const Report& report) {
+std::string TextReport(const Report& report, std::size_t columns) {
   const Run& run = report.run;
   std::string text = run.title.empty() ? "" : Printable(run.title) + "\n";
   if (run.earlier_runs > 0) {
@@ -117,33 +140,25 @@ std::string TextReport(const Report& report) {
                         run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
   }
   if (!run.phases.empty()) {
-    text +=
-        fmt::format("\n{:>9}  {:>9}  {:<16} {:<24} {:<10} {:<20} {}\n", "AFTER",
-                    "TOOK", "PHASE", "ASKED", "WAITED", "ENDED", "ANSWERED");
+    text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE", "ENDED",
+                        "ANSWERED");
   }
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
-    text += fmt::format("{:>9}  {:>9}  {:<16} {:<24} {:<10} {:<20} {}\n",
-                        Duration(phase.begin - run.begin),
-                        Duration(phase.end - phase.begin), row.name, row.asked,
-                        row.waited, row.ended, row.answered);
+    text += fmt::format(kRow, "", Clock(phase.begin - run.begin),
+                        Clock(phase.end - phase.begin),
+                        row.waited == 0 ? "-" : Clock(row.waited), row.name,
+                        row.ended, AnsweredAt(phase, row));
     for (const Remark& remark : phase.remarks) {
       if (remark.level < LogLevel::WARNING) continue;
-      text += fmt::format("{:>9}             ! {}\n",
-                          Duration(remark.time - run.begin),
-                          Excerpt(remark.text, 200));
+      text +=
+          Wrapped(fmt::format("{:>8}    ! {}", Clock(remark.time - run.begin),
+                              Excerpt(remark.text, 200)),
+                  columns, 14) +
+          '\n';
     }
   }
-  const Verdict& verdict = report.verdict;
-  text += fmt::format("\nOutcome: {}. {}\n", NameOf(verdict.outcome),
-                      Printable(verdict.headline));
-  if (!verdict.cause.empty()) {
-    text += fmt::format("Cause:   {}\n", Excerpt(verdict.cause, 2000));
-  }
-  if (!verdict.next.empty()) {
-    text += fmt::format("Next:    {}\n", Printable(verdict.next));
-  }
-  return text;
+  return text + '\n' + TextOf(report.verdict, columns);
 }
 
 std::string JsonReport(const Report& report) {

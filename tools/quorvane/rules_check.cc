@@ -98,9 +98,8 @@ class Lint {
       return;
     }
     if (!HasType(schema, node)) {
-      Find(node.place,
-           fmt::format("{} is of type {} and is ignored; it must be {}", name,
-                       NameOf(node.type), TypesOf(schema)));
+      Find(node.place, fmt::format("{} is of type {}, not {}, and is ignored",
+                                   name, NameOf(node.type), TypesOf(schema)));
       return;
     }
     if (node.type == Type::kObject) CheckMembers(schema, node, name);
@@ -269,12 +268,19 @@ class Lint {
 
   // With these the service says yes (DSP0266, "Status codes").
   void FindUnnamed(const RulesNode& rules, const char* consequence) {
+    std::string unnamed;
     for (const char* status : {"200", "202", "204"}) {
-      if (rules.Find(status) == nullptr) {
-        Find(rules.place,
-             fmt::format("No rule names {}: {}", status, consequence));
-      }
+      if (rules.Find(status) == nullptr) Append(unnamed, status);
     }
+    if (!unnamed.empty()) {
+      Find(rules.place,
+           fmt::format("No rule names {}: {}", unnamed, consequence));
+    }
+  }
+
+  static void Append(std::string& list, const char* word) {
+    list += list.empty() ? "" : ", ";
+    list += word;
   }
 
   void CheckStatuses(const RulesNode& rules) {
@@ -324,18 +330,25 @@ class Lint {
                          DidYouMean(TaskStates(), rule.name)));
       }
     }
+    std::string unnamed;
     for (const char* state :
          {"Completed", "Exception", "Killed", "Cancelled"}) {
       const RulesNode* rule = states.Find(state);
-      if (rule == nullptr || rule->text == "continue_polling") {
-        Find(rule == nullptr ? states.place : rule->place,
-             fmt::format("A task in {} does not move any more, but is watched "
-                         "until the time is up",
-                         state));
+      if (rule == nullptr) {
+        Append(unnamed, state);
+      } else if (rule->text == "continue_polling") {
+        Find(rule->place, fmt::format("A task in {} {}", state, kStandsStill));
       }
+    }
+    if (!unnamed.empty()) {
+      Find(states.place,
+           fmt::format("No rule names {}: a task in such a state {}", unnamed,
+                       kStandsStill));
     }
   }
 
+  static constexpr const char* kStandsStill =
+      "does not move any more, but is watched until the time is up";
   std::vector<Finding> findings_;
 };
 

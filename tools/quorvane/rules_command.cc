@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "quorvane/config.h"
+#include "tools/quorvane/bmc_options.h"
 #include "tools/quorvane/commands.h"
 #include "tools/quorvane/rules_check.h"
 #include "tools/quorvane/rules_explain.h"
@@ -20,9 +19,8 @@ namespace quorvane::tool {
 namespace {
 
 std::vector<Finding> LintFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return {};  // loading has told why
-  return LintRules(std::string(std::istreambuf_iterator<char>(file), {}));
+  const auto text = FileText(path);
+  return text ? LintRules(*text) : std::vector<Finding>();  // loading told why
 }
 
 // Also where the library's own words give no place, the findings do.
@@ -50,10 +48,7 @@ ExitCode ExplainFile(const std::string& path) {
   try {
     fmt::print("{}", ExplainRules(LoadConfig(path)));
   } catch (const std::runtime_error& error) {
-    throw ToolError(ExitCode::kUsage,
-                    fmt::format("The rules cannot be used: {}. `quorvane rules "
-                                "check {}` tells more.",
-                                error.what(), path));
+    throw ToolError(ExitCode::kUsage, RulesComplaint(path, error.what()));
   }
   return ExitCode::kDone;
 }

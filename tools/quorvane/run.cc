@@ -200,7 +200,11 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
                                phase == Phase::kRestart;
   Phase task_of = Phase::kNone;
   if (!run_.phases.empty()) {
-    task_of = run_.phases.back().phase;
+    PhaseRun& former = run_.phases.back();
+    task_of = former.phase;
+    if (task_of == Phase::kDownload && former.ending == Ending::kOpen) {
+      former.ending = Ending::kWell;
+    }
     EndAsking(follows_success ? Ending::kTaken : Ending::kRefused);
   }
   // What was refused on the way to a success is no cause of a later failure.
@@ -221,6 +225,10 @@ void RunBuilder::EndPhase(double time) {
   PhaseRun& last = run_.phases.back();
   if (OpenOne() != nullptr) CloseSpan(time, -1);
   last.end = std::max(last.end, last.begin);
+  if (last.ending == Ending::kOpen &&
+      (last.phase == Phase::kInventory || last.phase == Phase::kDownload)) {
+    last.ending = Ending::kBadly;
+  }
   if (last.phase == Phase::kTask && last.ending == Ending::kOpen &&
       !last.spans.empty()) {
     // Nothing is logged when the polls run out; the next phase just begins.

@@ -12,7 +12,7 @@ void AddSimulateCommand(CLI::App& app, ExitCode& exit_code) {
   const auto options = std::make_shared<simulator::SimulatorOptions>();
   command
       ->add_option("--scenario", options->scenario,
-                   "A scenario file, or the name of a ready scenario")
+                   "A scenario file, or a ready scenario's name")
       ->capture_default_str()
       ->type_name("NAME");
   command->add_option("--port", options->port, "TCP port; 0: any free one")
@@ -26,7 +26,7 @@ void AddSimulateCommand(CLI::App& app, ExitCode& exit_code) {
       ->type_name("ADDRESS");
   command
       ->add_option("--address-file", options->address_file,
-                   "Write ADDRESS:PORT to this file once the machine listens")
+                   "Write ADDRESS:PORT here once it listens")
       ->type_name("FILE");
   command->add_flag("--quiet", options->quiet, "No line per request");
   command->callback([options, &exit_code] {

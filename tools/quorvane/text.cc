@@ -3,9 +3,12 @@
 
 #include <fmt/core.h>
 
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 
 namespace quorvane::tool {
 namespace {
@@ -114,6 +117,43 @@ std::string PathOf(std::string_view uri) {
   const std::size_t path = uri.find('/', scheme + 3);
   return path == std::string_view::npos ? std::string("/")
                                         : std::string(uri.substr(path));
+}
+
+std::string Wrapped(std::string_view text, std::size_t columns,
+                    std::size_t indent) {
+  std::string wrapped;
+  std::size_t used = 0;
+  while (!text.empty()) {
+    // A word with the blanks before it.
+    const std::size_t word = std::min(text.find_first_not_of(' '), text.size());
+    const std::size_t end = std::min(text.find(' ', word), text.size());
+    const std::size_t wanted = Columns(text.substr(0, end));
+    if (columns > 0 && used > indent && used + wanted >= columns) {
+      wrapped += '\n' + std::string(indent, ' ');
+      wrapped += text.substr(word, end - word);
+      used = indent + Columns(text.substr(word, end - word));
+    } else {
+      wrapped += text.substr(0, end);
+      used += wanted;
+    }
+    text.remove_prefix(end);
+  }
+  return wrapped;
+}
+
+std::optional<std::string> FileText(const std::string& path) {
+  const auto close = [](FILE* file) { static_cast<void>(std::fclose(file)); };
+  const std::unique_ptr<FILE, decltype(close)> file(
+      std::fopen(path.c_str(), "rbe"), close);
+  if (!file) return std::nullopt;
+  std::string text;
+  std::array<char, 65536> chunk{};
+  while (const std::size_t count =
+             std::fread(chunk.data(), 1, chunk.size(), file.get())) {
+    text.append(chunk.data(), count);
+  }
+  if (std::ferror(file.get()) != 0) return std::nullopt;
+  return text;
 }
 
 std::size_t Columns(std::string_view text) {

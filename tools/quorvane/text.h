@@ -2,6 +2,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_TEXT_H_
 #define QUORVANE_TOOLS_QUORVANE_TEXT_H_
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,14 @@ std::string Duration(double seconds);
 
 /// A URL without scheme and host; anything else as it is.
 std::string PathOf(std::string_view uri);
+
+/// `text` in lines shorter than `columns`, broken at blanks, all but the first
+/// indented; 0 columns: one line. A longer word stays whole.
+std::string Wrapped(std::string_view text, std::size_t columns,
+                    std::size_t indent);
+
+/// A file's bytes; nothing, and errno, when it cannot be read.
+std::optional<std::string> FileText(const std::string& path);
 
 /// The columns a terminal needs for `text`, a character each.
 std::size_t Columns(std::string_view text);

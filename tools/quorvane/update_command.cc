@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "tools/quorvane/bmc_options.h"
@@ -21,6 +23,7 @@
 namespace quorvane::tool {
 namespace {
 
+namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 struct Options {
@@ -106,29 +109,20 @@ void PrintRecord(const Json& record) {
     return value.empty() ? std::string("none") : Excerpt(value, 400);
   };
   const int percent = record.at("percent_complete");
-  fmt::print(
-      "Library: accepted {}, HTTP {}, task {}, state {}{}, restart {}: {}\n",
+  const std::string told = fmt::format(
+      "Library: accepted {}, HTTP {}, task {}, state {}{}, restart {}: {}",
       record.at("accepted").get<bool>() ? "yes" : "no",
       record.at("http_status").get<long>(), text("task_uri"),
       text("task_state"), percent < 0 ? "" : fmt::format(" {} %", percent),
       record.at("reboot_performed").get<bool>() ? "yes" : "no",
       text("message"));
+  constexpr std::size_t kIndent = 9;
+  fmt::print("{}\n", Wrapped(told, TerminalColumns(), kIndent));
   if (record.contains("unsaved")) {
     fmt::print(stderr,
                "quorvane: Cannot write {}; name a file in a folder that is "
                "there and yours.\n",
                Printable(record.at("unsaved").get<std::string>()));
-  }
-}
-
-void PrintVerdict(const Verdict& verdict) {
-  fmt::print("Outcome: {}. {}\n", NameOf(verdict.outcome),
-             Printable(verdict.headline));
-  if (!verdict.cause.empty()) {
-    fmt::print("Cause:   {}\n", Excerpt(verdict.cause, 2000));
-  }
-  if (!verdict.next.empty()) {
-    fmt::print("Next:    {}\n", Printable(verdict.next));
   }
 }
 
@@ -166,6 +160,11 @@ ExitCode RunUpdate(const Options& options) {
                     "Give either --file FILE or --image URI: what to install.");
   }
   RefusePasswordIn(options.image);
+  std::error_code error;
+  if (!options.file.empty() && fs::file_size(options.file, error) == 0) {
+    throw ToolError(ExitCode::kUsage,
+                    options.file + " is empty; fetch the package again.");
+  }
   const Config rules = CheckRules(options.bmc);
   const Json request = RequestFrom(options);
   RunLog log(options.bmc.log, options.bmc.log_level);
@@ -179,7 +178,7 @@ ExitCode RunUpdate(const Options& options) {
   const Verdict verdict = JudgeCall(result, follower);
   log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                        verdict.headline));
-  PrintVerdict(verdict);
+  fmt::print("{}", TextOf(verdict, TerminalColumns()));
   if (result.end == CallResult::End::kAnswered) {
     PrintRecord(result.answer.at("ok"));
   }
@@ -192,17 +191,24 @@ void AddImageOptions(CLI::App& command, Options& options) {
                                   "The update package to upload");
   file->check(CLI::Validator(CLI::ExistingFile).description(""))
       ->type_name("FILE");
-  auto* image = command.add_option(
-      "--image", options.image,
-      "URI of the package on a share or web server, for the BMC to fetch");
-  image->excludes(file)->type_name("URI");
+  auto* image = command.add_option("--image", options.image,
+                                   "URI of the package, for the BMC to fetch");
+  image->excludes(file)->type_name("URI")->check(CLI::Validator(
+      [](const std::string& uri) {
+        return uri.find("://") != std::string::npos
+                   ? std::string()
+                   : std::string(
+                         "give a URI such as nfs://HOST/PATH; a file "
+                         "of this machine goes to --file");
+      },
+      ""));
   command
       .add_option("--share-user", options.share_user, "Account on the share")
       ->needs(image)
       ->type_name("NAME");
   command
       .add_option("--share-password-file", options.share_password_file,
-                  "Read the share's password from this file's first line")
+                  "File with the password of the share")
       ->needs(image)
       ->type_name("FILE");
   RefusePasswordArgument(command, "--share-password");
@@ -222,11 +228,11 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   AddImageOptions(*command, *options);
   command
       ->add_option("--target", options->targets,
-                   "Redfish URI of what to update; may be given several times")
+                   "URI of what to update; may be given again")
       ->type_name("URI");
   command
       ->add_option("--result", options->result,
-                   "Write the library's record of the update to this file")
+                   "Write the library's record here, as JSON")
       ->type_name("FILE");
   command->add_flag("--quiet", options->quiet,
                     "Show warnings and the outcome only");

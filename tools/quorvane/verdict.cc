@@ -57,8 +57,9 @@ std::string FailedDownload(const Run& run) {
 
 const char* NextAfterRefusal(const Run& run) {
   if (!FailedDownload(run).empty()) {
-    return "Check that this machine reaches the image URI, or fetch the image "
-           "and use --file.";
+    return "Mend what the BMC complains of, or fetch the image yourself and "
+           "use "
+           "--file.";
   }
   const long status = run.first_refusal->status;
   return status == 404 || status == 405
@@ -185,36 +186,38 @@ Verdict JudgeEnd(const Run& run) {
   return {Outcome::kDone, "The update is done; the system restarts.", {}, ""};
 }
 
+Phase LastPhase(const Run& run) {
+  return run.phases.empty() ? Phase::kNone : run.phases.back().phase;
+}
+
 // What the BMC goes on with is what matters now.
 Verdict JudgeInterruption(const Run& run) {
-  const Phase phase =
-      run.phases.empty() ? Phase::kNone : run.phases.back().phase;
-  switch (phase) {
+  switch (const Phase phase = LastPhase(run)) {
     case Phase::kNone:
     case Phase::kInventory:
     case Phase::kDownload:
       return {Outcome::kInterrupted,
-              "Interrupted before the BMC was asked to change anything.",
+              "The BMC was not yet asked to change anything.",
               {},
               {}};
     case Phase::kTask:
       return {Outcome::kInterrupted,
-              fmt::format("Interrupted; the BMC goes on with its task {}.",
-                          LastTask(run)),
+              fmt::format("The BMC goes on with its task {}.", LastTask(run)),
               {},
               LookAtTask(run)};
     case Phase::kRestart:
       return {Outcome::kInterrupted,
-              "Interrupted while the system was asked to restart; it may.",
+              "The system was being asked to restart; it may.",
               {},
               LookAtTask(run)};
     default:
-      return {Outcome::kInterrupted,
-              fmt::format("Interrupted in the phase {}; the BMC may go on with "
-                          "what it has been sent.",
-                          NameOf(phase)),
-              {},
-              "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
+      return {
+          Outcome::kInterrupted,
+          fmt::format("This was in the phase {}; the BMC may go on with what "
+                      "it has been sent.",
+                      NameOf(phase)),
+          {},
+          "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
   }
 }
 
@@ -222,11 +225,16 @@ Verdict JudgeInterruption(const Run& run) {
 std::optional<Verdict> JudgeBrokenRun(const Run& run) {
   if (run.was_interrupted) return JudgeInterruption(run);
   if (run.is_complete) return std::nullopt;
+  const Phase phase = LastPhase(run);
+  const bool asked_nothing = phase == Phase::kNone ||
+                             phase == Phase::kInventory ||
+                             phase == Phase::kDownload;
   return Verdict{
       Outcome::kUnknown,
-      fmt::format(
-          "The log breaks off in the phase {}.",
-          NameOf(run.phases.empty() ? Phase::kNone : run.phases.back().phase)),
+      fmt::format("The log breaks off in the phase {}{}.", NameOf(phase),
+                  asked_nothing
+                      ? "; up to there the BMC was not asked to change anything"
+                      : ""),
       {},
       LookAtTask(run)};
 }
@@ -273,6 +281,22 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
     return JudgeRestart(run, restart == nullptr ? PhaseRun{} : *restart);
   }
   return JudgeEnd(run);
+}
+
+std::string TextOf(const Verdict& verdict, std::size_t columns) {
+  std::string text;
+  const auto add = [&](const char* name, const std::string& words) {
+    constexpr std::size_t kIndent = 9;
+    if (words.empty()) return;
+    text += Wrapped(fmt::format("{:<{}}{}", name, kIndent, words), columns,
+                    kIndent) +
+            '\n';
+  };
+  add("Outcome:", fmt::format("{}. {}", NameOf(verdict.outcome),
+                              Printable(verdict.headline)));
+  add("Cause:", Excerpt(verdict.cause, 2000));
+  add("Next:", Printable(verdict.next));
+  return text;
 }
 
 const char* NameOf(Verdict::Outcome outcome) {

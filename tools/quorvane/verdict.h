@@ -7,6 +7,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_VERDICT_H_
 #define QUORVANE_TOOLS_QUORVANE_VERDICT_H_
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -42,6 +43,10 @@ struct Verdict {
 
 /// @param record  What the library returned; nothing when only a log is left.
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record);
+
+/// Outcome, cause and what to do, in lines shorter than `columns`; 0: a line
+/// each.
+std::string TextOf(const Verdict& verdict, std::size_t columns);
 
 /// "done", "staged", ...
 const char* NameOf(Verdict::Outcome outcome);
