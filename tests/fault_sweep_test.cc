@@ -379,14 +379,10 @@ FaultSweep::Met FaultSweep::RunOnce(std::size_t operation, const Fault& fault) {
   return met;
 }
 
-// Whether the temporary image could be told from somebody else's file, and
-// removed.
+// Whether the temporary image could be removed.
 bool FaultSweep::CanRemove(const Fault& fault, const Met& met) {
-  constexpr std::array<const char*, 4> kNeeded = {"unlink", "flock", "lstat",
-                                                  "fstat"};
   return fault.kind != CallKind::kFiles ||
-         (!fault.for_good && std::find(kNeeded.begin(), kNeeded.end(),
-                                       met.struck_call) == kNeeded.end());
+         (!fault.for_good && met.struck_call != "unlink");
 }
 
 // libcurl 7.88 itself loses a block in two places when it runs out of memory; a

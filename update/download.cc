@@ -24,12 +24,15 @@ bool IsLocked(const Descriptor& file) {
   return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
 }
 
-// Whether `path` names the very file that is open.
-bool IsNamed(const std::string& path, const Descriptor& file) {
+// Whether `path` names the very file that is open; nothing when the system does
+// not say.
+std::optional<bool> IsNamed(const std::string& path, const Descriptor& file) {
   struct stat named {};
   struct stat opened {};
-  return lstat(path.c_str(), &named) == 0 && fstat(file.get(), &opened) == 0 &&
-         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+  if (lstat(path.c_str(), &named) != 0 || fstat(file.get(), &opened) != 0) {
+    return std::nullopt;
+  }
+  return named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
 // Removes what a run that died left behind, or a symbolic link that somebody
@@ -39,8 +42,9 @@ bool RemoveLeftOver(const std::string& path) {
   const Descriptor old(
       open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!old.IsOpen() && errno == ENOENT) return true;
-  const bool removable =
-      old.IsOpen() ? IsLocked(old) && IsNamed(path, old) : errno == ELOOP;
+  const bool removable = old.IsOpen()
+                             ? IsLocked(old) && IsNamed(path, old) == true
+                             : errno == ELOOP;
   return removable && unlink(path.c_str()) == 0;
 }
 
@@ -80,7 +84,7 @@ TemporaryImage::TemporaryImage(std::string path, Descriptor file)
     : path_(std::move(path)), file_(std::move(file)) {}
 
 TemporaryImage::~TemporaryImage() {
-  if (file_.IsOpen() && IsNamed(path_, file_)) {
+  if (file_.IsOpen() && IsNamed(path_, file_) != false) {
     static_cast<void>(unlink(path_.c_str()));
   }
 }
@@ -92,9 +96,16 @@ std::optional<TemporaryImage> TemporaryImage::Create(const std::string& path) {
                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                        kOwnerOnly));
   if (!file.IsOpen()) return std::nullopt;
-  // Between the two calls another run may have taken the file for a left-over.
-  if (!IsLocked(file) || !IsNamed(path, file)) return std::nullopt;
-  return TemporaryImage(std::move(owned_path), std::move(file));
+  TemporaryImage image(std::move(owned_path), std::move(file));
+  // Between the two calls another run may have taken the file for a left-over;
+  // that run removes it. After any other failure it goes with `image`.
+  const bool locked = IsLocked(image.file_);
+  if (!locked && errno == EWOULDBLOCK) {
+    image.file_.Close();
+    return std::nullopt;
+  }
+  if (!locked || IsNamed(path, image.file_) != true) return std::nullopt;
+  return image;
 }
 
 bool TemporaryImage::Write(std::string_view image) const {
