@@ -115,7 +115,6 @@ std::string PasswordFromTerminal(const std::string& whose) {
                     "No password: give --password-file FILE or "
                     "--password-stdin, or run on a terminal to be asked.");
   }
-  WriteAll(terminal.get(), "Password of " + Printable(whose) + ": ");
   std::string typed;
   {
     const QuietTerminal quiet(terminal.get());
@@ -124,6 +123,8 @@ std::string PasswordFromTerminal(const std::string& whose) {
                       "This terminal cannot hide what is typed; give "
                       "--password-file FILE instead.");
     }
+    // Asked for sooner, what is typed at once would be shown, and lost.
+    WriteAll(terminal.get(), "Password of " + Printable(whose) + ": ");
     typed = ReadTyped(terminal.get());
   }
   WriteAll(terminal.get(), "\n");

@@ -26,14 +26,14 @@ constexpr const char* kHead = R"html(<!DOCTYPE html>
   :root { --ink: #e4e9f0; --paper: #12171f; --faint: #9aa7b8; --rule: #2d3746;
     --request: #6cb0ff; --retry: #f0a33a; --poll: #47556a; --line: #4cc38a; --good: #4cc38a; --bad: #ff8f85; --odd: #f0b849; } }
 body { margin: 2rem auto; max-width: 72rem; padding: 0 1rem; background: var(--paper); color: var(--ink); font: 15px/1.5 system-ui, sans-serif; }
-h1 { font-size: 1.4rem; } h2 { font-size: 1.1rem; margin-top: 2rem; }
+h1 { font-size: 1.4rem; overflow-wrap: anywhere; } h1::first-letter { text-transform: uppercase; } h2 { font-size: 1.1rem; margin-top: 2rem; }
 .outcome { border-left: 4px solid var(--odd); padding: .2rem .8rem; }
 .outcome.good { border-color: var(--good); } .outcome.bad { border-color: var(--bad); }
 .scroll { overflow-x: auto; }
-table { border-collapse: collapse; width: 100%; } th, td { text-align: left; padding: .3rem .6rem; border-bottom: 1px solid var(--rule); vertical-align: top; }
-th { color: var(--faint); font-weight: 600; } .number { text-align: right; white-space: nowrap; }
-.remark { overflow-wrap: anywhere; } .faint { color: var(--faint); }
-svg { width: 100%; min-width: 40rem; height: auto; } svg text { font: 12px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
+table { border-collapse: collapse; width: 100%; } th, td { text-align: left; padding: .3rem .6rem; border-bottom: 1px solid var(--rule); vertical-align: top; white-space: nowrap; }
+th { color: var(--faint); font-weight: 600; } .number { text-align: right; }
+.remark { overflow-wrap: anywhere; } td.remark { white-space: normal; min-width: 16rem; } .faint { color: var(--faint); }
+svg { width: 100%; min-width: 54rem; height: auto; } svg text { font: 12px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
 .grid { stroke: var(--rule); } .request { fill: var(--request); } .retry { fill: var(--retry); } .poll { fill: var(--poll); }
 .percent { fill: none; stroke: var(--line); stroke-width: 2; } .key { display: inline-block; width: .8rem; height: .8rem; margin: 0 .3rem 0 1rem; }
 </style>
@@ -168,15 +168,20 @@ class TimeLine {
   void DrawPhase(const PhaseRun& phase, double y) {
     svg_ += fmt::format("<text x=\"0\" y=\"{:.1f}\">{}</text>\n", y + 13,
                         Escaped(RowOf(phase).name));
-    // What would only be painted over is left out: an inventory may have
-    // thousands of requests.
+    // Requests are short; painted last, they show between waits.
+    DrawSpans(phase, y, false);
+    DrawSpans(phase, y, true);
+  }
+
+  // What would only be painted over is left out: an inventory may have
+  // thousands of requests.
+  void DrawSpans(const PhaseRun& phase, double y, bool requests) {
     double painted_to = 0;
-    Span::Kind painted = Span::Kind::kPollWait;
     for (const Span& span : phase.spans) {
+      if ((span.kind == Span::Kind::kRequest) != requests) continue;
       const double begin = X(span.begin);
       const double width = std::max(X(span.end) - begin, 1.5);
-      if (span.kind == painted && begin + width <= painted_to + 0.5) continue;
-      painted = span.kind;
+      if (begin + width <= painted_to + 0.5) continue;
       painted_to = begin + width;
       svg_ += fmt::format(
           "<rect class=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" "
@@ -246,19 +251,19 @@ std::string OutcomeSection(const Report& report) {
 std::string PhaseTable(const Run& run) {
   std::string html =
       "<h2>Phases</h2>\n<div class=\"scroll\"><table>\n<tr><th>Phase</th>"
-      "<th class=\"number\">After</th><th "
-      "class=\"number\">Took</th><th>Asked</th><th>Answered</th>"
-      "<th class=\"number\">Waited</th><th>Ended</th></tr>\n";
+      "<th>Ended</th><th class=\"number\">After</th><th "
+      "class=\"number\">Took</th><th class=\"number\">Waited</th>"
+      "<th>Asked</th><th>Answered</th></tr>\n";
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
     html += fmt::format(
-        "<tr><td>{}</td><td class=\"number\">{}</td><td "
-        "class=\"number\">{}</td><td>{}</td><td>{}</td><td "
-        "class=\"number\">{}</td><td>{}</td></tr>\n",
-        Escaped(row.name), Duration(phase.begin - run.begin),
-        Duration(phase.end - phase.begin), Escaped(row.asked),
-        Escaped(row.answered), row.waited == 0 ? "-" : Duration(row.waited),
-        Escaped(row.ended));
+        "<tr><td>{}</td><td>{}</td><td class=\"number\">{}</td><td "
+        "class=\"number\">{}</td><td class=\"number\">{}</td><td>{}</td>"
+        "<td>{}</td></tr>\n",
+        Escaped(row.name), Escaped(row.ended),
+        Duration(phase.begin - run.begin), Duration(phase.end - phase.begin),
+        row.waited == 0 ? "-" : Duration(row.waited), Escaped(row.asked),
+        Escaped(row.answered));
   }
   return html + "</table></div>\n";
 }

@@ -1,0 +1,243 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Installs a build and uses the tool as a person would: an update against each
+ready scenario, every other command, and what is told when something is wrong.
+
+Usage: installed_test.py BUILD_FOLDER SOURCE_FOLDER
+"""
+import concurrent.futures
+import json
+import os
+import pathlib
+import pty
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+BUILD, SOURCE = map(pathlib.Path, sys.argv[1:])
+WORK = tempfile.TemporaryDirectory(prefix="installed-")
+HOME = pathlib.Path(WORK.name)
+TOOL = HOME / "prefix/bin/quorvane"
+BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
+SHARE = "--image nfs://192.0.2.9/fw.bin"
+faults = []
+
+# Scenario, options of the update, exit code, what is told.
+SCENARIOS = [
+    ("clean", "--file fw", 0, "Outcome: done. The update is done; the system"),
+    ("clean", f"--file fw --target {BIOS}", 0, "  Activation: HTTP 202"),
+    ("clean", "--image http://192.0.2.9/fw", 0, "  SimpleUpdate: HTTP 202"),
+    ("multipart-absent", "--file fw", 0, "  Binary upload: HTTP 202"),
+    ("busy-then-fine", "--file fw", 0, "Waiting 1 s before retry (2 of 2)"),
+    ("too-large", "--file fw --quiet --log-level error", 1,
+     "update-multipart was answered 413: The image has 5000 bytes"),
+    ("staged-until-reboot", "--file fw", 0, "The firmware was staged, and the"),
+    ("reboots-by-itself", "--file fw", 0, "as far as the BMC lets see"),
+    ("task-fails", "--file fw", 1, "Cause:   The image could not be applied"),
+    ("task-stalls", "--file fw", 4, "was restarted all the same.\nCause:   Last"),
+    ("share-only", "--file fw", 1, "add the URI, or use --image."),
+    ("share-only", SHARE, 1, "400: The action needs the parameter Targets. The "
+     "image could not be downloaded here either"),
+    ("share-only", SHARE + f" --target {BIOS} --share-user me "
+     "--share-password-file secret", 0, "Outcome: done."),
+    ("simple-update-refused", "--image https://{bmc}/images/firmware.bin", 0,
+     "  Download: https://"),
+    ("flaky-network", "--file fw", 4, "a request to restart got no answer."),
+    ("wrong-password", "--password-file secret --file fw", 3,
+     "Outcome: login refused. The BMC refused the login (HTTP 401)."),
+    ("huge-inventory", "--file fw", 0, "  Inventory: 1003 items"),
+]
+
+# Command, exit code, what is told; {to} is a machine and its account.
+COMMANDS = [
+    ("inventory {to} --password-file pw", 0, "System BIOS      2.4.1"),
+    ("inventory {to} --password-file pw --json", 0, '"BMC firmware"'),
+    ("inventory {to} --password-stdin", 3, "refused the login of admin"),
+    ("inventory {to} --password-file none", 2, "the password file none"),
+    ("inventory {to} --password-file pw --log no/log", 2, "Cannot write the"),
+    ("inventory {to} --password-file pw --log-level x", 2, "debug, info, warn"),
+    ("inventory {to} --password s3cret", 2, "--password-file FILE"),
+    ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
+    ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
+    ("inventory {to}", 2, "--password-stdin"),
+    ("inventory {to} --password-file pw --rules bad.json", 2,
+     '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
+    ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+    ("inventory --bmc https://h --user a", 2, "give the address alone"),
+    ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
+     "rules.json", 3, "Check the address"),
+    ("chassis {to} --password-file pw", 0, "Manufacturer  "),
+    ("update {to} --password-file pw", 2, "--file FILE or --image"),
+    ("update {to} --password-file pw --file empty", 2, "empty is empty"),
+    ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
+    ("update {to} --image fw", 2, "goes to --file"),
+    ("report pw", 2, "holds no log"),
+    ("report .", 2, "Cannot read the log . (Is a directory)"),
+    ("rules check bad.json", 2, "does not load"),
+    ("rules check .", 2, "does not load"),
+    ("rules check small.json", 1, "small.json:1:"),
+    ("rules check rules.json", 0, "nothing in it looks wrong"),
+    ("rules explain rules.json", 0, "Polled up to 7 times, 1 s before each."),
+    ("simulate --scenario nonsense", 2, "ready ones: busy-then-fine, clean"),
+    ("nonsense", 2, "There is no command nonsense."),
+    ("udpate", 2, "did you mean update"),
+    ("--version", 0, "quorvane "),
+]
+
+
+def expect(holds, what, *more):
+    if not holds:
+        faults.append("\n".join(map(str, (what, *more))))
+
+
+def run(arguments, **more):
+    return subprocess.run(
+        [TOOL, *arguments], cwd=HOME, stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT, text=True, **{"input": "no\n", **more})
+
+
+class Machine:
+    """`quorvane simulate` for the time of a with."""
+
+    def __init__(self, scenario, name):
+        self.address = HOME / f"{name}.address"
+        self.process = subprocess.Popen(
+            [TOOL, "simulate", "--scenario", scenario, "--address-file",
+             self.address], cwd=HOME, stdout=subprocess.DEVNULL)
+
+    def __enter__(self):
+        wait_for(lambda: self.address.exists())
+        return self.address.read_text().strip()
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGINT)
+        expect(self.process.wait(20) == 0, "simulate ends in order")
+        expect(not self.address.exists(), "the address file is removed")
+
+
+def wait_for(condition):
+    end = time.monotonic() + 30
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError("waited for 30 s")
+        time.sleep(0.02)
+
+
+def meet(number, scenario, options, code, told):
+    log, result = HOME / f"{number}.log", HOME / f"{number}.json"
+    with Machine(scenario, number) as bmc:
+        account = "" if "--password-file" in options.split() else \
+            " --password-file pw"
+        done = run(["update", "--bmc", bmc, "--user", "admin", "--rules",
+                    "rules.json", "--log", log, "--result", result,
+                    *(options.format(bmc=bmc) + account).split()])
+    name = f"{scenario} {options}: exit {done.returncode}, printed:"
+    written = log.read_text()
+    expect(done.returncode == code and told in done.stdout, name, done.stdout)
+    expect("s3cret" not in done.stdout + written, name, "a password is told")
+    accepted = json.loads(result.read_text())["accepted"]
+    expect(accepted == (code in (0, 4) or scenario == "task-fails"),
+           name, "accepted", accepted)
+    if "error" in options:
+        expect("[WARNING]" not in written, name, "a warning is kept")
+        return
+    report = json.loads(run(["report", log, "--json"]).stdout)
+    expect(f"Outcome: {report['outcome']}. " in done.stdout, name, report)
+    expect({"update_begins", "status", "run_ends"} <=
+           {event["kind"] for event in report["events"]}, name, report)
+
+
+def be_interrupted():
+    log = HOME / "interrupted.log"
+    with Machine("task-stalls", "interrupted") as bmc:
+        update = subprocess.Popen(
+            [TOOL, *f"update --bmc {bmc} --user admin --password-file pw --file "
+             f"fw --rules patient.json --log {log}".split()], cwd=HOME,
+            stdout=subprocess.PIPE, text=True)
+        wait_for(lambda: log.exists() and "State: Running" in log.read_text())
+        update.send_signal(signal.SIGINT)
+        printed = update.communicate()[0]
+    expect(update.returncode == 130 and "goes on with its task /redfish/v1/"
+           in printed, "interrupted", update.returncode, printed)
+    expect("Outcome: interrupted." in run(["report", log]).stdout, "its report")
+
+
+def use_a_terminal():
+    """The password is asked for, what is typed not shown, and the block drawn."""
+    with Machine("clean", "terminal") as bmc:
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(HOME)
+            os.execve(TOOL, ["quorvane", *f"update --bmc {bmc} --user admin "
+                             "--file fw --rules rules.json".split()],
+                      {"TERM": "xterm", "TMPDIR": os.environ["TMPDIR"]})
+        shown, is_typed = b"", False
+        try:
+            while more := os.read(terminal, 65536):
+                shown += more
+                if not is_typed and b"Password of admin on " in shown:
+                    is_typed = os.write(terminal, b"password\n") > 0
+        except OSError:  # EIO: the other side is closed
+            pass
+        code = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+    for words in (b"\x1b[J", b"poll 1 of 7", b" 100 %", b"Outcome: done."):
+        expect(words in shown and code == 0, words, code, shown)
+    expect(b"password" not in shown, "the password is shown", shown)
+
+
+def try_commands():
+    with Machine("clean", "commands") as bmc:
+        for command, code, told in COMMANDS:
+            done = run(command.format(to=f"--bmc {bmc} --user admin").split())
+            expect(done.returncode == code and told in done.stdout and
+                   "s3cret" not in done.stdout,
+                   f"{command}: exit {done.returncode}", done.stdout)
+    completed = subprocess.run(
+        ["bash", "-c", 'source "$1"; COMP_WORDS=(quorvane simulate --scenario '
+         'st); COMP_CWORD=3; _quorvane; echo "${COMPREPLY[*]}"', "bash",
+         HOME / "prefix/share/bash-completion/completions/quorvane"],
+        cwd=HOME, capture_output=True, text=True).stdout
+    expect(completed == "staged-until-reboot\n", "completion", completed)
+
+
+def prepare():
+    subprocess.run(["cmake", "--install", BUILD, "--prefix", HOME / "prefix"],
+                   check=True, stdout=subprocess.DEVNULL)
+    rules = json.loads((SOURCE / "scripts/demo.rules.json").read_text())
+    update = rules["firmware_update"]
+    update["multipart_update"]["upload_uri"] = [
+        f"/redfish/v1/UpdateService/{name}"
+        for name in ("update-multipart", "update")]
+    for section, uri in (("activation", "activation_uri"),
+                         ("reboot", "reboot_uri")):
+        del update[section][uri][1:]
+    for name, seconds in (("patient", 1000), ("rules", 7)):
+        update["task_monitoring"]["max_polling_time_seconds"] = seconds
+        (HOME / f"{name}.json").write_text(json.dumps(rules))
+    update["multipart_update"]["upload_rules"] = {"202": "track_task"}
+    for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
+                       ("bad.json", '{"authentication": 1}'), ("empty", ""),
+                       ("secret", "s3cret word\n"), ("fw", "x" * 5000)):
+        (HOME / name).write_text(text)
+        (HOME / name).chmod(0o600)
+    # Where the tool makes what it must remove again.
+    (HOME / "tmp").mkdir()
+    os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
+
+
+prepare()
+ready = {path.stem for path in (SOURCE / "simulator/scenarios").iterdir()}
+expect(ready == {row[0] for row in SCENARIOS}, "each scenario has a row", ready)
+with concurrent.futures.ThreadPoolExecutor(max_workers=10) as pool:
+    futures = [pool.submit(meet, number, *row)
+               for number, row in enumerate(SCENARIOS)]
+    futures += [pool.submit(be_interrupted), pool.submit(try_commands)]
+    use_a_terminal()
+for future in futures:
+    future.result()
+left = [path for path in (HOME / "tmp").iterdir() if path.suffix != ".log"]
+expect(not left, "left behind", left)
+print("\n\n".join(faults))
+sys.exit(1 if faults else 0)

@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Opens the page of a report in a browser, light and dark: nothing on the
+console, no request, each phase on the time line.
+
+Usage: page_test.py QUORVANE_PROGRAM CHROMIUM
+"""
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import zlib
+
+TOOL, CHROMIUM = sys.argv[1:]
+BASE = "https://192.0.2.7"
+# Each phase and what makes it, a second between two lines.
+PHASES = [
+    ("Inventory", "[inventory] ========== INVENTORY FETCH START ==========",
+     f"[inventory] GET collection: {BASE}/fw (URI 1/1)",
+     "[inventory] Total items fetched: 3"),
+    ("SimpleUpdate", "[update] SimpleUpdate (online share) -- 1 URI(s) to try",
+     f"[update] Trying SimpleUpdate URI: {BASE}/su (1/1)",
+     "[update] SimpleUpdate HTTP status: 405"),
+    ("Download", "[update] Downloading from: http://192.0.2.9/fw"),
+    ("Upload", "[update] Multipart upload -- 1 URI(s) to try",
+     f"[update] Trying upload URI: {BASE}/up (1/1)",
+     "[update] Upload HTTP status: 503",
+     "[update] Upload response body: <img src='http://leak.invalid/x'>"),
+    ("Binary upload", "[update] Binary upload fallback -- 1 URI(s) to try",
+     f"[update] Trying binary upload URI: {BASE}/up (1/1)",
+     "[update] Binary upload HTTP status: 202"),
+    ("Task", "[update] [RF-UPDATE] Task created: /task/1",
+     "[update] [RF-UPDATE] Polling interval: 1s",
+     "[update] [RF-TASK] Polling task (attempt 1/2)",
+     "[update] [RF-TASK] State: Running  PercentComplete: 40%",
+     "[update] [RF-TASK] Polling task (attempt 2/2)",
+     "[update] [RF-TASK] State: Completed  Result: Success"),
+    ("Activation", "[update] Activation -- 1 URI(s) to try",
+     f"[update] Trying activation URI: {BASE}/act (1/1)",
+     "[update] Activation HTTP status: 202"),
+    ("Activation task", "[update] [RF-UPDATE] Task created: /task/2",
+     "[update] [RF-TASK] Polling task (attempt 1/2)",
+     "[update] [RF-TASK] State: Completed  PercentComplete: 100%"),
+    ("Restart", "[update] Reboot -- 1 URI(s) to try",
+     f"[update] Trying reboot URI: {BASE}/reset (1/1)",
+     "[update] Reboot HTTP status: 202"),
+]
+
+
+def log():
+    messages = ["[update] ========== FIRMWARE UPDATE START =========="]
+    for _, *lines in PHASES:
+        messages += lines
+    return "".join(f"[2024-05-01 13:00:{second:02}.000] [INFO   ] {message}\n"
+                   for second, message in enumerate(messages))
+
+
+def browse(folder, page, *flags):
+    """Output, console lines, and the URLs that the page asked for."""
+    (folder / "page.html").write_text(page)
+    with tempfile.TemporaryDirectory(prefix="page-profile-") as profile:
+        net_log = pathlib.Path(profile) / "net.json"
+        done = subprocess.run(
+            [CHROMIUM, "--headless", "--no-sandbox", "--disable-gpu",
+             "--disable-quic", "--no-first-run", "--disable-sync",
+             "--disable-background-networking", "--disable-component-update",
+             # Nor does what the browser itself wants to ask leave the machine.
+             "--host-resolver-rules=MAP * ~NOTFOUND",
+             f"--user-data-dir={profile}", f"--log-net-log={net_log}",
+             "--enable-logging=stderr", *flags, f"file://{folder}/page.html"],
+            capture_output=True, text=True, timeout=100)
+        net = json.loads(net_log.read_text())
+    start = net["constants"]["logEventTypes"]["URL_REQUEST_START_JOB"]
+    asked = [event["params"]["url"] for event in net["events"]
+             if event["type"] == start and "url" in event.get("params", {})
+             and event["params"]["initiator"] != "not an origin"]
+    console = [line for line in done.stderr.splitlines() if ":CONSOLE" in line]
+    return done.stdout, console, asked
+
+
+def first_pixel(png):
+    """Of a picture without interlacing; no filter changes its first pixel."""
+    packed, at = b"", 8
+    while at < len(png):
+        length = int.from_bytes(png[at:at + 4], "big")
+        if png[at + 4:at + 8] == b"IDAT":
+            packed += png[at + 8:at + 8 + length]
+        at += length + 12
+    return zlib.decompressobj().decompress(packed, 4)[1:].hex()
+
+
+def test(folder):
+    (folder / "log").write_text(log())
+    subprocess.run([TOOL, "report", "log", "--html", "made.html"], cwd=folder,
+                   check=True, stdout=subprocess.DEVNULL)
+    page = (folder / "made.html").read_text()
+    for scheme, paper in (("1", "ffffff"), ("0", "12171f")):
+        _, console, asked = browse(
+            folder, page, f"--blink-settings=preferredColorScheme={scheme}",
+            f"--screenshot={folder}/shot.png")
+        assert not console and not asked, (console, asked)
+        pixel = first_pixel((folder / "shot.png").read_bytes())
+        assert pixel == paper, (scheme, pixel)
+
+    document = browse(folder, page, "--dump-dom")[0]
+    drawing = re.search("<svg.*</svg>", document, re.S)[0]
+    rows = re.findall(r'<text x="0"[^>]*>([^<]*)</text>(.*?)(?=<text x="0"|$)',
+                      drawing, re.S)
+    drawn = [name for name, marks in rows if "<rect" in marks]
+    assert drawn == [name for name, *_ in PHASES], drawn
+    assert drawing.count("<polyline") == 2, "a percentage is missing"
+
+    # A page that did ask would be caught: its policy tells, else the request.
+    leaky = page.replace("</body>", "<img src='http://leak.invalid/y'></body>")
+    assert browse(folder, leaky, "--dump-dom")[1:] != ([], []), "policy"
+    bare = re.sub(r"<meta http-equiv[^>]*>", "", leaky)
+    assert browse(folder, bare, "--dump-dom")[2] == ["http://leak.invalid/y"]
+
+
+with tempfile.TemporaryDirectory(prefix="page-") as folder:
+    test(pathlib.Path(folder))

@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Holds the two JSON Schemas against the files they are for: every rules file
+and scenario in the tree validates, and broken ones do not.
+
+Usage: schema_test.py QUORVANE_PROGRAM SOURCE_FOLDER
+"""
+import copy
+import json
+import pathlib
+import re
+import subprocess
+import sys
+
+import jsonschema
+
+TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
+RULES = json.loads(subprocess.check_output([TOOL, "rules", "schema"]))
+SCENARIO = json.loads((SOURCE / "simulator/scenario.schema.json").read_text())
+INSTALLED = json.loads((SOURCE / "config/brindle.config.json").read_text())
+
+# What breaks the installed rules: where, and by which value; None: left out.
+BROKEN_RULES = [
+    ("authentication/type", "digest"),
+    ("authentication", None),
+    ("retry_config/max_retries", 0),
+    ("retry_config/sleep_time", "5"),
+    ("retry_config/sleeptime", 5),
+    ("retry_config/backoff_strategy", "linear"),
+    ("firmware_update/inventory_uri", ["redfish/v1"]),
+    ("firmware_update/multipart_update/upload_rules/202", "track_tsk"),
+    ("firmware_update/multipart_update/upload_rules/2xx", "track_task"),
+    ("firmware_update/task_monitoring/task_states/Completed", "success"),
+    ("firmware_update/task_monitoring/polling_interval", 0),
+    ("firmware_update/reboot/reboot_required", "false"),
+    ("firmware_update/reboot/reboot_rules", None),
+]
+BROKEN_SCENARIOS = [
+    {"tasks": {}}, {"task": {"steps": [{"percent": "40"}]}},
+    {"faults": [{"fault": "explode"}]}, {"upload": {"max_bytes": -1}}, []]
+
+
+def whole_rules(page):
+    blocks = re.findall(r"```json\n(.*?)```", (SOURCE / page).read_text(), re.S)
+    found = [json.loads(block) for block in blocks if '"authentication"' in block]
+    assert found, f"{page} holds no rules file"
+    return found
+
+
+def broken(place, value):
+    rules = copy.deepcopy(INSTALLED)
+    *sections, key = place.split("/")
+    section = rules
+    for name in sections:
+        section = section[name]
+    section[key] = value
+    if value is None:
+        del section[key]
+    return rules
+
+
+faults = []
+
+
+def check(schema, what, instance, is_valid):
+    errors = [error.message for error in
+              jsonschema.Draft202012Validator(schema).iter_errors(instance)]
+    if is_valid == bool(errors):
+        faults.append(f"{what}: {errors or 'is taken'}")
+
+
+for one in (RULES, SCENARIO):
+    assert one["$schema"].endswith("/2020-12/schema"), one["$schema"]
+    jsonschema.Draft202012Validator.check_schema(one)
+check(RULES, "config", INSTALLED, True)
+check(RULES, "demo", json.loads(
+    (SOURCE / "scripts/demo.rules.json").read_text()), True)
+for page in ("README.md", "docs/rules.md"):
+    for rules in whole_rules(page):
+        check(RULES, page, rules, True)
+for place, value in BROKEN_RULES:
+    check(RULES, f"{place}: {value!r}", broken(place, value), False)
+for path in (SOURCE / "simulator/scenarios").iterdir():
+    check(SCENARIO, path.name, json.loads(path.read_text()), True)
+for scenario in BROKEN_SCENARIOS:
+    check(SCENARIO, scenario, scenario, False)
+print("\n".join(faults))
+sys.exit(1 if faults else 0)
