@@ -85,6 +85,7 @@ TEST(Report, OfALogCutOffAnywhereIsOneAndNeverClaimsSuccess) {
     const Report report = ReadReport(log.substr(0, length));
     const bool is_done = report.verdict.outcome == Verdict::Outcome::kDone;
     ASSERT_TRUE(!is_done || length > summary) << length;
+    ASSERT_THAT(report.verdict.next, Not(HasSubstr("[2024"))) << length;
     ASSERT_THAT(TextReport(report, length % 90), HasSubstr("Outcome: "))
         << length;
     ASSERT_THAT(HtmlReport(report), testing::EndsWith("</html>\n")) << length;
@@ -163,6 +164,10 @@ INSTANTIATE_TEST_SUITE_P(Escapes, PrintableText,
 TEST(Excerpts, AreCutBetweenCharacters) {
   EXPECT_EQ(Excerpt("abc", 3), "abc");
   EXPECT_EQ(Excerpt("ab\xc3\xbc", 3), "ab...");
+  EXPECT_EQ(Wrapped("Next: one two-three  four", 12, 2),
+            "Next: one\n  two-three\n  four");
+  EXPECT_EQ(Wrapped("one two", 0, 2), "one two");
+  EXPECT_EQ(Wrapped("unbreakable x", 5, 2), "unbreakable\n  x");
   EXPECT_EQ(Duration(0.25), "0.2 s");
   EXPECT_EQ(Duration(125), "2 min 5 s");
   EXPECT_EQ(Duration(3600), "1 h");
