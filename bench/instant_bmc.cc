@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -26,6 +27,8 @@ namespace {
 constexpr std::string_view kCollection =
     "/redfish/v1/UpdateService/FirmwareInventory";
 constexpr std::string_view kTask = "/redfish/v1/TaskService/Tasks/1";
+constexpr std::string_view kCollections = "/collections/";
+constexpr std::string_view kMessages = "/messages/";
 constexpr std::string_view kImages = "/images/";
 constexpr std::string_view kHeadEnd = "\r\n\r\n";
 constexpr std::size_t kChunk = 65536;
@@ -66,6 +69,24 @@ std::string Collection(int members) {
   return body + "]}";
 }
 
+// The task stands in the last message, so all are looked at.
+std::string Messages(int count) {
+  std::string body = R"({"Messages": [)";
+  for (int i = 1; i < count; ++i) {
+    body +=
+        R"({"MessageId": "Update.1.1.TransferringToComponent", "MessageArgs":)"
+        R"( ["firmware.bin", "BMC"]},)";
+  }
+  return body + R"({"MessageId": "Task.1.0.New", "MessageArgs": ["/t/1"]}]})";
+}
+
+// The number behind a path that begins so.
+std::optional<long long> NumberBehind(std::string_view start,
+                                      std::string_view path) {
+  if (path.substr(0, start.size()) != start) return std::nullopt;
+  return NumberAt(path.substr(start.size()));
+}
+
 struct Answer {
   int status = 200;
   std::string body = {};
@@ -82,8 +103,12 @@ Answer AnswerTo(std::string_view method, std::string_view path, int members) {
   if (method != "GET") {
     return {202, R"({"@odata.id": ")" + std::string(kTask) + "\"}"};
   }
-  if (path.substr(0, kImages.size()) == kImages) {
-    return {200, "", NumberAt(path.substr(kImages.size()))};
+  if (const auto size = NumberBehind(kImages, path)) return {200, "", *size};
+  if (const auto count = NumberBehind(kCollections, path)) {
+    return {200, Collection(static_cast<int>(*count))};
+  }
+  if (const auto count = NumberBehind(kMessages, path)) {
+    return {200, Messages(static_cast<int>(*count))};
   }
   if (path == kCollection) return {200, Collection(members)};
   return {200,

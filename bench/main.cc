@@ -23,7 +23,8 @@ int RunAll(int argc, char** argv) {
   const bench::InstantBmc big_bmc(bench::kManyMembers);
   std::vector<bench::Comparison> all =
       bench::WireComparisons(folder.path(), bmc.address(), big_bmc.address());
-  for (bench::Comparison& comparison : bench::TextComparisons(folder.path())) {
+  for (bench::Comparison& comparison :
+       bench::TextComparisons(folder.path(), bmc.address())) {
     all.push_back(std::move(comparison));
   }
   bench::Register(all);

@@ -21,6 +21,7 @@
 #include "inventory/collection.h"
 #include "logging/redact.h"
 #include "quorvane/config.h"
+#include "quorvane/http.h"
 #include "quorvane/logging.h"
 #include "support/file.h"
 #include "support/json.h"
@@ -62,50 +63,51 @@ std::string Repeated(std::string_view unit, std::size_t size) {
   return text;
 }
 
-std::string CollectionOf(int count) {
-  std::string text = R"({"Members": [)";
-  for (int i = 0; i < count; ++i) {
-    text.append(i == 0 ? "" : ",")
-        .append(R"({"@odata.id": "/redfish/v1/UpdateService/)")
-        .append(R"(FirmwareInventory/Component-)")
-        .append(std::to_string(i))
-        .append("\"}");
-  }
-  return text + "]}";
+// Looks at an answer of so many elements; false: not all were found.
+using Reader = bool (*)(const Response&, int);
+
+// A cost by the number of elements.
+using CostOf = std::function<Cost(int)>;
+
+Response Get(const HttpClient& client, const std::string& url) {
+  Response answer = client.get(url, {}, 0, "admin", "password", "basic");
+  Require(answer.status_code == 200, "no answer");
+  return answer;
 }
 
-// The task stands in the last message, so all are looked at.
-std::string MessagesOf(int count) {
-  std::string text = R"({"Messages": [)";
-  for (int i = 1; i < count; ++i) {
-    text +=
-        R"({"MessageId": "Update.1.1.TransferringToComponent", "MessageArgs":)"
-        R"( ["firmware.bin", "BMC"]},)";
-  }
-  return text + R"({"MessageId": "Task.1.0.New", "MessageArgs": ["/t/1"]}]})";
+// What asking for the resource and reading the answer costs; `url` lacks the
+// number.
+CostOf GetAndRead(const std::string& url, Reader read) {
+  return [=, client = std::make_shared<const HttpClient>()](int count) {
+    return [=, whole_url = url + std::to_string(count)] {
+      return CpuSecondsAfresh([&] {
+        Require(read(Get(*client, whole_url), count), "not read whole");
+      });
+    };
+  };
+}
+
+// What reading alone costs.
+CostOf Read(const std::string& url, Reader read) {
+  return [=](int count) {
+    return [=, answer = Get(HttpClient(), url + std::to_string(count))] {
+      return CpuSecondsAfresh(
+          [&] { Require(read(answer, count), "not read whole"); });
+    };
+  };
 }
 
 /// @param bound  0: shown for comparison only.
-/// @param read   Reads a document made for so many elements; false: not whole.
 Comparison Growth(const char* name, const char* measure, double bound,
-                  std::string (*document)(int),
-                  bool (*read)(const std::string&, int)) {
-  constexpr int kFew = 4'000;
-  constexpr int kMany = 40'000;
-  const auto cost = [=](int count) {
-    return [text = document(count), read, count] {
-      return CpuSecondsAfresh(
-          [&] { Require(read(text, count), "not read whole"); });
-    };
-  };
+                  const CostOf& cost) {
   return {.name = name,
           .measure = measure,
           .reference = "of 4,000",
           .unit = "s",
           .bound = bound,
-          .cost = cost(kMany),
+          .cost = cost(40'000),
           .reference_cost =
-              [few = cost(kFew)] {
+              [few = cost(4'000)] {
                 double all = 0;
                 for (int i = 0; i < 10; ++i) all += few();
                 return all / 10;
@@ -113,26 +115,39 @@ Comparison Growth(const char* name, const char* measure, double bound,
           .pairs = 10};
 }
 
-void AddAnswers(std::vector<Comparison>& rows) {
-  constexpr double kBound = 10;
-  rows.push_back(Growth(
-      "answer/collection", "a collection of 40,000 members", kBound,
-      CollectionOf, [](const std::string& text, int count) {
-        return ParseMemberPaths(text).size() == static_cast<std::size_t>(count);
-      }));
-  rows.push_back(Growth("answer/messages", "the task in 40,000 Messages",
-                        kBound, MessagesOf, [](const std::string& text, int) {
-                          return ExtractTaskUri(text, {}) == "/t/1";
-                        }));
+void AddAnswers(const std::string& bmc, std::vector<Comparison>& rows) {
+  const std::string collection = "https://" + bmc + "/collections/";
+  const std::string messages = "https://" + bmc + "/messages/";
+  const Reader members = [](const Response& answer, int count) {
+    return ParseMemberPaths(answer.body).size() ==
+           static_cast<std::size_t>(count);
+  };
+  const Reader task = [](const Response& answer, int) {
+    return ExtractTaskUri(answer.body, {}) == "/t/1";
+  };
+  const Reader parser = [](const Response& answer, int) {
+    return JsonPtr(cJSON_Parse(answer.body.c_str())) != nullptr;
+  };
+  const Reader redacted = [](const Response& answer, int) {
+    return RedactAnswer(answer.body).size() == answer.body.size();
+  };
+  rows.push_back(Growth("answer/collection",
+                        "GET of a collection of 40,000 members, and its paths",
+                        10, GetAndRead(collection, members)));
+  rows.push_back(Growth("answer/messages",
+                        "GET of 40,000 Messages, and the task in them", 10,
+                        GetAndRead(messages, task)));
+  rows.push_back(Growth("answer/collection_read",
+                        "the paths alone, without the GET", 0,
+                        Read(collection, members)));
+  rows.push_back(Growth("answer/messages_read",
+                        "the task alone, without the GET", 0,
+                        Read(messages, task)));
   rows.push_back(Growth("answer/parser",
-                        "`cJSON_Parse` alone of 40,000 Messages", 0, MessagesOf,
-                        [](const std::string& text, int) {
-                          return JsonPtr(cJSON_Parse(text.c_str())) != nullptr;
-                        }));
+                        "`cJSON_Parse` alone of 40,000 Messages", 0,
+                        Read(messages, parser)));
   rows.push_back(Growth("answer/redact", "40,000 Messages made fit for the log",
-                        kBound, MessagesOf, [](const std::string& text, int) {
-                          return RedactAnswer(text).size() == text.size();
-                        }));
+                        0, Read(messages, redacted)));
 }
 
 // `lines` times `line` on each of `threads` threads.
@@ -279,12 +294,13 @@ void AddRules(const std::string& folder, std::vector<Comparison>& rows) {
 
 }  // namespace
 
-std::vector<Comparison> TextComparisons(const std::string& folder) {
+std::vector<Comparison> TextComparisons(const std::string& folder,
+                                        const std::string& bmc) {
   std::vector<Comparison> rows;
   // First, over and over: the parser is the slower for what the others leave of
   // the heap, which would flatter the library.
   AddRules(folder, rows);
-  AddAnswers(rows);
+  AddAnswers(bmc, rows);
   AddLogLines(folder, rows);
   AddMasking(rows);
   return rows;

@@ -11,7 +11,9 @@ namespace quorvane::bench {
 
 /// What the library does with texts, in this process: answers, log lines,
 /// addresses, the rules file. `folder` takes their files.
-std::vector<Comparison> TextComparisons(const std::string& folder);
+/// @param bmc  Address of the BMC that gives the answers.
+std::vector<Comparison> TextComparisons(const std::string& folder,
+                                        const std::string& bmc);
 
 }  // namespace quorvane::bench
 
