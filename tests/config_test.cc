@@ -312,6 +312,7 @@ TEST_F(RulesFile, ThatIsNoJsonIsShownFromTheFaultOn) {
       {long_line, long_line.substr(0, 100)},
       {R"({"a" 1, "password": "s3"})", R"(1, ")"},
       {R"({"a": x, "token": "s3"})", R"(x, ")"},
+      {R"({"password": "s3", "a": x})", "x}"},
       {R"({"a": 1, "password": s3})", ""},
       {"{\"password\":\n  s3}", ""},
       {R"({"token": ["a", s3]})", ""},

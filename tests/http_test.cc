@@ -240,6 +240,13 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
   }
 }
 
+// RFC 9112, section 7.1.
+TEST_F(HttpTest, AnswersOfUnknownLengthAreWhole) {
+  AlwaysAnswer({.body = "2\r\nab\r\n1;x=y\r\nc\r\n0\r\n\r\n",
+                .headers = {{"Transfer-Encoding", "chunked"}}});
+  EXPECT_EQ(Get(kPath).body, "abc");
+}
+
 TEST(HeaderLine, IsCapturedByItsName) {
   struct Case {
     const char *line, *content_type, *location;

@@ -454,6 +454,8 @@ struct HangUp {
   const char* message;
 };
 
+void PrintTo(const HangUp& row, std::ostream* out) { *out << row.name; }
+
 // The BMC ends the connection while the image is on its way: each time, or
 // once, after which the file is sent again from its start.
 class MisbehavingUpload : public LibraryTest,

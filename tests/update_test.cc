@@ -538,6 +538,30 @@ TEST_F(LocalRoad, AbsoluteTaskLinkIsPolledAsItIs) {
   EXPECT_THAT(Asked(), Contains("GET /elsewhere/1"));
 }
 
+TEST_F(LocalRoad, TaskTellsItsIdWhenTheLinkDoesNot) {
+  const std::string link = std::string(kTask) + "/";
+  bmc.On("POST", kFirst)
+      .Answer(simulator::Reply{.status = 202, .headers = {{"Location", link}}});
+  bmc.On("GET", link).Answer(200, Task("Completed"));
+  const UpdateResponse result = Update();
+  EXPECT_EQ(result.task_uri, link);
+  EXPECT_EQ(result.task_id, "T1");
+}
+
+// Indented, this one would be a hundred times as long.
+TEST_F(LocalRoad, DeeplyNestedTaskIsLoggedAsItCame) {
+  std::string nested = "1";
+  for (int i = 0; i < 900; ++i) nested = R"({"a":)" + nested + "}";
+  const std::string task = R"({"TaskState":"Completed","x":)" + nested + "}";
+  bmc.On("GET", kTask).Answer(200, task);
+  EXPECT_EQ(Update().task_state, "Completed");
+  EXPECT_THAT(Log(), Contains("DEBUG [update] cJSON_Print failed, using raw "
+                              "body"));
+  EXPECT_THAT(Log("update"), Contains("[RF-TASK] Task ID: not asked  Response "
+                                      "body: " +
+                                      task));
+}
+
 TEST_F(LocalRoad, ActivationFollowsItsOwnTask) {
   bmc.On("POST", kActivate)
       .Answer(400)
