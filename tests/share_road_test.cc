@@ -126,6 +126,18 @@ TEST_F(ShareRoad, FinishedAtOnce) {
   EXPECT_THAT(LogText(), Not(HasSubstr("Password")));
 }
 
+// Not tried again, unlike a refusal: the next URI is.
+TEST_F(ShareRoad, NoAnswerLeadsToTheNextUri) {
+  bmc.On("POST", kFirst).Answer(Reply{.fault = simulator::Fault::kDrop});
+  bmc.On("POST", kSecond).Answer(202, TaskLink(kTask));
+  EXPECT_TRUE(PerformUpdate(request).reboot_performed) << LogText();
+  EXPECT_THAT(Waits(), ElementsAre(30));
+  EXPECT_THAT(Log("update"),
+              Contains("SimpleUpdate URI failed: " + std::string(kFirst) +
+                       " (exception: POST failed: Server returned nothing (no "
+                       "headers, no data))"));
+}
+
 TEST_F(ShareRoad, FailedTaskEndsTheRunWithoutASummary) {
   bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
   bmc.On("GET", kTask).Answer(404);
