@@ -192,7 +192,7 @@ void AddLogLines(const std::string& folder, std::vector<Comparison>& rows) {
              [=] {
                return LinesCpu(threads, each, [&] { theirs->info(message); });
              },
-         .pairs = 3});
+         .pairs = 50});
   }
 }
 

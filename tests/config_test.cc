@@ -313,6 +313,8 @@ TEST_F(RulesFile, ThatIsNoJsonIsShownFromTheFaultOn) {
       {R"({"a" 1, "password": "s3"})", R"(1, ")"},
       {R"({"a": x, "token": "s3"})", R"(x, ")"},
       {R"({"password": "s3", "a": x})", "x}"},
+      {R"({"a": {"password": "s3"}, "b": x})", "x}"},
+      {R"({"password": "s"3"})", ""},
       {R"({"a": 1, "password": s3})", ""},
       {"{\"password\":\n  s3}", ""},
       {R"({"token": ["a", s3]})", ""},

@@ -82,7 +82,8 @@ TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
     "target": {"ip": "192.0.2.9", "ipv6": "2001:db8::9"},
     "firmware_update": {
       "inventory_uri": ["/redfish/v1/first", "/redfish/v1/second"]}})");
-  const std::string elsewhere = Url("/elsewhere/NIC");
+  const std::string elsewhere =
+      "https://u:hidden@" + bmc.Address() + "/elsewhere/NIC";
   bmc.On("GET", kFirst).Answer(200, Collection({kMember, elsewhere}));
   bmc.On("GET", kMember).Answer(200, R"({
     "@odata.id": "/another", "Name": "BMC firmware", "SoftwareId": "id-1",
@@ -115,12 +116,14 @@ TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
                   "Total items fetched: 2",
                   "Item [1]:", "  URI         : /redfish/v1/first/BMC",
                   "  Name        : BMC firmware", "  SoftwareId  : id-1",
-                  "  Version     : 1.2.3", "  TargetId    : /m/1",
-                  "Item [2]:", "  URI         : " + elsewhere,
+                  "  Version     : 1.2.3", "  TargetId    : /m/1", "Item [2]:",
+                  "  URI         : https://u:<REDACTED>@" + bmc.Address() +
+                      "/elsewhere/NIC",
                   "  Name        : ", "  SoftwareId  : ", "  Version     : 2",
                   "  TargetId    : ",
                   "================================================"));
-  EXPECT_THAT(LogText(), Not(testing::HasSubstr("s3cret")));
+  EXPECT_THAT(LogText(), testing::AllOf(Not(testing::HasSubstr("s3cret")),
+                                        Not(testing::HasSubstr("hidden"))));
 }
 
 TEST_F(InventoryTest, MembersThatCannotBeReadAreLeftOut) {

@@ -563,21 +563,21 @@ TEST_F(LocalRoad, DeeplyNestedTaskIsLoggedAsItCame) {
 }
 
 TEST_F(LocalRoad, ActivationFollowsItsOwnTask) {
+  const std::string link = bmc.Address() + "/redfish/v1/TaskService/Tasks/8";
   bmc.On("POST", kActivate)
       .Answer(400)
-      .Then(202, TaskLink("/redfish/v1/TaskService/Tasks/8"));
+      .Then(202, TaskLink("https://u:hidden@" + link));
   bmc.On("GET", "/redfish/v1/TaskService/Tasks/8")
       .Answer(200, Task("Completed"));
   const UpdateResponse result = Update({"/target"});
-  EXPECT_EQ(result.task_uri, "/redfish/v1/TaskService/Tasks/8");
+  EXPECT_EQ(result.task_uri, "https://u:hidden@" + link);
   EXPECT_EQ(result.http_status, 202);  // the upload's
   EXPECT_EQ(bmc.Requests()[2].body, R"({"Targets":["/target"]})");
-  EXPECT_THAT(
-      Log("update"),
-      AllOf(Contains("Activation -- 1 URI(s) to try"),
-            Contains("Activation HTTP status: 400"),
-            Contains("Activation returned 400, retrying"),
-            Contains("Activation task: /redfish/v1/TaskService/Tasks/8")));
+  EXPECT_THAT(Log("update"),
+              AllOf(Contains("Activation -- 1 URI(s) to try"),
+                    Contains("Activation HTTP status: 400"),
+                    Contains("Activation returned 400, retrying"),
+                    Contains("Activation task: https://u:<REDACTED>@" + link)));
   EXPECT_THAT(Waits(), ElementsAre(30, 5, 30));
 }
 
