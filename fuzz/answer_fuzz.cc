@@ -34,6 +34,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   const std::string logged = quorvane::RedactAnswer(body);
   Demand(body.find("Password") != std::string::npos || logged == body,
          "an answer without a password is logged as it is");
+  const quorvane::JsonPtr account(cJSON_CreateObject());
+  quorvane::AddString(account.get(), "Password",
+                      (body.c_str() + std::string("s3cret")).c_str());
+  const quorvane::JsonPtr quoting(cJSON_CreateObject());
+  quorvane::AddString(quoting.get(), "JsonBody",
+                      quorvane::PrintJson(account.get()).c_str());
+  for (const cJSON* document : {account.get(), quoting.get()}) {
+    Demand(
+        quorvane::RedactAnswer(quorvane::PrintJson(document)).find("s3cret") ==
+            std::string::npos,
+        "no password is shown");
+  }
   constexpr std::size_t kLimit = 4096;
   if (const auto text = quorvane::PrintJsonWithin(tree.get(), kLimit)) {
     Demand(text->size() < kLimit, "a document keeps its limit");

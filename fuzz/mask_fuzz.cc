@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Address masking, and the redaction of URIs.
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -20,7 +21,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   const std::string redacted = quorvane::RedactUri(text);
   Demand(redacted == text || redacted.find("<REDACTED>") != std::string::npos,
          "a URI stays or is redacted");
-  Demand(text.find('@') != std::string::npos || redacted == text,
-         "a URI without a user stays");
+  Demand(text.find_first_of("@?#") != std::string::npos || redacted == text,
+         "a URI without a user and a query stays");
+
+  std::string secret;
+  for (const char c : text) {
+    secret += std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '-';
+  }
+  secret += "-s3cret";
+  for (const std::string& uri :
+       {"https://user:" + secret + "@host/a", "/a?token=" + secret + "&b=c"}) {
+    Demand(quorvane::RedactUri(uri).find(secret) == std::string::npos,
+           "no secret is shown");
+  }
   return 0;
 }

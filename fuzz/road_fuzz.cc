@@ -22,6 +22,7 @@ namespace {
 // RFC 7464. Each is a line "STATUS LOCATION" and a body.
 std::string_view answers_left;
 int requests = 0;
+bool has_targets = false;
 
 quorvane::Response NextAnswer() {
   // The shipped rules poll a task 600 times at most.
@@ -41,6 +42,12 @@ quorvane::Response NextAnswer() {
     response.body = answer.substr(head.size() + 1);
   }
   return response;
+}
+
+void CheckAccount(const std::string& username, const std::string& password,
+                  const std::string& auth_type) {
+  Demand(username == "root" && password == "s" && auth_type == "basic",
+         "a login has its account");
 }
 
 void UpdateAndCheck(const quorvane::UpdateRequest& request) {
@@ -76,8 +83,11 @@ void Run(char call) {
   request.bmc_ip = "192.0.2.1";
   request.username = "root";
   request.password = "s";
-  request.targets = {"/redfish/v1/UpdateService/FirmwareInventory/BMC"};
-  request.prefetched_inventory.resize(1);
+  has_targets = call != 'n';
+  if (has_targets) {
+    request.targets = {"/redfish/v1/UpdateService/FirmwareInventory/BMC"};
+    request.prefetched_inventory.resize(1);
+  }
   if (call == 's') {
     request.image_uri = "https://192.0.2.2/fw.bin";
   } else {
@@ -115,11 +125,13 @@ Response HttpClient::post_json(const std::string& /*url*/,
 Response HttpClient::post_multipart(
     const std::string& /*url*/, const std::string& /*file_path*/,
     const std::string& /*file_part_name*/, const Headers& /*headers*/,
-    long /*timeout_ms*/, const std::string& /*username*/,
-    const std::string& /*password*/, const std::string& /*auth_type*/,
+    long /*timeout_ms*/, const std::string& username,
+    const std::string& password, const std::string& auth_type,
     const std::string& update_parameters) const {
-  Demand(update_parameters.find("FirmwareInventory/BMC") != std::string::npos,
-         "no upload without its targets");
+  CheckAccount(username, password, auth_type);
+  Demand(has_targets == (update_parameters.find("FirmwareInventory/BMC") !=
+                         std::string::npos),
+         "an upload has its targets");
   return NextAnswer();
 }
 

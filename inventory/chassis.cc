@@ -74,7 +74,7 @@ std::vector<ChassisRecord> FetchRecords(const HttpClient& client,
   for (const std::string& path : paths) {
     const auto body = GetBody(client, base + path, config, kMember);
     if (!body) continue;
-    LogDebug(kChassis, "Chassis member response body: " + *body);
+    LogDebug(kChassis, "Chassis member response body: " + RedactAnswer(*body));
     const JsonPtr member = ParseJson(*body);
     if (!member) {
       LogWarning(kChassis,

@@ -9,8 +9,9 @@ namespace quorvane {
 /// A URI as it may stand in a log line: a password in its user part (RFC 3986,
 /// section 3.2.1) becomes "<REDACTED>". A password that someone forgot to
 /// percent-encode is hidden as well, unless it reads as a port or holds an '@'
-/// before a '/'. As libcurl reads them, the
-/// scheme may be missing and the slashes behind it may be one to three.
+/// before a '/'. As libcurl reads them, the scheme may be missing and the
+/// slashes behind it may be one to three. So does the value of a query's
+/// parameter whose name tells of a secret, such as "sig" or "access_token".
 std::string RedactUri(const std::string& uri);
 
 /// `RedactUri`, with the leading part of every address hidden as well.

@@ -354,6 +354,9 @@ TEST(AnswerInALog, ShowsNoPassword) {
        "\"Password\" :\n\t\"<REDACTED>\"}"},
       {R"({"JsonBody":"{\"Password\":\"s3\\\"cret\",\"a\":\"b\"}"})",
        R"({"JsonBody":"{\"Password\":\"<REDACTED>\",\"a\":\"b\"}"})"},
+      // Indented within a string.
+      {R"({"JsonBody":"{\n\t\"Password\":\t\"s3cret\"}"})",
+       R"({"JsonBody":"{\n\t\"Password\":\t\"<REDACTED>\"}"})"},
       {R"({"Password":"one"}{"Password":"two)",
        R"({"Password":"<REDACTED>"}{"Password":"<REDACTED>)"},
       {R"({"Password":null,"PasswordPolicy":"x","b":"Password"})",
@@ -382,6 +385,13 @@ TEST(UriInALog, ShowsNeitherPasswordNorAddress) {
       {"//user:s3cret@host/a", "//user:<REDACTED>@host/a"},
       {"http:/user:s3cret@host/a", "http:/user:<REDACTED>@host/a"},
       {"user:s3cret@host/a?n=http://x", "user:<REDACTED>@host/a?n=http://x"},
+      // Links that a share has signed.
+      {"https://host/a?v=1&Sig=s3c/ret&e=2",
+       "https://host/a?v=1&Sig=<REDACTED>&e=2"},
+      {"/a?v=1;access_token=s3;cret", "/a?v=1;access_token=<REDACTED>"},
+      {"//u:s3@h?secret=&x=key#key=s3",
+       "//u:<REDACTED>@h?secret=<REDACTED>&x=key#key=<REDACTED>"},
+      {"/token=a?", "/token=a?"},
       {"", ""},
   };
   for (const auto& [uri, shown] : cases) EXPECT_EQ(UriForLog(uri), shown);

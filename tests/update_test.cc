@@ -548,6 +548,11 @@ TEST_F(LocalRoad, TaskTellsItsIdWhenTheLinkDoesNot) {
   const UpdateResponse result = Update();
   EXPECT_EQ(result.task_uri, link);
   EXPECT_EQ(result.task_id, "T1");
+  // A link without a path is no place to show a password.
+  bmc.On("POST", kFirst)
+      .Answer(simulator::Reply{
+          .status = 202, .headers = {{"Location", "https://u:s3c@[::1]:1"}}});
+  EXPECT_EQ(Update().task_id, "u:<REDACTED>@[::1]:1");
 }
 
 // Indented, this one would be a hundred times as long.

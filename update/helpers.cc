@@ -21,8 +21,10 @@ std::string ExtractErrorMessage(const std::string& body) {
 std::string ExtractTaskId(const std::string& task_uri,
                           const std::string& body) {
   if (auto id = StringMember(ParseJson(body).get(), "Id")) return *id;
-  const std::size_t slash = task_uri.rfind('/');
-  return slash == std::string::npos ? "" : task_uri.substr(slash + 1);
+  // Of a link without a path this is the authority.
+  const std::string uri = RedactUri(task_uri);
+  const std::size_t slash = uri.rfind('/');
+  return slash == std::string::npos ? "" : uri.substr(slash + 1);
 }
 
 std::string ExtractTaskUri(const std::string& body, const Config& config) {
