@@ -136,7 +136,7 @@ TEST(Threads, ShareOneClient) {
   }
 }
 
-// Two servers at once, as the reference of `PerformUpdate` allows.
+// Four servers at once, as the reference of `PerformUpdate` allows.
 TEST(Threads, UpdateServersAtOnce) {
   const TempFolder folder;
   static_cast<void>(folder.Write("brindle.config.json", RulesJson(R"({
