@@ -82,6 +82,9 @@ TEST_F(ShareRoad, AcceptedWithATask) {
   bmc.On("POST", kSecond)
       .Answer(400, Error("Busy"))
       .Then(202, "", {{"Location", kTask}});
+  // A task shows the request that made it.
+  bmc.On("GET", kTask).Answer(200, R"({"TaskState": "Completed", "Payload":
+               {"JsonBody": "{\"Password\": \"sh4re\"}"}})");
   const UpdateResponse result = PerformUpdate(request);
   EXPECT_TRUE(result.accepted) << LogText();
   EXPECT_EQ(result.task_state, "Completed");
@@ -136,6 +139,12 @@ TEST_F(ShareRoad, NoAnswerLeadsToTheNextUri) {
               Contains("SimpleUpdate URI failed: " + std::string(kFirst) +
                        " (exception: POST failed: Server returned nothing (no "
                        "headers, no data))"));
+}
+
+TEST_F(ShareRoad, TaskThatIsGonePastHalfWayIsFollowedByTheRestart) {
+  bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
+  bmc.On("GET", kTask).Answer(200, Task("Running", 60)).Then(404);
+  EXPECT_TRUE(PerformUpdate(request).reboot_performed) << LogText();
 }
 
 TEST_F(ShareRoad, FailedTaskEndsTheRunWithoutASummary) {

@@ -553,6 +553,7 @@ TEST_F(LocalRoad, TaskTellsItsIdWhenTheLinkDoesNot) {
       .Answer(simulator::Reply{
           .status = 202, .headers = {{"Location", "https://u:s3c@[::1]:1"}}});
   EXPECT_EQ(Update().task_id, "u:<REDACTED>@[::1]:1");
+  EXPECT_THAT(LogText(), Not(HasSubstr("s3c")));
 }
 
 // Indented, this one would be a hundred times as long.
