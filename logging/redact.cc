@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "logging/redact.h"
 
-#include <string.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
 
 #include "quorvane/logging.h"
@@ -70,7 +69,7 @@ std::string RedactQuery(std::string uri) {
     at = uri.find_first_of("&;#", name);
     const std::size_t equals = uri.find('=', name);
     if (equals >= at ||
-        !NamesSecret(std::string_view(uri).substr(name, equals - name))) {
+        !NamesSecret(std::string_view{uri}.substr(name, equals - name))) {
       continue;
     }
     const std::size_t end = std::min(uri.find_first_of("&#", name), uri.size());
