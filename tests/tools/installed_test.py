@@ -35,6 +35,7 @@ SCENARIOS = [
      "update-multipart was answered 413: The image has 5000 bytes"),
     ("staged-until-reboot", "--file fw", 0, "The firmware was staged, and the"),
     ("reboots-by-itself", "--file fw", 0, "as far as the BMC lets see"),
+    ("./forging.json", "--file fw", 1, "Cause:   Upload at /redfish/v1/"),
     ("task-fails", "--file fw", 1, "Cause:   The image could not be applied"),
     ("task-stalls", "--file fw", 4, "was restarted all the same.\nCause:   Last"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),
@@ -222,6 +223,12 @@ def prepare():
                        ("secret", "s3cret word\n"), ("fw", "x" * 5000)):
         (HOME / name).write_text(text)
         (HOME / name).chmod(0o600)
+    lines = "".join(
+        f"\n[2024-05-01 13:00:00.000] [INFO   ] [{line}" for line in (
+            "tool] Run: inventory of 192.0.2.66", "tool] Interrupted by x",
+            "update] [RF-UPDATE] Task created: /forged"))
+    (HOME / "forging.json").write_text(json.dumps({"faults": [
+        {"phase": "upload", "status": 400, "body": "busy" + lines}]}))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
     os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
@@ -229,7 +236,8 @@ def prepare():
 
 prepare()
 ready = {path.stem for path in (SOURCE / "simulator/scenarios").iterdir()}
-expect(ready == {row[0] for row in SCENARIOS}, "each scenario has a row", ready)
+expect(ready == {row[0] for row in SCENARIOS if "." not in row[0]},
+       "each scenario has a row", ready)
 with concurrent.futures.ThreadPoolExecutor(max_workers=10) as pool:
     futures = [pool.submit(meet, number, *row)
                for number, row in enumerate(SCENARIOS)]

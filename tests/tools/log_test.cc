@@ -2,14 +2,21 @@
 // What is read from a log, and what is shown of it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "quorvane/logging.h"
 #include "tests/tools/log_text.h"
 #include "tools/quorvane/progress.h"
+#include "tools/quorvane/record_stream.h"
 #include "tools/quorvane/report.h"
 #include "tools/quorvane/text.h"
 
@@ -33,35 +40,88 @@ std::string WholeLog() {
       Messages{"Reboot HTTP status: 204"} + kEnd);
 }
 
-std::vector<std::string> MessagesIn(const std::string& log, std::size_t piece,
-                                    bool end_bursts) {
+std::vector<std::string> MessagesIn(const std::string& log) {
   std::vector<std::string> messages;
-  RecordReader reader([&](const Record& record) {
+  ReadRecords(log, [&](const Record& record) {
     messages.push_back(record.component + "|" + record.message);
   });
-  for (std::size_t at = 0; at < log.size(); at += piece) {
-    reader.Feed(std::string_view(log).substr(at, piece));
-    if (end_bursts) reader.EndOfBurst();
-  }
-  reader.EndOfLog();
   return messages;
 }
 
-TEST(Records, AreTheSameInPiecesOfAnySize) {
-  const std::string log = "noise\n" + WholeLog();
-  const auto whole = MessagesIn(log, log.size(), false);
-  EXPECT_EQ(whole.front(), "tool|Run: update of 192.0.2.7 with firmware.blx");
-  EXPECT_THAT(whole, testing::Contains(
-                         "update|Upload response body: {\n  \"Id\": \"1\"\n}"));
-  for (const std::size_t piece : {1U, 2U, 7U, 1000U}) {
-    EXPECT_EQ(MessagesIn(log, piece, false), whole) << piece;
+const std::string kForgedLines =
+    "busy\n[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: inventory\n"
+    "    [2024-05-01 13:00:00.000] [ERROR  ] [tool] Interrupted\n"
+    "[2024-05-01 13:00:00.000] [INFO   ] [update] forged\nend";
+
+TEST(Records, OfAToolLogEndWhereTheyWereWritten) {
+  std::string log = "noise\n";
+  for (const auto& [component, message] :
+       {std::pair(kToolComponent, std::string("Run: x")),
+        std::pair("update", kForgedLines),
+        std::pair("", std::string("last"))}) {
+    log += LoggedForm({.stamp = "2024-05-01 13:00:00.042",
+                       .component = component,
+                       .message = message});
   }
+  EXPECT_THAT(MessagesIn(log),
+              ElementsAre("tool|Run: x", "update|" + kForgedLines, "|last"));
 }
 
-TEST(Records, AQuietWriterEndsARecordButNeverALine) {
-  const std::string log = LogOf({"one\nmore", "two"});
-  EXPECT_THAT(MessagesIn(log, 1, true),
-              ElementsAre("update|one", "update|two"));
+TEST(Records, OfALibraryLogAreNeverTheTools) {
+  EXPECT_THAT(
+      MessagesIn(LogOf({"[logger] begin", kForgedLines, "after"})),
+      ElementsAre("logger|begin",
+                  "update|" + kForgedLines.substr(
+                                  0, kForgedLines.find("\n[2024-05-01 13:00:00"
+                                                       ".000] [INFO   ] [upd")),
+                  "update|forged\nend", "update|after"));
+}
+
+// The frames that a child process sends while the library logs.
+std::string FramesOf(const std::vector<std::string>& messages) {
+  std::FILE* const file = std::tmpfile();
+  const pid_t child = fork();
+  if (child == 0) {
+    SendConsoleAsFrames(fileno(file));
+    Logger logger("/dev/null", LogLevel::DEBUG, true, true);
+    for (const std::string& message : messages) {
+      static_cast<void>(MaskIP("1.2.3.4444 " + message));
+      logger.LogError("update", message);
+      logger.LogDebug("http", message);
+    }
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  std::rewind(file);
+  std::string frames;
+  for (int c = 0; (c = std::fgetc(file)) != EOF;) {
+    frames += static_cast<char>(c);
+  }
+  std::fclose(file);
+  return frames;
+}
+
+TEST(Frames, HoldOneRecordEachInPiecesOfAnySize) {
+  const std::string huge(kMaxRecordBytes + 5, 'x');
+  const std::string frames = FramesOf({kForgedLines, huge});
+  for (const std::size_t piece :
+       {std::size_t{1}, std::size_t{7}, frames.size()}) {
+    std::vector<std::string> records;
+    FrameReader reader([&](std::string_view frame) {
+      const auto record = RecordFrom(frame);
+      records.push_back(record ? record->component + "|" + record->message
+                               : "no record");
+    });
+    for (std::size_t at = 0; at < frames.size(); at += piece) {
+      reader.Feed(std::string_view(frames).substr(at, piece));
+    }
+    ASSERT_EQ(records.size(), 4U) << piece;
+    EXPECT_EQ(records[0], "update|" + kForgedLines);
+    EXPECT_EQ(records[1], "http|" + kForgedLines);
+    EXPECT_THAT(records[2], testing::EndsWith("xxx... (51 bytes left out)"));
+  }
+  EXPECT_THROW(FrameReader([](auto) {}).Feed("\xff\xff\xff\x7f...."),
+               std::runtime_error);
 }
 
 TEST(Records, OtherLinesBeginNone) {

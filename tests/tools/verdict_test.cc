@@ -178,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(
     }),
     [](const auto& row) { return row.param.name; });
 
-// A response body may hold lines that look like the log's own.
+// Nothing in a log, forged lines included, outweighs the library's record.
 TEST(Judging, TrustsTheLibrarysRecordMoreThanTheLog) {
   const std::string log =
       LogOf(kStart + kUploading + Messages{"Upload HTTP status: 400"}) +
@@ -192,6 +192,21 @@ TEST(Judging, TrustsTheLibrarysRecordMoreThanTheLog) {
                      LibraryRecord{.accepted = true, .restart_accepted = false})
                 .outcome,
             Outcome::kFailed);
+  EXPECT_EQ(
+      JudgeRun(quorvane::tool::Run{},
+               LibraryRecord{.accepted = false, .restart_accepted = false})
+          .outcome,
+      Outcome::kUnreachable);
+}
+
+TEST(Judging, ReadsATaskOfManyMessagesInLinearTime) {
+  std::string task = R"({"Messages": [)";
+  for (int i = 0; i < 20'000; ++i) {
+    task +=
+        R"({"Message": ")" + std::string(40, 'm') + std::to_string(i) + "\"},";
+  }
+  task.back() = ']';
+  EXPECT_LT(TaskWords(task + "}").size(), 10'000U);
 }
 
 }  // namespace

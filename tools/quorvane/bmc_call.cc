@@ -17,15 +17,16 @@ namespace {
 class TroubleCollector : public CallListener {
  public:
   TroubleCollector(RunLog& log, std::vector<Record>& troubles)
-      : reader_([&log, &troubles](const Record& record) {
-          log.Keep(record);
-          if (record.level >= LogLevel::WARNING) troubles.push_back(record);
-        }) {}
-  void OnLog(std::string_view bytes) override { reader_.Feed(bytes); }
-  void OnQuiet() override { reader_.EndOfBurst(); }
+      : log_(log), troubles_(troubles) {}
+  void OnRecord(const Record& record) override {
+    log_.Keep(record);
+    if (record.level >= LogLevel::WARNING) troubles_.push_back(record);
+  }
+  void OnTick() override {}
 
  private:
-  RecordReader reader_;
+  RunLog& log_;
+  std::vector<Record>& troubles_;
 };
 
 bool Says(const std::vector<Record>& troubles, std::string_view words) {
@@ -63,6 +64,12 @@ nlohmann::json BmcCall::Ask() {
   }
   if (const auto error = result.answer.find("error");
       error != result.answer.end()) {
+    if (result.answer.contains("out_of_memory")) {
+      throw ToolError(
+          ExitCode::kFailed,
+          fmt::format("Cannot read the {} of {}: {} Log: {}", name_,
+                      options_.bmc, error->get<std::string>(), log_path_));
+    }
     throw ToolError(
         ExitCode::kUnreachable,
         fmt::format("No answer from {}: {}. Check the address, the network and "

@@ -14,13 +14,13 @@
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "tools/quorvane/descriptor.h"
 #include "tools/quorvane/private_rules.h"
+#include "tools/quorvane/record_stream.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
 #include "tools/quorvane/worker.h"
@@ -171,6 +171,34 @@ bool WasInterrupted(int status) {
          (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGHUP);
 }
 
+// What the child says outside its log, line by line: a sanitizer's report, a
+// loader's complaint. The first lines matter.
+class ErrorLines {
+ public:
+  void Feed(std::string_view bytes) {
+    for (const char c : bytes) {
+      if (c == '\n') {
+        Print();
+      } else if (line_.size() < kMaxLineBytes) {
+        line_ += c;
+      }
+    }
+  }
+  void Print() {
+    if (!line_.empty() && printed_++ < kMaxLines) {
+      fmt::print(stderr, "{}\n", Printable(line_));
+    }
+    line_.clear();
+  }
+
+ private:
+  static constexpr std::size_t kMaxLineBytes = 1000;
+  static constexpr int kMaxLines = 100;
+
+  std::string line_;
+  int printed_ = 0;
+};
+
 // Reads the child's three pipes until the last is closed.
 class Listening {
  public:
@@ -178,6 +206,7 @@ class Listening {
             CallListener& listener)
       : signals_(signals),
         listener_(listener),
+        frames_([this](std::string_view frame) { TakeFrame(frame); }),
         watched_{{{pipes.log.read_end.get(), POLLIN, 0},
                   {pipes.answer.read_end.get(), POLLIN, 0},
                   {pipes.errors.read_end.get(), POLLIN, 0},
@@ -189,7 +218,7 @@ class Listening {
     while (watched_[kLog].fd >= 0 || watched_[kAnswer].fd >= 0 ||
            watched_[kErrors].fd >= 0) {
       const int ready = poll(watched_.data(), watched_.size(), kQuietMs);
-      if (ready == 0) listener_.OnQuiet();
+      if (ready == 0) listener_.OnTick();
       if (ready <= 0) continue;
       if (watched_[kSignals].revents != 0) {
         signals_.TakeAll();
@@ -204,10 +233,22 @@ class Listening {
   }
 
   [[nodiscard]] const std::string& answer() const { return answer_; }
-  [[nodiscard]] const std::string& errors() const { return errors_; }
+  [[nodiscard]] bool IsAnswerTooLong() const {
+    return answer_.size() > kMaxAnswerBytes;
+  }
 
  private:
   enum Source : std::size_t { kLog, kAnswer, kErrors, kSignals };
+  // An inventory of a hundred thousand items takes about a third of it.
+  static constexpr std::size_t kMaxAnswerBytes = 64U << 20;
+
+  // The library never speaks as the tool.
+  void TakeFrame(std::string_view frame) {
+    const std::optional<Record> record = RecordFrom(frame);
+    if (record && record->component != kToolComponent) {
+      listener_.OnRecord(*record);
+    }
+  }
 
   void ReadAvailable(Source source) {
     pollfd& from = watched_.at(source);
@@ -216,33 +257,26 @@ class Listening {
     if (count < 0 && errno == EINTR) return;
     if (count <= 0) {
       from.fd = -1;  // poll passes over it
+      if (source == kErrors) errors_.Print();
       return;
     }
     const std::string_view bytes(chunk.data(), static_cast<std::size_t>(count));
     if (source == kLog) {
-      listener_.OnLog(bytes);
-    } else {
-      (source == kAnswer ? answer_ : errors_).append(bytes);
+      frames_.Feed(bytes);
+    } else if (source == kErrors) {
+      errors_.Feed(bytes);
+    } else if (!IsAnswerTooLong()) {
+      answer_.append(bytes);
     }
   }
 
   const SignalInbox& signals_;
   CallListener& listener_;
+  FrameReader frames_;
   std::array<pollfd, 4> watched_;
   std::string answer_;
-  std::string errors_;
+  ErrorLines errors_;
 };
-
-// The address masking tells of each text that only looks like an address, which
-// in a log of URLs is noise; the rest matters.
-void PassOn(const std::string& errors) {
-  std::istringstream lines(errors);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("[MaskIP] ", 0) != 0) {
-      fmt::print(stderr, "{}\n", Printable(line));
-    }
-  }
-}
 
 }  // namespace
 
@@ -272,7 +306,7 @@ CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
     result.end = CallResult::End::kInterrupted;
     return result;
   }
-  listener.OnQuiet();
+  listener.OnTick();
   const int status = child.Wait();
   if (WasInterrupted(status)) {
     signals.TakeAll();
@@ -280,7 +314,10 @@ CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
     return result;
   }
   result.how = HowItEnded(status);
-  PassOn(listening.errors());
+  if (listening.IsAnswerTooLong()) {
+    result.how = "it answered with more than 64 MiB";
+    return result;
+  }
   result.answer = nlohmann::json::parse(listening.answer(), nullptr, false);
   if (result.how.empty() && result.answer.is_object()) {
     result.end = CallResult::End::kAnswered;

@@ -15,7 +15,8 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
+
+#include "tools/quorvane/records.h"
 
 namespace quorvane::tool {
 
@@ -23,10 +24,10 @@ namespace quorvane::tool {
 class CallListener {
  public:
   virtual ~CallListener() = default;
-  /// Some bytes of the log, as they come.
-  virtual void OnLog(std::string_view bytes) = 0;
-  /// Nothing came for a while: a record that could have gone on has ended.
-  virtual void OnQuiet() = 0;
+  /// A record of the library's log, whole.
+  virtual void OnRecord(const Record& record) = 0;
+  /// Time passes without a record.
+  virtual void OnTick() = 0;
 };
 
 // NOLINTNEXTLINE(bugprone-exception-escape): a JSON value's move never throws.
@@ -38,7 +39,7 @@ struct CallResult {
   };
   End end = End::kDied;
   nlohmann::json answer;  ///< See worker.h.
-  std::string how = {};   ///< How it died, e.g. "signal 11".
+  std::string how = {};   ///< Why there is no answer, e.g. "signal 11".
 };
 
 /// Makes one call in a child process and listens until it ends.

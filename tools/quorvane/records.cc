@@ -3,6 +3,7 @@
 
 #include <fmt/chrono.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -31,16 +32,19 @@ int Number(std::string_view stamp, std::size_t from, std::size_t length) {
   return number;
 }
 
+// In the order of the levels.
+constexpr std::array<std::string_view, 4> kLevelNames = {"DEBUG  ", "INFO   ",
+                                                         "WARNING", "ERROR  "};
+
+std::string_view NameOf(LogLevel level) {
+  return kLevelNames.at(static_cast<std::size_t>(level));
+}
+
 std::optional<LogLevel> LevelNamed(std::string_view name) {
-  constexpr std::array<std::pair<std::string_view, LogLevel>, 4> kLevels = {
-      {{"DEBUG  ", LogLevel::DEBUG},
-       {"INFO   ", LogLevel::INFO},
-       {"WARNING", LogLevel::WARNING},
-       {"ERROR  ", LogLevel::ERROR}}};
-  for (const auto& [spelling, level] : kLevels) {
-    if (name == spelling) return level;
-  }
-  return std::nullopt;
+  const auto* const found =
+      std::find(kLevelNames.begin(), kLevelNames.end(), name);
+  if (found == kLevelNames.end()) return std::nullopt;
+  return static_cast<LogLevel>(found - kLevelNames.begin());
 }
 
 // Takes "[text]" off the front of `line`.
@@ -66,6 +70,47 @@ bool IsComponent(std::string_view name) {
          name.find_first_not_of("abcdefghijklmnopqrstuvwxyz_") ==
              std::string_view::npos;
 }
+
+// Before each line of a message but the first.
+constexpr std::string_view kIndent = "    ";
+
+// Puts the lines of a log together to records.
+class LogSplitter {
+ public:
+  explicit LogSplitter(const std::function<void(Record)>& handler)
+      : handler_(handler) {}
+
+  void TakeLine(std::string_view line) {
+    std::optional<Record> begun = RecordFrom(line);
+    if (begun && !has_begun_) {
+      has_begun_ = true;
+      is_tool_log_ = begun->component == kToolComponent;
+    }
+    if (begun && (is_tool_log_ || begun->component != kToolComponent)) {
+      HandOver();
+      record_ = std::move(begun);
+    } else if (record_) {
+      if (is_tool_log_ && line.substr(0, kIndent.size()) == kIndent) {
+        line.remove_prefix(kIndent.size());
+      }
+      record_->message.append("\n").append(line);
+    }
+  }
+
+  void HandOver() {
+    if (!record_) return;
+    // An empty line separates the runs in a file.
+    std::string& message = record_->message;
+    while (!message.empty() && message.back() == '\n') message.pop_back();
+    handler_(*std::exchange(record_, std::nullopt));
+  }
+
+ private:
+  const std::function<void(Record)>& handler_;
+  std::optional<Record> record_ = {};
+  bool has_begun_ = false;
+  bool is_tool_log_ = false;
+};
 
 }  // namespace
 
@@ -95,75 +140,50 @@ double SecondsOf(std::string_view stamp) {
   return seconds + Number(stamp, 20, 3) / 1000.0;
 }
 
-std::optional<Record> RecordFrom(std::string_view line) {
-  const std::string_view raw = line;
-  const auto stamp = TakeBracket(line);
-  if (!stamp || !IsStamp(*stamp) || !TakeBlank(line)) return std::nullopt;
-  const auto level_name = TakeBracket(line);
+std::optional<Record> RecordFrom(std::string_view text) {
+  std::string_view rest = text;
+  const auto stamp = TakeBracket(rest);
+  if (!stamp || !IsStamp(*stamp) || !TakeBlank(rest)) return std::nullopt;
+  const auto level_name = TakeBracket(rest);
   const auto level = level_name ? LevelNamed(*level_name) : std::nullopt;
   if (!level) return std::nullopt;
-  TakeBlank(line);
-  Record record{.time = SecondsOf(*stamp),
-                .stamp = std::string(*stamp),
-                .level = *level,
-                .component = {},
-                .message = {},
-                .raw = std::string(raw)};
-  std::string_view rest = line;
-  if (const auto name = TakeBracket(rest); name && IsComponent(*name)) {
+  TakeBlank(rest);
+  Record record{
+      .time = SecondsOf(*stamp), .stamp = std::string(*stamp), .level = *level};
+  std::string_view after_component = rest;
+  if (const auto name = TakeBracket(after_component);
+      name && IsComponent(*name)) {
     record.component = *name;
-    TakeBlank(rest);
-    line = rest;
+    TakeBlank(after_component);
+    rest = after_component;
   }
-  record.message = line;
+  if (!rest.empty() && rest.back() == '\n') rest.remove_suffix(1);
+  record.message = rest;
   return record;
 }
 
-void RecordReader::Feed(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const std::size_t line_end = bytes.find('\n');
-    if (line_end == std::string_view::npos) {
-      unfinished_line_ += bytes;
-      return;
-    }
-    if (unfinished_line_.empty()) {
-      TakeLine(bytes.substr(0, line_end));
-    } else {
-      unfinished_line_ += bytes.substr(0, line_end);
-      TakeLine(std::exchange(unfinished_line_, {}));
-    }
-    if (record_) record_->raw += '\n';
-    bytes.remove_prefix(line_end + 1);
+std::string LoggedForm(const Record& record) {
+  std::string logged =
+      fmt::format("[{}] [{}] ", record.stamp, NameOf(record.level));
+  if (!record.component.empty()) {
+    logged.append("[").append(record.component).append("] ");
   }
-}
-
-void RecordReader::EndOfBurst() {
-  if (unfinished_line_.empty()) HandOver();
-}
-
-void RecordReader::EndOfLog() {
-  if (!unfinished_line_.empty()) {
-    TakeLine(std::exchange(unfinished_line_, {}));
+  for (const char c : record.message) {
+    logged += c;
+    if (c == '\n') logged += kIndent;
   }
-  HandOver();
+  return logged += '\n';
 }
 
-void RecordReader::TakeLine(std::string_view line) {
-  if (std::optional<Record> begun = RecordFrom(line)) {
-    HandOver();
-    record_ = std::move(begun);
-  } else if (record_) {
-    record_->message.append("\n").append(line);
-    record_->raw += line;
+void ReadRecords(std::string_view log,
+                 const std::function<void(Record)>& handler) {
+  LogSplitter splitter(handler);
+  while (!log.empty()) {
+    const std::size_t line_end = std::min(log.find('\n'), log.size());
+    splitter.TakeLine(log.substr(0, line_end));
+    log.remove_prefix(std::min(line_end + 1, log.size()));
   }
-}
-
-void RecordReader::HandOver() {
-  if (!record_) return;
-  // The logger ends a file's earlier run with an empty line.
-  std::string& message = record_->message;
-  while (!message.empty() && message.back() == '\n') message.pop_back();
-  handler_(*std::exchange(record_, std::nullopt));
+  splitter.HandOver();
 }
 
 }  // namespace quorvane::tool

@@ -95,12 +95,10 @@ std::string AnsweredAt(const PhaseRun& phase, const PhaseRow& row) {
 Report ReadReport(std::string_view log) {
   Report report;
   RunBuilder builder;
-  RecordReader reader([&](const Record& record) {
+  ReadRecords(log, [&](const Record& record) {
     report.events.push_back(EventFrom(record));
     builder.Take(report.events.back());
   });
-  reader.Feed(log);
-  reader.EndOfLog();
   report.run = builder.run();
   report.verdict = JudgeRun(report.run, std::nullopt);
   return report;

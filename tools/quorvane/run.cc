@@ -38,10 +38,16 @@ const Json& Member(const Json& object, const char* name) {
   return member != object.end() ? *member : nothing;
 }
 
+// More than anyone reads, and few enough to look for repeats.
+constexpr std::size_t kMaxWordBytes = 4096;
+
 void AddWords(std::string& words, const std::string& more) {
-  if (more.empty() || words.find(more) != std::string::npos) return;
+  if (words.size() > kMaxWordBytes || more.empty() ||
+      words.find(more) != std::string::npos) {
+    return;
+  }
   if (!words.empty()) words += ' ';
-  words += more;
+  words += more.substr(0, kMaxWordBytes);
 }
 
 void AddMessages(std::string& words, const Json& messages) {

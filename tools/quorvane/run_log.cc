@@ -38,23 +38,30 @@ Descriptor OpenLog(std::string& path) {
 
 RunLog::RunLog(std::string path, LogLevel level)
     : path_(std::move(path)), level_(level), file_(OpenLog(path_)) {
-  if (file_.IsOpen()) return;
+  if (file_.IsOpen()) {
+    EndEarlierRun();
+    return;
+  }
   throw ToolError(ExitCode::kUsage,
                   fmt::format("Cannot write the log {} ({}); name a file in a "
                               "folder that is there and yours with --log.",
                               path_, std::generic_category().message(errno)));
 }
 
+// The last line of an earlier run may have been cut short.
+void RunLog::EndEarlierRun() {
+  struct stat found {};
+  if (fstat(file_.get(), &found) == 0 && found.st_size > 0) Write("\n");
+}
+
 void RunLog::Keep(const Record& record) {
-  // The logger's first line names the pipe between the processes as its file.
-  const bool names_pipe =
-      record.component == "logger" &&
-      record.message.find("initialised") != std::string::npos;
-  if (record.level >= level_ && !names_pipe) Write(record.raw);
+  if (record.level >= level_) Write(LoggedForm(record));
 }
 
 void RunLog::Note(std::string_view text) {
-  Write(fmt::format("[{}] [INFO   ] [tool] {}\n", StampNow(), Printable(text)));
+  Write(LoggedForm({.stamp = StampNow(),
+                    .component = kToolComponent,
+                    .message = Printable(text)}));
 }
 
 void RunLog::Write(std::string_view bytes) {

@@ -12,7 +12,7 @@
 namespace quorvane::tool {
 
 /// The log file of one run: the library's records from a level upwards, and a
-/// first and a last line of the tool's own.
+/// first and a last line of the tool's own. See records.h for its form.
 class RunLog {
  public:
   /// @param path   Appended to, mode 0600 if it is new; empty: a new private
@@ -28,6 +28,7 @@ class RunLog {
   [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
+  void EndEarlierRun();
   void Write(std::string_view bytes);
 
   std::string path_;

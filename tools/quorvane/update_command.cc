@@ -41,24 +41,19 @@ struct Options {
 // Passes the library's records on: to the log, into the run, to the screen.
 class Follower : public CallListener {
  public:
-  Follower(RunLog& log, Progress& progress)
-      : log_(log),
-        progress_(progress),
-        reader_([this](const Record& record) { Take(record); }) {}
+  Follower(RunLog& log, Progress& progress) : log_(log), progress_(progress) {}
 
-  void OnLog(std::string_view bytes) override { reader_.Feed(bytes); }
-  void OnQuiet() override {
-    reader_.EndOfBurst();
-    progress_.OnTick(run());
-  }
-  void Take(const Record& record) {
+  void OnTick() override { progress_.OnTick(run()); }
+  void OnRecord(const Record& record) override {
     log_.Keep(record);
     const Event event = EventFrom(record);
     builder_.Take(event);
     progress_.OnEvent(event, run());
   }
+  void TakeEnd() {
+    builder_.Take({.kind = EventKind::kRunEnds, .time = run().end});
+  }
   void TakeInterruption() {
-    reader_.EndOfLog();
     builder_.Take({.kind = EventKind::kInterrupted,
                    .time = run().end,
                    .text = "Interrupted"});
@@ -70,7 +65,6 @@ class Follower : public CallListener {
   RunLog& log_;
   Progress& progress_;
   RunBuilder builder_;
-  RecordReader reader_;
 };
 
 // A password in an argument shows in every process list.
@@ -126,24 +120,33 @@ void PrintRecord(const Json& record) {
   }
 }
 
+// The verdict on an update whose end the library did not report.
+Verdict JudgeAborted(const Follower& follower, std::string headline) {
+  Verdict verdict = JudgeRun(follower.run(), std::nullopt);
+  verdict.outcome = Verdict::Outcome::kUnknown;
+  verdict.headline = std::move(headline);
+  return verdict;
+}
+
 // The verdict on a call that ended in this way.
 Verdict JudgeCall(const CallResult& result, Follower& follower) {
   switch (result.end) {
     case CallResult::End::kInterrupted:
       follower.TakeInterruption();
       return JudgeRun(follower.run(), std::nullopt);
-    case CallResult::End::kDied: {
-      Verdict verdict = JudgeRun(follower.run(), std::nullopt);
-      verdict.outcome = Verdict::Outcome::kUnknown;
-      verdict.headline =
-          fmt::format("The library's process ended early ({}).", result.how);
-      return verdict;
-    }
+    case CallResult::End::kDied:
+      return JudgeAborted(
+          follower,
+          fmt::format("The library's process ended early ({}).", result.how));
     case CallResult::End::kAnswered:
+      follower.TakeEnd();
       break;
   }
   if (const auto error = result.answer.find("error");
       error != result.answer.end()) {
+    if (!follower.run().phases.empty()) {
+      return JudgeAborted(follower, error->get<std::string>());
+    }
     throw ToolError(ExitCode::kUsage,
                     "The update did not start: " + error->get<std::string>());
   }
@@ -179,7 +182,7 @@ ExitCode RunUpdate(const Options& options) {
   log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                        verdict.headline));
   fmt::print("{}", TextOf(verdict, TerminalColumns()));
-  if (result.end == CallResult::End::kAnswered) {
+  if (result.answer.contains("ok")) {
     PrintRecord(result.answer.at("ok"));
   }
   fmt::print("Log:     {}\n", Printable(log.path()));

@@ -251,13 +251,13 @@ bool WasTakenForLater(const Run& run) {
 }  // namespace
 
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
-  if (!run.is_update) {
-    return {Outcome::kNoUpdate, "The log holds no update.", {}, {}};
+  if (!record) {
+    if (!run.is_update) {
+      return {Outcome::kNoUpdate, "The log holds no update.", {}, {}};
+    }
+    if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
   }
-  if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
-  if (!run.WasTaken() || (record && !record->accepted)) {
-    return JudgeRefusal(run);
-  }
+  if (record ? !record->accepted : !run.WasTaken()) return JudgeRefusal(run);
   const PhaseRun* activation = run.Last(Phase::kActivation);
   if (activation != nullptr && activation->ending == Ending::kRefused) {
     return {

@@ -3,12 +3,15 @@
 
 #include <fmt/core.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <iostream>
 #include <iterator>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -16,6 +19,7 @@
 
 #include "quorvane/quorvane.h"
 #include "tools/quorvane/descriptor.h"
+#include "tools/quorvane/record_stream.h"
 
 namespace quorvane::tool {
 namespace {
@@ -98,6 +102,31 @@ void CheckRulesFolder(const Json& call) {
   }
 }
 
+constexpr const char* kOutOfMemory =
+    "A response of the BMC needs more memory than the tool gives one call.";
+
+// Sanitizers map far more address space than they use.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kCanLimitMemory = false;
+#else
+constexpr bool kCanLimitMemory = true;
+#endif
+
+// A BMC decides how large its responses are, and JSON takes many times its
+// length in memory. An image that is downloaded is held in memory as well, and
+// its size is not known before.
+void LimitMemory(const Json& call) {
+  constexpr rlim_t kForResponses = rlim_t{2} << 30;
+  constexpr rlim_t kForImage = rlim_t{2} << 30;
+  const bool may_download = !call.value("image_uri", "").empty();
+  rlimit limit{};
+  if (!kCanLimitMemory || getrlimit(RLIMIT_AS, &limit) != 0) return;
+  limit.rlim_cur = std::min(
+      limit.rlim_max, kForResponses + (may_download ? kForImage : rlim_t{0}));
+  // Without the limit the call works as well.
+  static_cast<void>(setrlimit(RLIMIT_AS, &limit));
+}
+
 Json Answer(const Json& call) {
   CheckRulesFolder(call);
   const std::string name = call.at("call");
@@ -112,12 +141,17 @@ Json Answer(const Json& call) {
 ExitCode RunWorker() {
   // Never outlives the process that shows what it does.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  InitLogger(fmt::format("/proc/self/fd/{}", kWorkerLogDescriptor),
-             LogLevel::DEBUG, false, true);
   Json answer;
   try {
+    SendConsoleAsFrames(kWorkerLogDescriptor);
+    // The console is the log; the file would have no frames.
+    InitLogger("/dev/null", LogLevel::DEBUG, true, true);
     const std::string request(std::istreambuf_iterator<char>(std::cin), {});
-    answer["ok"] = Answer(Json::parse(request));
+    const Json call = Json::parse(request);
+    LimitMemory(call);
+    answer["ok"] = Answer(call);
+  } catch (const std::bad_alloc&) {
+    answer = {{"error", kOutOfMemory}, {"out_of_memory", true}};
   } catch (const std::exception& error) {
     answer = {{"error", error.what()}};
   }
