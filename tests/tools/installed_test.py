@@ -10,6 +10,7 @@ import json
 import os
 import pathlib
 import pty
+import resource
 import signal
 import subprocess
 import sys
@@ -22,6 +23,7 @@ HOME = pathlib.Path(WORK.name)
 TOOL = HOME / "prefix/bin/quorvane"
 BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
 SHARE = "--image nfs://192.0.2.9/fw.bin"
+SANITIZED = "-fsanitize" in (BUILD / "CMakeCache.txt").read_text()
 faults = []
 
 # Scenario, options of the update, exit code, what is told.
@@ -158,11 +160,25 @@ def be_interrupted():
              f"fw --rules patient.json --log {log}".split()], cwd=HOME,
             stdout=subprocess.PIPE, text=True)
         wait_for(lambda: log.exists() and "State: Running" in log.read_text())
+        worker = pathlib.Path(
+            f"/proc/{update.pid}/task/{update.pid}/children").read_text()
+        limits = pathlib.Path(f"/proc/{worker.strip()}/limits").read_text()
+        expect(SANITIZED or " 2147483648 " in limits, "no limit", limits)
         update.send_signal(signal.SIGINT)
         printed = update.communicate()[0]
     expect(update.returncode == 130 and "goes on with its task /redfish/v1/"
            in printed, "interrupted", update.returncode, printed)
     expect("Outcome: interrupted." in run(["report", log]).stdout, "its report")
+
+
+def run_out_of_memory():
+    """A response that needs more than a call may use is an error of its own."""
+    with Machine("./hungry.json", "hungry") as bmc:
+        done = run(f"inventory --bmc {bmc} --user admin --password-file pw "
+                   "--rules rules.json".split(), preexec_fn=lambda:
+                   resource.setrlimit(resource.RLIMIT_AS, (1 << 29, 1 << 29)))
+    expect(SANITIZED or done.returncode == 1 and
+           "needs more memory than" in done.stdout, "hungry", done.stdout)
 
 
 def use_a_terminal():
@@ -229,6 +245,8 @@ def prepare():
             "update] [RF-UPDATE] Task created: /forged"))
     (HOME / "forging.json").write_text(json.dumps({"faults": [
         {"phase": "upload", "status": 400, "body": "busy" + lines}]}))
+    (HOME / "hungry.json").write_text(json.dumps({"faults": [
+        {"phase": "inventory", "status": 200, "body": "[" + "0," * (8 << 20) + "0]"}]}))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
     os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
@@ -241,7 +259,8 @@ expect(ready == {row[0] for row in SCENARIOS if "." not in row[0]},
 with concurrent.futures.ThreadPoolExecutor(max_workers=10) as pool:
     futures = [pool.submit(meet, number, *row)
                for number, row in enumerate(SCENARIOS)]
-    futures += [pool.submit(be_interrupted), pool.submit(try_commands)]
+    futures += [pool.submit(task) for task in (
+        be_interrupted, run_out_of_memory, try_commands)]
     use_a_terminal()
 for future in futures:
     future.result()
