@@ -10,7 +10,28 @@ prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >"$work/install.txt"
 libdir=$(dirname "$(find "$prefix" -name libQuorvaneLib.so.1)")
-test -f "$libdir/brindle.config.json"
+rules=$libdir/brindle.config.json
+test -f "$rules"
+
+# A later installation, here below DESTDIR, keeps the administrator's rules.
+fail() { echo "$1"; cat "$work/again.txt"; exit 1; }
+install_again() {
+  DESTDIR=$work/stage cmake --install "$build" --prefix /opt/q \
+    >"$work/again.txt"
+}
+staged=$work/stage/opt/q${libdir#"$prefix"}/brindle.config.json
+install_again
+install_again
+cmp "$rules" "$staged"
+[ ! -e "$staged.new" ] || fail "The same default was installed as .new"
+echo '{"mine": 1}' >"$staged"
+chmod 600 "$staged"
+install_again
+[ "$(stat -c %a "$staged") $(cat "$staged")" = '600 {"mine": 1}' ] ||
+  fail "The rules file was replaced"
+cmp "$rules" "$staged.new"
+grep -q "Kept $staged: .* $staged.new" "$work/again.txt" ||
+  fail "The kept rules file was not reported"
 
 mkdir "$work/user"
 cat >"$work/user/user.cc" <<'CC'
