@@ -216,8 +216,15 @@ void Logger::LogError(const std::string& component,
 
 namespace {
 
-std::unique_ptr<Logger> global_logger;
+// Owned, but not by a smart pointer: that would end the logger at exit(3),
+// where other threads may still log, and in each forked child that exits.
+Logger* global_logger = nullptr;
 thread_local Logger* thread_logger = nullptr;
+
+void ReplaceGlobalLogger(std::unique_ptr<Logger> logger) noexcept {
+  const std::unique_ptr<Logger> ended(
+      std::exchange(global_logger, logger.release()));
+}
 
 }  // namespace
 
@@ -226,26 +233,24 @@ bool InitLogger(const std::string& path, LogLevel level, bool console_output,
   auto logger = std::make_unique<Logger>(path, level, console_output,
                                          skip_security_checks);
   const bool initialised = logger->IsInitialized();
-  global_logger = std::move(logger);
+  ReplaceGlobalLogger(std::move(logger));
   return initialised;
 }
 
-void ShutdownLogger() {
-  const std::unique_ptr<Logger> ended = std::move(global_logger);
-}
+void ShutdownLogger() { ReplaceGlobalLogger(nullptr); }
 
 void SetLogLevel(LogLevel level) {
-  if (global_logger) global_logger->SetLogLevel(level);
+  if (global_logger != nullptr) global_logger->SetLogLevel(level);
 }
 
 std::string GetLogPath() {
-  return global_logger ? global_logger->GetLogPath() : std::string();
+  return global_logger != nullptr ? global_logger->GetLogPath() : std::string();
 }
 
 void SetThreadLogger(Logger* logger) { thread_logger = logger; }
 
 Logger* GetThreadLogger() {
-  return thread_logger != nullptr ? thread_logger : global_logger.get();
+  return thread_logger != nullptr ? thread_logger : global_logger;
 }
 
 void LogDebug(const std::string& component, const std::string& message) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <functional>
@@ -181,6 +182,21 @@ TEST_F(LoggerFile, OfTheProcessIsReplacedAndEnded) {
             Started("ERROR  ", path) + "[T] [DEBUG  ] [update] kept\n" +
                 Started("INFO   ", path) + kEnded +
                 "[T] [INFO   ] [update] from any thread\n" + kEnded);
+}
+
+TEST_F(LoggerFile, OfTheProcessIsNotEndedByExit) {
+  ASSERT_TRUE(InitLogger(path, LogLevel::INFO, false, true));
+  const auto log_until_exit = [] {
+    std::thread([] {
+      for (;;) LogInfo("update", "-");
+    }).detach();
+    std::exit(0);
+  };
+  EXPECT_EXIT(log_until_exit(), testing::ExitedWithCode(0), "");
+  ShutdownLogger();
+  const std::string log = Untimed(ReadAll(path));
+  EXPECT_EQ(log.find(kEnded),
+            log.size() - kEnded.size());  // the parent's alone
 }
 
 // Where the file may lie. Paths are below a folder of the user's own.

@@ -77,8 +77,11 @@ QUORVANE_EXPORT bool InitLogger(const std::string& path = std::string(),
                                 bool console_output = false,
                                 bool skip_security_checks = false);
 
-/// Ends the process-wide logger, if there is one; later lines are dropped.
-/// Must not race with logging or with `InitLogger`.
+/// Ends the process-wide logger, if there is one, with its closing line; later
+/// lines are dropped. The end of the process does not do this: a process that
+/// exits without this call leaves no closing line, and its threads may log
+/// until they end. Call it before unloading the library with dlclose(3). Must
+/// not race with logging or with `InitLogger`.
 QUORVANE_EXPORT void ShutdownLogger();
 
 /// Changes the minimum level of the process-wide logger, if there is one.
