@@ -9,8 +9,9 @@ configure_file(${PROJECT_SOURCE_DIR}/config/brindle.config.json
 install(TARGETS quorvane EXPORT QuorvaneTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/config/brindle.config.json
-        DESTINATION ${CMAKE_INSTALL_LIBDIR})
+configure_file(cmake/install_rules.cmake.in
+               ${PROJECT_BINARY_DIR}/install_rules.cmake @ONLY)
+install(SCRIPT ${PROJECT_BINARY_DIR}/install_rules.cmake)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvane)
 install(EXPORT QuorvaneTargets NAMESPACE Quorvane:: DESTINATION ${package_dir})

@@ -64,7 +64,8 @@ struct UpdateResponse {
 ///   - "PerformUpdate: either image_uri or local_file must be set";
 ///   - what `LoadConfigAuto` throws.
 /// @throws std::bad_alloc when memory runs out.
-QUORVANE_EXPORT UpdateResponse PerformUpdate(const UpdateRequest& request);
+[[nodiscard]] QUORVANE_EXPORT UpdateResponse
+PerformUpdate(const UpdateRequest& request);
 
 /// The record as one JSON object, indented, without a newline at its end.
 /// "percent_complete" is null while unknown. Strings are expected in UTF-8.
@@ -72,12 +73,14 @@ QUORVANE_EXPORT UpdateResponse PerformUpdate(const UpdateRequest& request);
 QUORVANE_EXPORT std::string UpdateResponseToJson(
     const UpdateResponse& response);
 
-/// Writes `UpdateResponseToJson` to `path`, over what is there. Folders are not
-/// made.
-/// @return Whether the whole text was written; one that cannot be opened is
-///   logged as an error.
-QUORVANE_EXPORT bool SaveUpdateResponseJson(const std::string& path,
-                                            const UpdateResponse& response);
+/// Writes `UpdateResponseToJson` to `path`, over what is there. Directories are
+/// not created. The path may also name a character device or a pipe that has a
+/// reader, such as /dev/stdout; a block device or a pipe without a reader is
+/// rejected.
+/// @return Whether the whole text was written. A path that cannot be opened or
+///   is rejected is logged as an error; a failed write is not logged.
+[[nodiscard]] QUORVANE_EXPORT bool SaveUpdateResponseJson(
+    const std::string& path, const UpdateResponse& response);
 
 }  // namespace quorvane
 
