@@ -191,6 +191,9 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
                   "next poll in 18 s of 30 s", "elapsed 27 s"));
+  const Report begun = ReadReport(LogOf(kStart));
+  EXPECT_EQ(LiveBlock(begun.run, 4, begun.run.begin + 1e12, 80).back(),
+            "elapsed 11574074 d 1 h");
   for (const std::string& line : block(retrying, 20)) {
     EXPECT_LT(line.size(), 20U) << line;
   }

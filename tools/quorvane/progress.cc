@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -56,13 +57,13 @@ std::string WhatIsAwaited(const PhaseRun& phase, double now) {
   if (span.kind == Span::Kind::kRequest || left <= 0) {
     return fmt::format(
         "waiting for the answer, {}",
-        Duration(span.kind == Span::Kind::kRequest ? static_cast<int>(passed)
-                                                   : static_cast<int>(-left)));
+        Duration(std::floor(
+            span.kind == Span::Kind::kRequest ? passed : std::abs(left))));
   }
   return fmt::format(
       "{} in {} of {}",
       span.kind == Span::Kind::kPollWait ? "next poll" : "next try",
-      Duration(static_cast<int>(left)), Duration(span.planned_seconds));
+      Duration(std::floor(left)), Duration(span.planned_seconds));
 }
 
 void Print(const std::string& text) {
@@ -228,7 +229,7 @@ std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
     add(WhatIsAwaited(phase, now));
   }
   const double elapsed = run.begin == 0 ? 0 : std::max(now - run.begin, 0.0);
-  add("elapsed " + Duration(static_cast<int>(elapsed)));
+  add("elapsed " + Duration(std::floor(elapsed)));
   return lines;
 }
 
