@@ -62,7 +62,7 @@ std::string Table(const Json& items) {
 
 void Deliver(const std::string& text, const std::string& output) {
   if (output.empty()) {
-    fmt::print("{}", text);
+    fmt::print("{}", EscapedJson(text));
     return;
   }
   std::ofstream file(output, std::ios::binary | std::ios::trunc);

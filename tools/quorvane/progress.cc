@@ -66,6 +66,8 @@ std::string WhatIsAwaited(const PhaseRun& phase, double now) {
       Duration(std::floor(left)), Duration(span.planned_seconds));
 }
 
+constexpr std::size_t kIndent = 11;  // behind the time
+
 void Print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
@@ -94,7 +96,6 @@ class LiveProgress final : public Progress {
   static constexpr const char* kYellow = "\x1b[33m";
   static constexpr const char* kPlain = "\x1b[0m";
   static constexpr double kRedrawSeconds = 0.1;
-  static constexpr std::size_t kIndent = 11;  // behind the time
 
   // Back to the block's first line, and all gone below.
   std::string Erasure() {
@@ -125,7 +126,9 @@ class PlainProgress : public Progress {
   void OnEvent(const Event& event, const Run& run) override {
     if (quiet_ && event.level < LogLevel::WARNING) return;
     const std::string line = PlainLine(event, run);
-    if (!line.empty()) Print(line + "\n");
+    if (!line.empty()) {
+      Print(Wrapped(line, TerminalColumns(), kIndent) + "\n");
+    }
   }
   void OnTick(const Run& /*run*/) override {}
   void Finish() override {}

@@ -50,7 +50,7 @@ ExitCode RunReport(const Options& options) {
   }
   if (!options.html.empty()) WritePage(options.html, HtmlReport(report));
   if (options.json) {
-    fmt::print("{}\n", JsonReport(report));
+    fmt::print("{}\n", EscapedJson(JsonReport(report)));
   } else if (options.html.empty()) {
     fmt::print("{}", TextReport(report, TerminalColumns()));
   } else {
