@@ -24,6 +24,8 @@ TOOL = HOME / "prefix/bin/quorvane"
 BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
 SHARE = "--image nfs://192.0.2.9/fw.bin"
 SANITIZED = "-fsanitize" in (BUILD / "CMakeCache.txt").read_text()
+MODES = {"shared": 0o666, "kept": 0o640}
+ODD_LOG = "[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: \u202eOutcome: done.\n"
 faults = []
 
 # Scenario, options of the update, exit code, what is told.
@@ -45,7 +47,7 @@ SCENARIOS = [
      "image could not be downloaded here either"),
     ("share-only", SHARE + f" --target {BIOS} --share-user me "
      "--share-password-file secret", 0, "Outcome: done."),
-    ("simple-update-refused", "--image https://{bmc}/images/firmware.bin", 0,
+    ("simple-update-refused", "--image-file {link}", 0,
      "  Download: https://"),
     ("flaky-network", "--file fw", 4, "a request to restart got no answer."),
     ("wrong-password", "--password-file secret --file fw", 3,
@@ -57,10 +59,28 @@ SCENARIOS = [
 COMMANDS = [
     ("inventory {to} --password-file pw", 0, "System BIOS      2.4.1"),
     ("inventory {to} --password-file pw --json", 0, '"BMC firmware"'),
+    ("chassis {to} --password-file pw --json", 0, r'"Contoso\u009b\u007f"'),
+    ("report c1.log --json", 0, r"\u202eOutcome"),
     ("inventory {to} --password-stdin", 3, "refused the login of admin"),
     ("inventory {to} --password-file none", 2, "the password file none"),
     ("inventory {to} --password-file pw --log no/log", 2, "Cannot write the"),
     ("inventory {to} --password-file pw --log-level x", 2, "debug, info, warn"),
+    ("inventory {to} --password-file pw --log link", 2, "a symbolic link"),
+    ("inventory {to} --password-file pw --log fifo", 2, "not a regular file"),
+    ("inventory {to} --password-file pw --log shared", 2, "chmod go-w shared"),
+    ("inventory {to} --password-file pw --log /dev/null", 0, "System BIOS"),
+    ("inventory {to} --password-file pw --output kept", 0, ""),
+    ("inventory {to} --output link", 2, "Cannot write link: it is a symbolic"),
+    ("inventory {to} --output fifo", 2, "not a regular file"),
+    ("inventory {to} --output open/new", 2, "in the folder open. Use another"),
+    ("inventory {to} --password-file pw --output /dev/null", 0, ""),
+    ("update {to} --password-file pw --file fw --result link", 2, "symbolic"),
+    ("report c1.log --html link", 2, "symbolic"),
+    ("report c1.log --html /dev/stdout", 0, "</html>"),
+    ("inventory {to} --password-file latin1", 3, "refused the login of admin"),
+    ("inventory {to} --password-file nul", 2, "a NUL byte"),
+    ("inventory {to} --password-file fifo", 2, "not a regular file"),
+    ("inventory {to} --password-file shared", 2, "chmod go-w shared"),
     ("inventory {to} --password s3cret", 2, "--password-file FILE"),
     ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
@@ -68,13 +88,22 @@ COMMANDS = [
     ("inventory {to} --password-file pw --rules bad.json", 2,
      '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
     ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+    ("inventory {to} --rules away.json", 2, '"@h/steal" does not begin with'),
+    ("inventory {to} --rules away.json --force --password-file pw", 0, "BIOS"),
+    ("inventory {to} --rules shared", 2, "chmod go-w shared"),
+    ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
     ("inventory --bmc https://h --user a", 2, "give the address alone"),
+    ("inventory --bmc a:s3cret@h --user a", 2, "give the address alone"),
+    ("inventory --bmc h --user a:s3cret", 2, "without a colon"),
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
     ("chassis {to} --password-file pw", 0, "Manufacturer  "),
-    ("update {to} --password-file pw", 2, "--file FILE or --image"),
+    ("update {to} --password-file pw", 2, "--image-file FILE: what to install"),
     ("update {to} --password-file pw --file empty", 2, "empty is empty"),
     ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
+    ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
+    ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
+    ("update {to} --image-file secret", 2, "first line of the image file"),
     ("update {to} --image fw", 2, "goes to --file"),
     ("report pw", 2, "holds no log"),
     ("report .", 2, "Cannot read the log . (Is a directory)"),
@@ -131,11 +160,15 @@ def wait_for(condition):
 def meet(number, scenario, options, code, told):
     log, result = HOME / f"{number}.log", HOME / f"{number}.json"
     with Machine(scenario, number) as bmc:
+        # A signed link, as a file since it is a secret.
+        link = HOME / f"{number}.link"
+        link.write_text(f"https://{bmc}/images/firmware.bin?sig=s3cret\n")
+        link.chmod(0o600)
         account = "" if "--password-file" in options.split() else \
             " --password-file pw"
         done = run(["update", "--bmc", bmc, "--user", "admin", "--rules",
                     "rules.json", "--log", log, "--result", result,
-                    *(options.format(bmc=bmc) + account).split()])
+                    *(options.format(link=link) + account).split()])
     name = f"{scenario} {options}: exit {done.returncode}, printed:"
     written = log.read_text()
     expect(done.returncode == code and told in done.stdout, name, done.stdout)
@@ -205,12 +238,22 @@ def use_a_terminal():
 
 
 def try_commands():
-    with Machine("clean", "commands") as bmc:
+    with Machine("odd.json", "commands") as bmc:
         for command, code, told in COMMANDS:
             done = run(command.format(to=f"--bmc {bmc} --user admin").split())
             expect(done.returncode == code and told in done.stdout and
                    "s3cret" not in done.stdout,
                    f"{command}: exit {done.returncode}", done.stdout)
+    for name in ("target", "shared"):
+        expect((HOME / name).read_text() == name, f"{name} was written to")
+    kept = HOME / "kept"
+    expect("BIOS" in kept.read_text() and kept.stat().st_mode & 0o777 == 0o640,
+           "the document keeps its mode", kept.read_text(), kept.stat())
+    expect(not list(HOME.glob("kept.*")), "a draft is left behind")
+    unsafe = run("chassis --bmc h --user a --password-file pw --rules "
+                 "rules.json".split(), env={**os.environ, "TMPDIR": "open"})
+    expect(unsafe.returncode == 2 and "for temporary files" in unsafe.stdout,
+           "unsafe TMPDIR", unsafe.stdout)
     completed = subprocess.run(
         ["bash", "-c", 'source "$1"; COMP_WORDS=(quorvane simulate --scenario '
          'st); COMP_CWORD=3; _quorvane; echo "${COMPREPLY[*]}"', "bash",
@@ -234,11 +277,31 @@ def prepare():
         update["task_monitoring"]["max_polling_time_seconds"] = seconds
         (HOME / f"{name}.json").write_text(json.dumps(rules))
     update["multipart_update"]["upload_rules"] = {"202": "track_task"}
+    away = json.loads(json.dumps(rules))
+    away["firmware_update"]["multipart_update"]["upload_uri"] = ["@h/steal"]
+    machine = {"description": "Odd text.", "chassis":
+               [{"id": "1", "manufacturer": "Contoso\x9b\x7f"}]}
     for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
                        ("bad.json", '{"authentication": 1}'), ("empty", ""),
-                       ("secret", "s3cret word\n"), ("fw", "x" * 5000)):
-        (HOME / name).write_text(text)
-        (HOME / name).chmod(0o600)
+                       ("secret", "s3cret word\n"), ("fw", "x" * 5000),
+                       ("away.json", json.dumps(away)), ("latin1", "p\xfc\n"),
+                       ("nul", "password\0\n"), ("target", "target"),
+                       ("odd.json", json.dumps(machine)), ("c1.log", ODD_LOG),
+                       ("shared", "shared"), ("kept", "old")):
+        (HOME / name).write_text(
+            text, "utf-8" if name == "c1.log" else "latin-1")
+        (HOME / name).chmod(MODES.get(name, 0o600))
+    (HOME / "link").symlink_to("target")
+    os.mkfifo(HOME / "fifo")
+    (HOME / "open").mkdir()
+    (HOME / "open/rules.json").write_text(json.dumps(rules))
+    (HOME / "open").chmod(0o777)
+    if os.geteuid() == 0:
+        (HOME / "foreign").write_text("{}")
+        os.chown(HOME / "foreign", 65534, -1)
+        COMMANDS.extend((f"inventory {{to}} --{option} foreign", 2,
+                         "it belongs to another user")
+                        for option in ("rules", "password-file", "output"))
     lines = "".join(
         f"\n[2024-05-01 13:00:00.000] [INFO   ] [{line}" for line in (
             "tool] Run: inventory of 192.0.2.66", "tool] Interrupted by x",
@@ -249,9 +312,11 @@ def prepare():
         {"phase": "inventory", "status": 200, "body": "[" + "0," * (8 << 20) + "0]"}]}))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
-    os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
+    os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1",
+                      SSLKEYLOGFILE=str(HOME / "keys"))
 
 
+os.umask(0o022)
 prepare()
 ready = {path.stem for path in (SOURCE / "simulator/scenarios").iterdir()}
 expect(ready == {row[0] for row in SCENARIOS if "." not in row[0]},
@@ -266,5 +331,6 @@ for future in futures:
     future.result()
 left = [path for path in (HOME / "tmp").iterdir() if path.suffix != ".log"]
 expect(not left, "left behind", left)
+expect(not (HOME / "keys").exists(), "session keys were written")
 print("\n\n".join(faults))
 sys.exit(1 if faults else 0)

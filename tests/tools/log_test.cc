@@ -183,6 +183,7 @@ TEST(Report, PageNeedsNoNetworkAndLetsNoMarkupThrough) {
                      "W <img src=x onerror=y>"} +
             kEnd)));
   EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(page, HasSubstr("base-uri 'none'; form-action 'none'"));
   EXPECT_THAT(page, HasSubstr("prefers-color-scheme: dark"));
   EXPECT_THAT(page, HasSubstr("&lt;script&gt;"));
   for (const char* absent : {"<script", "<img", "\x1b", "src=\"", "href="}) {
@@ -216,6 +217,11 @@ INSTANTIATE_TEST_SUITE_P(Escapes, PrintableText,
                               "\\u202ex\\u2066\\u061c"},
                              {"line_separator_and_bom",
                               "\xe2\x80\xa8\xef\xbb\xbf", "\\u2028\\ufeff"},
+                             {"other_blanks_and_invisible",
+                              "\xc2\xa0\xe2\x80\x8b\xe3\x80\x80\xe3\x85\xa4"
+                              "\xc2\xad\xf3\xa0\x81\x81",
+                              "\\xa0\\u200b\\u3000\\u3164\\xad\\U000e0041"},
+                             {"unassigned", "\xcd\xb8", "\\u0378"},
                              {"no_utf8", "\xff\xc0\x80\xed\xa0\x80\xe2\x82",
                               "\\xff\\xc0\\x80\\xed\\xa0\\x80\\xe2\\x82"},
                          }),
@@ -223,15 +229,29 @@ INSTANTIATE_TEST_SUITE_P(Escapes, PrintableText,
 
 TEST(Excerpts, AreCutBetweenCharacters) {
   EXPECT_EQ(Excerpt("abc", 3), "abc");
-  EXPECT_EQ(Excerpt("ab\xc3\xbc", 3), "ab...");
+  EXPECT_EQ(Excerpt("ab\xc3\xbc", 3), "ab\xc3\xbc");
+  EXPECT_EQ(Excerpt("a\xe4\xb8\xad\xe4\xb8\xad", 3), "a\xe4\xb8\xad...");
+  EXPECT_EQ(Excerpt("a\x1b", 3), "a...");
+  EXPECT_EQ(Columns("e\xcc\x81\xe4\xb8\xad\x1b"), 7U);
   EXPECT_EQ(Wrapped("Next: one two-three  four", 12, 2),
             "Next: one\n  two-three\n  four");
   EXPECT_EQ(Wrapped("one two", 0, 2), "one two");
   EXPECT_EQ(Wrapped("unbreakable x", 5, 2), "unbreakable\n  x");
+  EXPECT_EQ(Wrapped("one-that-fills-line-Outcome: x", 21, 2),
+            "one-that-fills-line-\n  Outcome: x");
   EXPECT_EQ(Duration(0.25), "0.2 s");
   EXPECT_EQ(Duration(125), "2 min 5 s");
   EXPECT_EQ(Duration(3600), "1 h");
   EXPECT_EQ(Duration(90000), "1 d 1 h");
+}
+
+TEST(EscapedJson, IsTheSameDocument) {
+  const std::string json =
+      "[\n\"\xc3\xbc\x7f\xc2\x9b\xe2\x80\xae\xf3\xa0\x81\x81\"]";
+  const std::string escaped = EscapedJson(json);
+  EXPECT_EQ(escaped, "[\n\"\xc3\xbc\\u007f\\u009b\\u202e\\udb40\\udc41\"]");
+  EXPECT_EQ(nlohmann::json::parse(escaped), nlohmann::json::parse(json));
+  EXPECT_EQ(EscapedJson("\xff"), "\\ufffd");
 }
 
 // A row: the log so far, and the live block 12 seconds later.
@@ -251,6 +271,9 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
                   "next poll in 18 s of 30 s", "elapsed 27 s"));
+  const Report begun = ReadReport(LogOf(kStart));
+  EXPECT_EQ(LiveBlock(begun.run, 4, begun.run.begin + 1e12, 80).back(),
+            "elapsed 11574074 d 1 h");
   for (const std::string& line : block(retrying, 20)) {
     EXPECT_LT(line.size(), 20U) << line;
   }

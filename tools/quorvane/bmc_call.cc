@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "tools/quorvane/library_process.h"
+#include "tools/quorvane/progress.h"
 #include "tools/quorvane/run_log.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
@@ -84,13 +85,17 @@ ExitCode BmcCall::Refused() const {
     fmt::print(stderr,
                "quorvane: {} refused the login of {}. Check user, password and "
                "the account's rights.\nLog: {}\n",
-               Printable(options_.bmc), Printable(options_.user), log_path_);
+               Printable(options_.bmc), Printable(options_.user),
+               Printable(log_path_));
     return ExitCode::kUnreachable;
   }
-  fmt::print(stderr, "quorvane: The {} of {} could not be read{}{}\nLog: {}\n",
-             name_, Printable(options_.bmc), troubles_.empty() ? "." : ": ",
-             troubles_.empty() ? "" : Excerpt(troubles_.back().message, 400),
-             log_path_);
+  const std::string reason =
+      troubles_.empty() ? "." : ": " + Excerpt(troubles_.back().message, 400);
+  const std::string text =
+      fmt::format("quorvane: The {} of {} could not be read{}", name_,
+                  Printable(options_.bmc), reason);
+  fmt::print(stderr, "{}\nLog: {}\n", Wrapped(text, TerminalColumns(), 2),
+             Printable(log_path_));
   return ExitCode::kFailed;
 }
 

@@ -16,8 +16,9 @@ struct BmcOptions {
   std::string user;
   std::string password_file;
   bool password_stdin = false;
-  std::string rules;  ///< Rules file; empty: the one beside the library.
-  std::string log;    ///< Log file; empty: a private one.
+  std::string rules;   ///< Rules file; empty: the one beside the library.
+  bool force = false;  ///< Use rules that could send requests elsewhere.
+  std::string log;     ///< Log file; empty: a private one.
   LogLevel log_level = LogLevel::DEBUG;  ///< The least that `log` keeps.
 };
 
@@ -28,6 +29,9 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options);
 /// passwords come from files, so that one typed out of habit is not printed.
 void RefusePasswordArgument(CLI::App& command, const std::string& option);
 
+/// Why `user` is no name of an account; empty when it can be one.
+std::string UserFault(const std::string& user);
+
 /// From where the options say, else typed on the terminal.
 /// @throws ToolError
 std::string ReadPassword(const BmcOptions& options);
@@ -36,7 +40,9 @@ std::string ReadPassword(const BmcOptions& options);
 std::string RulesComplaint(const std::string& file, const std::string& why);
 
 /// Loads the rules before anything else happens, so that a mistake in them
-/// costs no password and is told with the file's own name.
+/// costs no password and is told with the file's own name. Rejects a --rules
+/// file that other users can change and, unless forced, URIs that could lead to
+/// another host.
 /// @throws ToolError
 Config CheckRules(const BmcOptions& options);
 

@@ -8,6 +8,7 @@
 #include "tools/quorvane/bmc_call.h"
 #include "tools/quorvane/bmc_options.h"
 #include "tools/quorvane/commands.h"
+#include "tools/quorvane/progress.h"
 #include "tools/quorvane/text.h"
 
 namespace quorvane::tool {
@@ -24,12 +25,14 @@ ExitCode RunChassis(const Options& options) {
   if (!answer.at("read").get<bool>()) return call.Refused();
   answer.erase("read");
   if (options.json) {
-    fmt::print("{}\n", answer.dump(2));
+    fmt::print("{}\n", EscapedJson(answer.dump(2)));
     return ExitCode::kDone;
   }
   const auto show = [&answer](const char* title, const char* key) {
     const std::string text = Printable(answer.at(key).get<std::string>());
-    fmt::print("{:<13} {}\n", title, text.empty() ? "-" : text);
+    fmt::print("{}\n", Wrapped(fmt::format("{:<13} {}", title,
+                                           text.empty() ? "-" : text),
+                               TerminalColumns(), 14));
   };
   show("Manufacturer", "Manufacturer");
   show("Model", "Model");

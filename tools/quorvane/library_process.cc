@@ -104,10 +104,13 @@ class Child {
 
 std::vector<std::string> Environment(const std::optional<PrivateRules>& rules) {
   constexpr std::string_view kPath = "LD_LIBRARY_PATH=";
+  // libcurl would write the keys of every connection to the file it names.
+  constexpr std::string_view kKeyLog = "SSLKEYLOGFILE=";
   std::vector<std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!rules || std::string_view(*variable).rfind(kPath, 0) != 0) {
-      variables.emplace_back(*variable);
+    const std::string_view one = *variable;
+    if (one.rfind(kKeyLog, 0) != 0 && (!rules || one.rfind(kPath, 0) != 0)) {
+      variables.emplace_back(one);
     }
   }
   if (rules) variables.push_back(std::string(kPath) + rules->LoaderPath());
@@ -297,7 +300,10 @@ CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
   pipes.answer.write_end.Close();
   pipes.errors.write_end.Close();
   pipes.log.write_end.Close();
-  WriteAll(pipes.request.write_end.get(), call.dump());
+  // CBOR, since a JSON text cannot hold a password that is not UTF-8.
+  std::string bytes;
+  nlohmann::json::to_cbor(call, bytes);
+  WriteAll(pipes.request.write_end.get(), bytes);
   pipes.request.write_end.Close();
 
   Listening listening(pipes, signals, listener);

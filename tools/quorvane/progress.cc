@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -56,14 +57,16 @@ std::string WhatIsAwaited(const PhaseRun& phase, double now) {
   if (span.kind == Span::Kind::kRequest || left <= 0) {
     return fmt::format(
         "waiting for the answer, {}",
-        Duration(span.kind == Span::Kind::kRequest ? static_cast<int>(passed)
-                                                   : static_cast<int>(-left)));
+        Duration(std::floor(
+            span.kind == Span::Kind::kRequest ? passed : std::abs(left))));
   }
   return fmt::format(
       "{} in {} of {}",
       span.kind == Span::Kind::kPollWait ? "next poll" : "next try",
-      Duration(static_cast<int>(left)), Duration(span.planned_seconds));
+      Duration(std::floor(left)), Duration(span.planned_seconds));
 }
+
+constexpr std::size_t kIndent = 11;  // behind the time
 
 void Print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -93,7 +96,6 @@ class LiveProgress final : public Progress {
   static constexpr const char* kYellow = "\x1b[33m";
   static constexpr const char* kPlain = "\x1b[0m";
   static constexpr double kRedrawSeconds = 0.1;
-  static constexpr std::size_t kIndent = 11;  // behind the time
 
   // Back to the block's first line, and all gone below.
   std::string Erasure() {
@@ -124,7 +126,9 @@ class PlainProgress : public Progress {
   void OnEvent(const Event& event, const Run& run) override {
     if (quiet_ && event.level < LogLevel::WARNING) return;
     const std::string line = PlainLine(event, run);
-    if (!line.empty()) Print(line + "\n");
+    if (!line.empty()) {
+      Print(Wrapped(line, TerminalColumns(), kIndent) + "\n");
+    }
   }
   void OnTick(const Run& /*run*/) override {}
   void Finish() override {}
@@ -228,7 +232,7 @@ std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
     add(WhatIsAwaited(phase, now));
   }
   const double elapsed = run.begin == 0 ? 0 : std::max(now - run.begin, 0.0);
-  add("elapsed " + Duration(static_cast<int>(elapsed)));
+  add("elapsed " + Duration(std::floor(elapsed)));
   return lines;
 }
 

@@ -72,7 +72,7 @@ std::string ProgressOf(const PhaseRun& phase) {
              : fmt::format("; {} {} %", Printable(last.state), last.percent);
 }
 
-constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<10} {}\n";
+constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<10} {}";
 
 // "4.1 s", "12:30", "1:05:09": narrow enough for a column.
 std::string Clock(double seconds) {
@@ -132,21 +132,25 @@ PhaseRow RowOf(const PhaseRun& phase) {
 
 std::string TextReport(const Report& report, std::size_t columns) {
   const Run& run = report.run;
-  std::string text = run.title.empty() ? "" : Printable(run.title) + "\n";
+  std::string text =
+      run.title.empty() ? "" : Wrapped(Printable(run.title), columns, 2) + '\n';
   if (run.earlier_runs > 0) {
     text += fmt::format("The log holds {} earlier run{}; this is the last.\n",
                         run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
   }
   if (!run.phases.empty()) {
     text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE", "ENDED",
-                        "ANSWERED");
+                        "ANSWERED") +
+            '\n';
   }
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
-    text += fmt::format(kRow, "", Clock(phase.begin - run.begin),
-                        Clock(phase.end - phase.begin),
-                        row.waited == 0 ? "-" : Clock(row.waited), row.name,
-                        row.ended, AnsweredAt(phase, row));
+    text += Wrapped(fmt::format(kRow, "", Clock(phase.begin - run.begin),
+                                Clock(phase.end - phase.begin),
+                                row.waited == 0 ? "-" : Clock(row.waited),
+                                row.name, row.ended, AnsweredAt(phase, row)),
+                    columns, 14) +
+            '\n';
     for (const Remark& remark : phase.remarks) {
       if (remark.level < LogLevel::WARNING) continue;
       text +=

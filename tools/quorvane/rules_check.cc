@@ -186,7 +186,8 @@ class Lint {
     const double longest =
         is_fixed
             ? wait
-            : std::ldexp(wait, static_cast<int>(std::min(retries - 1, 1000.0)));
+            : std::ldexp(
+                  wait, static_cast<int>(std::clamp(retries - 1, 0.0, 1000.0)));
     if (wait > kDay) {
       FindLong(*section->Find("sleep_time"), "sleep_time", wait);
     } else if (longest > kDay) {

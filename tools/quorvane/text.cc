@@ -2,11 +2,12 @@
 #include "tools/quorvane/text.h"
 
 #include <fmt/core.h>
+#include <utf8proc.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 
@@ -14,40 +15,76 @@ namespace quorvane::tool {
 namespace {
 
 struct Decoded {
-  std::uint32_t character = 0;
+  utf8proc_int32_t character = 0;
   std::size_t length = 0;  // 0: no UTF-8
 };
 
-// One character of UTF-8 (RFC 3629), overlong forms and surrogates refused.
+// The first character of UTF-8 (RFC 3629).
 Decoded Decode(std::string_view text) {
-  const auto byte = [text](std::size_t i) {
-    return static_cast<unsigned char>(text[i]);
-  };
-  const std::uint32_t lead = byte(0);
-  if (lead < 0x80) return {lead, 1};
-  const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-  if (lead < 0xc2 || lead > 0xf4 || text.size() < length) return {};
-  std::uint32_t character = lead & (0xffU >> (length + 1));
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xc0U) != 0x80) return {};
-    character = (character << 6U) | (byte(i) & 0x3fU);
+  utf8proc_int32_t character = 0;
+  const utf8proc_ssize_t length =
+      utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+                       static_cast<utf8proc_ssize_t>(text.size()), &character);
+  if (length <= 0) return {};
+  return {character, static_cast<std::size_t>(length)};
+}
+
+// Controls a terminal, changes the writing direction, or is invisible.
+bool MustBeEscaped(utf8proc_int32_t c) {
+  if (c == ' ') return false;
+  switch (utf8proc_category(c)) {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_CF:
+    case UTF8PROC_CATEGORY_CN:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+    case UTF8PROC_CATEGORY_ZS:
+      return true;
+    default:
+      return utf8proc_get_property(c)->ignorable;
   }
-  const bool overlong = (length == 3 && character < 0x800) ||
-                        (length == 4 && character < 0x10000);
-  const bool surrogate = character >= 0xd800 && character <= 0xdfff;
-  if (overlong || surrogate || character > 0x10ffff) return {};
-  return {character, length};
 }
 
-bool TurnsDirection(std::uint32_t c) {
-  return c == 0x061c || c == 0x200e || c == 0x200f ||
-         (c >= 0x202a && c <= 0x202e) || (c >= 0x2066 && c <= 0x2069);
+struct Shown {
+  std::string text;
+  std::size_t length = 0;   // bytes that it stands for
+  std::size_t columns = 0;  // on a terminal
+};
+
+Shown FirstShown(std::string_view text) {
+  const auto [character, length] = Decode(text);
+  const auto escape = [](std::size_t bytes, const std::string& shown) {
+    return Shown{shown, bytes, shown.size()};
+  };
+  if (length == 0) {
+    return escape(
+        1, fmt::format("\\x{:02x}", static_cast<unsigned char>(text[0])));
+  }
+  if (!MustBeEscaped(character)) {
+    return {std::string(text.substr(0, length)), length,
+            static_cast<std::size_t>(utf8proc_charwidth(character))};
+  }
+  if (character == '\n') return escape(length, "\\n");
+  if (character < 0x100) {
+    return escape(length, fmt::format("\\x{:02x}", character));
+  }
+  return escape(length, character < 0x10000
+                            ? fmt::format("\\u{:04x}", character)
+                            : fmt::format("\\U{:08x}", character));
 }
 
-// Also the line separators of Unicode and the invisible byte order mark.
-bool MustBeEscaped(std::uint32_t c) {
-  return c < 0x20 || (c >= 0x7f && c <= 0x9f) || TurnsDirection(c) ||
-         c == 0x2028 || c == 0x2029 || c == 0xfeff;
+// The longest prefix of `text` that needs at most `columns`, but at least one
+// character.
+std::size_t BytesWithin(std::string_view text, std::size_t columns) {
+  std::size_t bytes = 0;
+  std::size_t used = 0;
+  while (bytes < text.size()) {
+    const Shown next = FirstShown(text.substr(bytes));
+    used += next.columns;
+    if (bytes > 0 && used > columns) break;
+    bytes += next.length;
+  }
+  return bytes;
 }
 
 }  // namespace
@@ -56,37 +93,49 @@ std::string Printable(std::string_view text) {
   std::string shown;
   shown.reserve(text.size());
   while (!text.empty()) {
-    const auto [character, length] = Decode(text);
-    if (length == 0) {
-      shown += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[0]));
-      text.remove_prefix(1);
-      continue;
-    }
-    if (!MustBeEscaped(character)) {
-      shown += text.substr(0, length);
-    } else if (character == '\n') {
-      shown += "\\n";
-    } else if (character < 0x100) {
-      shown += fmt::format("\\x{:02x}", character);
-    } else {
-      shown += fmt::format("\\u{:04x}", character);
-    }
-    text.remove_prefix(length);
+    const Shown first = FirstShown(text);
+    shown += first.text;
+    text.remove_prefix(first.length);
   }
   return shown;
 }
 
-std::string Excerpt(std::string_view text, std::size_t most) {
-  // Four bytes show at most a character's worth more than is wanted.
-  const bool cut_before = text.size() > 4 * most;
-  std::string shown = Printable(text.substr(0, 4 * most));
-  if (shown.size() <= most && !cut_before) return shown;
-  std::size_t end = most < shown.size() ? most : shown.size();
-  while (end > 0 && end < shown.size() &&
-         (static_cast<unsigned char>(shown[end]) & 0xc0U) == 0x80) {
-    --end;
+std::string Excerpt(std::string_view text, std::size_t columns) {
+  // Characters without a width could go on forever.
+  std::size_t bytes_left = 4 * columns;
+  std::string shown;
+  std::size_t used = 0;
+  while (!text.empty()) {
+    const Shown first = FirstShown(text);
+    used += first.columns;
+    if (used > columns || first.length > bytes_left) return shown + "...";
+    bytes_left -= first.length;
+    shown += first.text;
+    text.remove_prefix(first.length);
   }
-  return shown.substr(0, end) + "...";
+  return shown;
+}
+
+std::string EscapedJson(std::string_view json) {
+  std::string escaped;
+  escaped.reserve(json.size());
+  while (!json.empty()) {
+    const auto [character, length] = Decode(json);
+    const bool is_ascii = length == 1 && character < 0x7f;
+    if (is_ascii || (length > 0 && !MustBeEscaped(character))) {
+      escaped += json.substr(0, length);
+    } else if (length == 0) {
+      escaped += "\\ufffd";
+    } else if (character < 0x10000) {
+      escaped += fmt::format("\\u{:04x}", character);
+    } else {  // RFC 8259, section 7: a UTF-16 surrogate pair
+      const auto above = static_cast<unsigned>(character) - 0x10000U;
+      escaped += fmt::format("\\u{:04x}\\u{:04x}", 0xd800U + (above >> 10U),
+                             0xdc00U + (above & 0x3ffU));
+    }
+    json.remove_prefix(length == 0 ? 1 : length);
+  }
+  return escaped;
 }
 
 std::string Duration(double seconds) {
@@ -121,22 +170,33 @@ std::string PathOf(std::string_view uri) {
 
 std::string Wrapped(std::string_view text, std::size_t columns,
                     std::size_t indent) {
+  constexpr std::size_t kLeastColumns = 20;  // fewer show no word at all
   std::string wrapped;
   std::size_t used = 0;
+  const auto begin_line = [&] {
+    wrapped += '\n' + std::string(indent, ' ');
+    used = indent;
+  };
   while (!text.empty()) {
     // A word with the blanks before it.
     const std::size_t word = std::min(text.find_first_not_of(' '), text.size());
     const std::size_t end = std::min(text.find(' ', word), text.size());
-    const std::size_t wanted = Columns(text.substr(0, end));
-    if (columns > 0 && used > indent && used + wanted >= columns) {
-      wrapped += '\n' + std::string(indent, ' ');
-      wrapped += text.substr(word, end - word);
-      used = indent + Columns(text.substr(word, end - word));
-    } else {
-      wrapped += text.substr(0, end);
-      used += wanted;
-    }
+    std::string_view piece = text.substr(0, end);
     text.remove_prefix(end);
+    if (columns > 0 && used > indent && used + Columns(piece) >= columns) {
+      begin_line();
+      piece.remove_prefix(word);
+    }
+    while (columns >= kLeastColumns && used + Columns(piece) >= columns) {
+      const std::size_t room = columns > used + 1 ? columns - used - 1 : 1;
+      const std::size_t fitting = BytesWithin(piece, room);
+      if (fitting == piece.size()) break;
+      wrapped += piece.substr(0, fitting);
+      piece.remove_prefix(fitting);
+      begin_line();
+    }
+    wrapped += piece;
+    used += Columns(piece);
   }
   return wrapped;
 }
@@ -158,8 +218,10 @@ std::optional<std::string> FileText(const std::string& path) {
 
 std::size_t Columns(std::string_view text) {
   std::size_t columns = 0;
-  for (const char c : text) {
-    if ((static_cast<unsigned char>(c) & 0xc0U) != 0x80) ++columns;
+  while (!text.empty()) {
+    const Shown first = FirstShown(text);
+    columns += first.columns;
+    text.remove_prefix(first.length);
   }
   return columns;
 }

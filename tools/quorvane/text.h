@@ -8,14 +8,19 @@
 
 namespace quorvane::tool {
 
-/// Makes a text that others wrote safe to show on a terminal or a page: C0 and
-/// C1 controls, DEL, the controls that reverse the direction of writing
-/// (Unicode Annex 9) and bytes that are no UTF-8 become visible escapes such as
-/// \x1b or \u202e. Everything else stays.
+/// Makes a text from elsewhere safe to show on a terminal or a page. Control
+/// and format characters (C0, C1, DEL, the ones that change the writing
+/// direction), blanks other than U+0020, line separators, invisible and
+/// unassigned characters, and bytes that are not UTF-8 become visible escapes
+/// such as \x1b or \u202e. Everything else stays.
 std::string Printable(std::string_view text);
 
-/// `Printable`, cut to `most` bytes at a character's border; "..." tells.
-std::string Excerpt(std::string_view text, std::size_t most);
+/// `Printable`, cut to `columns` of a terminal; "..." marks the cut.
+std::string Excerpt(std::string_view text, std::size_t columns);
+
+/// The same JSON document with each character above 0x7e that `Printable`
+/// escapes as \uXXXX, so that it is safe to show on a terminal.
+std::string EscapedJson(std::string_view json);
 
 /// "45 s", "2 min 5 s", "1 h 0 min", "3 d 4 h": two units at most.
 std::string Duration(double seconds);
@@ -24,14 +29,15 @@ std::string Duration(double seconds);
 std::string PathOf(std::string_view uri);
 
 /// `text` in lines shorter than `columns`, broken at blanks, all but the first
-/// indented; 0 columns: one line. A longer word stays whole.
+/// indented; 0 columns: one line. A word longer than a line is broken as well,
+/// so that no text can place its own words where the terminal begins a line.
 std::string Wrapped(std::string_view text, std::size_t columns,
                     std::size_t indent);
 
 /// A file's bytes; nothing, and errno, when it cannot be read.
 std::optional<std::string> FileText(const std::string& path);
 
-/// The columns a terminal needs for `text`, a character each.
+/// The columns that a terminal needs for `Printable(text)`.
 std::size_t Columns(std::string_view text);
 
 }  // namespace quorvane::tool

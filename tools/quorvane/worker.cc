@@ -147,7 +147,7 @@ ExitCode RunWorker() {
     // The console is the log; the file would have no frames.
     InitLogger("/dev/null", LogLevel::DEBUG, true, true);
     const std::string request(std::istreambuf_iterator<char>(std::cin), {});
-    const Json call = Json::parse(request);
+    const Json call = Json::from_cbor(request);
     LimitMemory(call);
     answer["ok"] = Answer(call);
   } catch (const std::bad_alloc&) {
