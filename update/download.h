@@ -11,15 +11,17 @@
 
 namespace quorvane {
 
-/// A downloaded image in the shared temporary folder, gone when this is. While
-/// it lives, its file is locked (flock(2)), so that no other run takes it for a
-/// left-over of one that died.
+/// A downloaded image in the shared temporary folder, removed when this is.
+/// While it lives, its file is locked (flock(2)), so that no other run takes it
+/// for a left-over of one that died. Without locks on that file system, no run
+/// removes a left-over.
 class TemporaryImage {
  public:
-  /// Makes the file anew, readable by its owner alone; a left-over of that name
+  /// Creates the file, readable by its owner alone; a left-over of that name
   /// is removed first.
-  /// @return Nothing when that name cannot be had: another run holds it, it is
-  ///   a folder, or somebody else's.
+  /// @return Nothing when that name is not available: another run holds it, it
+  ///   is a folder, or another user's file (which root removes, unless it is
+  ///   locked).
   static std::optional<TemporaryImage> Create(const std::string& path);
 
   TemporaryImage(TemporaryImage&&) = default;
