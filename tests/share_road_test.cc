@@ -199,6 +199,25 @@ TEST_F(ShareRoad, RefusedDownloadedUploadedAndActivated) {
             Contains("Activation HTTP status: 200")));
 }
 
+// The name is the text behind the last slash, whatever that slash is part of.
+// Only the log is redacted, and the request keeps the whole link.
+TEST_F(ShareRoad, ImageNameOutOfASecretIsRedactedInTheLogAlone) {
+  RefuseSimpleUpdate();
+  request.image_uri = Url("/share/image?token=abc/" + image_name);
+  bmc.On("GET", "/share/image").Answer(200, "image from the share");
+  bmc.On("POST", kUpload).Answer(202, TaskLink(kTask));
+  EXPECT_TRUE(PerformUpdate(request).accepted) << LogText();
+  EXPECT_EQ(bmc.Requests()[2].query, "token=abc/" + image_name);
+  EXPECT_EQ(bmc.Requests()[3].parts.back().filename, image_name);
+  const auto log = Log("update");
+  EXPECT_THAT(log,
+              AllOf(Contains("Download target: /tmp/<REDACTED>"),
+                    Contains("Download complete: /tmp/<REDACTED> (20 bytes)"),
+                    Contains("File: /tmp/<REDACTED>"),
+                    Contains("Cleaned up temp file: /tmp/<REDACTED>"),
+                    Not(Contains(HasSubstr(image_name)))));
+}
+
 TEST_F(ShareRoad, EveryWayRefused) {
   bmc.On("POST", kFirst).Answer(503, Error("Not now"));
   bmc.On("POST", kSecond).Answer(405);

@@ -17,7 +17,6 @@
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 600'000;
 constexpr mode_t kOwnerOnly = 0600;
 
 enum class Lock {
@@ -57,32 +56,28 @@ bool RemoveLeftOver(const std::string& path) {
   return removable && unlink(path.c_str()) == 0;
 }
 
-// The last segment of the URI without its query. Somebody else wrote it, but a
-// segment holds no slash, so the file stays in the folder.
-std::string TemporaryPath(const std::string& image_uri) {
-  std::string name = "firmware_download.bin";
-  const std::size_t slash = image_uri.rfind('/');
-  if (slash != std::string::npos && slash + 1 < image_uri.size()) {
-    name = image_uri.substr(slash + 1);
-  }
+std::string TemporaryPathOf(const std::string& last_segment) {
+  const std::string name =
+      last_segment.empty() ? "firmware_download.bin" : last_segment;
   return "/tmp/" + name.substr(0, name.find('?'));
 }
 
 std::optional<TemporaryImage> Download(const HttpClient& client,
                                        const std::string& image_uri,
-                                       const std::string& path) {
-  const Response answer = client.get(image_uri, {}, kTimeoutMs, "", "", "");
+                                       const ImagePath& path) {
+  const Response answer =
+      client.get(image_uri, {}, kImageTimeoutMs, "", "", "");
   if (answer.status_code != 200 || answer.body.empty()) {
     LogError(kUpdate,
              "Download returned HTTP " + std::to_string(answer.status_code));
     return std::nullopt;
   }
-  std::optional<TemporaryImage> image = TemporaryImage::Create(path);
+  std::optional<TemporaryImage> image = TemporaryImage::Create(path.path);
   if (!image || !image->Write(answer.body)) {
-    LogError(kUpdate, "Failed to write temp file: " + path);
+    LogError(kUpdate, "Failed to write temp file: " + path.for_log);
     return std::nullopt;
   }
-  LogInfo(kUpdate, "Download complete: " + path + " (" +
+  LogInfo(kUpdate, "Download complete: " + path.for_log + " (" +
                        std::to_string(image->size()) + " bytes)");
   return image;
 }
@@ -128,12 +123,18 @@ long long TemporaryImage::size() const {
   return fstat(file_.get(), &found) == 0 ? found.st_size : -1;
 }
 
-std::optional<TemporaryImage> DownloadImageToTemp(
-    const HttpClient& client, const std::string& image_uri) {
-  const std::string told_uri = RedactUri(image_uri);
-  LogInfo(kUpdate, "Downloading from: " + told_uri);
-  const std::string path = TemporaryPath(told_uri);
-  LogInfo(kUpdate, "Download target: " + path);
+// Another party chose the segment, but it holds no slash, so the file stays in
+// the folder.
+ImagePath TemporaryPath(const std::string& image_uri) {
+  return {.path = TemporaryPathOf(LastSegment(image_uri)),
+          .for_log = TemporaryPathOf(LastSegmentForLog(image_uri))};
+}
+
+std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
+                                                  const std::string& image_uri,
+                                                  const ImagePath& path) {
+  LogInfo(kUpdate, "Downloading from: " + RedactUri(image_uri));
+  LogInfo(kUpdate, "Download target: " + path.for_log);
   try {
     return Download(client, image_uri, path);
   } catch (const std::runtime_error& failure) {

@@ -8,6 +8,7 @@
 
 #include "quorvane/http.h"
 #include "support/file.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 
@@ -30,7 +31,6 @@ class TemporaryImage {
 
   /// False when not all of it reached the disk.
   [[nodiscard]] bool Write(std::string_view image) const;
-  [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] long long size() const;  ///< Bytes; -1: not known.
 
  private:
@@ -40,10 +40,15 @@ class TemporaryImage {
   Descriptor file_;
 };
 
-/// Fetches `image_uri`, without credentials, into the temporary folder.
+/// Where the image of that URI is kept: in the temporary folder, under the last
+/// segment of the URI without its query.
+ImagePath TemporaryPath(const std::string& image_uri);
+
+/// Downloads `image_uri`, without credentials, to `path`.
 /// @return Nothing, with an error in the log, when that failed in any way.
 std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
-                                                  const std::string& image_uri);
+                                                  const std::string& image_uri,
+                                                  const ImagePath& path);
 
 }  // namespace quorvane
 
