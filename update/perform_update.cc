@@ -101,8 +101,10 @@ NextPhase UpdateFromLocalFile(UpdateRun& run) {
   const std::string path = AbsolutePath(run.request.local_file);
   struct stat package {};
   if (stat(path.c_str(), &package) != 0) {
-    run.result.message = "BLX binary file not found: " + path;
-    LogError(kUpdate, run.result.message);
+    const std::string problem = "BLX binary file not found: ";
+    run.result.message = problem + path;
+    // A URI that was given as a file ends up here.
+    LogError(kUpdate, problem + RedactUri(path));
     return NextPhase::kStop;
   }
   LogInfo(kUpdate, "Uploading BLX via Redfish");

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "config/derived.h"
+#include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
 #include "update/helpers.h"
@@ -53,7 +54,8 @@ class Reboot {
   Step GiveUp(const UriAttempt& at) {
     run_.result.message = "Reboot failed -- manual intervention required";
     if (at.is_last_uri) return Step::kDone;
-    LogWarning(kUpdate, "Reboot URI failed: " + at.uri + ", trying next URI");
+    LogWarning(kUpdate,
+               "Reboot URI failed: " + RedactUri(at.uri) + ", trying next URI");
     return Step::kNextUri;
   }
 

@@ -41,7 +41,9 @@ JsonPtr SimpleUpdateBody(const UpdateRequest& request) {
 void LogPayload(const UpdateRequest& request) {
   UpdateRequest logged;
   logged.image_uri = RedactUri(request.image_uri);
-  logged.targets = request.targets;
+  for (const std::string& target : request.targets) {
+    logged.targets.push_back(RedactUri(target));
+  }
   logged.share_username = request.share_username;
   if (!request.share_password.empty()) logged.share_password = kRedactedText;
   logged.verify_remote_server_certificate =
@@ -123,7 +125,7 @@ void TryEachUri(UpdateRun& run) {
         try {
           answer = PostAction(run, at.url, body);
         } catch (const std::runtime_error& failure) {
-          LogWarning(kUpdate, "SimpleUpdate URI failed: " + at.uri +
+          LogWarning(kUpdate, "SimpleUpdate URI failed: " + RedactUri(at.uri) +
                                   " (exception: " + failure.what() + ")");
           return Step::kNextUri;
         }

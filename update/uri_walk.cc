@@ -39,7 +39,7 @@ bool WalkUris(const Config& config, const std::vector<std::string>& uris,
     const Step step = TryUri(config, at, attempt);
     if (step == Step::kDone) return true;
     if (step == Step::kNextUri) continue;
-    LogWarning(kUpdate, messages.exhausted + at.uri);
+    LogWarning(kUpdate, messages.exhausted + RedactUri(at.uri));
     if (!at.is_last_uri) LogInfo(kUpdate, messages.next);
   }
   return false;
