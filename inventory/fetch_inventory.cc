@@ -16,11 +16,11 @@ namespace {
 
 constexpr const char* kInventory = "inventory";
 
-std::string Joined(const std::vector<std::string>& texts) {
+std::string JoinedForLog(const std::vector<std::string>& uris) {
   std::string joined;
-  for (const std::string& text : texts) {
+  for (const std::string& uri : uris) {
     if (!joined.empty()) joined += ", ";
-    joined += text;
+    joined += RedactUri(uri);
   }
   return joined;
 }
@@ -39,7 +39,7 @@ Response GetInventoryCollection(const HttpClient& client, const Config& config,
     LogInfo(kInventory, "GET collection: " + UriForLog(url) + " (URI " +
                             std::to_string(i + 1) + "/" +
                             std::to_string(uris.size()) + ")");
-    std::string failed = "URI failed: " + used_uri;
+    std::string failed = "URI failed: " + RedactUri(used_uri);
     try {
       Response answer = GetResource(client, url, config);
       if (answer.status_code == 200) return answer;
@@ -52,38 +52,39 @@ Response GetInventoryCollection(const HttpClient& client, const Config& config,
   return GetResource(client, base + used_uri, config);
 }
 
-enum class Step { kRead, kRetry, kGiveUp };
+// What the status of a collection leads to.
+enum class Decision { kRead, kRetry, kGiveUp };
 
-Step Retry(const std::string& status) {
+Decision Retry(const std::string& status) {
   LogWarning(kInventory, "Collection returned HTTP " + status + ", retrying");
-  return Step::kRetry;
+  return Decision::kRetry;
 }
 
-// The decision table. A refused login is settled before the rules: another
-// try would only bring the account closer to being locked.
-Step Decide(long status_code, const Config& config) {
+// A refused login is settled before the rules: another try would only bring the
+// account closer to being locked.
+Decision Decide(long status_code, const Config& config) {
   if (status_code == 401) {
     LogError(kInventory, "Authentication failed (HTTP 401 Unauthorized)");
-    return Step::kGiveUp;
+    return Decision::kGiveUp;
   }
   if (status_code == 403) {
     LogError(kInventory, "Access denied (HTTP 403 Forbidden)");
-    return Step::kGiveUp;
+    return Decision::kGiveUp;
   }
   const std::string status = std::to_string(status_code);
   const auto rule = RuleFor(config.inventory_rules, status_code);
-  if (!rule) return status_code == 200 ? Step::kRead : Retry(status);
+  if (!rule) return status_code == 200 ? Decision::kRead : Retry(status);
   switch (*rule) {
     case InventoryAction::validate_firmware:
-      return Step::kRead;
+      return Decision::kRead;
     case InventoryAction::retry_inventory:
       return Retry(status);
     case InventoryAction::fail_or_manual_check:
       LogError(kInventory, "Collection returned HTTP " + status +
                                " \u2014 fail / manual check required");
-      return Step::kGiveUp;
+      return Decision::kGiveUp;
   }
-  return Step::kRetry;
+  return Decision::kRetry;
 }
 
 InventoryItem ItemFrom(const std::string& path, const cJSON* member) {
@@ -129,7 +130,7 @@ void LogItems(const std::vector<InventoryItem>& items) {
     LogInfo(kInventory, "  Name        : " + item.Name);
     LogInfo(kInventory, "  SoftwareId  : " + item.SoftwareId);
     LogInfo(kInventory, "  Version     : " + item.Version);
-    LogInfo(kInventory, "  TargetId    : " + item.target_id);
+    LogInfo(kInventory, "  TargetId    : " + RedactUri(item.target_id));
   }
   LogInfo(kInventory, std::string(48, '='));
 }
@@ -165,10 +166,10 @@ bool FetchInventoryWithRetry(const Config& config,
         GetInventoryCollection(client, config, used_uri);
     LogInfo(kInventory, "Collection HTTP status: " +
                             std::to_string(collection.status_code) +
-                            " (used URI: " + used_uri + ")");
-    const Step step = Decide(collection.status_code, config);
-    if (step == Step::kGiveUp) return false;
-    if (step == Step::kRead &&
+                            " (used URI: " + RedactUri(used_uri) + ")");
+    const Decision decision = Decide(collection.status_code, config);
+    if (decision == Decision::kGiveUp) return false;
+    if (decision == Decision::kRead &&
         ReadCollection(client, collection, config, items)) {
       return true;
     }
@@ -190,9 +191,10 @@ bool FetchInventory(const InventoryRequest& request,
   const Config config = LoadConfigFor(request);
   LogInfo(kInventory, "========== INVENTORY FETCH START ==========");
   LogInfo(kInventory, "Config mode");
-  LogInfo(kInventory, "Target IP  : " + MaskIP(request.ip));
+  LogInfo(kInventory, "Target IP  : " + UriForLog(request.ip));
   LogInfo(kInventory, "Username   : " + config.username);
-  LogInfo(kInventory, "Inv URIs   : [" + Joined(config.inventory_uri) + "]");
+  LogInfo(kInventory,
+          "Inv URIs   : [" + JoinedForLog(config.inventory_uri) + "]");
   return FetchInventoryWithRetry(config, items);
 }
 

@@ -382,10 +382,12 @@ FaultSweep::Met FaultSweep::RunOnce(std::size_t operation, const Fault& fault) {
   return met;
 }
 
-// Whether the temporary image could be removed.
+// Whether the temporary image could be removed: a file that the system does not
+// confirm to be the run's own stays.
 bool FaultSweep::CanRemove(const Fault& fault, const Met& met) {
   return fault.kind != CallKind::kFiles ||
-         (!fault.for_good && met.struck_call != "unlink");
+         (!fault.for_good && met.struck_call != "unlink" &&
+          met.struck_call != "lstat" && met.struck_call != "fstat");
 }
 
 // libcurl 7.88 itself loses a block in two places when it runs out of memory; a

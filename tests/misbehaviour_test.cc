@@ -239,6 +239,9 @@ class MisbehavingBmc : public BmcTest {
   }
 
   std::string image;
+  std::string address = bmc.Address();
+  std::string image_uri = Url("/share/" + ImageName());
+  std::vector<std::string> share_targets;
   PlainServer plain;
 };
 
@@ -258,12 +261,13 @@ void MisbehavingBmc::Behave(const std::string& road) {
 
 UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
   UpdateRequest request;
-  request.bmc_ip = bmc.Address();
+  request.bmc_ip = address;
   request.username = "admin";
   request.password = "s3cret";
   request.prefetched_inventory.resize(1);
   if (road == "share" || road == "download") {
-    request.image_uri = Url("/share/" + ImageName());
+    request.image_uri = image_uri;
+    request.targets = share_targets;
   } else {
     request.local_file = image;
     request.targets = {"/a"};
@@ -273,7 +277,7 @@ UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
 
 std::string MisbehavingBmc::Go(const std::string& road) {
   const InventoryRequest whom{
-      .ip = bmc.Address(), .username = "admin", .password = "s3cret"};
+      .ip = address, .username = "admin", .password = "s3cret"};
   try {
     if (road == "inventory") {
       std::vector<InventoryItem> items;
@@ -445,6 +449,126 @@ TEST_F(MisbehavingBmc, HostileTexts) {
   UpdateResponse record;
   record.message = "a\r\n\x1b";
   EXPECT_THAT(UpdateResponseToJson(record), HasSubstr(R"("a\r\n\u001b")"));
+}
+
+constexpr const char* kRulesWithSecrets =
+    R"({"retry_config": {"max_retries": 1}, "firmware_update": {
+  "inventory_uri": ["/bad?sig=h1dden", "/inventory?sig=h1dden"],
+  "multipart_update": {
+    "upload_uri": ["/bad?sig=h1dden", "/redfish/v1/upload?sig=h1dden"],
+    "upload_rules": {"202": "track_task"}},
+  "task_monitoring": {"task_states": {"Completed": "proceed_to_activation"}},
+  "activation": {
+    "activation_uri": ["/bad?sig=h1dden", "/redfish/v1/simple?sig=h1dden"],
+    "activation_rules": {"202": "poll_task"}},
+  "reboot": {
+    "reboot_uri": ["/bad?sig=h1dden", "/redfish/v1/reset?sig=h1dden"],
+    "reboot_rules": {"202": "poll_task", "503": "retry_reboot"}}}})";
+
+// What the lines hold in front of a URI, or of a part of one.
+const std::vector<const char*> kLinesWithUris = {
+    "Target IP  : ",
+    "Inv URIs   : [",
+    "GET collection: ",
+    "URI failed: ",
+    "(used URI: ",
+    "GET member failed: ",
+    "Failed to parse member JSON for ",
+    "  URI         : ",
+    "  TargetId    : ",
+    "GET chassis collection: ",
+    "GET chassis member: ",
+    "Failed to parse chassis member JSON for ",
+    "chassis info in member: ",
+    "Trying upload URI: ",
+    "Upload URI exhausted retries: ",
+    "Trying binary upload URI: ",
+    "Binary upload URI exhausted retries: ",
+    "Trying SimpleUpdate URI: ",
+    "\"ImageURI\":",
+    "\"Targets\":",
+    "SimpleUpdate URI failed: ",
+    "SimpleUpdate URI exhausted retries: ",
+    "Downloading from: ",
+    "Task URI from Location header: ",
+    "Task URI: ",
+    "Task ID : ",
+    "[RF-UPDATE] Task created: ",
+    "Polling task: ",
+    "[RF-TASK] Task ID: ",
+    "Trying activation URI: ",
+    "Activation URI exhausted retries: ",
+    "Activation task: ",
+    "Trying reboot URI: ",
+    "Reboot URI exhausted retries: ",
+    "Reboot URI failed: ",
+    "Reboot task: ",
+    "Task URI        : ",
+    "Task ID         : ",
+    " url=",
+    "[http] GET ",
+    "[http] POST ",
+    "[http] MULTIPART POST ",
+    "[http] BINARY FILE UPLOAD "};
+
+std::string LinkTo(const std::string& uri) {
+  return R"({"@odata.id": ")" + uri + R"("})";
+}
+
+class SecretsInUris : public MisbehavingBmc {
+ protected:
+  SecretsInUris() {
+    Rules(kRulesWithSecrets);
+    address = "admin:h1dden@" + address;
+    image_uri = WithSecrets("/share/" + ImageName());
+    share_targets = {"/target?sig=h1dden"};
+  }
+
+  std::string WithSecrets(const std::string& path) const {
+    return "https://u:h1dden@" + bmc.Address() + path + "?sig=h1dden";
+  }
+
+  void BehaveWithSecrets(const std::string& road) {
+    Behave(road);
+    bmc.On("GET", "/inventory")
+        .Answer(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
+                         LinkTo("/m/2?sig=h1dden") + "," +
+                         LinkTo("/m/3?sig=h1dden") + "]}");
+    bmc.On("GET", "/m/1")
+        .Answer(200, R"({"RelatedItem": [)" + LinkTo(WithSecrets("/r")) + "]}");
+    bmc.On("GET", "/m/2").Answer(404);
+    bmc.On("GET", "/m/3").Answer(200, "<html>");
+    bmc.On("GET", kChassis)
+        .Answer(200, R"({"Members": [)" + LinkTo("/c/2?sig=h1dden") + "," +
+                         LinkTo("/c/1?sig=h1dden") + "]}");
+    bmc.On("GET", "/c/2").Answer(200, "<html>");
+    const simulator::HeaderList location = {{"Location", WithSecrets(kTask)}};
+    const std::string link = LinkTo(WithSecrets(kTask));
+    if (road != "binary") bmc.On("POST", kUpload).Answer(202, "", location);
+    bmc.On("PUT", kUpload).Answer(202, "", location);
+    if (road != "download") bmc.On("POST", kSimple).Answer(202, link);
+    bmc.On("POST", kReset).Answer(202, link);
+  }
+};
+
+// Of the rules, of the request, of the BMC's links.
+TEST_F(SecretsInUris, StayOutOfEveryLine) {
+  for (const Reply& bad : std::vector<Reply>{
+           {.status = 404}, {.status = 503}, {.fault = Fault::kDrop}}) {
+    for (const char* method : {"GET", "POST", "PUT"}) {
+      bmc.On(method, "/bad").Answer(bad);
+    }
+    for (const char* road :
+         {"inventory", "chassis", "local", "binary", "share", "download"}) {
+      BehaveWithSecrets(road);
+      EXPECT_THAT(Go(road), Not(StartsWith("threw")));
+    }
+  }
+  EXPECT_THAT(LogText(), Not(HasSubstr("h1dden")));
+  for (const char* line : kLinesWithUris) {
+    EXPECT_THAT(Log(), testing::Contains(testing::AllOf(
+                           HasSubstr(line), HasSubstr("<REDACTED>"))));
+  }
 }
 
 struct HangUp {

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // An image on a share: SimpleUpdate, and the download that stands in for it.
+#include <dlfcn.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/fixture.h"
@@ -194,6 +199,25 @@ TEST_F(ShareRoad, RefusedDownloadedUploadedAndActivated) {
             Contains("Activation HTTP status: 200")));
 }
 
+// The name is the text behind the last slash, whatever that slash is part of.
+// Only the log is redacted, and the request keeps the whole link.
+TEST_F(ShareRoad, ImageNameOutOfASecretIsRedactedInTheLogAlone) {
+  RefuseSimpleUpdate();
+  request.image_uri = Url("/share/image?token=abc/" + image_name);
+  bmc.On("GET", "/share/image").Answer(200, "image from the share");
+  bmc.On("POST", kUpload).Answer(202, TaskLink(kTask));
+  EXPECT_TRUE(PerformUpdate(request).accepted) << LogText();
+  EXPECT_EQ(bmc.Requests()[2].query, "token=abc/" + image_name);
+  EXPECT_EQ(bmc.Requests()[3].parts.back().filename, image_name);
+  const auto log = Log("update");
+  EXPECT_THAT(log,
+              AllOf(Contains("Download target: /tmp/<REDACTED>"),
+                    Contains("Download complete: /tmp/<REDACTED> (20 bytes)"),
+                    Contains("File: /tmp/<REDACTED>"),
+                    Contains("Cleaned up temp file: /tmp/<REDACTED>"),
+                    Not(Contains(HasSubstr(image_name)))));
+}
+
 TEST_F(ShareRoad, EveryWayRefused) {
   bmc.On("POST", kFirst).Answer(503, Error("Not now"));
   bmc.On("POST", kSecond).Answer(405);
@@ -273,6 +297,34 @@ TEST_F(ShareRoad, OnlyHttpIsSpokenForADownload) {
               StartsWith("Download failed: GET failed: Unsupported protocol"));
 }
 
+class FileCalls;
+thread_local FileCalls* file_calls = nullptr;
+
+// While it lives, each flock(2) on this thread is preceded by `before_lock` and
+// fails with `lock_error`, unless that is 0; each unlink(2) is counted.
+class FileCalls {
+ public:
+  explicit FileCalls(std::function<void()> before_lock, int lock_error = 0)
+      : before_lock_(std::move(before_lock)), lock_error_(lock_error) {
+    file_calls = this;
+  }
+  ~FileCalls() { file_calls = nullptr; }
+  FileCalls(const FileCalls&) = delete;
+  FileCalls& operator=(const FileCalls&) = delete;
+
+  [[nodiscard]] int unlinks() const { return unlinks_; }
+  void CountUnlink() { ++unlinks_; }
+  [[nodiscard]] int Lock() const {
+    before_lock_();
+    return lock_error_;
+  }
+
+ private:
+  std::function<void()> before_lock_;
+  int lock_error_;
+  int unlinks_ = 0;
+};
+
 class TemporaryFile : public testing::Test {
  protected:
   TempFolder folder;
@@ -299,6 +351,25 @@ TEST_F(TemporaryFile, IsMadeAnewAndGoesWithItsOwner) {
   EXPECT_EQ(ReadAll(precious), "keep me");
 }
 
+// Another run took the new file for a left-over and removed it before it was
+// locked. From then on the name may belong to a third run.
+TEST_F(TemporaryFile, LeavesANameThatAnotherRunHasTakenOver) {
+  const FileCalls calls([this] { std::filesystem::remove(path); });
+  EXPECT_FALSE(TemporaryImage::Create(path));
+  EXPECT_EQ(calls.unlinks(), 0);
+}
+
+// A file system without locks: images come and go, but a file that is already
+// there may belong to a living run.
+TEST_F(TemporaryFile, NeedsNoLock) {
+  const FileCalls calls([] {}, ENOSYS);
+  EXPECT_TRUE(TemporaryImage::Create(path));
+  EXPECT_FALSE(std::filesystem::exists(path));
+  static_cast<void>(folder.Write("image", "another run's"));
+  EXPECT_FALSE(TemporaryImage::Create(path));
+  EXPECT_EQ(ReadAll(path), "another run's");
+}
+
 TEST_F(TemporaryFile, TakesTheNameOfALeftOverAlone) {
   static_cast<void>(folder.Write("image", "of a run that died"));
   EXPECT_TRUE(TemporaryImage::Create(path));
@@ -309,3 +380,21 @@ TEST_F(TemporaryFile, TakesTheNameOfALeftOverAlone) {
 
 }  // namespace
 }  // namespace quorvane::test
+
+extern "C" int flock(int fd, int operation) noexcept {
+  using Flock = int (*)(int, int);
+  static const auto real = reinterpret_cast<Flock>(dlsym(RTLD_NEXT, "flock"));
+  const auto* calls = quorvane::test::file_calls;
+  const int error = calls != nullptr ? calls->Lock() : 0;
+  if (error == 0) return real(fd, operation);
+  errno = error;
+  return -1;
+}
+
+extern "C" int unlink(const char* path) noexcept {
+  using Unlink = int (*)(const char*);
+  static const auto real = reinterpret_cast<Unlink>(dlsym(RTLD_NEXT, "unlink"));
+  auto* calls = quorvane::test::file_calls;
+  if (calls != nullptr) calls->CountUnlink();
+  return real(path);
+}

@@ -99,6 +99,8 @@ TEST(TaskId, IsTheBodysIdElseTheLastSegment) {
       {"/Tasks/T1", R"({"Id":2})", "T1"},
       {"/Tasks/T1", R"({"id":"T2"})", "T1"},
       {"/Tasks/T1", "", "T1"},
+      {"/Tasks/T1?token=a", "", "T1?token=a"},
+      {"https://u:p@host", "", "u:p@host"},
       {"/Tasks/", "", ""},
       {"T1", "", ""},
       {"", "", ""},

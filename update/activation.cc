@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string>
+#include <vector>
 
 #include "config/derived.h"
 #include "quorvane/logging.h"
@@ -11,9 +12,10 @@
 namespace quorvane {
 namespace {
 
-constexpr WalkWords kWords{.trying = "Trying activation URI: ",
-                           .exhausted = "Activation URI exhausted retries: ",
-                           .next = "Trying next activation URI"};
+constexpr WalkMessages kMessages{
+    .trying = "Trying activation URI: ",
+    .exhausted = "Activation URI exhausted retries: ",
+    .next = "Trying next activation URI"};
 
 std::string ActivationBody(const std::vector<std::string>& targets) {
   const JsonPtr body = NewObject();
@@ -21,52 +23,60 @@ std::string ActivationBody(const std::vector<std::string>& targets) {
   return PrintJsonUnformatted(body.get());
 }
 
-Step Retry(const std::string& status) {
-  LogWarning(kUpdate, "Activation returned " + status + ", retrying");
-  return Step::kRetry;
-}
+class Activation {
+ public:
+  explicit Activation(UpdateRun& run) : run_(run) {}
 
-}  // namespace
-
-bool RunActivation(const HttpClient& client, const UpdateRequest& request,
-                   const Config& config, UpdateResponse& result) {
-  const std::string count = std::to_string(config.activation_uri.size());
-  LogInfo(kUpdate, "Activation -- " + count + " URI(s) to try");
-  const std::string body = ActivationBody(request.targets);
-  bool succeeded = false;
-
-  // The decision table.
-  const auto decide = [&](const Response& answer) {
-    switch (RuleFor(config.activation_rules, answer.status_code)
+  Step Handle(const Response& answer) {
+    const std::string status = std::to_string(answer.status_code);
+    LogInfo(kUpdate, "Activation HTTP status: " + status);
+    switch (RuleFor(run_.config.activation_rules, answer.status_code)
                 .value_or(ActivationAction::retry_or_fail)) {
       case ActivationAction::check_reboot:
-        result.message = "Activation completed";
-        succeeded = true;
+        run_.result.message = "Activation completed";
+        has_succeeded_ = true;
         return Step::kDone;
       case ActivationAction::poll_task:
-        succeeded =
-            FollowTask(client, config, answer, "Activation task: ", result);
+        has_succeeded_ = MonitorTaskOf(answer, "Activation task: ", run_);
         return Step::kDone;
       case ActivationAction::retry_activation:
         return Retry("400");
       case ActivationAction::retry_or_fail:
-        return Retry(std::to_string(answer.status_code));
+        return Retry(status);
     }
     return Step::kRetry;
-  };
+  }
 
-  const bool ended = WalkUris(
-      config, config.activation_uri, kWords, [&](const UriAttempt& at) {
-        const Response answer = AnswerOrNone(
-            [&] { return PostAction(client, at.url, body, config); });
-        LogInfo(kUpdate, "Activation HTTP status: " +
-                             std::to_string(answer.status_code));
-        return decide(answer);
+  [[nodiscard]] bool HasSucceeded() const { return has_succeeded_; }
+
+ private:
+  static Step Retry(const std::string& status) {
+    LogWarning(kUpdate, "Activation returned " + status + ", retrying");
+    return Step::kRetry;
+  }
+
+  UpdateRun& run_;
+  bool has_succeeded_ = false;
+};
+
+}  // namespace
+
+bool RunActivation(UpdateRun& run) {
+  const std::vector<std::string>& uris = run.config.activation_uri;
+  const std::string count = std::to_string(uris.size());
+  LogInfo(kUpdate, "Activation -- " + count + " URI(s) to try");
+  const std::string body = ActivationBody(run.request.targets);
+  Activation activation(run);
+  const bool ended =
+      WalkUris(run.config, uris, kMessages, [&](const UriAttempt& at) {
+        return activation.Handle(
+            AnswerOrNone([&] { return PostAction(run, at.url, body); }));
       });
   if (!ended) {
-    result.message = "Activation failed after trying all " + count + " URI(s)";
+    run.result.message =
+        "Activation failed after trying all " + count + " URI(s)";
   }
-  return succeeded;
+  return activation.HasSucceeded();
 }
 
 }  // namespace quorvane

@@ -3,15 +3,14 @@
 #include <stdexcept>
 #include <string>
 
+#include "update/helpers.h"
 #include "update/phases.h"
 #include "update/upload.h"
 
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 600'000;
-
-constexpr UploadWords kWords{
+constexpr UploadMessages kMessages{
     .phase = "Binary upload fallback",
     .name = "Binary upload",
     .walk = {.trying = "Trying binary upload URI: ",
@@ -25,22 +24,20 @@ constexpr UploadWords kWords{
 
 }  // namespace
 
-UpdateResponse RunBinaryUpload(const HttpClient& client,
-                               const std::string& file_path,
-                               const Config& config) {
-  UpdateResponse result;
+void RunBinaryUpload(const ImagePath& image, UpdateRun& run) {
   const auto send = [&](const UriAttempt& at) -> std::optional<Response> {
+    const Config& config = run.config;
     try {
-      return client.post_binary_file(at.url, file_path, {}, kTimeoutMs,
-                                     config.username, config.password,
-                                     config.auth_type);
+      return run.client.post_binary_file(at.url, image.path, {},
+                                         kImageTimeoutMs, config.username,
+                                         config.password, config.auth_type);
     } catch (const std::runtime_error& failure) {
-      result.message = std::string("Binary upload failed: ") + failure.what();
+      run.result.message =
+          std::string("Binary upload failed: ") + failure.what();
       return std::nullopt;
     }
   };
-  RunUpload(kWords, file_path, config, send, result);
-  return result;
+  RunUpload(kMessages, image, send, run);
 }
 
 }  // namespace quorvane

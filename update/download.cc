@@ -17,63 +17,67 @@
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 600'000;
 constexpr mode_t kOwnerOnly = 0600;
 
-bool IsLocked(const Descriptor& file) {
-  return flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+enum class Lock {
+  kTaken,
+  kHeldElsewhere,
+  kUnavailable,  // such as on a file system without locks
+};
+
+Lock TryLock(const Descriptor& file) {
+  if (flock(file.get(), LOCK_EX | LOCK_NB) == 0) return Lock::kTaken;
+  return errno == EWOULDBLOCK ? Lock::kHeldElsewhere : Lock::kUnavailable;
 }
 
-// Whether `path` names the very file that is open; nothing when the system does
-// not say.
-std::optional<bool> IsNamed(const std::string& path, const Descriptor& file) {
+// Whether `path` names the very file that is open. False also when the system
+// does not say: what may be another run's must not be removed.
+bool IsNamed(const std::string& path, const Descriptor& file) {
   struct stat named {};
   struct stat opened {};
-  if (lstat(path.c_str(), &named) != 0 || fstat(file.get(), &opened) != 0) {
-    return std::nullopt;
-  }
-  return named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
+  return lstat(path.c_str(), &named) == 0 && fstat(file.get(), &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
 // Removes what a run that died left behind, or a symbolic link that somebody
-// put there. What a living run holds stays, also if it took the name only while
-// this one was looking.
+// put there. A file that a living run holds stays.
+//
+// A run removes a name only while it holds the lock of the file behind it. So
+// between the check of the name and its removal no other run can give the name
+// to another file. A symbolic link has no lock: two runs that find the same one
+// could still get in each other's way.
 bool RemoveLeftOver(const std::string& path) {
   const Descriptor old(
       open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
   if (!old.IsOpen() && errno == ENOENT) return true;
-  const bool removable = old.IsOpen()
-                             ? IsLocked(old) && IsNamed(path, old) == true
-                             : errno == ELOOP;
+  const bool removable =
+      old.IsOpen() ? TryLock(old) == Lock::kTaken && IsNamed(path, old)
+                   : errno == ELOOP;
   return removable && unlink(path.c_str()) == 0;
 }
 
-// The last segment of the URI without its query. Somebody else wrote it, but a
-// segment holds no slash, so the file stays in the folder.
-std::string TemporaryPath(const std::string& image_uri) {
-  std::string name = "firmware_download.bin";
-  const std::size_t slash = image_uri.rfind('/');
-  if (slash != std::string::npos && slash + 1 < image_uri.size()) {
-    name = image_uri.substr(slash + 1);
-  }
+std::string TemporaryPathOf(const std::string& last_segment) {
+  const std::string name =
+      last_segment.empty() ? "firmware_download.bin" : last_segment;
   return "/tmp/" + name.substr(0, name.find('?'));
 }
 
 std::optional<TemporaryImage> Download(const HttpClient& client,
                                        const std::string& image_uri,
-                                       const std::string& path) {
-  const Response answer = client.get(image_uri, {}, kTimeoutMs, "", "", "");
+                                       const ImagePath& path) {
+  const Response answer =
+      client.get(image_uri, {}, kImageTimeoutMs, "", "", "");
   if (answer.status_code != 200 || answer.body.empty()) {
     LogError(kUpdate,
              "Download returned HTTP " + std::to_string(answer.status_code));
     return std::nullopt;
   }
-  std::optional<TemporaryImage> image = TemporaryImage::Create(path);
+  std::optional<TemporaryImage> image = TemporaryImage::Create(path.path);
   if (!image || !image->Write(answer.body)) {
-    LogError(kUpdate, "Failed to write temp file: " + path);
+    LogError(kUpdate, "Failed to write temp file: " + path.for_log);
     return std::nullopt;
   }
-  LogInfo(kUpdate, "Download complete: " + path + " (" +
+  LogInfo(kUpdate, "Download complete: " + path.for_log + " (" +
                        std::to_string(image->size()) + " bytes)");
   return image;
 }
@@ -84,7 +88,9 @@ TemporaryImage::TemporaryImage(std::string path, Descriptor file)
     : path_(std::move(path)), file_(std::move(file)) {}
 
 TemporaryImage::~TemporaryImage() {
-  if (file_.IsOpen() && IsNamed(path_, file_) != false) {
+  // Another run that holds the lock is about to remove the file.
+  if (file_.IsOpen() && TryLock(file_) != Lock::kHeldElsewhere &&
+      IsNamed(path_, file_)) {
     static_cast<void>(unlink(path_.c_str()));
   }
 }
@@ -97,14 +103,11 @@ std::optional<TemporaryImage> TemporaryImage::Create(const std::string& path) {
                        kOwnerOnly));
   if (!file.IsOpen()) return std::nullopt;
   TemporaryImage image(std::move(owned_path), std::move(file));
-  // Between the two calls another run may have taken the file for a left-over;
-  // that run removes it. After any other failure it goes with `image`.
-  const bool locked = IsLocked(image.file_);
-  if (!locked && errno == EWOULDBLOCK) {
-    image.file_.Close();
+  // Between the two calls another run may have taken the file for a left-over.
+  if (TryLock(image.file_) == Lock::kHeldElsewhere ||
+      !IsNamed(path, image.file_)) {
     return std::nullopt;
   }
-  if (!locked || IsNamed(path, image.file_) != true) return std::nullopt;
   return image;
 }
 
@@ -120,12 +123,18 @@ long long TemporaryImage::size() const {
   return fstat(file_.get(), &found) == 0 ? found.st_size : -1;
 }
 
-std::optional<TemporaryImage> DownloadImageToTemp(
-    const HttpClient& client, const std::string& image_uri) {
-  const std::string told_uri = RedactUri(image_uri);
-  LogInfo(kUpdate, "Downloading from: " + told_uri);
-  const std::string path = TemporaryPath(told_uri);
-  LogInfo(kUpdate, "Download target: " + path);
+// Another party chose the segment, but it holds no slash, so the file stays in
+// the folder.
+ImagePath TemporaryPath(const std::string& image_uri) {
+  return {.path = TemporaryPathOf(LastSegment(image_uri)),
+          .for_log = TemporaryPathOf(LastSegmentForLog(image_uri))};
+}
+
+std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
+                                                  const std::string& image_uri,
+                                                  const ImagePath& path) {
+  LogInfo(kUpdate, "Downloading from: " + RedactUri(image_uri));
+  LogInfo(kUpdate, "Download target: " + path.for_log);
   try {
     return Download(client, image_uri, path);
   } catch (const std::runtime_error& failure) {

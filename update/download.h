@@ -8,18 +8,21 @@
 
 #include "quorvane/http.h"
 #include "support/file.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 
-/// A downloaded image in the shared temporary folder, gone when this is. While
-/// it lives, its file is locked (flock(2)), so that no other run takes it for a
-/// left-over of one that died.
+/// A downloaded image in the shared temporary folder, removed when this is.
+/// While it lives, its file is locked (flock(2)), so that no other run takes it
+/// for a left-over of one that died. Without locks on that file system, no run
+/// removes a left-over.
 class TemporaryImage {
  public:
-  /// Makes the file anew, readable by its owner alone; a left-over of that name
+  /// Creates the file, readable by its owner alone; a left-over of that name
   /// is removed first.
-  /// @return Nothing when that name cannot be had: another run holds it, it is
-  ///   a folder, or somebody else's.
+  /// @return Nothing when that name is not available: another run holds it, it
+  ///   is a folder, or another user's file (which root removes, unless it is
+  ///   locked).
   static std::optional<TemporaryImage> Create(const std::string& path);
 
   TemporaryImage(TemporaryImage&&) = default;
@@ -28,7 +31,6 @@ class TemporaryImage {
 
   /// False when not all of it reached the disk.
   [[nodiscard]] bool Write(std::string_view image) const;
-  [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] long long size() const;  ///< Bytes; -1: not known.
 
  private:
@@ -38,10 +40,15 @@ class TemporaryImage {
   Descriptor file_;
 };
 
-/// Fetches `image_uri`, without credentials, into the temporary folder.
+/// Where the image of that URI is kept: in the temporary folder, under the last
+/// segment of the URI without its query.
+ImagePath TemporaryPath(const std::string& image_uri);
+
+/// Downloads `image_uri`, without credentials, to `path`.
 /// @return Nothing, with an error in the log, when that failed in any way.
 std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
-                                                  const std::string& image_uri);
+                                                  const std::string& image_uri,
+                                                  const ImagePath& path);
 
 }  // namespace quorvane
 

@@ -18,13 +18,23 @@ std::string ExtractErrorMessage(const std::string& body) {
   return StringMember(answer.get(), "Message").value_or("");
 }
 
+std::string LastSegment(const std::string& uri) {
+  const std::size_t slash = uri.rfind('/');
+  return slash == std::string::npos ? "" : uri.substr(slash + 1);
+}
+
+std::string LastSegmentForLog(const std::string& uri) {
+  const std::string segment = LastSegment(uri);
+  std::string redacted = LastSegment(RedactUri(uri));
+  const bool hides_only_within_it =
+      redacted == segment || redacted == RedactUri(segment);
+  return hides_only_within_it ? redacted : kRedactedText;
+}
+
 std::string ExtractTaskId(const std::string& task_uri,
                           const std::string& body) {
   if (auto id = StringMember(ParseJson(body).get(), "Id")) return *id;
-  // Of a link without a path this is the authority.
-  const std::string uri = RedactUri(task_uri);
-  const std::size_t slash = uri.rfind('/');
-  return slash == std::string::npos ? "" : uri.substr(slash + 1);
+  return LastSegment(task_uri);
 }
 
 std::string ExtractTaskUri(const std::string& body, const Config& config) {
@@ -45,24 +55,35 @@ std::string ExtractTaskUri(const std::string& body, const Config& config) {
   return {};
 }
 
-void AdoptTask(const Response& answer, const Config& config, Telling telling,
-               UpdateResponse& result) {
-  result.task_uri = ExtractTaskUri(answer.body, config);
-  const bool from_header = result.task_uri.empty() && !answer.location.empty();
-  if (from_header) result.task_uri = answer.location;
-  result.task_id = ExtractTaskId(result.task_uri, answer.body);
-  if (telling == Telling::kSilent || result.task_uri.empty()) return;
-  const std::string uri = RedactUri(result.task_uri);
-  if (from_header) LogInfo(kUpdate, "Task URI from Location header: " + uri);
-  LogInfo(kUpdate, "Task URI: " + uri);
-  LogInfo(kUpdate, "Task ID : " + result.task_id);
+void SetTaskId(const std::string& body, UpdateRun& run) {
+  const std::string& uri = run.result.task_uri;
+  std::string& id = run.result.task_id;
+  id = ExtractTaskId(uri, body);
+  run.task_id_for_log =
+      id == LastSegment(uri) ? LastSegmentForLog(uri) : RedactUri(id);
 }
 
-Response PostAction(const HttpClient& client, const std::string& url,
-                    const std::string& body, const Config& config) {
+void TrackTask(const Response& answer, LogTask log_task, UpdateRun& run) {
+  std::string& uri = run.result.task_uri;
+  uri = ExtractTaskUri(answer.body, run.config);
+  const bool from_header = uri.empty() && !answer.location.empty();
+  if (from_header) uri = answer.location;
+  SetTaskId(answer.body, run);
+  if (log_task == LogTask::kNo || uri.empty()) return;
+  const std::string uri_for_log = RedactUri(uri);
+  if (from_header) {
+    LogInfo(kUpdate, "Task URI from Location header: " + uri_for_log);
+  }
+  LogInfo(kUpdate, "Task URI: " + uri_for_log);
+  LogInfo(kUpdate, "Task ID : " + run.task_id_for_log);
+}
+
+Response PostAction(const UpdateRun& run, const std::string& url,
+                    const std::string& body) {
   constexpr long kTimeoutMs = 60'000;
-  return client.post_json(url, body, {}, kTimeoutMs, config.username,
-                          config.password, config.auth_type);
+  const Config& config = run.config;
+  return run.client.post_json(url, body, {}, kTimeoutMs, config.username,
+                              config.password, config.auth_type);
 }
 
 Response AnswerOrNone(const std::function<Response()>& request) {

@@ -8,16 +8,29 @@
 
 #include "quorvane/config.h"
 #include "quorvane/http.h"
-#include "quorvane/update.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 
 /// Component tag of every line of an update.
 inline constexpr const char* kUpdate = "update";
 
+/// Limit for one transfer of an image, up or down, in milliseconds.
+inline constexpr long kImageTimeoutMs = 600'000;
+
+/// Stands in the log for a secret.
+inline constexpr const char* kRedactedText = "<REDACTED>";
+
 /// The BMC's own words for a refusal: "error"."message" (DSP0266, "Error
 /// responses"), else a bare "Message"; or empty.
 std::string ExtractErrorMessage(const std::string& body);
+
+/// The text after the last '/' of a URI; empty without one.
+std::string LastSegment(const std::string& uri);
+
+/// `LastSegment`, redacted. A slash may be part of a secret, so the whole URI
+/// decides what of the segment is secret.
+std::string LastSegmentForLog(const std::string& uri);
 
 /// The body's "Id", else the last segment of the task's URI; or empty.
 std::string ExtractTaskId(const std::string& task_uri, const std::string& body);
@@ -27,19 +40,21 @@ std::string ExtractTaskId(const std::string& task_uri, const std::string& body);
 /// message whose "MessageId" tells of a task. Or empty.
 std::string ExtractTaskUri(const std::string& body, const Config& config);
 
-/// Whether adopting a task is told in the log.
-enum class Telling { kSilent, kLogged };
+/// Sets the task ID of `run` from its task URI and `body`.
+void SetTaskId(const std::string& body, UpdateRun& run);
+
+/// Whether `TrackTask` logs the task.
+enum class LogTask { kNo, kYes };
 
 /// Makes the task that an accepted request created the update's: the body's
 /// link, else the Location header (DSP0266, "Asynchronous operations").
-void AdoptTask(const Response& answer, const Config& config, Telling telling,
-               UpdateResponse& result);
+void TrackTask(const Response& answer, LogTask log_task, UpdateRun& run);
 
 /// POSTs the parameters of a Redfish action with the account of `config`; one
 /// minute at most.
 /// @throws as `HttpClient::post_json`.
-Response PostAction(const HttpClient& client, const std::string& url,
-                    const std::string& body, const Config& config);
+Response PostAction(const UpdateRun& run, const std::string& url,
+                    const std::string& body);
 
 /// The answer to a request, or one of status 0 when none arrived. For phases
 /// whose rules decide about that too; the client has logged the reason.

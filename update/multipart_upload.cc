@@ -11,9 +11,7 @@
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 600'000;
-
-constexpr UploadWords kWords{
+constexpr UploadMessages kMessages{
     .phase = "Multipart upload",
     .name = "Upload",
     .walk = {.trying = "Trying upload URI: ",
@@ -46,21 +44,18 @@ std::string UpdateParameters(const std::string& uri,
 
 }  // namespace
 
-UpdateResponse RunMultipartUpload(const HttpClient& client,
-                                  const std::string& file_path,
-                                  const Config& config,
-                                  const std::vector<std::string>& targets) {
-  UpdateResponse result;
+void RunMultipartUpload(const ImagePath& image, UpdateRun& run) {
   const auto send = [&](const UriAttempt& at) {
-    const std::string parameters = UpdateParameters(at.uri, targets);
+    const Config& config = run.config;
+    const std::string parameters =
+        UpdateParameters(at.uri, run.request.targets);
     return AnswerOrNone([&] {
-      return client.post_multipart(at.url, file_path, "UpdateFile", {},
-                                   kTimeoutMs, config.username, config.password,
-                                   config.auth_type, parameters);
+      return run.client.post_multipart(
+          at.url, image.path, "UpdateFile", {}, kImageTimeoutMs,
+          config.username, config.password, config.auth_type, parameters);
     });
   };
-  RunUpload(kWords, file_path, config, send, result);
-  return result;
+  RunUpload(kMessages, image, send, run);
 }
 
 }  // namespace quorvane

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/derived.h"
@@ -18,12 +19,13 @@
 #include "update/download.h"
 #include "update/helpers.h"
 #include "update/phases.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 namespace {
 
-// How a road ends: some endings skip the restart and the summary.
-enum class Road { kToReboot, kEndsHere };
+// Some outcomes skip the restart and the summary.
+enum class NextPhase { kReboot, kStop };
 
 void CheckRequest(const UpdateRequest& request) {
   if (request.bmc_ip.empty()) {
@@ -68,32 +70,42 @@ std::string AbsolutePath(const std::string& path) {
              : path;
 }
 
+// As a multipart form, or else as a raw body. Whether the BMC accepted it.
+bool UploadImage(const ImagePath& image, const char* fallback_warning,
+                 UpdateRun& run) {
+  RunMultipartUpload(image, run);
+  if (!run.result.accepted) {
+    LogWarning(kUpdate, fallback_warning);
+    RunBinaryUpload(image, run);
+  }
+  return run.result.accepted;
+}
+
 // From an accepted upload to the restart: the task, then the activation.
-Road FollowUpload(const HttpClient& client, const UpdateRequest& request,
-                  const Config& config, UpdateResponse& result) {
-  if (!MonitorTask(client, config, result)) {
-    const std::string& state = result.task_state;
+NextPhase FollowUpload(UpdateRun& run) {
+  if (!MonitorTask(run)) {
+    const std::string& state = run.result.task_state;
     if (state == "Exception" || state == "Cancelled" ||
         state == "Interrupted") {
       LogError(kUpdate, "Task ended in state: " + state);
-      return Road::kEndsHere;
+      return NextPhase::kStop;
     }
   }
-  if (!request.targets.empty() &&
-      !RunActivation(client, request, config, result)) {
-    return Road::kEndsHere;
+  if (!run.request.targets.empty() && !RunActivation(run)) {
+    return NextPhase::kStop;
   }
-  return Road::kToReboot;
+  return NextPhase::kReboot;
 }
 
-Road TakeLocalRoad(const HttpClient& client, const UpdateRequest& request,
-                   const Config& config, UpdateResponse& result) {
-  const std::string path = AbsolutePath(request.local_file);
+NextPhase UpdateFromLocalFile(UpdateRun& run) {
+  const std::string path = AbsolutePath(run.request.local_file);
   struct stat package {};
   if (stat(path.c_str(), &package) != 0) {
-    result.message = "BLX binary file not found: " + path;
-    LogError(kUpdate, result.message);
-    return Road::kEndsHere;
+    const std::string problem = "BLX binary file not found: ";
+    run.result.message = problem + path;
+    // A URI that was given as a file ends up here.
+    LogError(kUpdate, problem + RedactUri(path));
+    return NextPhase::kStop;
   }
   LogInfo(kUpdate, "Uploading BLX via Redfish");
   LogInfo(kUpdate, "Binary absolute path: " + path);
@@ -101,69 +113,59 @@ Road TakeLocalRoad(const HttpClient& client, const UpdateRequest& request,
           "Binary size: " + std::to_string(package.st_size) + " bytes");
   LogInfo(kUpdate, "Target URI: /redfish/v1/UpdateService");
 
-  result = RunMultipartUpload(client, path, config, request.targets);
-  if (!result.accepted) {
-    LogWarning(kUpdate,
-               "Multipart upload failed, falling back to binary POST upload");
-    result = RunBinaryUpload(client, path, config);
+  if (UploadImage({.path = path, .for_log = path},
+                  "Multipart upload failed, falling back to binary POST upload",
+                  run)) {
+    return FollowUpload(run);
   }
-  if (!result.accepted) {
-    LogError(kUpdate,
-             "Local file upload failed. system does not support local file "
-             "upload via Redfish.");
-    LogError(kUpdate,
-             "Please use a share repository to perform the update instead");
-    return Road::kEndsHere;
-  }
-  return FollowUpload(client, request, config, result);
+  LogError(kUpdate,
+           "Local file upload failed. system does not support local file "
+           "upload via Redfish.");
+  LogError(kUpdate,
+           "Please use a share repository to perform the update instead");
+  return NextPhase::kStop;
 }
 
-// SimpleUpdate was refused: the library fetches the image and uploads it.
-void UploadDownloadedImage(const HttpClient& client,
-                           const UpdateRequest& request, const Config& config,
-                           UpdateResponse& result) {
-  std::string path;
+// For a BMC that rejects SimpleUpdate. Whether it accepted the image.
+bool UploadDownloadedImage(UpdateRun& run) {
+  const ImagePath path = TemporaryPath(run.request.image_uri);
   {
-    const auto image = DownloadImageToTemp(client, request.image_uri);
+    const auto image =
+        DownloadImageToTemp(run.client, run.request.image_uri, path);
     if (!image) {
-      result.message = "SimpleUpdate not supported and image download failed";
-      return;
+      run.result.message =
+          "SimpleUpdate not supported and image download failed";
+      return false;
     }
-    path = image->path();
-    result = RunMultipartUpload(client, path, config, request.targets);
-    if (!result.accepted) {
-      LogWarning(kUpdate,
-                 "Multipart upload of downloaded file failed, trying binary "
-                 "POST");
-      result = RunBinaryUpload(client, path, config);
-    }
+    UploadImage(path,
+                "Multipart upload of downloaded file failed, trying binary "
+                "POST",
+                run);
   }
-  LogInfo(kUpdate, "Cleaned up temp file: " + path);
+  LogInfo(kUpdate, "Cleaned up temp file: " + path.for_log);
+  return run.result.accepted;
 }
 
-Road TakeShareRoad(const HttpClient& client, const UpdateRequest& request,
-                   const Config& config, UpdateResponse& result) {
-  result = RunSimpleUpdate(client, request, config);
-  if (result.accepted) {
-    const bool good =
-        result.task_uri.empty() || MonitorTask(client, config, result);
-    return good ? Road::kToReboot : Road::kEndsHere;
+NextPhase UpdateFromShare(UpdateRun& run) {
+  RunSimpleUpdate(run);
+  if (run.result.accepted) {
+    const bool has_succeeded = run.result.task_uri.empty() || MonitorTask(run);
+    return has_succeeded ? NextPhase::kReboot : NextPhase::kStop;
   }
   LogWarning(kUpdate,
              "SimpleUpdate failed, falling back to download + local upload");
-  UploadDownloadedImage(client, request, config, result);
-  return result.accepted ? FollowUpload(client, request, config, result)
-                         : Road::kEndsHere;
+  return UploadDownloadedImage(run) ? FollowUpload(run) : NextPhase::kStop;
 }
 
-void LogSummary(const UpdateResponse& result) {
+void LogSummary(const UpdateRun& run) {
+  const UpdateResponse& result = run.result;
   const auto yes_or_no = [](bool truth) { return truth ? "Yes" : "No"; };
   LogInfo(kUpdate, "========== FIRMWARE UPDATE SUMMARY ==========");
   LogInfo(kUpdate,
           std::string("Accepted        : ") + yes_or_no(result.accepted));
   LogInfo(kUpdate, "HTTP Status     : " + std::to_string(result.http_status));
   LogInfo(kUpdate, "Task URI        : " + RedactUri(result.task_uri));
-  LogInfo(kUpdate, "Task ID         : " + result.task_id);
+  LogInfo(kUpdate, "Task ID         : " + run.task_id_for_log);
   LogInfo(kUpdate, "Task State      : " + result.task_state);
   if (result.percent_complete >= 0) {
     LogInfo(kUpdate, "Percent Complete: " +
@@ -182,16 +184,16 @@ UpdateResponse PerformUpdate(const UpdateRequest& request) {
   Config config = LoadConfigAuto();
   AimAt(request.bmc_ip, request.username, request.password, config);
   const HttpClient client;
-  UpdateResponse result;
+  UpdateRun run{.client = client, .request = request, .config = config};
   LogInfo(kUpdate, "========== FIRMWARE UPDATE START ==========");
   CaptureInventory(request);
-  const Road road = request.local_file.empty()
-                        ? TakeShareRoad(client, request, config, result)
-                        : TakeLocalRoad(client, request, config, result);
-  if (road == Road::kEndsHere) return result;
-  RunRebootPhase(client, config, result);
-  LogSummary(result);
-  return result;
+  const NextPhase next = request.local_file.empty() ? UpdateFromShare(run)
+                                                    : UpdateFromLocalFile(run);
+  if (next == NextPhase::kReboot) {
+    RunRebootPhase(run);
+    LogSummary(run);
+  }
+  return std::move(run.result);
 }
 
 }  // namespace quorvane

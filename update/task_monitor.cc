@@ -22,8 +22,7 @@ using Verdict = std::optional<bool>;
 
 class TaskMonitor {
  public:
-  TaskMonitor(const Config& config, UpdateResponse& result)
-      : config_(config), result_(result) {}
+  explicit TaskMonitor(UpdateRun& run) : run_(run) {}
 
   Verdict Handle(const Response& answer) {
     switch (answer.status_code) {
@@ -31,7 +30,7 @@ class TaskMonitor {
       case 202:
         return HandleDocument(answer.body);
       case 404:
-        return TaskIsGone();
+        return HandleNotFound();
       default:
         LogWarning(kUpdate, "Task poll returned HTTP " +
                                 std::to_string(answer.status_code));
@@ -48,17 +47,15 @@ class TaskMonitor {
       LogWarning(kUpdate, "Could not parse TaskState from response");
       return std::nullopt;
     }
-    if (result_.task_id.empty()) {
-      result_.task_id = ExtractTaskId(result_.task_uri, body);
-    }
+    if (run_.result.task_id.empty()) SetTaskId(body, run_);
     std::string told = "[RF-TASK] State: " + state;
     const int percent = IntMember(task.get(), "PercentComplete").value_or(-1);
     if (percent >= 0) {
-      result_.percent_complete = percent;
+      run_.result.percent_complete = percent;
       told += "  PercentComplete: " + std::to_string(percent) + "%";
     }
     LogInfo(kUpdate, told);
-    result_.task_state = state;
+    run_.result.task_state = state;
     LogDocument(task.get(), body);
     return Decide(state);
   }
@@ -68,7 +65,7 @@ class TaskMonitor {
     constexpr std::size_t kMostKept = 1U << 26;
     const auto text =
         PrintJsonWithin(task, std::min(4 * body.size() + 4096, kMostKept));
-    const std::string told = "[RF-TASK] Task ID: " + result_.task_id;
+    const std::string told = "[RF-TASK] Task ID: " + run_.task_id_for_log;
     if (text) {
       LogInfo(kUpdate, told + "\nResponse body:\n" + RedactAnswer(*text));
     } else {
@@ -77,9 +74,8 @@ class TaskMonitor {
     }
   }
 
-  // The decision table.
   Verdict Decide(const std::string& state) {
-    switch (RuleFor(config_.task_states, state)
+    switch (RuleFor(run_.config.task_states, state)
                 .value_or(TaskAction::continue_polling)) {
       case TaskAction::proceed_to_activation:
         return End(true, "Success", "Task completed successfully");
@@ -93,21 +89,21 @@ class TaskMonitor {
         return End(false, "Interrupted -- last chunk retry needed",
                    "Task interrupted -- last chunk retry needed");
       case TaskAction::continue_polling:
-        return IsStaged(state);
+        return HandleUnfinished(state);
     }
     return std::nullopt;
   }
 
   Verdict End(bool good, const char* told, const char* message) {
     LogInfo(kUpdate,
-            "[RF-TASK] State: " + result_.task_state + "  Result: " + told);
-    result_.message = message;
+            "[RF-TASK] State: " + run_.result.task_state + "  Result: " + told);
+    run_.result.message = message;
     return good;
   }
 
   // Some BMCs leave a task waiting until the system restarts: it will not move
   // before that, so its third such poll in a row ends the watch.
-  Verdict IsStaged(const std::string& state) {
+  Verdict HandleUnfinished(const std::string& state) {
     if (state != "Scheduled" && state != "Starting") {
       staged_polls_ = 0;
       return std::nullopt;
@@ -115,38 +111,38 @@ class TaskMonitor {
     if (++staged_polls_ <= 2) return std::nullopt;
     LogInfo(kUpdate, "[RF-TASK] Task stable in '" + state +
                          "' state -- firmware staged, waiting for reboot");
-    result_.message =
+    run_.result.message =
         "Firmware staged successfully (scheduled, waiting for reboot)";
     return true;
   }
 
   // A BMC that restarts forgets its tasks; past half way that is taken as the
   // firmware being applied.
-  Verdict TaskIsGone() {
-    if (result_.percent_complete < 50) {
-      result_.message = "Update Method Not Supported (HTTP 404)";
-      LogError(kUpdate, result_.message);
+  Verdict HandleNotFound() {
+    if (run_.result.percent_complete < 50) {
+      run_.result.message = "Update Method Not Supported (HTTP 404)";
+      LogError(kUpdate, run_.result.message);
       return false;
     }
     LogInfo(kUpdate, "Task returned 404 after reaching " +
-                         std::to_string(result_.percent_complete) +
+                         std::to_string(run_.result.percent_complete) +
                          "% -- Machine likely rebooted to apply firmware. "
                          "Treating as success.");
-    result_.message = "Task completed (system rebooted during activation)";
-    result_.task_state = "Completed";
-    result_.percent_complete = 100;
+    run_.result.message = "Task completed (system rebooted during activation)";
+    run_.result.task_state = "Completed";
+    run_.result.percent_complete = 100;
     return true;
   }
 
-  const Config& config_;
-  UpdateResponse& result_;
+  UpdateRun& run_;
   int staged_polls_ = 0;
 };
 
 }  // namespace
 
-bool MonitorTask(const HttpClient& client, const Config& config,
-                 UpdateResponse& result) {
+bool MonitorTask(UpdateRun& run) {
+  const Config& config = run.config;
+  UpdateResponse& result = run.result;
   if (result.task_uri.empty()) {
     LogInfo(kUpdate, "No task URI to poll, skipping task monitoring");
     return true;
@@ -160,15 +156,15 @@ bool MonitorTask(const HttpClient& client, const Config& config,
   LogInfo(kUpdate, "Polling task: " + UriForLog(url) +
                        " (interval=" + interval_told + ")");
 
-  TaskMonitor monitor(config, result);
+  TaskMonitor monitor(run);
   for (long long attempt = 1; attempt <= max_attempts; ++attempt) {
     LogInfo(kUpdate, "[RF-TASK] Polling task (attempt " +
                          std::to_string(attempt) + "/" +
                          std::to_string(max_attempts) + ")");
     SleepSeconds(interval);
     const Response answer = AnswerOrNone([&] {
-      return client.get(url, {}, kTimeoutMs, config.username, config.password,
-                        config.auth_type);
+      return run.client.get(url, {}, kTimeoutMs, config.username,
+                            config.password, config.auth_type);
     });
     if (const Verdict verdict = monitor.Handle(answer)) return *verdict;
   }
@@ -176,15 +172,13 @@ bool MonitorTask(const HttpClient& client, const Config& config,
   return false;
 }
 
-bool FollowTask(const HttpClient& client, const Config& config,
-                const Response& answer, const char* told,
-                UpdateResponse& result) {
-  std::string link = ExtractTaskUri(answer.body, config);
+bool MonitorTaskOf(const Response& answer, const char* label, UpdateRun& run) {
+  std::string link = ExtractTaskUri(answer.body, run.config);
   if (!link.empty()) {
-    LogInfo(kUpdate, told + RedactUri(link));
-    result.task_uri = std::move(link);
+    LogInfo(kUpdate, label + RedactUri(link));
+    run.result.task_uri = std::move(link);
   }
-  return MonitorTask(client, config, result);
+  return MonitorTask(run);
 }
 
 }  // namespace quorvane

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "update/upload.h"
 
+#include <utility>
+#include <vector>
+
 #include "config/derived.h"
 #include "logging/redact.h"
 #include "quorvane/logging.h"
@@ -11,19 +14,19 @@ namespace {
 
 class Upload {
  public:
-  Upload(const UploadWords& words, const Config& config, UpdateResponse& result)
-      : words_(words), name_(words.name), config_(config), result_(result) {}
+  Upload(const UploadMessages& messages, UpdateRun& run)
+      : name_(messages.name), no_more_uris_(messages.no_more_uris), run_(run) {}
 
   Step Handle(const Response& answer, const UriAttempt& at) {
     const std::string status = std::to_string(answer.status_code);
-    result_.http_status = answer.status_code;
+    run_.result.http_status = answer.status_code;
     LogInfo(kUpdate, name_ + " HTTP status: " + status);
     LogInfo(kUpdate, name_ + " response body: " + RedactAnswer(answer.body));
     // Only an absent endpoint is settled before the rules are asked.
     if (answer.status_code == 404 || answer.status_code == 405) {
-      return EndpointAbsent(status, at);
+      return HandleAbsentEndpoint(status, at);
     }
-    switch (RuleFor(config_.upload_rules, answer.status_code)
+    switch (RuleFor(run_.config.upload_rules, answer.status_code)
                 .value_or(UploadAction::retry_with_backoff)) {
       case UploadAction::track_task:
         return Accept(answer);
@@ -41,9 +44,9 @@ class Upload {
   }
 
  private:
-  Step EndpointAbsent(const std::string& status, const UriAttempt& at) {
+  Step HandleAbsentEndpoint(const std::string& status, const UriAttempt& at) {
     if (at.is_last_uri) {
-      result_.message = words_.no_more_uris(result_.http_status);
+      run_.result.message = no_more_uris_(run_.result.http_status);
       return Step::kDone;
     }
     LogWarning(kUpdate, name_ + " returned " + status +
@@ -52,45 +55,45 @@ class Upload {
   }
 
   Step Accept(const Response& answer) {
-    result_.accepted = true;
-    AdoptTask(answer, config_, Telling::kLogged, result_);
-    result_.message = name_ + " accepted";
-    if (result_.task_uri.empty()) {
-      result_.message += " (no task URI in response)";
+    run_.result.accepted = true;
+    TrackTask(answer, LogTask::kYes, run_);
+    run_.result.message = name_ + " accepted";
+    if (run_.result.task_uri.empty()) {
+      run_.result.message += " (no task URI in response)";
     }
     return Step::kDone;
   }
 
-  Step Retry(const std::string& told, std::string message) {
-    LogWarning(kUpdate, name_ + told);
-    result_.message = std::move(message);
+  Step Retry(const std::string& warning, std::string message) {
+    LogWarning(kUpdate, name_ + warning);
+    run_.result.message = std::move(message);
     return Step::kRetry;
   }
 
-  const UploadWords& words_;
   const std::string name_;
-  const Config& config_;
-  UpdateResponse& result_;
+  std::string (*const no_more_uris_)(long status_code);
+  UpdateRun& run_;
 };
 
 }  // namespace
 
-void RunUpload(const UploadWords& words, const std::string& file_path,
-               const Config& config, const ImageSender& send,
-               UpdateResponse& result) {
-  const std::string count = std::to_string(config.upload_uri.size());
+void RunUpload(const UploadMessages& messages, const ImagePath& image,
+               const ImageSender& send, UpdateRun& run) {
+  run.ResetResult();
+  const std::vector<std::string>& uris = run.config.upload_uri;
+  const std::string count = std::to_string(uris.size());
   LogInfo(kUpdate,
-          std::string(words.phase) + " -- " + count + " URI(s) to try");
-  LogInfo(kUpdate, "File: " + file_path);
-  Upload upload(words, config, result);
-  const bool ended = WalkUris(
-      config, config.upload_uri, words.walk, [&](const UriAttempt& at) {
+          std::string(messages.phase) + " -- " + count + " URI(s) to try");
+  LogInfo(kUpdate, "File: " + image.for_log);
+  Upload upload(messages, run);
+  const bool ended =
+      WalkUris(run.config, uris, messages.walk, [&](const UriAttempt& at) {
         const std::optional<Response> answer = send(at);
         return answer ? upload.Handle(*answer, at) : Step::kDone;
       });
-  if (!ended && result.message.empty()) {
-    result.message = std::string(words.name) + " failed after trying all " +
-                     count + " URI(s)";
+  if (!ended && run.result.message.empty()) {
+    run.result.message = std::string(messages.name) +
+                         " failed after trying all " + count + " URI(s)";
   }
 }
 

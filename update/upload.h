@@ -6,31 +6,29 @@
 #include <optional>
 #include <string>
 
-#include "quorvane/config.h"
 #include "quorvane/http.h"
-#include "quorvane/update.h"
+#include "update/update_run.h"
 #include "update/uri_walk.h"
 
 namespace quorvane {
 
-/// What an upload phase says.
-struct UploadWords {
+/// What an upload phase logs.
+struct UploadMessages {
   const char* phase;  ///< "Multipart upload"; of the opening line
   const char* name;   ///< "Upload"; begins most other lines
-  WalkWords walk;
+  WalkMessages walk;
   /// The outcome when the last URI is absent, too.
   std::string (*no_more_uris)(long status_code);
 };
 
-/// Sends the image once. Nothing ends the phase; the sender has then said why
-/// in the result.
+/// Sends the image once. Nothing ends the phase; the sender has then written
+/// the reason into the result.
 using ImageSender = std::function<std::optional<Response>(const UriAttempt&)>;
 
-/// Both upload phases: they differ in their words and in how the image is sent.
-/// `result` must be fresh.
-void RunUpload(const UploadWords& words, const std::string& file_path,
-               const Config& config, const ImageSender& send,
-               UpdateResponse& result);
+/// Both upload phases: they differ in their messages and in how the image is
+/// sent. Starts a new result.
+void RunUpload(const UploadMessages& messages, const ImagePath& image,
+               const ImageSender& send, UpdateRun& run);
 
 }  // namespace quorvane
 

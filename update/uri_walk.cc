@@ -27,20 +27,20 @@ Step TryUri(const Config& config, const UriAttempt& at,
 }  // namespace
 
 bool WalkUris(const Config& config, const std::vector<std::string>& uris,
-              const WalkWords& words, const Attempt& attempt) {
+              const WalkMessages& messages, const Attempt& attempt) {
   const std::string base = BuildBaseUrl(config);
   for (std::size_t i = 0; i < uris.size(); ++i) {
     const UriAttempt at{.uri = uris[i],
                         .url = base + uris[i],
                         .is_last_uri = i + 1 == uris.size()};
-    LogInfo(kUpdate, words.trying + UriForLog(at.url) + " (" +
+    LogInfo(kUpdate, messages.trying + UriForLog(at.url) + " (" +
                          std::to_string(i + 1) + "/" +
                          std::to_string(uris.size()) + ")");
     const Step step = TryUri(config, at, attempt);
     if (step == Step::kDone) return true;
     if (step == Step::kNextUri) continue;
-    LogWarning(kUpdate, words.exhausted + at.uri);
-    if (!at.is_last_uri) LogInfo(kUpdate, words.next);
+    LogWarning(kUpdate, messages.exhausted + RedactUri(at.uri));
+    if (!at.is_last_uri) LogInfo(kUpdate, messages.next);
   }
   return false;
 }

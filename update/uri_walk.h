@@ -24,8 +24,8 @@ struct UriAttempt {
   bool is_last_uri;
 };
 
-/// What a phase says on the way.
-struct WalkWords {
+/// What a phase logs on the way.
+struct WalkMessages {
   const char* trying;     ///< Before a URI's first try: then the URL.
   const char* exhausted;  ///< After its last try: then the URI.
   const char* next;       ///< Behind that, if more URIs follow.
@@ -36,7 +36,7 @@ struct WalkWords {
 /// @param attempt  Makes one try and tells what follows.
 /// @return True when an attempt ended the phase; false when all were in vain.
 bool WalkUris(const Config& config, const std::vector<std::string>& uris,
-              const WalkWords& words,
+              const WalkMessages& messages,
               const std::function<Step(const UriAttempt&)>& attempt);
 
 }  // namespace quorvane
