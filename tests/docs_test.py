@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Holds docs/ against the sources: no message, key or action without a word on
-the page, none on the page that the sources do not have, and every complete
-rules file in the pages loads.
+"""Checks docs/ against the sources: the pages list every message, key and
+action and no others, each message names the files that print it, and every
+complete rules file in the pages loads.
 
 Usage: docs_test.py SOURCE_FOLDER QUORVANE_PROGRAM
 """
@@ -87,11 +87,34 @@ def built_of(piece, parts):
     return len(piece) in ends
 
 
+def check_source(headings, body, parts_of):
+    """The named files, all of them and no fewer, hold the headings' text."""
+    pieces = [piece for heading in headings
+              for piece in re.split(r"<[^>]*>", heading) if piece]
+
+    def unprinted(files):
+        parts = set().union(*(parts_of.get(name, ()) for name in files))
+        return [piece for piece in pieces if not any(
+            built_of(p, parts) for p in (piece, piece + " "))]
+
+    source = re.search(r"^.*\bSource: (.*)$", body, re.M)
+    named = source[1].split(", ") if source else []
+    for piece in unprinted(named):
+        faults.append(f"docs/messages.md: {headings}: the source files "
+                      f"{named} do not print {piece!r}")
+    for name in named:
+        if unprinted(named) == unprinted(set(named) - {name}):
+            faults.append(f"docs/messages.md: {headings}: the source file "
+                          f"{name} prints no part of it")
+
+
 def check_messages():
-    found = [entry for folder in FOLDERS
-             for path in sorted((ROOT / folder).glob("*.cc"))
-             for entry in literals(path.read_text("utf-8"))]
-    parts = {text for text, _ in found if text}
+    by_file = {path.relative_to(ROOT).as_posix():
+               literals(path.read_text("utf-8")) for folder in FOLDERS
+               for path in sorted((ROOT / folder).glob("*.cc"))}
+    found = [entry for entries in by_file.values() for entry in entries]
+    parts_of = {name: {text for text, _ in entries if text}
+                for name, entries in by_file.items()}
     page = (ROOT / "docs/messages.md").read_text("utf-8")
     sections = [(re.findall(r"`([^`]+)`", line), body) for line, body in
                 re.findall(r"^### ([^\n]*)\n(.*?)(?=^##|\Z)", page,
@@ -106,16 +129,12 @@ def check_messages():
     for text in sorted(CALM - told):
         faults.append(f"docs_test.py: CALM text is in no source: {text!r}")
     for heading in headings:
-        for piece in re.split(r"<[^>]*>", heading):
-            if piece and not any(
-                    built_of(p, parts) for p in (piece, piece + " ")):
-                faults.append(f"docs/messages.md: {heading!r}: the sources "
-                              f"do not print {piece!r}")
         if headings.count(heading) > 1:
             faults.append(f"docs/messages.md: {heading!r} stands there twice")
     for texts, body in sections:
         if not texts or "\n**Do:** " not in body:
             faults.append(f"docs/messages.md: {texts} does not say what to do")
+        check_source(texts, body, parts_of)
 
 
 def check_rules():
