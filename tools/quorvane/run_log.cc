@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
