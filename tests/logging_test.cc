@@ -5,16 +5,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <functional>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "logging/location.h"
+#include "logging/mask.h"
 #include "logging/redact.h"
 #include "tests/support/fixture.h"
 
@@ -344,6 +348,61 @@ TEST(Masking, HidesTheNetworkOfAnAddress) {
     if (row.told == nullptr) continue;
     EXPECT_EQ(told, row.told) << row.text;
   }
+}
+
+// A text that counts how many of its characters are read.
+class CountedText {
+ public:
+  CountedText(std::string_view text, std::size_t& reads)
+      : text_(text), reads_(&reads) {}
+  std::size_t size() const { return text_.size(); }
+  char operator[](std::size_t at) const {
+    ++*reads_;
+    return text_[at];
+  }
+  CountedText substr(std::size_t at, std::size_t count) const {
+    return {text_.substr(at, count), *reads_};
+  }
+  std::size_t find(char c, std::size_t from) const {
+    const std::size_t found = text_.find(c, from);
+    *reads_ += std::min(found, text_.size()) - std::min(from, text_.size()) + 1;
+    return found;
+  }
+
+ private:
+  std::string_view text_;
+  std::size_t* reads_;
+};
+
+// Texts that repeat each unit of up to three of these characters, and what may
+// end them.
+TEST(Masking, ReadsEachCharacterABoundedNumberOfTimes) {
+  constexpr std::size_t kLength = 512;
+  std::vector<std::string> units = {""};
+  for (std::size_t i = 0; units[i].size() < 3; ++i) {
+    for (const char c : {'1', '.', ':', 'g', ' ', '['}) {
+      units.push_back(units[i] + c);
+    }
+  }
+  units.erase(units.begin());
+  units.insert(units.end(), {"10.0.0.5 ", "fe80::1:2:3 ", "2.10.0.1234 ",
+                             "https://[2001:db8::1]/", "a:b:c:d:12345:",
+                             "1:2:3:4:g:", "1:2:3:4:5:6:7:8,"});
+  std::pair<std::size_t, std::string> most;
+  CaptureStderr();
+  for (const std::string& unit : units) {
+    std::string text;
+    while (text.size() < kLength) text += unit;
+    for (const char* end : {"", "g", ".1.1.1", "::]"}) {
+      std::size_t reads = 0;
+      const std::string whole = text + end;
+      std::string masked = whole;
+      mask::MaskAddresses(CountedText(whole, reads), masked);
+      most = std::max(most, {reads, unit + " ... " + end});
+    }
+  }
+  static_cast<void>(GetCapturedStderr());
+  EXPECT_LE(most.first, 16 * kLength) << most.second;
 }
 
 TEST(AnswerInALog, ShowsNoPassword) {
