@@ -1,197 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "logging/mask.h"
+
 #include <algorithm>
-#include <cstddef>
 #include <cstdio>
-#include <optional>
-#include <string>
-#include <string_view>
 
 #include "quorvane/logging.h"
 
 namespace quorvane {
 namespace {
 
-constexpr auto kNone = std::string_view::npos;
-
-// Letters and digits of ASCII, whatever the locale.
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsHex(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-bool IsAlnum(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
 void ReportSkipped(const char* what, std::size_t position) {
   static_cast<void>(std::fprintf(stderr, "%s%zu\n", what, position));
 }
 
-// The value of a text of digits if it is one and no more than 255. Stops at the
-// first character that settles it.
-bool IsOctet(std::string_view text) {
-  int value = 0;
-  for (const char c : text) {
-    if (!IsDigit(c)) return false;
-    value = value * 10 + (c - '0');
-    if (value > 255) return false;
-  }
-  return !text.empty();
-}
-
-struct Ipv4 {
-  std::size_t start, end;
-};
-
-std::optional<Ipv4> Ipv4Around(std::string_view text, std::size_t first_dot,
-                               std::size_t second_dot, std::size_t third_dot) {
-  std::size_t start = first_dot;
-  while (start > 0 && first_dot - start <= 3 && IsDigit(text[start - 1])) {
-    --start;
-  }
-  if (first_dot - start > 3) return std::nullopt;
-  std::size_t end = third_dot + 1;
-  while (end < text.size() && IsDigit(text[end])) ++end;
-  const auto between = [text](std::size_t dot, std::size_t next) {
-    return text.substr(dot + 1, next - dot - 1);
-  };
-  if (!IsOctet(text.substr(start, first_dot - start)) ||
-      !IsOctet(between(first_dot, second_dot)) ||
-      !IsOctet(between(second_dot, third_dot)) ||
-      !IsOctet(between(third_dot, end))) {
-    return std::nullopt;
-  }
-  return Ipv4{start, end};
-}
-
-void MaskIpv4(std::string_view text, std::string& masked) {
-  std::size_t scan = 0;
-  while (true) {
-    const std::size_t first = text.find('.', scan);
-    if (first == kNone) return;
-    const std::size_t second = text.find('.', first + 1);
-    if (second == kNone) return;
-    const std::size_t third = text.find('.', second + 1);
-    if (third == kNone) return;
-    if (const auto found = Ipv4Around(text, first, second, third)) {
-      masked.replace(found->start, first - found->start, first - found->start,
-                     'X');
-      masked.replace(first + 1, second - first - 1, second - first - 1, 'X');
-      scan = found->end;
-    } else {
-      ReportSkipped("[MaskIP] Skipping invalid IPv4 address", scan);
-      scan = first + 1;
-    }
-  }
-}
-
-// The IPv6 pass looks at the text as it came; the IPv4 pass may have put an 'X'
-// into the tail of an IPv4-mapped address.
-class Ipv6Pass {
- public:
-  Ipv6Pass(std::string_view text, std::string& masked)
-      : text_(text), masked_(masked) {}
-
-  void Run() {
-    std::size_t scan = 0;
-    while (true) {
-      const std::size_t colon = text_.find(':', scan);
-      if (colon == kNone) return;
-      const std::optional<Address> found = AddressAround(scan, colon);
-      if (found && found->is_bracketed) {
-        scan = Mask(*found);
-        continue;
-      }
-      if (!TwoMoreColons(colon)) return;
-      if (found && found->colons >= 3) {
-        scan = Mask(*found);
-      } else {
-        ReportSkipped("[MaskIP] Skipping invalid IPv6 adress", scan);
-        scan = colon + 1;
-      }
-    }
-  }
-
- private:
-  struct Address {
-    std::size_t start, end, colons;
-    bool is_bracketed;  // the host of a URI (RFC 3986, section 3.2.2)
-  };
-
-  [[nodiscard]] bool TwoMoreColons(std::size_t colon) const {
-    const std::size_t second = text_.find(':', colon + 1);
-    return second != kNone && text_.find(':', second + 1) != kNone;
-  }
-
-  // The address whose first group ends at `colon` and begins no earlier than
-  // `scan`; nothing when a group is no group.
-  std::optional<Address> AddressAround(std::size_t scan, std::size_t colon) {
-    std::size_t start = colon;
-    while (start > scan && IsAlnum(text_[start - 1])) --start;
-    if (start < bad_until_ || !IsGroup(start, colon)) return std::nullopt;
-
-    std::size_t end = colon;
-    std::size_t colons = 0;
-    while (end < text_.size() && text_[end] == ':') {
-      ++colons;
-      const std::size_t group = end + 1;
-      end = group;
-      while (end < text_.size() && end - group <= 4 && IsAlnum(text_[end])) {
-        ++end;
-      }
-      if (!IsGroup(group, end)) {
-        bad_until_ = group + 1;
-        return std::nullopt;
-      }
-    }
-    end = EndOfDottedTail(end);
-    const bool is_bracketed = colons >= 2 && start > 0 &&
-                              text_[start - 1] == '[' && end < text_.size() &&
-                              (text_[end] == ']' || text_[end] == '%');
-    return Address{start, end, colons, is_bracketed};
-  }
-
-  [[nodiscard]] bool IsGroup(std::size_t start, std::size_t end) const {
-    return end - start <= 4 &&
-           std::all_of(text_.begin() + start, text_.begin() + end, IsHex);
-  }
-
-  // An IPv4-mapped address ends in an IPv4 address (RFC 4291, section 2.2).
-  [[nodiscard]] std::size_t EndOfDottedTail(std::size_t end) const {
-    while (end + 1 < text_.size() && text_[end] == '.' &&
-           IsDigit(text_[end + 1])) {
-      ++end;
-      while (end < text_.size() && IsDigit(text_[end])) ++end;
-    }
-    return end;
-  }
-
-  // Hides up to and including the fourth colon; gives the address' end.
-  std::size_t Mask(const Address& address) {
-    std::size_t colons = 0;
-    for (std::size_t i = address.start; i < address.end && colons < 4; ++i) {
-      if (text_[i] == ':') ++colons;
-      masked_[i] = '_';
-    }
-    return address.end;
-  }
-
-  std::string_view text_;
-  std::string& masked_;
-  // Every candidate that begins before this runs into the same bad group; it is
-  // not read again, so that the pass stays linear.
-  std::size_t bad_until_ = 0;
-};
-
 }  // namespace
+
+void mask::ReportSkippedIpv4(std::size_t position) {
+  ReportSkipped("[MaskIP] Skipping invalid IPv4 address", position);
+}
+
+void mask::ReportSkippedIpv6(std::size_t position) {
+  ReportSkipped("[MaskIP] Skipping invalid IPv6 adress", position);
+}
 
 std::string MaskIP(std::string_view text) {
   std::string masked(text);
-  if (std::count(text.begin(), text.end(), '.') < 3 &&
-      std::count(text.begin(), text.end(), ':') < 3) {
-    return masked;
+  if (std::count(text.begin(), text.end(), '.') >= 3 ||
+      std::count(text.begin(), text.end(), ':') >= 3) {
+    mask::MaskAddresses(text, masked);
   }
-  MaskIpv4(text, masked);
-  Ipv6Pass(text, masked).Run();
   return masked;
 }
 

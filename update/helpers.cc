@@ -28,7 +28,7 @@ std::string LastSegmentForLog(const std::string& uri) {
   std::string redacted = LastSegment(RedactUri(uri));
   const bool hides_only_within_it =
       redacted == segment || redacted == RedactUri(segment);
-  return hides_only_within_it ? redacted : kRedactedText;
+  return hides_only_within_it ? redacted : std::string(kRedacted);
 }
 
 std::string ExtractTaskId(const std::string& task_uri,

@@ -18,9 +18,6 @@ inline constexpr const char* kUpdate = "update";
 /// Limit for one transfer of an image, up or down, in milliseconds.
 inline constexpr long kImageTimeoutMs = 600'000;
 
-/// Stands in the log for a secret.
-inline constexpr const char* kRedactedText = "<REDACTED>";
-
 /// The BMC's own words for a refusal: "error"."message" (DSP0266, "Error
 /// responses"), else a bare "Message"; or empty.
 std::string ExtractErrorMessage(const std::string& body);

@@ -45,7 +45,7 @@ void LogPayload(const UpdateRequest& request) {
     logged.targets.push_back(RedactUri(target));
   }
   logged.share_username = request.share_username;
-  if (!request.share_password.empty()) logged.share_password = kRedactedText;
+  if (!request.share_password.empty()) logged.share_password = kRedacted;
   logged.verify_remote_server_certificate =
       request.verify_remote_server_certificate;
   LogInfo(kUpdate, "SimpleUpdate JSON payload:\n" +
