@@ -68,8 +68,8 @@ std::string Excerpt(std::string_view text, std::size_t position) {
   if (text.find('\\') != std::string_view::npos || MentionsSecret(text)) {
     return {};
   }
-  const std::string excerpt(text.substr(position, kMaxLength));
-  return excerpt.c_str();  // cJSON stops at the first null byte
+  const std::string_view excerpt = text.substr(position, kMaxLength);
+  return std::string(excerpt.substr(0, excerpt.find('\0')));  // as cJSON stops
 }
 
 Config Validated(const cJSON* root, const std::string& path) {

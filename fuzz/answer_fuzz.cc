@@ -10,7 +10,6 @@
 #include "quorvane/config.h"
 #include "support/json.h"
 #include "update/helpers.h"
-#include "update/update_run.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
                                       std::size_t size) {
@@ -26,18 +25,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   quorvane::Response answer;
   answer.body = body;
   answer.location = "/redfish/v1/TaskService/Tasks/9";
-  const quorvane::HttpClient client;
-  const quorvane::UpdateRequest request;
-  quorvane::UpdateRun run{
-      .client = client, .request = request, .config = config};
-  quorvane::TrackTask(answer, quorvane::LogTask::kNo, run);
-  Demand(!run.result.task_uri.empty() ||
+  quorvane::UpdateResponse result;
+  quorvane::AdoptTask(answer, config, quorvane::Telling::kSilent, result);
+  Demand(!result.task_uri.empty() ||
              quorvane::StringMember(tree.get(), "@odata.id") == "" || !tree,
          "the Location stands in for a body without a task");
 
   const std::string logged = quorvane::RedactAnswer(body);
-  Demand(logged == body || logged.find(quorvane::kRedacted) != body.npos,
-         "an answer stays or is redacted");
+  Demand(
+      logged == body || logged.find(quorvane::kRedacted) != std::string::npos,
+      "an answer stays or is redacted");
   const quorvane::JsonPtr account(cJSON_CreateObject());
   quorvane::AddString(account.get(), "Password",
                       (body.c_str() + std::string("s3cret")).c_str());
