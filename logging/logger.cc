@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -68,15 +72,79 @@ class Timestamp {
   time_t second_ = 0;
 };
 
-// Never blocks on a FIFO that nobody reads: opening it fails instead.
-Descriptor OpenLog(const std::string& path) {
-  Descriptor file(open(path.c_str(),
-                       O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK,
-                       kLogMode));
-  if (file.IsOpen()) {
-    fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+// Whether the process has a limit on the size of its files, RLIMIT_FSIZE.
+// Reading it costs as much as writing a line. So only the first lines of each
+// clock tick (a few milliseconds) read it; the rest of a burst reuse the value.
+class FileSizeLimit {
+ public:
+  bool IsSet() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (now.tv_nsec != tick_.tv_nsec || now.tv_sec != tick_.tv_sec) {
+      tick_ = now;
+      readings_ = 0;
+    }
+    if (readings_ < kReadingsPerTick) {
+      ++readings_;
+      rlimit limit{};
+      is_set_ = getrlimit(RLIMIT_FSIZE, &limit) != 0 ||
+                limit.rlim_cur != RLIM_INFINITY;
+    }
+    return is_set_;
   }
-  return file;
+
+ private:
+  static constexpr int kReadingsPerTick = 8;
+  timespec tick_{};
+  int readings_ = 0;
+  bool is_set_ = false;
+};
+
+// The file that holds the log.
+class LogFile {
+ public:
+  // Never blocks on a FIFO that nobody reads: opening it fails instead.
+  bool Open(const std::string& path);
+  [[nodiscard]] bool IsOpen() const noexcept { return file_.IsOpen(); }
+
+  // Appends whole lines: after an attempt that stopped within a line, the next
+  // one starts a new line. False when the text is not on disk.
+  bool Append(std::string_view lines) noexcept;
+
+ private:
+  bool Write(std::string_view text) noexcept;
+
+  Descriptor file_;
+  FileSizeLimit size_limit_;
+  bool is_regular_ = false;
+  bool is_cut_short_ = false;
+};
+
+bool LogFile::Open(const std::string& path) {
+  file_ = Descriptor(
+      open(path.c_str(),
+           O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+           kLogMode));
+  if (!file_.IsOpen()) return false;
+  fcntl(file_.get(), F_SETFL, fcntl(file_.get(), F_GETFL) & ~O_NONBLOCK);
+  struct stat found {};
+  is_regular_ = fstat(file_.get(), &found) == 0 && S_ISREG(found.st_mode);
+  return true;
+}
+
+bool LogFile::Append(std::string_view lines) noexcept {
+  // Blocking signals costs several system calls, and a line on a regular file
+  // one. Such a file raises no signal unless the process has a size limit.
+  std::optional<WriteSignalBlock> no_signals;
+  if (!is_regular_ || size_limit_.IsSet()) no_signals.emplace();
+  if (is_cut_short_ && !Write("\n")) return false;
+  return Write(lines);
+}
+
+bool LogFile::Write(std::string_view text) noexcept {
+  const std::size_t written = WriteBytes(file_.get(), text);
+  if (written > 0) is_cut_short_ = written < text.size();
+  return written == text.size();
 }
 
 void Complain(const std::string& text) {
@@ -112,7 +180,7 @@ class Logger::Impl {
   void WriteBanner();
 
   mutable std::mutex mutex_;
-  Descriptor file_;
+  LogFile file_;
   std::string path_;
   LogLevel level_ = LogLevel::INFO;
   bool console_output_ = false;
@@ -133,8 +201,7 @@ Logger::Impl::Impl(const std::string& path, LogLevel level, bool console_output,
       return;
     }
   }
-  file_ = OpenLog(path_);
-  if (!file_.IsOpen()) {
+  if (!file_.Open(path_)) {
     Complain("[logger] Failed to open log file: " + path_);
     return;
   }
@@ -150,7 +217,7 @@ void Logger::Impl::WriteBanner() {
       .append(" path=")
       .append(path_)
       .append(" ===\n");
-  static_cast<void>(WriteAll(file_.get(), banner));
+  file_.Append(banner);
 }
 
 Logger::Impl::~Impl() {
@@ -159,9 +226,7 @@ Logger::Impl::~Impl() {
   const int length = std::snprintf(
       banner.data(), banner.size(),
       "[%s] [INFO   ] [logger] === Logger shutdown ===\n", clock_.Now());
-  static_cast<void>(WriteAll(
-      file_.get(),
-      std::string_view(banner.data(), static_cast<std::size_t>(length))));
+  file_.Append({banner.data(), static_cast<std::size_t>(length)});
 }
 
 void Logger::Impl::log_write(LogLevel level, const std::string& component,
@@ -177,11 +242,12 @@ void Logger::Impl::log_write(LogLevel level, const std::string& component,
   if (!component.empty()) line_.append(" [").append(component).append("]");
   line_.append(" ").append(message).append("\n");
 
-  const bool on_disk = initialised_ && WriteAll(file_.get(), line_);
+  const bool on_disk = initialised_ && file_.Append(line_);
   // A full disk must not swallow what happened.
   if (console_output_ || !on_disk) {
     const bool plain = level == LogLevel::DEBUG || level == LogLevel::INFO;
     std::FILE* console = plain ? stdout : stderr;
+    const WriteSignalBlock no_signals;  // its reader may be gone
     std::fwrite(line_.data(), 1, line_.size(), console);
     std::fflush(console);
   }

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 
 #include "quorvane/logging.h"
 
@@ -15,16 +17,44 @@ bool Descriptor::Close() noexcept {
   return fd < 0 || close(fd) == 0;
 }
 
-bool WriteAll(int fd, std::string_view text) noexcept {
-  while (!text.empty()) {
-    const ssize_t written = write(fd, text.data(), text.size());
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    text.remove_prefix(static_cast<std::size_t>(written));
+WriteSignalBlock::WriteSignalBlock() noexcept {
+  sigemptyset(&raised_here_);
+  sigaddset(&raised_here_, SIGPIPE);
+  sigaddset(&raised_here_, SIGXFSZ);
+  pthread_sigmask(SIG_BLOCK, &raised_here_, &previous_mask_);
+  // A signal that is already pending belongs to the host.
+  sigset_t pending{};
+  sigpending(&pending);
+  for (const int signal : {SIGPIPE, SIGXFSZ}) {
+    if (sigismember(&pending, signal) == 1) sigdelset(&raised_here_, signal);
   }
-  return true;
+}
+
+WriteSignalBlock::~WriteSignalBlock() {
+  const int error = errno;
+  const timespec no_wait{};
+  while (sigtimedwait(&raised_here_, nullptr, &no_wait) > 0 || errno == EINTR) {
+  }
+  pthread_sigmask(SIG_SETMASK, &previous_mask_, nullptr);
+  errno = error;
+}
+
+std::size_t WriteBytes(int fd, std::string_view text) noexcept {
+  std::size_t total = 0;
+  while (total < text.size()) {
+    const ssize_t written = write(fd, text.data() + total, text.size() - total);
+    if (written >= 0) {
+      total += static_cast<std::size_t>(written);
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  return total;
+}
+
+bool WriteAll(int fd, std::string_view text) noexcept {
+  const WriteSignalBlock no_signals;
+  return WriteBytes(fd, text) == text.size();
 }
 
 bool SaveDocument(const std::string& component, const std::string& path,

@@ -4,6 +4,8 @@
 #ifndef QUORVANE_SUPPORT_FILE_H_
 #define QUORVANE_SUPPORT_FILE_H_
 
+#include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -46,8 +48,29 @@ class Descriptor {
   int fd_;
 };
 
-/// Writes all of `text`, across short writes and signals. False, with errno
-/// set, when not all of it could be written.
+/// While it lives, a write that fails on this thread raises no signal: neither
+/// SIGPIPE (the reader of a pipe is gone) nor SIGXFSZ (the file reaches the
+/// limit of the process, RLIMIT_FSIZE). Both would end the host process, whose
+/// own signal handling stays as it is. Preserves errno.
+class WriteSignalBlock {
+ public:
+  WriteSignalBlock() noexcept;
+  ~WriteSignalBlock();
+  WriteSignalBlock(const WriteSignalBlock&) = delete;
+  WriteSignalBlock& operator=(const WriteSignalBlock&) = delete;
+
+ private:
+  sigset_t previous_mask_{};
+  sigset_t raised_here_{};
+};
+
+/// Writes `text`, across short writes and interruptions. A failed write may
+/// raise a signal.
+/// @return How many bytes were written; if not all, errno is set.
+std::size_t WriteBytes(int fd, std::string_view text) noexcept;
+
+/// Writes all of `text` and raises no signal. False, with errno set, when not
+/// all of it could be written.
 bool WriteAll(int fd, std::string_view text) noexcept;
 
 /// Makes `path` hold `text` and nothing else. Folders are not made. One that

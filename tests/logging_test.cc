@@ -2,10 +2,12 @@
 // What the log promises: the form of its lines, where they go, which place it
 // accepts for its file, and that no line shows an address or a password whole.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -17,6 +19,7 @@
 
 #include "logging/location.h"
 #include "logging/redact.h"
+#include "support/file.h"
 #include "tests/support/fixture.h"
 
 namespace quorvane::test {
@@ -197,6 +200,54 @@ TEST_F(LoggerFile, OfTheProcessIsNotEndedByExit) {
   const std::string log = Untimed(ReadAll(path));
   EXPECT_EQ(log.find(kEnded),
             log.size() - kEnded.size());  // the parent's alone
+}
+
+TEST_F(LoggerFile, StartsANewLineAfterOneThatWasCutShort) {
+  const Console console = ConsoleOf([&] {
+    Logger logger(path, LogLevel::INFO, false, true);
+    rlimit previous{};
+    getrlimit(RLIMIT_FSIZE, &previous);
+    const rlimit one_byte_more = {fs::file_size(path) + 1, previous.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &one_byte_more);
+    logger.LogInfo("", "cut short");
+    logger.LogInfo("", "rejected");  // with SIGXFSZ
+    setrlimit(RLIMIT_FSIZE, &previous);
+    logger.LogInfo("", "whole");
+  });
+  EXPECT_EQ(console.out, "[T] [INFO   ] cut short\n[T] [INFO   ] rejected\n");
+  EXPECT_EQ(Untimed(ReadAll(path)),
+            Started("INFO   ", path) + "[\n[T] [INFO   ] whole\n" + kEnded);
+}
+
+TEST_F(LoggerFile, WithoutAReaderLeavesTheSignalsOfTheHostAlone) {
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  Descriptor reader(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  Logger logger(path, LogLevel::INFO, false, true);
+  ASSERT_TRUE(logger.IsInitialized());
+  reader.Close();
+  sigset_t sigpipe{};
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  const auto is_pending = [] {
+    sigset_t pending{};
+    sigpending(&pending);
+    return sigismember(&pending, SIGPIPE) == 1;
+  };
+  const Console console = ConsoleOf([&] {
+    logger.LogInfo("", "not blocked");
+    pthread_sigmask(SIG_BLOCK, &sigpipe, nullptr);
+    logger.LogInfo("", "blocked");
+    EXPECT_FALSE(is_pending());
+    raise(SIGPIPE);
+    logger.LogInfo("", "pending");
+    EXPECT_TRUE(is_pending());
+  });
+  EXPECT_EQ(console.out,
+            "[T] [INFO   ] not blocked\n[T] [INFO   ] blocked\n"
+            "[T] [INFO   ] pending\n");
+  int taken = 0;
+  EXPECT_EQ(sigwait(&sigpipe, &taken), 0);
+  pthread_sigmask(SIG_UNBLOCK, &sigpipe, nullptr);
 }
 
 // Where the file may lie. Paths are below a folder of the user's own.
