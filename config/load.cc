@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <cstdio>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "config/parse.h"
 #include "quorvane/config.h"
@@ -22,23 +27,36 @@ constexpr const char* kConfig = "config";
 
 std::string Quoted(const std::string& path) { return '"' + path + '"'; }
 
+// Nothing when it is not a regular file or cannot be read.
+std::optional<std::string> ContentOf(const Descriptor& file) {
+  struct stat found {};
+  if (fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return {};
+  std::string text;
+  std::array<char, 4096> chunk{};
+  while (const ssize_t count = read(file.get(), chunk.data(), chunk.size())) {
+    if (count > 0) {
+      text.append(chunk.data(), static_cast<std::size_t>(count));
+    } else if (errno != EINTR) {
+      return {};
+    }
+  }
+  return text;
+}
+
 std::string ReadFile(const std::string& path) {
-  const FilePtr file(std::fopen(path.c_str(), "rbe"));
-  if (!file) {
+  // O_NONBLOCK: opening a FIFO must not wait for a writer.
+  const Descriptor file(
+      open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  if (!file.IsOpen()) {
     const std::string reason = std::generic_category().message(errno);
     throw std::runtime_error("Cannot open config file: " + Quoted(path) + " (" +
                              reason + ")");
   }
-  std::string text;
-  std::array<char, 4096> chunk{};
-  while (const std::size_t count =
-             std::fread(chunk.data(), 1, chunk.size(), file.get())) {
-    text.append(chunk.data(), count);
-  }
-  if (std::ferror(file.get()) != 0) {
+  std::optional<std::string> text = ContentOf(file);
+  if (!text) {
     throw std::runtime_error("Read error on config file: " + Quoted(path));
   }
-  return text;
+  return *std::move(text);
 }
 
 constexpr auto kNone = std::string_view::npos;

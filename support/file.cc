@@ -2,6 +2,7 @@
 #include "support/file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -57,11 +58,32 @@ bool WriteAll(int fd, std::string_view text) noexcept {
   return WriteBytes(fd, text) == text.size();
 }
 
+namespace {
+
+// Opening never waits for the reader of a FIFO, and changes nothing before it
+// is known what was opened.
+Descriptor OpenTarget(const std::string& path) {
+  constexpr mode_t kMode = 0666;  // less the umask, as for any document
+  Descriptor file(open(path.c_str(),
+                       O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
+                       kMode));
+  if (!file.IsOpen()) return file;
+  struct stat found {};
+  if (fstat(file.get(), &found) != 0) return Descriptor();
+  if (S_ISREG(found.st_mode)) {
+    if (ftruncate(file.get(), 0) != 0) return Descriptor();
+  } else if (!S_ISCHR(found.st_mode) && !S_ISFIFO(found.st_mode)) {
+    return Descriptor();
+  }
+  fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
+  return file;
+}
+
+}  // namespace
+
 bool SaveDocument(const std::string& component, const std::string& path,
                   std::string_view text) {
-  constexpr mode_t kMode = 0666;  // less the umask, as for any document
-  Descriptor file(
-      open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kMode));
+  Descriptor file = OpenTarget(path);
   if (!file.IsOpen()) {
     LogError(component, "Cannot open output file: " + path);
     return false;

@@ -6,21 +6,11 @@
 
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace quorvane {
-
-struct FileCloser {
-  void operator()(std::FILE* file) const noexcept {
-    static_cast<void>(std::fclose(file));
-  }
-};
-/// Owns an open stream.
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 
 /// Owns a file descriptor; -1 means none.
 class Descriptor {
@@ -73,8 +63,11 @@ std::size_t WriteBytes(int fd, std::string_view text) noexcept;
 /// all of it could be written.
 bool WriteAll(int fd, std::string_view text) noexcept;
 
-/// Makes `path` hold `text` and nothing else. Folders are not made. One that
-/// cannot be opened is logged as an error under `component`.
+/// Makes `path` hold `text` and nothing else. Directories are not created.
+/// Character devices and pipes that have a reader (/dev/null, /dev/stdout) are
+/// written to; block devices and pipes without a reader are rejected. A target
+/// that is rejected or cannot be opened is logged as an error under
+/// `component`.
 /// @return Whether all of the text was written.
 bool SaveDocument(const std::string& component, const std::string& path,
                   std::string_view text);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the rules file promises: its words, its defaults, what it refuses and in
 // which words, where it is looked for.
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -290,11 +292,14 @@ TEST_F(RulesFile, TellsTheFirstViolationOnly) {
 
 TEST_F(RulesFile, ThatCannotBeReadIsRefusedWithTheReason) {
   const std::string none = folder.path() + "/none";
+  const std::string fifo = folder.path() + "/fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "Config path is empty"},
       {none,
        "Cannot open config file: \"" + none + "\" (No such file or directory)"},
       {folder.path(), "Read error on config file: \"" + folder.path() + '"'},
+      {fifo, "Read error on config file: \"" + fifo + '"'},
   };
   for (const auto& [path, refusal] : cases) {
     EXPECT_THAT([&file = path] { LoadConfig(file); },

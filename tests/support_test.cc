@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the readers of the rules and of a BMC's answers share: the base URL, the
 // wait before a retry, what an answer's body says, a document written to disk.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
 #include <climits>
 #include <stdexcept>
 #include <string>
@@ -142,6 +147,19 @@ TEST(TaskUri, IsLookedForInTheBody) {
 
 TEST(Document, ThatTheDiskDoesNotTakeIsNotSaved) {
   EXPECT_FALSE(SaveDocument("update", "/dev/full", "{}"));
+}
+
+TEST(Document, GoesToAPipeOnlyWhenItHasAReader) {
+  const TempFolder folder;
+  const std::string path = folder.path() + "/fifo";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_FALSE(SaveDocument("update", path, "{}"));
+  const Descriptor reader(
+      open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_TRUE(SaveDocument("update", path, "{}"));
+  std::array<char, 3> text{};
+  EXPECT_EQ(read(reader.get(), text.data(), text.size()), 2);
+  EXPECT_STREQ(text.data(), "{}");
 }
 
 }  // namespace

@@ -52,10 +52,12 @@ QUORVANE_EXPORT bool FetchInventory(const InventoryRequest& request,
 QUORVANE_EXPORT std::string InventoryToJson(
     const std::vector<InventoryItem>& items);
 
-/// Writes `InventoryToJson` to `path`, over what is there. Folders are not
-/// made.
-/// @return Whether the whole text was written; one that cannot be opened is
-///   logged as an error.
+/// Writes `InventoryToJson` to `path`, over what is there. Directories are
+/// not created. The path may also name a character device or a pipe that has a
+/// reader, such as /dev/stdout; a block device or a pipe without a reader is
+/// rejected.
+/// @return Whether the whole text was written. A path that cannot be opened or
+///   is rejected is logged as an error; a failed write is not logged.
 QUORVANE_EXPORT bool SaveInventoryJson(const std::string& path,
                                        const std::vector<InventoryItem>& items);
 

@@ -329,6 +329,9 @@ int mkdir(const char* path, mode_t mode) noexcept {
 char* realpath(const char* path, char* resolved) noexcept {
   return Call<&realpath>(CallKind::kFiles, EACCES, "realpath", path, resolved);
 }
+int ftruncate(int fd, off_t size) noexcept {
+  return Call<&ftruncate>(CallKind::kFiles, EIO, "ftruncate", fd, size);
+}
 // The descriptor is gone even so, as on Linux (close(2), "Dealing with error
 // returns").
 int close(int fd) {
