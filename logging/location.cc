@@ -21,12 +21,14 @@ bool IsSymlink(const std::string& path) {
   return lstat(path.c_str(), &found) == 0 && S_ISLNK(found.st_mode);
 }
 
-std::string FolderOf(const std::string& path) {
-  std::size_t end = path.find_last_of("/\\");
-  if (end == std::string::npos) return ".";
+// What comes before the last of `separators`.
+std::string FolderOf(const std::string& path, const char* separators) {
+  std::size_t end = path.find_last_of(separators);
   // A trailing slash would make lstat follow a link instead of showing it.
-  while (end > 0 && path[end - 1] == '/') --end;
-  return end == 0 ? "/" : path.substr(0, end);
+  while (end != std::string::npos && end > 0 && path[end - 1] == '/') --end;
+  if (end == std::string::npos) return ".";
+  if (end > 0) return path.substr(0, end);
+  return path[0] == '/' ? "/" : ".";
 }
 
 bool MakeFolder(const std::string& path) {
@@ -63,11 +65,17 @@ std::string FolderFault(const std::string& folder) {
 }  // namespace
 
 std::string LogLocationFault(const std::string& path) {
-  const std::string folder = FolderOf(path);
+  const std::string folder = FolderOf(path, "/\\");
   if (IsFolder(folder)) {
     if (std::string fault = FolderFault(folder); !fault.empty()) return fault;
   } else if (!MakeFolders(folder)) {
     return "[logger] Failed to create log directory: " + folder;
+  }
+  // The system opens a file whose name holds a backslash in another folder.
+  if (const std::string opened_in = FolderOf(path, "/"); opened_in != folder) {
+    if (std::string fault = FolderFault(opened_in); !fault.empty()) {
+      return fault;
+    }
   }
   struct stat target {};
   if (IsSymlink(path) && stat(path.c_str(), &target) == 0) {

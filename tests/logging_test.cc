@@ -313,6 +313,7 @@ TEST_F(LogLocation, MustBeARealFolderThatRootAloneGoverns) {
            {"link_to_all/log", kSymlink, "link_to_all"},
            {"link//log", kSymlink, "link"},
            {"all\\log", kOpenToAll, "all"},
+           {"all/new\\log", kOpenToAll, "all"},
            {"file/log", kNotMade, "file"},
            {"file/below/log", kNotMade, "file/below"},
            {"private/to_file", kFileLink, "private/to_file"},
@@ -345,7 +346,9 @@ TEST_F(LogLocation, WithoutAFolderIsTheRootOrTheCurrentOne) {
   const fs::path before = fs::current_path();
   MakeFolder("all", 0777);
   fs::current_path(In("all"));
-  EXPECT_THAT(LogLocationFault("log"), HasSubstr("SECURITY: Log directory"));
+  for (const char* path : {"log", "\\log"}) {
+    EXPECT_THAT(LogLocationFault(path), HasSubstr("SECURITY: Log directory"));
+  }
   fs::current_path(before);
 }
 
