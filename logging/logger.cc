@@ -72,6 +72,34 @@ class Timestamp {
   time_t second_ = 0;
 };
 
+// Whether the process has a limit on the size of its files, RLIMIT_FSIZE.
+// Reading it costs as much as writing a line. So only the first lines of each
+// clock tick (a few milliseconds) read it; the rest of a burst reuse the value.
+class FileSizeLimit {
+ public:
+  bool IsSet() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (now.tv_nsec != tick_.tv_nsec || now.tv_sec != tick_.tv_sec) {
+      tick_ = now;
+      readings_ = 0;
+    }
+    if (readings_ < kReadingsPerTick) {
+      ++readings_;
+      rlimit limit{};
+      is_set_ = getrlimit(RLIMIT_FSIZE, &limit) != 0 ||
+                limit.rlim_cur != RLIM_INFINITY;
+    }
+    return is_set_;
+  }
+
+ private:
+  static constexpr int kReadingsPerTick = 8;
+  timespec tick_{};
+  int readings_ = 0;
+  bool is_set_ = false;
+};
+
 // The file that holds the log.
 class LogFile {
  public:
@@ -87,6 +115,7 @@ class LogFile {
   bool Write(std::string_view text) noexcept;
 
   Descriptor file_;
+  FileSizeLimit size_limit_;
   bool is_regular_ = false;
   bool is_cut_short_ = false;
 };
@@ -107,11 +136,7 @@ bool LogFile::Append(std::string_view lines) noexcept {
   // Blocking signals costs several system calls, and a line on a regular file
   // one. Such a file raises no signal unless the process has a size limit.
   std::optional<WriteSignalBlock> no_signals;
-  rlimit limit{};
-  if (!is_regular_ || getrlimit(RLIMIT_FSIZE, &limit) != 0 ||
-      limit.rlim_cur != RLIM_INFINITY) {
-    no_signals.emplace();
-  }
+  if (!is_regular_ || size_limit_.IsSet()) no_signals.emplace();
   if (is_cut_short_ && !Write("\n")) return false;
   return Write(lines);
 }
