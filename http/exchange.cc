@@ -148,6 +148,9 @@ void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
   Set(CURLOPT_MAXREDIRS, kMaxRedirects);
   Set(CURLOPT_POSTREDIR,
       static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+  // Frames without data keep an HTTP/2 transfer of libcurl 7.88 alive past its
+  // time limit.
+  Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   // An empty proxy switches off what the environment names.
   Set(CURLOPT_PROXY, "");
   Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);

@@ -130,6 +130,20 @@ class TlsServer::Connection final : public httplib::Stream {
     return SSL_accept(tls_.get()) == 1;
   }
 
+  /// Records the protocols that the client offers; selects none of them.
+  static int TakeOffer(SSL* tls, const unsigned char** /*selected*/,
+                       unsigned char* /*selected_size*/,
+                       const unsigned char* offer, unsigned int size,
+                       void* /*unused*/) {
+    auto& self = *static_cast<Connection*>(SSL_get_app_data(tls));
+    for (unsigned int at = 0; at < size; at += 1U + offer[at]) {
+      if (at > 0) self.alpn_ += ',';
+      self.alpn_.append(reinterpret_cast<const char*>(offer) + at + 1,
+                        offer[at]);
+    }
+    return SSL_TLSEXT_ERR_NOACK;
+  }
+
   /// Called by cpp-httplib once the head is parsed.
   void TakeHead(httplib::Request& request) {
     head_complete_ = true;
@@ -150,6 +164,7 @@ class TlsServer::Connection final : public httplib::Stream {
       recorded.query = request.target.substr(query + 1);
     }
     recorded.headers = ParseHead(head_);
+    recorded.alpn = alpn_;
     return recorded;
   }
 
@@ -275,6 +290,7 @@ class TlsServer::Connection final : public httplib::Stream {
   int socket_;
   std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
   std::string head_;
+  std::string alpn_;
   bool head_complete_ = false;
   bool answered_ = false;
   bool broken_ = false;
@@ -288,6 +304,7 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
     const int on = 1;
     setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
+  SSL_CTX_set_alpn_select_cb(tls_.get(), &Connection::TakeOffer, nullptr);
   RouteEverything();
   if (port == 0) {
     port_ = bind_to_any_port(bind_address);

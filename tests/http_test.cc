@@ -130,6 +130,7 @@ TEST_F(HttpTest, OperationsArriveAsTheyWereMeant) {
     EXPECT_EQ(request.method + request.path + '?' + request.query,
               operation.method + std::string(kPath) + "?a=b%20c:d");
     EXPECT_EQ(Header(request, "Expect"), "");
+    EXPECT_EQ(request.alpn, "http/1.1");
     if (operation.body != nullptr) {
       EXPECT_EQ(Header(request, "Content-Type"), operation.content_type);
       EXPECT_EQ(request.body, operation.body);
