@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* kHttp = "http";
 constexpr long kMaxRedirects = 30;
+constexpr std::size_t kMaxHeaderBytes = 1U << 20U;
 
 struct HeaderListDeleter {
   void operator()(curl_slist* list) const noexcept {
@@ -227,12 +228,32 @@ std::size_t Exchange::AppendBody(char* bytes, std::size_t size,
   }
 }
 
+const char* Exchange::ReasonToReject(const std::string& line) const {
+  // libcurl 7.88 limits header fields, but not trailer fields.
+  if (header_bytes_ > kMaxHeaderBytes) return "its header exceeds 1 MiB";
+  // libcurl decompresses other encodings without a request for them and without
+  // a look at the time: a few bytes become gigabytes.
+  constexpr std::string_view kTransferEncoding = "Transfer-Encoding:";
+  if (!StartsWithIgnoringCase(line, kTransferEncoding)) return nullptr;
+  const std::string value = TrimHeaderValue(line, kTransferEncoding.size() - 1);
+  return strcasecmp(value.c_str(), "chunked") == 0
+             ? nullptr
+             : "its Transfer-Encoding is not \"chunked\"";
+}
+
 std::size_t Exchange::CaptureHeader(char* bytes, std::size_t size,
                                     std::size_t count,
                                     void* exchange) noexcept {
   auto& self = *static_cast<Exchange*>(exchange);
   try {
-    CaptureHeaderLine(std::string(bytes, size * count), self.header_capture_);
+    const std::string line(bytes, size * count);
+    self.header_bytes_ += line.size();
+    if (const char* reason = self.ReasonToReject(line)) {
+      LogError(kHttp, std::string(self.words_.sent) + " response rejected: " +
+                          reason + " url=" + self.url_for_log_);
+      return CURL_WRITEFUNC_ERROR;
+    }
+    CaptureHeaderLine(line, self.header_capture_);
     return size * count;
   } catch (...) {
     self.failure_ = std::current_exception();

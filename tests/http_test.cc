@@ -224,6 +224,7 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
            {{200, std::string("a\0b", 3)}, json, ""},
            {{201, "", {{"location", " /t/1 "}}}, "", "/t/1"},
            {{204}, "", ""},
+           {{200, "as sent", {{"Content-Encoding", "gzip"}}}, json, ""},
            {{401, "{}"}, json, ""},
            {{404, "<>", {{"CONTENT-TYPE", "text/html; a=b"}}},
             "text/html; a=b",
@@ -244,8 +245,40 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
 // RFC 9112, section 7.1.
 TEST_F(HttpTest, AnswersOfUnknownLengthAreWhole) {
   AlwaysAnswer({.body = "2\r\nab\r\n1;x=y\r\nc\r\n0\r\n\r\n",
-                .headers = {{"Transfer-Encoding", "chunked"}}});
+                .headers = {{"Transfer-Encoding", "Chunked"}}});
   EXPECT_EQ(Get(kPath).body, "abc");
+}
+
+TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
+  const std::string encoding = "its Transfer-Encoding is not \"chunked\"";
+  const std::string size = "its header exceeds 1 MiB";
+  const simulator::HeaderList chunked = {{"Transfer-Encoding", "chunked"}};
+  std::string trailers;
+  for (int i = 0; i < 300; ++i) {
+    trailers += "X-T: " + std::string(4000, 'x') + "\r\n";
+  }
+  struct Case {
+    std::string reason;
+    Reply reply;
+  };
+  for (const auto& [reason, reply] : std::vector<Case>{
+           {encoding, {.headers = {{"Transfer-Encoding", "gzip"}}}},
+           {encoding, {.headers = {{"TRANSFER-encoding", "GZIP, chunked"}}}},
+           {encoding, {.headers = {{"Transfer-Encoding", ""}}}},
+           {encoding,
+            {.headers = {chunked[0], {"transfer-encoding", "deflate"}}}},
+           {encoding,
+            {.body = "0\r\nTransfer-Encoding: br\r\n\r\n", .headers = chunked}},
+           {size, {.body = "0\r\n" + trailers + "\r\n", .headers = chunked}}}) {
+    AlwaysAnswer(reply);
+    EXPECT_EQ(
+        FailureOf([&] { Get(kPath); }),
+        std::string("GET failed: ") + curl_easy_strerror(CURLE_WRITE_ERROR));
+    const std::vector<std::string> log = Log("http");
+    ASSERT_GE(log.size(), 2);
+    EXPECT_EQ(log.at(log.size() - 2), "GET response rejected: " + reason +
+                                          " url=" + MaskIP(Url(kPath)));
+  }
 }
 
 TEST(HeaderLine, IsCapturedByItsName) {

@@ -51,6 +51,14 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 /// library alone heeds SSLKEYLOGFILE.) The certificate is not checked, since
 /// BMCs sign their own: use it on a network you trust.
 ///
+/// Requests use HTTP/1.1. A response is rejected when it has a
+/// Transfer-Encoding other than "chunked", or when the header and trailer lines
+/// of a request exceed 1 MiB, those of redirects included. The exception then
+/// has libcurl's reason ("Failed writing received data to disk/application"),
+/// and a line in the log states the cause. Recent libcurl versions have a limit
+/// of their own, 300 KB of header lines without trailers, with another reason.
+/// A compressed body (Content-Encoding) is returned as it was sent.
+///
 /// @throws std::runtime_error from every operation: the operation's words
 ///   (e.g. "GET failed: ") and libcurl's reason when no answer arrived;
 ///   "curl_easy_init failed"; a header name or value that holds CR, LF or NUL,
