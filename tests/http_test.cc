@@ -333,19 +333,31 @@ TEST_F(HttpTest, RedirectsKeepThePost) {
   }
 }
 
-TEST_F(HttpTest, RedirectsElsewhereCarryNoCredentials) {
+TEST_F(HttpTest, RedirectsElsewhereCarryCallerHeadersButNoCredentials) {
   const SimulatedBmc other_host({}, {.bind_address = "127.0.0.2"});
   const SimulatedBmc other_port;
   for (const SimulatedBmc* other : {&other_host, &other_port}) {
     const std::string there = "https://" + other->Address() + "/image";
     AlwaysAnswer({307, "", {{"Location", there}}});
     for (const Operation& operation : Operations()) {
-      operation.run({.url = Url(kPath)});
+      operation.run({.url = Url(kPath),
+                     .headers = {{"X-Auth-Token", "t"}, {"Cookie", "c"}}});
       EXPECT_EQ(Header(Received(), "Authorization"), "Basic YWRtaW46czNjcmV0");
+      operation.run({.url = "https://u:p@" + bmc.Address() + kPath,
+                     .auth_type = "",
+                     .headers = {{"X-Auth-Token", "t"}}});
+      EXPECT_EQ(Header(Received(), "Authorization"), "Basic dTpw");
+      operation.run(
+          {.url = Url(kPath),
+           .auth_type = "",
+           .headers = {{"X-Auth-Token", "t"}, {"authorization", "Bearer b"}}});
+      EXPECT_EQ(Header(Received(), "Authorization"), "Bearer b");
     }
-    EXPECT_EQ(other->Requests().size(), 6);
+    EXPECT_EQ(other->Requests().size(), 18);
     for (const RecordedRequest& request : other->Requests()) {
       EXPECT_EQ(Header(request, "Authorization"), "") << request.method;
+      EXPECT_EQ(Header(request, "Cookie"), "") << request.method;
+      EXPECT_EQ(Header(request, "X-Auth-Token"), "t") << request.method;
     }
   }
 }
