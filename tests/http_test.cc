@@ -203,7 +203,8 @@ TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
   AlwaysAnswer({});
   for (const std::string& body : {std::string(), std::string("a\0b\r\n", 5),
                                   std::string(3'000'000, 'x')}) {
-    client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", "");
+    static_cast<void>(
+        client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", ""));
     const RecordedRequest posted = Received();
     Put(folder.Write("any", body));
     for (const RecordedRequest& request : {posted, Received()}) {
@@ -383,8 +384,9 @@ TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
                                 "gopher://127.0.0.1:1/"}) {
     answers.Answer(302, "", {{"Location", url}});
     EXPECT_EQ(FailureOf([&] { Get(kPath); }), refused) << url;
-    EXPECT_EQ(FailureOf([&] { client.get(url, {}, kTimeoutMs, "", "", ""); }),
-              refused);
+    EXPECT_EQ(
+        FailureOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
+        refused);
   }
 }
 
@@ -440,10 +442,10 @@ TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
 TEST_F(HttpTest, UnreachableHostsAndOddUrlsAreFailures) {
   const std::string gone = "https://" + SimulatedBmc().Address();
   EXPECT_EQ(
-      FailureOf([&] { client.get(gone, {}, kTimeoutMs, "", "", ""); }),
+      FailureOf([&] { return client.get(gone, {}, kTimeoutMs, "", "", ""); }),
       std::string("GET failed: ") + curl_easy_strerror(CURLE_COULDNT_CONNECT));
   for (const char* url : {"", "https://", "https://[::1/", "https://a b/"}) {
-    EXPECT_THAT(FailureOf([&] { client.get(url, {}, 0, "", "", ""); }),
+    EXPECT_THAT(FailureOf([&] { return client.get(url, {}, 0, "", "", ""); }),
                 StartsWith("GET failed: "))
         << url;
   }
