@@ -2,8 +2,13 @@
 // What the way onto the network promises: the bytes that the BMC receives, what
 // is made of its answer, and what a failure says. Over real TLS.
 #include <curl/curl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -31,6 +36,14 @@ using testing::StartsWith;
 
 constexpr long kTimeoutMs = 10'000;
 constexpr const char* kPath = "/redfish/v1/x";
+
+// A request for huge pages.
+struct HugePages {
+  const char* start;
+  std::size_t size;
+};
+std::vector<HugePages> huge_pages;
+bool has_huge_pages = true;
 
 struct Sent {
   std::string url;
@@ -390,6 +403,27 @@ TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
   }
 }
 
+TEST_F(HttpTest, LargeBodiesUseHugePagesIfThereAreAny) {
+  constexpr std::size_t kHugePage = 2U << 20U;
+  for (const bool available : {true, false}) {
+    has_huge_pages = available;
+    for (const std::size_t size : {kHugePage - 1, kHugePage, 3 * kHugePage}) {
+      huge_pages.clear();
+      AlwaysAnswer({.body = std::string(size, 'x')});
+      const std::string body = Get(kPath).body;
+      EXPECT_TRUE(body == std::string(size, 'x'));
+      ASSERT_EQ(huge_pages.size(), size < kHugePage ? 0 : 1);
+      if (huge_pages.empty()) continue;
+      const auto [start, advised] = huge_pages.front();
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(start) % 4096, 0);
+      EXPECT_GE(start, body.data());
+      EXPECT_LE(start + advised, body.data() + body.capacity());
+      EXPECT_GT(advised, size - 2 * 4096);
+    }
+  }
+  has_huge_pages = true;
+}
+
 TEST_F(HttpTest, TheEnvironmentNamesNoProxy) {
   bmc.On("GET", kPath).Answer(200);
   for (const char* variable :
@@ -526,3 +560,16 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
 
 }  // namespace
 }  // namespace quorvane::test
+
+extern "C" int madvise(void* start, std::size_t size, int advice) noexcept {
+  using quorvane::test::has_huge_pages;
+  if (advice == MADV_HUGEPAGE) {
+    quorvane::test::huge_pages.push_back(
+        {static_cast<const char*>(start), size});
+    if (!has_huge_pages) {
+      errno = EINVAL;
+      return -1;
+    }
+  }
+  return static_cast<int>(syscall(SYS_madvise, start, size, advice));
+}
