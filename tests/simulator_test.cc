@@ -43,6 +43,10 @@ const std::string kTask = "/redfish/v1/TaskService/Tasks/1";
 const std::string kMonitor = "/redfish/v1/TaskService/TaskMonitors/1";
 const std::string kRestart = R"({"ResetType":"ForceRestart"})";
 
+// A JSON object that nests deeper than the stack of a recursive reader allows.
+const std::string kDeep = R"({"description": )" + std::string(200'000, '[') +
+                          std::string(200'000, ']') + "}";
+
 struct Received {
   CURLcode code = CURLE_OK;
   long status = 0;
@@ -319,6 +323,7 @@ TEST(Machine, AnswersAsABmc) {
             R"({"simple_update":{"requires_targets":true}})"},
            {action, 405, "error", R"({"simple_update":{"status":405}})"},
            {{"POST", kAction, "{}"}, 400, "ImageURI"},
+           {{"POST", kAction, kDeep}, 400, "MalformedJSON"},
            {get(kInventory + "?$skip=2"), 200,
             "\"Members@odata.nextLink\": \"" + kInventory + "?$skip=4\"",
             R"({"firmware":{"generated":3,"page_size":2}})"},
@@ -363,7 +368,8 @@ TEST(FaultRules, StrikeWhenTheyCountTo) {
 }
 
 TEST(ScenarioFile, IsRefusedWithAReason) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
+  const std::vector<std::pair<std::string, const char*>> cases = {
+      {kDeep, "no valid JSON: nested deeper than 100 levels"},
       {"{\"a\":\n,}", "no valid JSON: parse error at line 2"},
       {"[]", "$: must be an object, not []"},
       {R"({"tasks":{}})",
