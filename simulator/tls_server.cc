@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <functional>
 #include <future>
+#include <list>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "simulator/certificate.h"
@@ -18,7 +21,12 @@
 namespace quorvane::simulator {
 namespace {
 
-constexpr std::size_t kThreads = 8;
+// TlsServer overrides protected members, which have no stable interface.
+static_assert(std::string_view(CPPHTTPLIB_VERSION).starts_with("0.11."),
+              "The simulator requires cpp-httplib 0.11. For another version, "
+              "check TlsServer::process_and_close_socket and its tests first.");
+
+constexpr std::size_t kMaxConnections = 256;
 constexpr timeval kIdleLimit = {.tv_sec = 60, .tv_usec = 0};
 constexpr std::size_t kLargestRead = 1U << 20U;
 
@@ -97,6 +105,26 @@ HeaderList ParseHead(std::string_view head) {
   }
   return fields;
 }
+
+// A thread for each connection, so that idle ones do not block the others. Only
+// the accepting thread uses it.
+class ConnectionThreads final : public httplib::TaskQueue {
+ public:
+  void enqueue(std::function<void()> serve) override {
+    connections_.remove_if([](const std::future<void>& connection) {
+      return connection.wait_for(std::chrono::seconds(0)) ==
+             std::future_status::ready;
+    });
+    // The destructor of a future waits for its thread.
+    if (connections_.size() == kMaxConnections) connections_.pop_front();
+    connections_.push_back(std::async(std::launch::async, std::move(serve)));
+  }
+
+  void shutdown() override { connections_.clear(); }
+
+ private:
+  std::list<std::future<void>> connections_;
+};
 
 }  // namespace
 
@@ -323,7 +351,7 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
   std::future<void> started = running->get_future();
   new_task_queue = [running] {
     running->set_value();
-    return new httplib::ThreadPool(kThreads);
+    return new ConnectionThreads;
   };
   acceptor_ = std::thread([this] { listen_after_bind(); });
   started.wait();
