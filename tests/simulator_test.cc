@@ -451,10 +451,15 @@ TEST(Lifetime, TakesAFixedPortOnceAndServesIpv6) {
 TEST(Program, WritesItsAddressAndEndsOnASignal) {
   const auto file = std::filesystem::temp_directory_path() /
                     ("simulator-test-" + std::to_string(getpid()));
+  const std::string scenario = file.string() + "\x1b[2J";
+  std::ofstream(scenario) << R"({"credentials": {"user": "o'b; \\ \u0007"}})";
   testing::internal::CaptureStdout();
   int code = -1;
-  std::thread program(
-      [&] { code = RunSimulator({.address_file = file.string()}); });
+  std::thread program([&] {
+    code = RunSimulator({.scenario = scenario,
+                         .bind_address = "::1",
+                         .address_file = file.string()});
+  });
   std::string address;
   while (address.empty()) std::ifstream(file) >> address;
   pthread_kill(program.native_handle(), SIGTERM);
@@ -462,7 +467,15 @@ TEST(Program, WritesItsAddressAndEndsOnASignal) {
   EXPECT_EQ(code, 0);
   EXPECT_FALSE(std::filesystem::exists(file));
   const std::string output = testing::internal::GetCapturedStdout();
-  EXPECT_THAT(output, HasSubstr("--bmc " + address + " --user admin"));
+  EXPECT_THAT(output,
+              HasSubstr("--bmc '" + address + R"(' --user $'o\'b; \\ \x07' )"));
+  EXPECT_THAT(output, HasSubstr("\\x1b[2J"));
+  EXPECT_THAT(output, Not(HasSubstr("\x1b")));
+  std::filesystem::remove(scenario);
+
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}), 1);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));
 }
 
 }  // namespace
