@@ -61,6 +61,12 @@ void UploadBinary(const std::string& bmc, const std::string& file) {
   Require(answer.status_code == 202, "the image was not accepted");
 }
 
+void Download(const std::string& bmc, const std::string& size) {
+  const auto answer = HttpClient().get("https://" + bmc + "/images/" + size, {},
+                                       0, kUser, kPassword, "basic");
+  Require(answer.body.size() == std::stoul(size), "the image is not complete");
+}
+
 void ReadInventory(const std::string& bmc, const std::string& members) {
   std::vector<quorvane::InventoryItem> items;
   Require(quorvane::FetchInventory({bmc, kUser, kPassword}, items) &&
@@ -110,8 +116,8 @@ double UpdateSideBySide(const std::string& bmc, const std::string& image,
 int Run(const std::vector<std::string>& words) {
   if (words.size() < 4) {
     std::fputs(
-        "Usage: bench_client form|binary|inventory|update|updates "
-        "ADDRESS FILE|MEMBERS|IMAGE_URI LOG [COUNT]\n",
+        "Usage: bench_client form|binary|download|inventory|update|updates "
+        "ADDRESS FILE|BYTES|MEMBERS|IMAGE_URI LOG [COUNT]\n",
         stderr);
     return 2;
   }
@@ -119,6 +125,7 @@ int Run(const std::vector<std::string>& words) {
   static const std::map<std::string, Deed> deeds = {
       {"form", UploadForm},
       {"binary", UploadBinary},
+      {"download", Download},
       {"inventory", ReadInventory},
       {"update", Update}};
   quorvane::InitLogger(words[3], quorvane::LogLevel::INFO, false, true);

@@ -75,9 +75,9 @@ class Client {
 using ClientPtr = std::shared_ptr<const Client>;
 
 // curl as somebody would script a BMC with it.
-Command Curl(const Command& rest) {
-  Command command = {"curl", "-q", "-s",        "-S", "-f",
-                     "-k",   "-o", "/dev/null", "-u", "admin:password"};
+Command Curl(const Command& rest, const std::string& output = "/dev/null") {
+  Command command = {"curl", "-q", "-s",   "-S", "-f",
+                     "-k",   "-o", output, "-u", "admin:password"};
   command.insert(command.end(), rest.begin(), rest.end());
   return command;
 }
@@ -158,6 +158,18 @@ void AddUploads(const ClientPtr& client, const std::string& folder,
 
 void AddDownloads(const ClientPtr& client, const std::string& folder,
                   const std::string& bmc, std::vector<Comparison>& rows) {
+  const std::string size_in_bytes = std::to_string(136 * kMebi);
+  const std::string url = "https://" + bmc + "/images/" + size_in_bytes;
+  rows.push_back(
+      {.name = "download/cpu",
+       .measure = "GET of 136 MiB, held in memory",
+       .reference = "`curl -o FILE`",
+       .unit = "s",
+       .bound = 1.3,
+       .cost = [=] { return client->Cpu("download", bmc, size_in_bytes); },
+       .reference_cost =
+           [=] { return Run(Curl({url}, folder + "/download")).cpu_seconds; },
+       .pairs = 3});
   // The library keeps the image under this name in /tmp: nobody else's.
   const std::string name = fs::path(folder).filename().string() + ".bin";
   for (const long long size : {256 * kMebi, 1536 * kMebi}) {

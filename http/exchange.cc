@@ -2,9 +2,12 @@
 #include "http/exchange.h"
 
 #include <strings.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string_view>
@@ -18,6 +21,7 @@ namespace {
 
 constexpr const char* kHttp = "http";
 constexpr long kMaxRedirects = 30;
+constexpr std::size_t kMaxHeaderBytes = 1U << 20U;
 
 struct HeaderListDeleter {
   void operator()(curl_slist* list) const noexcept {
@@ -64,6 +68,18 @@ curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/,
                          curl_sockaddr* address) noexcept {
   return socket(address->family, address->socktype | SOCK_CLOEXEC,
                 address->protocol);
+}
+
+// The page faults of a large new string cost more CPU time than the transfer.
+void AdviseHugePages(std::string& reserved) {
+  constexpr std::size_t kHugePage = 2U << 20U;
+  if (reserved.capacity() < kHugePage) return;
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* start = reserved.data();
+  std::size_t size = reserved.capacity();
+  if (std::align(page, page, start, size) == nullptr) return;
+  // Only a hint: without huge pages the string works as well.
+  static_cast<void>(madvise(start, size / page * page, MADV_HUGEPAGE));
 }
 
 bool StartsWithIgnoringCase(const std::string& line, std::string_view name) {
@@ -148,6 +164,9 @@ void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
   Set(CURLOPT_MAXREDIRS, kMaxRedirects);
   Set(CURLOPT_POSTREDIR,
       static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+  // Frames without data keep an HTTP/2 transfer of libcurl 7.88 alive past its
+  // time limit.
+  Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   // An empty proxy switches off what the environment names.
   Set(CURLOPT_PROXY, "");
   Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
@@ -206,6 +225,7 @@ void Exchange::ReserveBody() {
   }
   try {
     body_.reserve(static_cast<std::size_t>(length));
+    AdviseHugePages(body_);
   } catch (const std::bad_alloc&) {
     // The body may turn out smaller; growing tells.
   }
@@ -224,12 +244,32 @@ std::size_t Exchange::AppendBody(char* bytes, std::size_t size,
   }
 }
 
+const char* Exchange::ReasonToReject(const std::string& line) const {
+  // libcurl 7.88 limits header fields, but not trailer fields.
+  if (header_bytes_ > kMaxHeaderBytes) return "its header exceeds 1 MiB";
+  // libcurl decompresses other encodings without a request for them and without
+  // a look at the time: a few bytes become gigabytes.
+  constexpr std::string_view kTransferEncoding = "Transfer-Encoding:";
+  if (!StartsWithIgnoringCase(line, kTransferEncoding)) return nullptr;
+  const std::string value = TrimHeaderValue(line, kTransferEncoding.size() - 1);
+  return strcasecmp(value.c_str(), "chunked") == 0
+             ? nullptr
+             : "its Transfer-Encoding is not \"chunked\"";
+}
+
 std::size_t Exchange::CaptureHeader(char* bytes, std::size_t size,
                                     std::size_t count,
                                     void* exchange) noexcept {
   auto& self = *static_cast<Exchange*>(exchange);
   try {
-    CaptureHeaderLine(std::string(bytes, size * count), self.header_capture_);
+    const std::string line(bytes, size * count);
+    self.header_bytes_ += line.size();
+    if (const char* reason = self.ReasonToReject(line)) {
+      LogError(kHttp, std::string(self.words_.sent) + " response rejected: " +
+                          reason + " url=" + self.url_for_log_);
+      return CURL_WRITEFUNC_ERROR;
+    }
+    CaptureHeaderLine(line, self.header_capture_);
     return size * count;
   } catch (...) {
     self.failure_ = std::current_exception();

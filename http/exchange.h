@@ -4,6 +4,7 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <string>
@@ -91,6 +92,8 @@ class Exchange {
   void SetHeaders(const Headers& headers);
   void Authenticate(const Call& call, Credentials credentials);
   void ReserveBody();
+  /// Null when `line`, which `header_bytes_` already counts, is acceptable.
+  [[nodiscard]] const char* ReasonToReject(const std::string& line) const;
   [[noreturn]] void Fail(CURLcode code) const;
 
   static std::size_t AppendBody(char* bytes, std::size_t size,
@@ -103,6 +106,7 @@ class Exchange {
   std::string url_for_log_;
   std::string body_;
   HeaderCapture header_capture_;
+  std::size_t header_bytes_ = 0;  // of all responses, trailers included
   // What a callback threw: it must not cross libcurl, which is C.
   std::exception_ptr failure_;
 };

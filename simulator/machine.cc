@@ -3,8 +3,10 @@
 #include "simulator/machine.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
+#include "simulator/parse_json.h"
 #include "simulator/redfish.h"
 #include "simulator/text.h"
 
@@ -57,10 +59,13 @@ Machine::Outcome MalformedJson() {
 // Nothing when the text is no JSON object. An empty body counts as "{}", as
 // actions without parameters may be posted without one.
 std::optional<Json> ObjectIn(const std::string& text) {
-  Json json = Json::parse(text.empty() ? "{}" : text, nullptr,
-                          /*allow_exceptions=*/false);
-  if (!json.is_object()) return {};
-  return json;
+  try {
+    Json json = ParseJson(text.empty() ? "{}" : text);
+    if (json.is_object()) return json;
+  } catch (const std::runtime_error&) {
+    return {};
+  }
+  return {};
 }
 
 const FormPart* PartNamed(const RecordedRequest& request,

@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "simulator/run_simulator.h"
+#include "simulator/text.h"
 
 namespace {
 
@@ -22,6 +23,10 @@ int Run(int argc, char** argv) {
   app.add_option("--address-file", options.address_file,
                  "Write ADDRESS:PORT to this file once the machine listens");
   app.add_flag("--quiet", options.quiet, "No line per request");
+  app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
+    return quorvane::simulator::Printable(error.what()) +
+           "\nRun with --help for more information.\n";
+  });
   CLI11_PARSE(app, argc, argv);
   return quorvane::simulator::RunSimulator(options);
 }
@@ -32,7 +37,8 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "quorvane-bmc-simulator: %s\n", error.what());
+    std::fprintf(stderr, "quorvane-bmc-simulator: %s\n",
+                 quorvane::simulator::Printable(error.what()).c_str());
     return 1;
   }
 }

@@ -103,13 +103,13 @@ void PrintExchange(const Exchange& exchange) {
 void PrintGreeting(const std::string& scenario_file, const Scenario& scenario,
                    const std::string& address) {
   std::cout << "Simulated BMC at https://" << address << '\n'
-            << "Scenario " << scenario_file << ": "
+            << "Scenario " << Printable(scenario_file) << ": "
             << Printable(scenario.description) << '\n'
             << "Its password stands in the scenario's credentials, else it is "
                "\"password\".\n"
             << "Put it into a file of your own; then, in another terminal:\n"
-            << "  quorvane update --bmc " << address << " --user "
-            << Printable(scenario.user)
+            << "  quorvane update --bmc " << ShellWord(address) << " --user "
+            << ShellWord(scenario.user)
             << " --password-file PASSWORD_FILE \\\n"
                "    --file IMAGE --rules RULES_FILE\n"
             << "Ctrl-C ends it." << std::endl;
@@ -133,7 +133,7 @@ int RunSimulator(const SimulatorOptions& options) {
     stop.Wait();
     return 0;
   } catch (const std::exception& error) {
-    std::cerr << "simulator: " << error.what() << '\n';
+    std::cerr << "simulator: " << Printable(error.what()) << '\n';
     return 1;
   }
 }

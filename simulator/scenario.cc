@@ -7,9 +7,11 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "simulator/object_reader.h"
+#include "simulator/parse_json.h"
 #include "simulator/text.h"
 
 namespace quorvane::simulator {
@@ -241,12 +243,9 @@ std::vector<fs::path> ScenarioDirectories() {
 Scenario ParseScenario(const std::string& json, const std::string& origin) {
   Json tree;
   try {
-    tree = Json::parse(json);
-  } catch (const Json::parse_error& error) {
-    // Its text begins with a tag in brackets and "parse error at line ...".
-    const std::string text = error.what();
-    throw ScenarioError(origin + ": no valid JSON: " +
-                        Printable(text.substr(text.find("] ") + 2)));
+    tree = ParseJson(json);
+  } catch (const std::runtime_error& error) {
+    throw ScenarioError(origin + ": no valid JSON: " + error.what());
   }
   Scenario scenario;
   ObjectReader in(tree, origin + ": $");

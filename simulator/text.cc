@@ -47,6 +47,23 @@ std::string Printable(std::string_view text) {
   return printable;
 }
 
+std::string ShellWord(std::string_view text) {
+  constexpr std::string_view kSafe =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.:/@";
+  if (!text.empty() &&
+      text.find_first_not_of(kSafe) == std::string_view::npos) {
+    return std::string(text);
+  }
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '\\' || c == '\'') escaped += '\\';
+    escaped += c;
+  }
+  const std::string printable = Printable(escaped);
+  // Plain quotes, which every shell knows, suffice without an escape.
+  return (printable == text ? "'" : "$'") + printable + '\'';
+}
+
 std::string Sha256(std::string_view bytes) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;

@@ -17,6 +17,10 @@ std::string_view Trim(std::string_view text);
 /// client sends can move a terminal's cursor.
 std::string Printable(std::string_view text);
 
+/// `text` as one word of a POSIX shell, quoted where necessary. Control
+/// characters and bytes above 0x7e are escaped as in bash: $'\x1b'.
+std::string ShellWord(std::string_view text);
+
 /// SHA-256 of `bytes`, 64 lower-case hexadecimal digits.
 std::string Sha256(std::string_view bytes);
 

@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <functional>
 #include <future>
+#include <list>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "simulator/certificate.h"
@@ -18,7 +21,12 @@
 namespace quorvane::simulator {
 namespace {
 
-constexpr std::size_t kThreads = 8;
+// TlsServer overrides protected members, which have no stable interface.
+static_assert(std::string_view(CPPHTTPLIB_VERSION).starts_with("0.11."),
+              "The simulator requires cpp-httplib 0.11. For another version, "
+              "check TlsServer::process_and_close_socket and its tests first.");
+
+constexpr std::size_t kMaxConnections = 256;
 constexpr timeval kIdleLimit = {.tv_sec = 60, .tv_usec = 0};
 constexpr std::size_t kLargestRead = 1U << 20U;
 
@@ -98,6 +106,26 @@ HeaderList ParseHead(std::string_view head) {
   return fields;
 }
 
+// A thread for each connection, so that idle ones do not block the others. Only
+// the accepting thread uses it.
+class ConnectionThreads final : public httplib::TaskQueue {
+ public:
+  void enqueue(std::function<void()> serve) override {
+    connections_.remove_if([](const std::future<void>& connection) {
+      return connection.wait_for(std::chrono::seconds(0)) ==
+             std::future_status::ready;
+    });
+    // The destructor of a future waits for its thread.
+    if (connections_.size() == kMaxConnections) connections_.pop_front();
+    connections_.push_back(std::async(std::launch::async, std::move(serve)));
+  }
+
+  void shutdown() override { connections_.clear(); }
+
+ private:
+  std::list<std::future<void>> connections_;
+};
+
 }  // namespace
 
 /// One accepted socket and its TLS session; cpp-httplib reads requests from it.
@@ -130,6 +158,20 @@ class TlsServer::Connection final : public httplib::Stream {
     return SSL_accept(tls_.get()) == 1;
   }
 
+  /// Records the protocols that the client offers; selects none of them.
+  static int TakeOffer(SSL* tls, const unsigned char** /*selected*/,
+                       unsigned char* /*selected_size*/,
+                       const unsigned char* offer, unsigned int size,
+                       void* /*unused*/) {
+    auto& self = *static_cast<Connection*>(SSL_get_app_data(tls));
+    for (unsigned int at = 0; at < size; at += 1U + offer[at]) {
+      if (at > 0) self.alpn_ += ',';
+      self.alpn_.append(reinterpret_cast<const char*>(offer) + at + 1,
+                        offer[at]);
+    }
+    return SSL_TLSEXT_ERR_NOACK;
+  }
+
   /// Called by cpp-httplib once the head is parsed.
   void TakeHead(httplib::Request& request) {
     head_complete_ = true;
@@ -150,6 +192,7 @@ class TlsServer::Connection final : public httplib::Stream {
       recorded.query = request.target.substr(query + 1);
     }
     recorded.headers = ParseHead(head_);
+    recorded.alpn = alpn_;
     return recorded;
   }
 
@@ -275,6 +318,7 @@ class TlsServer::Connection final : public httplib::Stream {
   int socket_;
   std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
   std::string head_;
+  std::string alpn_;
   bool head_complete_ = false;
   bool answered_ = false;
   bool broken_ = false;
@@ -288,6 +332,7 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
     const int on = 1;
     setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
+  SSL_CTX_set_alpn_select_cb(tls_.get(), &Connection::TakeOffer, nullptr);
   RouteEverything();
   if (port == 0) {
     port_ = bind_to_any_port(bind_address);
@@ -306,7 +351,7 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
   std::future<void> started = running->get_future();
   new_task_queue = [running] {
     running->set_value();
-    return new httplib::ThreadPool(kThreads);
+    return new ConnectionThreads;
   };
   acceptor_ = std::thread([this] { listen_after_bind(); });
   started.wait();

@@ -53,6 +53,7 @@ class TlsServer : private httplib::Server {
  private:
   class Connection;
 
+  // Protected in cpp-httplib; tls_server.cc checks the version.
   bool process_and_close_socket(socket_t socket_fd) override;
 
   void RouteEverything();

@@ -28,7 +28,9 @@ struct RecordedRequest {
   std::string path;    ///< The target up to its "?", percent signs untouched.
   std::string query;   ///< The rest after the "?", or empty.
   HeaderList headers;  ///< Every field, repeated ones included.
-  std::string body;    ///< The very bytes, chunks joined (RFC 9112, 7.1).
+  /// Protocols that the TLS handshake offered (RFC 7301): "h2,http/1.1".
+  std::string alpn = {};
+  std::string body;  ///< The very bytes, chunks joined (RFC 9112, 7.1).
   std::size_t body_size = 0;    ///< Bytes received, though `body` was cut.
   std::vector<FormPart> parts;  ///< Filled for multipart/form-data.
 };

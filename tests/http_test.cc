@@ -2,8 +2,13 @@
 // What the way onto the network promises: the bytes that the BMC receives, what
 // is made of its answer, and what a failure says. Over real TLS.
 #include <curl/curl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -31,6 +36,14 @@ using testing::StartsWith;
 
 constexpr long kTimeoutMs = 10'000;
 constexpr const char* kPath = "/redfish/v1/x";
+
+// A request for huge pages.
+struct HugePages {
+  const char* start;
+  std::size_t size;
+};
+std::vector<HugePages> huge_pages;
+bool has_huge_pages = true;
 
 struct Sent {
   std::string url;
@@ -130,6 +143,7 @@ TEST_F(HttpTest, OperationsArriveAsTheyWereMeant) {
     EXPECT_EQ(request.method + request.path + '?' + request.query,
               operation.method + std::string(kPath) + "?a=b%20c:d");
     EXPECT_EQ(Header(request, "Expect"), "");
+    EXPECT_EQ(request.alpn, "http/1.1");
     if (operation.body != nullptr) {
       EXPECT_EQ(Header(request, "Content-Type"), operation.content_type);
       EXPECT_EQ(request.body, operation.body);
@@ -202,7 +216,8 @@ TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
   AlwaysAnswer({});
   for (const std::string& body : {std::string(), std::string("a\0b\r\n", 5),
                                   std::string(3'000'000, 'x')}) {
-    client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", "");
+    static_cast<void>(
+        client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", ""));
     const RecordedRequest posted = Received();
     Put(folder.Write("any", body));
     for (const RecordedRequest& request : {posted, Received()}) {
@@ -223,6 +238,7 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
            {{200, std::string("a\0b", 3)}, json, ""},
            {{201, "", {{"location", " /t/1 "}}}, "", "/t/1"},
            {{204}, "", ""},
+           {{200, "as sent", {{"Content-Encoding", "gzip"}}}, json, ""},
            {{401, "{}"}, json, ""},
            {{404, "<>", {{"CONTENT-TYPE", "text/html; a=b"}}},
             "text/html; a=b",
@@ -243,8 +259,40 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
 // RFC 9112, section 7.1.
 TEST_F(HttpTest, AnswersOfUnknownLengthAreWhole) {
   AlwaysAnswer({.body = "2\r\nab\r\n1;x=y\r\nc\r\n0\r\n\r\n",
-                .headers = {{"Transfer-Encoding", "chunked"}}});
+                .headers = {{"Transfer-Encoding", "Chunked"}}});
   EXPECT_EQ(Get(kPath).body, "abc");
+}
+
+TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
+  const std::string encoding = "its Transfer-Encoding is not \"chunked\"";
+  const std::string size = "its header exceeds 1 MiB";
+  const simulator::HeaderList chunked = {{"Transfer-Encoding", "chunked"}};
+  std::string trailers;
+  for (int i = 0; i < 300; ++i) {
+    trailers += "X-T: " + std::string(4000, 'x') + "\r\n";
+  }
+  struct Case {
+    std::string reason;
+    Reply reply;
+  };
+  for (const auto& [reason, reply] : std::vector<Case>{
+           {encoding, {.headers = {{"Transfer-Encoding", "gzip"}}}},
+           {encoding, {.headers = {{"TRANSFER-encoding", "GZIP, chunked"}}}},
+           {encoding, {.headers = {{"Transfer-Encoding", ""}}}},
+           {encoding,
+            {.headers = {chunked[0], {"transfer-encoding", "deflate"}}}},
+           {encoding,
+            {.body = "0\r\nTransfer-Encoding: br\r\n\r\n", .headers = chunked}},
+           {size, {.body = "0\r\n" + trailers + "\r\n", .headers = chunked}}}) {
+    AlwaysAnswer(reply);
+    EXPECT_EQ(
+        FailureOf([&] { Get(kPath); }),
+        std::string("GET failed: ") + curl_easy_strerror(CURLE_WRITE_ERROR));
+    const std::vector<std::string> log = Log("http");
+    ASSERT_GE(log.size(), 2);
+    EXPECT_EQ(log.at(log.size() - 2), "GET response rejected: " + reason +
+                                          " url=" + MaskIP(Url(kPath)));
+  }
 }
 
 TEST(HeaderLine, IsCapturedByItsName) {
@@ -299,19 +347,31 @@ TEST_F(HttpTest, RedirectsKeepThePost) {
   }
 }
 
-TEST_F(HttpTest, RedirectsElsewhereCarryNoCredentials) {
+TEST_F(HttpTest, RedirectsElsewhereCarryCallerHeadersButNoCredentials) {
   const SimulatedBmc other_host({}, {.bind_address = "127.0.0.2"});
   const SimulatedBmc other_port;
   for (const SimulatedBmc* other : {&other_host, &other_port}) {
     const std::string there = "https://" + other->Address() + "/image";
     AlwaysAnswer({307, "", {{"Location", there}}});
     for (const Operation& operation : Operations()) {
-      operation.run({.url = Url(kPath)});
+      operation.run({.url = Url(kPath),
+                     .headers = {{"X-Auth-Token", "t"}, {"Cookie", "c"}}});
       EXPECT_EQ(Header(Received(), "Authorization"), "Basic YWRtaW46czNjcmV0");
+      operation.run({.url = "https://u:p@" + bmc.Address() + kPath,
+                     .auth_type = "",
+                     .headers = {{"X-Auth-Token", "t"}}});
+      EXPECT_EQ(Header(Received(), "Authorization"), "Basic dTpw");
+      operation.run(
+          {.url = Url(kPath),
+           .auth_type = "",
+           .headers = {{"X-Auth-Token", "t"}, {"authorization", "Bearer b"}}});
+      EXPECT_EQ(Header(Received(), "Authorization"), "Bearer b");
     }
-    EXPECT_EQ(other->Requests().size(), 6);
+    EXPECT_EQ(other->Requests().size(), 18);
     for (const RecordedRequest& request : other->Requests()) {
       EXPECT_EQ(Header(request, "Authorization"), "") << request.method;
+      EXPECT_EQ(Header(request, "Cookie"), "") << request.method;
+      EXPECT_EQ(Header(request, "X-Auth-Token"), "t") << request.method;
     }
   }
 }
@@ -337,9 +397,31 @@ TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
                                 "gopher://127.0.0.1:1/"}) {
     answers.Answer(302, "", {{"Location", url}});
     EXPECT_EQ(FailureOf([&] { Get(kPath); }), refused) << url;
-    EXPECT_EQ(FailureOf([&] { client.get(url, {}, kTimeoutMs, "", "", ""); }),
-              refused);
+    EXPECT_EQ(
+        FailureOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
+        refused);
   }
+}
+
+TEST_F(HttpTest, LargeBodiesUseHugePagesIfThereAreAny) {
+  constexpr std::size_t kHugePage = 2U << 20U;
+  for (const bool available : {true, false}) {
+    has_huge_pages = available;
+    for (const std::size_t size : {kHugePage - 1, kHugePage, 3 * kHugePage}) {
+      huge_pages.clear();
+      AlwaysAnswer({.body = std::string(size, 'x')});
+      const std::string body = Get(kPath).body;
+      EXPECT_TRUE(body == std::string(size, 'x'));
+      ASSERT_EQ(huge_pages.size(), size < kHugePage ? 0 : 1);
+      if (huge_pages.empty()) continue;
+      const auto [start, advised] = huge_pages.front();
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(start) % 4096, 0);
+      EXPECT_GE(start, body.data());
+      EXPECT_LE(start + advised, body.data() + body.capacity());
+      EXPECT_GT(advised, size - 2 * 4096);
+    }
+  }
+  has_huge_pages = true;
 }
 
 TEST_F(HttpTest, TheEnvironmentNamesNoProxy) {
@@ -394,10 +476,10 @@ TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
 TEST_F(HttpTest, UnreachableHostsAndOddUrlsAreFailures) {
   const std::string gone = "https://" + SimulatedBmc().Address();
   EXPECT_EQ(
-      FailureOf([&] { client.get(gone, {}, kTimeoutMs, "", "", ""); }),
+      FailureOf([&] { return client.get(gone, {}, kTimeoutMs, "", "", ""); }),
       std::string("GET failed: ") + curl_easy_strerror(CURLE_COULDNT_CONNECT));
   for (const char* url : {"", "https://", "https://[::1/", "https://a b/"}) {
-    EXPECT_THAT(FailureOf([&] { client.get(url, {}, 0, "", "", ""); }),
+    EXPECT_THAT(FailureOf([&] { return client.get(url, {}, 0, "", "", ""); }),
                 StartsWith("GET failed: "))
         << url;
   }
@@ -478,3 +560,16 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
 
 }  // namespace
 }  // namespace quorvane::test
+
+extern "C" int madvise(void* start, std::size_t size, int advice) noexcept {
+  using quorvane::test::has_huge_pages;
+  if (advice == MADV_HUGEPAGE) {
+    quorvane::test::huge_pages.push_back(
+        {static_cast<const char*>(start), size});
+    if (!has_huge_pages) {
+      errno = EINVAL;
+      return -1;
+    }
+  }
+  return static_cast<int>(syscall(SYS_madvise, start, size, advice));
+}

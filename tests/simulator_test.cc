@@ -43,6 +43,10 @@ const std::string kTask = "/redfish/v1/TaskService/Tasks/1";
 const std::string kMonitor = "/redfish/v1/TaskService/TaskMonitors/1";
 const std::string kRestart = R"({"ResetType":"ForceRestart"})";
 
+// A JSON object that nests deeper than the stack of a recursive reader allows.
+const std::string kDeep = R"({"description": )" + std::string(200'000, '[') +
+                          std::string(200'000, ']') + "}";
+
 struct Received {
   CURLcode code = CURLE_OK;
   long status = 0;
@@ -319,6 +323,7 @@ TEST(Machine, AnswersAsABmc) {
             R"({"simple_update":{"requires_targets":true}})"},
            {action, 405, "error", R"({"simple_update":{"status":405}})"},
            {{"POST", kAction, "{}"}, 400, "ImageURI"},
+           {{"POST", kAction, kDeep}, 400, "MalformedJSON"},
            {get(kInventory + "?$skip=2"), 200,
             "\"Members@odata.nextLink\": \"" + kInventory + "?$skip=4\"",
             R"({"firmware":{"generated":3,"page_size":2}})"},
@@ -363,7 +368,8 @@ TEST(FaultRules, StrikeWhenTheyCountTo) {
 }
 
 TEST(ScenarioFile, IsRefusedWithAReason) {
-  const std::vector<std::pair<const char*, const char*>> cases = {
+  const std::vector<std::pair<std::string, const char*>> cases = {
+      {kDeep, "no valid JSON: nested deeper than 100 levels"},
       {"{\"a\":\n,}", "no valid JSON: parse error at line 2"},
       {"[]", "$: must be an object, not []"},
       {R"({"tasks":{}})",
@@ -420,11 +426,16 @@ TEST(Lifetime, EndsAtOnceWhateverIsUnderWay) {
   auto asked =
       std::async(std::launch::async, [&] { return Get(*bmc, "/slow"); });
   while (bmc->Requests().empty()) std::this_thread::yield();
-  // A connection that never says a word.
-  const Handle idle(curl_easy_init(), &curl_easy_cleanup);
-  curl_easy_setopt(idle.get(), CURLOPT_URL, bmc->Address().c_str());
-  curl_easy_setopt(idle.get(), CURLOPT_CONNECT_ONLY, 1L);
-  ASSERT_EQ(curl_easy_perform(idle.get()), CURLE_OK);
+  // Idle connections do not block the others.
+  std::vector<Handle> idle;
+  for (int i = 0; i < 20; ++i) {
+    idle.emplace_back(curl_easy_init(), &curl_easy_cleanup);
+    CURL* curl = idle.back().get();
+    curl_easy_setopt(curl, CURLOPT_URL, bmc->Address().c_str());
+    curl_easy_setopt(curl, CURLOPT_CONNECT_ONLY, 1L);
+    ASSERT_EQ(curl_easy_perform(curl), CURLE_OK);
+  }
+  EXPECT_EQ(Get(*bmc, "/redfish/v1").status, 200);
   bmc.reset();
   EXPECT_EQ(asked.get().code, CURLE_GOT_NOTHING);
 }
@@ -440,10 +451,15 @@ TEST(Lifetime, TakesAFixedPortOnceAndServesIpv6) {
 TEST(Program, WritesItsAddressAndEndsOnASignal) {
   const auto file = std::filesystem::temp_directory_path() /
                     ("simulator-test-" + std::to_string(getpid()));
+  const std::string scenario = file.string() + "\x1b[2J";
+  std::ofstream(scenario) << R"({"credentials": {"user": "o'b; \\ \u0007"}})";
   testing::internal::CaptureStdout();
   int code = -1;
-  std::thread program(
-      [&] { code = RunSimulator({.address_file = file.string()}); });
+  std::thread program([&] {
+    code = RunSimulator({.scenario = scenario,
+                         .bind_address = "::1",
+                         .address_file = file.string()});
+  });
   std::string address;
   while (address.empty()) std::ifstream(file) >> address;
   pthread_kill(program.native_handle(), SIGTERM);
@@ -451,7 +467,15 @@ TEST(Program, WritesItsAddressAndEndsOnASignal) {
   EXPECT_EQ(code, 0);
   EXPECT_FALSE(std::filesystem::exists(file));
   const std::string output = testing::internal::GetCapturedStdout();
-  EXPECT_THAT(output, HasSubstr("--bmc " + address + " --user admin"));
+  EXPECT_THAT(output,
+              HasSubstr("--bmc '" + address + R"(' --user $'o\'b; \\ \x07' )"));
+  EXPECT_THAT(output, HasSubstr("\\x1b[2J"));
+  EXPECT_THAT(output, Not(HasSubstr("\x1b")));
+  std::filesystem::remove(scenario);
+
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}), 1);
+  EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));
 }
 
 }  // namespace

@@ -127,8 +127,9 @@ TEST(Threads, ShareOneClient) {
       EXPECT_EQ(client.post_binary_file(url + path, image, {}, 0, "", "", "")
                     .location,
                 "put " + path);
-      EXPECT_THROW(client.get(url + "/dropped", {}, 0, "", "", ""),
-                   std::runtime_error);
+      EXPECT_THROW(
+          static_cast<void>(client.get(url + "/dropped", {}, 0, "", "", "")),
+          std::runtime_error);
     }
   });
   for (const auto& request : bmc.Requests()) {
