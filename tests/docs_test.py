@@ -174,7 +174,7 @@ def check_rules():
 
 def check_samples():
     with tempfile.TemporaryDirectory() as folder:
-        for name in ("README.md", "docs/rules.md"):
+        for name in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
             page = (ROOT / name).read_text("utf-8")
             blocks = re.findall(r"^```json\n(.*?)^```", page, re.M | re.S)
             whole = [b for b in blocks if '"firmware_update"' in b
