@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Checks docs/ against the sources: the pages list every message, key and
 action and no others, each message names the files that print it, and every
-complete rules file in the pages loads.
+complete rules file in the pages loads. Links, file names, commands, tables of
+exit codes and JSON fields, and examples are valid.
 
 Usage: docs_test.py SOURCE_FOLDER QUORVANE_PROGRAM
 """
