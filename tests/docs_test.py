@@ -254,6 +254,12 @@ def check_references():
                                  re.M):
         if name not in (ROOT / path).read_text("utf-8"):
             faults.append(f"docs/developing.md: {path} has no {name}")
+    page = (ROOT / "docs/guides/link-the-library.md").read_text("utf-8")
+    setup = (ROOT / "scripts/setup.sh").read_text("utf-8")
+    for package in re.search(r"build_packages=\((.*?)\)", setup,
+                             re.S)[1].split():
+        if package not in ("ninja-build", *re.findall(r"[\w+-]+", page)):
+            faults.append(f"link-the-library.md: no package {package}")
 
 
 def check_tables():
@@ -274,7 +280,8 @@ def check_modules():
     page = (ROOT / "docs/developing.md").read_text("utf-8")
     for folder in (*FOLDERS, "simulator"):
         code = "".join(path.read_text("utf-8") for path in
-                       (ROOT / folder).iterdir() if path.suffix in (".cc", ".h"))
+                       (ROOT / folder).iterdir()
+                       if path.suffix in (".cc", ".h"))
         used = set(re.findall(r'#include "(?:quorvane/)?(\w+)[/.]', code))
         used &= set(FOLDERS) - {folder}
         row = re.search(rf"^\| `{folder}` \|(.*)\|$", page, re.M)
@@ -328,7 +335,7 @@ def check_examples():
 def check_picture():
     source = (ROOT / "docs/update-flow.mmd").read_text("utf-8")
     picture = (ROOT / "docs/update-flow.svg").read_text("utf-8")
-    shown = re.sub(r"\s+", "", re.sub(r"<style.*?</style>|<[^>]*>", "", picture))
+    shown = re.sub(r"<style.*?</style>|<[^>]*>|\s+", "", picture)
     labels = re.findall(r'"([^"#]+)"', source[source.index("flowchart TD"):])
     for label in labels:
         for line in label.split("<br/>"):
