@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# What the other scripts share: the packages they need, and where they are.
-# Sourced, never run.
+# Shared by the other scripts: the packages that they need, and the working
+# directory. Source it, do not run it.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -12,7 +12,7 @@ test_packages=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev
 
 say() { printf '\n== %s\n' "$*"; }
 
-# Installs those of the named packages that are missing.
+# Installs the packages that are missing.
 install_missing() {
   local missing=() package
   for package in "$@"; do

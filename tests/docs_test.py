@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Checks docs/ against the sources: the pages list every message, key and
 action and no others, each message names the files that print it, and every
-complete rules file in the pages loads.
+complete rules file in the pages loads. Links, file names, commands, tables of
+exit codes and JSON fields, and examples are valid.
 
 Usage: docs_test.py SOURCE_FOLDER QUORVANE_PROGRAM
 """
@@ -174,7 +175,7 @@ def check_rules():
 
 def check_samples():
     with tempfile.TemporaryDirectory() as folder:
-        for name in ("README.md", "docs/rules.md"):
+        for name in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
             page = (ROOT / name).read_text("utf-8")
             blocks = re.findall(r"^```json\n(.*?)^```", page, re.M | re.S)
             whole = [b for b in blocks if '"firmware_update"' in b
@@ -193,8 +194,164 @@ def check_samples():
                                   f"load:\n{run.stdout}")
 
 
+PAGES = [ROOT / name for name in ("README.md", "CONTRIBUTING.md",
+                                  "CHANGELOG.md", "simulator/README.md")]
+PAGES += sorted((ROOT / "docs").rglob("*.md"))
+FENCE = re.compile(r"^```(\w*)\n(.*?)^```", re.M | re.S)
+# Page, heading, source file, part of the source, and the names in that part:
+# the first column of the table below the heading lists exactly these names.
+TABLES = (
+    ("docs/exit-codes.md", "Codes", "tools/quorvane/exit_code.h",
+     r"enum class ExitCode \{(.*?)\}", r"= (\d+)"),
+    ("docs/exit-codes.md", "Outcomes", "tools/quorvane/verdict.cc",
+     r"NameOf\(Verdict::Outcome(.*?)^\}", r'return "(.+)"'),
+    ("docs/json.md", "Update result", "update/export.cc", r"(.*)",
+     r'Add\w+\(root\.get\(\), "(\w+)"'),
+    ("docs/json.md", "Inventory", "inventory/export.cc", r"(.*)",
+     r'Add\w+\(entry, "(\w+)"'),
+    ("docs/json.md", "Chassis", "tools/quorvane/chassis_command.cc", r"(.*)",
+     r'show\("\w+", "(\w+)"'),
+    ("docs/json.md", "Report", "tools/quorvane/report_text.cc",
+     r"JsonReport\((.*?)^\}", r'\{"(\w+)",'),
+    ("docs/json.md", "Fields of an event", "tools/quorvane/events.cc",
+     r"ToJson\((.*?)^\}", r'(?:\{|json\[|add_text\(|add_number\()"(\w+)"'),
+    ("docs/json.md", "Event kinds", "tools/quorvane/events.cc",
+     r"kKindNames = \{(.*?)\}", r'"(\w+)"'),
+    ("docs/json.md", "Phases", "tools/quorvane/events.cc",
+     r"NameOf\(Phase phase(.*?)^\}", r'return "(.+)"'),
+    ("docs/guides/read-a-report.md", "Values of ENDED",
+     "tools/quorvane/report_text.cc", r"EndingOf\((.*?)^\}", r'"([a-z ]+)"'),
+    ("simulator/README.md", "Built-in scenarios", "simulator/CMakeLists.txt",
+     r"(.*)", r"scenarios/([\w-]+)\.json"),
+)
+
+
+def anchors(page):
+    text = FENCE.sub("", page.read_text("utf-8"))
+    return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
+            for heading in re.findall(r"^#+ (.*)$", text, re.M)}
+
+
+def check_references():
+    """Links, anchors and names of source files."""
+    folders = "|".join(FOLDERS + ("bench", "cmake", "docs", "fuzz", "include",
+                                  "scripts", "simulator", "tests", "tools"))
+    for page in [*PAGES, ROOT / "docs/update-flow.mmd"]:
+        text = page.read_text("utf-8")
+        for link in re.findall(r"\]\(([^)\s]+)\)", FENCE.sub("", text)):
+            if re.match(r"\w+:", link):
+                continue
+            path, _, anchor = link.partition("#")
+            target = page.parent / path if path else page
+            if not target.exists() or (
+                    anchor and anchor not in anchors(target)):
+                faults.append(f"{page}: the link {link} leads nowhere")
+        for name in re.findall(rf"(?<![\w/.-])(?:{folders})/[\w./*-]*\w", text):
+            if not any(ROOT.glob(name)):
+                faults.append(f"{page}: there is no file {name}")
+    page = (ROOT / "docs/developing.md").read_text("utf-8")
+    for name, path in re.findall(r"`(\w+)`, `(\w+/[\w./]+)` \|$", page,
+                                 re.M):
+        if name not in (ROOT / path).read_text("utf-8"):
+            faults.append(f"docs/developing.md: {path} has no {name}")
+    page = (ROOT / "docs/guides/link-the-library.md").read_text("utf-8")
+    setup = (ROOT / "scripts/setup.sh").read_text("utf-8")
+    for package in re.search(r"build_packages=\((.*?)\)", setup,
+                             re.S)[1].split():
+        if package not in ("ninja-build", *re.findall(r"[\w+-]+", page)):
+            faults.append(f"link-the-library.md: no package {package}")
+
+
+def check_tables():
+    for name, heading, source, part, names in TABLES:
+        page = (ROOT / name).read_text("utf-8")
+        section = re.search(rf"^##+ {heading}\n(.*?)(?=^#|\Z)", page,
+                            re.M | re.S)
+        listed = re.findall(r"^\| `([^`]+)` \|", section[1] if section else "",
+                            re.M)
+        code = re.search(part, (ROOT / source).read_text("utf-8"), re.M | re.S)
+        known = set(re.findall(names, code[1])) if code else set()
+        if not known or sorted(listed) != sorted(known):
+            faults.append(f"{name}, {heading}: lists {listed}, but {source} "
+                          f"has {sorted(known)}")
+
+
+def check_modules():
+    page = (ROOT / "docs/developing.md").read_text("utf-8")
+    for folder in (*FOLDERS, "simulator"):
+        code = "".join(path.read_text("utf-8") for path in
+                       (ROOT / folder).iterdir()
+                       if path.suffix in (".cc", ".h"))
+        used = set(re.findall(r'#include "(?:quorvane/)?(\w+)[/.]', code))
+        used &= set(FOLDERS) - {folder}
+        row = re.search(rf"^\| `{folder}` \|(.*)\|$", page, re.M)
+        if not row or set(re.findall(r"`(\w+)`", row[1])) != used:
+            faults.append(f"docs/developing.md: {folder} uses {sorted(used)}")
+
+
+def check_commands():
+    """Commands in the pages have only options that exist."""
+    known = {}
+    for page in PAGES:
+        for command, rest in re.findall(
+                r"quorvane ((?:rules )?[a-z]+)((?:\\\n|[^\n`])*)",
+                page.read_text("utf-8").replace("\\-", "-")):
+            options = re.findall(r"(?<![\w-])--[\w-]+", rest)
+            if options and command not in known:
+                known[command] = subprocess.run(
+                    [sys.argv[2], *command.split(), "--help"], text=True,
+                    stdout=subprocess.PIPE, check=True).stdout.split()
+            for option in options:
+                if option not in known[command]:
+                    faults.append(f"{page}: {command} has no {option}")
+
+
+def check_examples():
+    """The programs compile, and the report of the guide is that of its log."""
+    for page in PAGES:
+        blocks = FENCE.findall(page.read_text("utf-8"))
+        for program in (b for kind, b in blocks
+                        if kind == "cpp" and "int main" in b):
+            run = subprocess.run(
+                ["c++", "-std=c++17", "-fsyntax-only", "-Wall", "-Werror",
+                 "-I", ROOT / "include", "-x", "c++", "-"], input=program,
+                text=True, stderr=subprocess.PIPE, check=False)
+            if run.returncode != 0:
+                faults.append(f"{page}: a program does not compile:\n"
+                              f"{run.stderr}")
+        kinds = dict(blocks)
+        if "report" not in kinds:
+            continue
+        with tempfile.NamedTemporaryFile("w", suffix=".log") as log:
+            log.write(kinds["log"])
+            log.flush()
+            report = subprocess.run(
+                [sys.argv[2], "report", log.name], text=True,
+                stdout=subprocess.PIPE, check=False).stdout
+        if report != kinds["report"]:
+            faults.append(f"{page}: the report of this log is:\n{report}")
+
+
+def check_picture():
+    source = (ROOT / "docs/update-flow.mmd").read_text("utf-8")
+    picture = (ROOT / "docs/update-flow.svg").read_text("utf-8")
+    shown = re.sub(r"<style.*?</style>|<[^>]*>|\s+", "", picture)
+    labels = re.findall(r'"([^"#]+)"', source[source.index("flowchart TD"):])
+    for label in labels:
+        for line in label.split("<br/>"):
+            if re.sub(r"\s+", "", line) not in shown:
+                faults.append(f"docs/update-flow.svg: does not show {line!r}; "
+                              "render it again")
+
+
 check_messages()
 check_rules()
 check_samples()
+check_references()
+check_tables()
+check_modules()
+check_commands()
+check_examples()
+check_picture()
 print("\n".join(faults))
 sys.exit(1 if faults else 0)

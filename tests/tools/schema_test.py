@@ -75,7 +75,7 @@ for one in (RULES, SCENARIO):
 check(RULES, "config", INSTALLED, True)
 check(RULES, "demo", json.loads(
     (SOURCE / "scripts/demo.rules.json").read_text()), True)
-for page in ("README.md", "docs/rules.md"):
+for page in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
     for rules in whole_rules(page):
         check(RULES, page, rules, True)
 for place, value in BROKEN_RULES:
