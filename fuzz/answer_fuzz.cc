@@ -10,6 +10,7 @@
 #include "quorvane/config.h"
 #include "support/json.h"
 #include "update/helpers.h"
+#include "update/update_run.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
                                       std::size_t size) {
@@ -25,9 +26,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   quorvane::Response answer;
   answer.body = body;
   answer.location = "/redfish/v1/TaskService/Tasks/9";
-  quorvane::UpdateResponse result;
-  quorvane::AdoptTask(answer, config, quorvane::Telling::kSilent, result);
-  Demand(!result.task_uri.empty() ||
+  const quorvane::HttpClient client;
+  const quorvane::UpdateRequest request;
+  quorvane::UpdateRun run{
+      .client = client, .request = request, .config = config};
+  quorvane::TrackTask(answer, quorvane::LogTask::kNo, run);
+  Demand(!run.result.task_uri.empty() ||
              quorvane::StringMember(tree.get(), "@odata.id") == "" || !tree,
          "the Location stands in for a body without a task");
 

@@ -17,8 +17,7 @@ inline constexpr std::string_view kRedacted = "<REDACTED>";
 ///   part of a path. A user name without a password stays.
 /// - The value of each query parameter whose name announces a secret
 ///   (IsSecretParameter), up to the next '&'.
-/// The result depends on no other part of the text, so blanks and quotes around
-/// the URI do no harm.
+/// Blanks, quotes, '<' and '(' may precede the URI.
 std::string RedactUri(const std::string& uri);
 
 /// `RedactUri`, with the leading part of every address masked as well.

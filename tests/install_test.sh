@@ -63,8 +63,10 @@ expect() {
 
 # shellcheck disable=SC2207
 flags=(-std=c++17 -Wall -Wextra -Wpedantic -Werror
-  $(pkg-config --cflags --libs quorvane))
-"$cxx" "$work/user/user.cc" "${flags[@]}" -o "$work/by-pkg-config"
+  $(pkg-config --cflags quorvane))
+# shellcheck disable=SC2046
+"$cxx" "$work/user/user.cc" "${flags[@]}" $(pkg-config --libs quorvane) \
+  -o "$work/by-pkg-config"
 expect "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" pkg-config
 
 # Macros that programs define, and options that change the binary interface.

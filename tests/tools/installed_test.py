@@ -309,7 +309,8 @@ def prepare():
     (HOME / "forging.json").write_text(json.dumps({"faults": [
         {"phase": "upload", "status": 400, "body": "busy" + lines}]}))
     (HOME / "hungry.json").write_text(json.dumps({"faults": [
-        {"phase": "inventory", "status": 200, "body": "[" + "0," * (8 << 20) + "0]"}]}))
+        {"phase": "inventory", "status": 200,
+         "body": "[" + "0," * (8 << 20) + "0]"}]}))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
     os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1",

@@ -173,6 +173,10 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kInterrupted,
          "goes on with its task "
          "/redfish/v1/TaskService/Tasks/1"},
+        {"interrupted_before_the_update_starts",
+         Messages{"[tool] Run: update of 192.0.2.7 with firmware.blx",
+                  "[tool] Interrupted by a signal"},
+         Outcome::kInterrupted, "not yet asked"},
         {"no_update", Messages{"[config] Config loaded successfully"},
          Outcome::kNoUpdate, ""},
     }),

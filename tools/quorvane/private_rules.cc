@@ -27,7 +27,12 @@ PrivateRules::PrivateRules(const std::string& rules_file) {
       fs::path(ResolveConfigPath()).parent_path() / kLibrary, error);
   const fs::path rules = error ? fs::path() : fs::canonical(rules_file, error);
   if (!error) fs::create_symlink(library, folder / kLibrary, error);
-  if (!error) fs::create_symlink(rules, folder / kRules, error);
+  if (!error) {
+    // A symbolic link may have changed since the first check; the resolved path
+    // cannot.
+    RequireTrusted(rules.string(), "rules");
+    fs::create_symlink(rules, folder / kRules, error);
+  }
   if (!error) return;
   throw ToolError(ExitCode::kUsage, fmt::format("Cannot put {} to work ({}).",
                                                 rules_file, error.message()));

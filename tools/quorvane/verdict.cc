@@ -252,7 +252,7 @@ bool WasTakenForLater(const Run& run) {
 
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
   if (!record) {
-    if (!run.is_update) {
+    if (!run.is_update && !run.was_interrupted) {
       return {Outcome::kNoUpdate, "The log holds no update.", {}, {}};
     }
     if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
