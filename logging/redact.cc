@@ -4,140 +4,107 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
+#include <optional>
+#include <string>
 #include <string_view>
 
+#include "logging/secret_names.h"
 #include "quorvane/logging.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
 
-constexpr auto kNone = std::string::npos;
+constexpr auto kNone = std::string_view::npos;
 
-// Digits up to the end of the authority: a port, so what stands before it is a
-// host and no user.
-bool IsPort(std::string_view after_colon) {
-  const std::size_t end = after_colon.find_first_not_of("0123456789");
-  return end == kNone || after_colon.find_first_of("/?#", end) == end;
+// Where the authority may begin. What has no known scheme may be a user name
+// and its password.
+std::size_t AuthorityOf(std::string_view uri) {
+  constexpr auto kSchemes = std::to_array<std::string_view>(
+      {"cifs", "file", "ftp", "ftps", "http", "https", "nfs", "scp", "sftp",
+       "smb", "tftp"});
+  constexpr const char* kSlashes = "/\\";
+  const std::size_t start =
+      std::min(uri.find_first_not_of(" \t\r\n\"'<("), uri.size());
+  const std::size_t colon = std::min(uri.find(':', start), uri.size());
+  const std::size_t authority = uri.find_first_not_of(kSlashes, colon + 1);
+  const std::string scheme = AsciiLower(uri.substr(start, colon - start));
+  const bool is_known =
+      std::find(kSchemes.begin(), kSchemes.end(), scheme) != kSchemes.end();
+  return is_known && authority != kNone && authority > colon + 1 ? authority
+                                                                 : 0;
 }
 
-// Where the authority begins; kNone in a bare path.
-std::size_t AuthorityOf(const std::string& uri) {
-  constexpr const char* kSchemeCharacters =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+.-";
-  const std::size_t colon = uri.find_first_not_of(kSchemeCharacters);
-  const bool has_scheme = colon != kNone && uri.compare(colon, 2, ":/") == 0;
-  const std::size_t slashes = has_scheme ? colon + 1 : 0;
-  const std::size_t authority = uri.find_first_not_of('/', slashes);
-  return !has_scheme && authority == 1 ? kNone : authority;
+// Where the host at `at` ends if it is an address; kNone for all else.
+std::size_t EndOfAddress(std::string_view uri, std::size_t at) {
+  if (uri.substr(at, 1) == "[") {
+    const std::size_t end =
+        uri.find_first_not_of("0123456789abcdefABCDEF:.", at + 1);
+    return end != kNone && uri[end] == ']' ? end + 1 : kNone;
+  }
+  const std::string_view host =
+      uri.substr(at, uri.find_first_not_of("0123456789.", at) - at);
+  return std::count(host.begin(), host.end(), '.') == 3 ? at + host.size()
+                                                        : kNone;
+}
+
+// Behind an authority that is an address with or without a port, and so holds
+// no password for certain; else `authority`.
+std::size_t BehindAddress(std::string_view uri, std::size_t authority) {
+  std::size_t end = EndOfAddress(uri, authority);
+  if (end == kNone) return authority;
+  if (uri.substr(end, 1) == ":") {
+    end = std::min(uri.find_first_not_of("0123456789", end + 1), uri.size());
+  }
+  const bool is_complete =
+      end == uri.size() || uri.find_first_of("/?#", end) == end;
+  return is_complete ? end : authority;
 }
 
 std::string RedactUser(const std::string& uri) {
-  const std::size_t authority = AuthorityOf(uri);
-  if (authority == kNone) return uri;
-  const std::size_t authority_end = uri.find_first_of("/?#", authority);
-  std::size_t at = uri.rfind('@', authority_end);
-  const std::size_t colon = uri.find(':', authority);
-  if (at == kNone || at < authority) {
-    // No user part by the book. One whose password holds a bare '/', '?' or
-    // '#' still looks like one to the person who wrote it.
-    at = uri.rfind('@');
-    const bool bracketed = authority < uri.size() && uri[authority] == '[';
-    if (at == kNone || at < authority || colon >= authority_end || bracketed ||
-        IsPort(std::string_view{uri}.substr(colon + 1))) {
-      return uri;
+  std::size_t password = kNone;
+  std::size_t last_at = uri.rfind('@');
+  const bool has_at = last_at != kNone;
+  for (std::size_t i = BehindAddress(uri, AuthorityOf(uri)); i < uri.size();) {
+    const Character character = CharacterAt(uri, i);
+    const std::size_t end = i + character.length;
+    if (character.value == ':' && password == kNone) password = end;
+    // Percent-encoded by mistake, it counts where no other '@' does.
+    if (character.value == '@' && !has_at) last_at = i;
+    i = end;
+  }
+  if (password == kNone || last_at == kNone || last_at < password) return uri;
+  return uri.substr(0, password).append(kRedacted).append(uri, last_at);
+}
+
+// Links that a share has signed carry the proof in their query. Encoded
+// separators count, for links that stand in the query of another.
+std::string RedactQuery(const std::string& uri) {
+  std::string redacted;
+  std::size_t done = 0;
+  std::optional<std::string> name;
+  for (std::size_t at = 0; at < uri.size();) {
+    const Character character = CharacterAt(uri, at);
+    at += character.length;
+    if (std::string_view("?&;#").find(character.value) != kNone) {
+      name.emplace();
+    } else if (name && character.value == '=') {
+      if (IsSecretParameter(*name)) {
+        redacted.append(uri, done, at - done).append(kRedacted);
+        done = at = std::min(uri.find('&', at), uri.size());
+      }
+      name.reset();
+    } else if (name) {
+      *name += character.value;
     }
   }
-  if (colon == kNone || colon > at) return uri;
-  return uri.substr(0, colon + 1) + "<REDACTED>" + uri.substr(at);
-}
-
-bool NamesSecret(std::string_view name) {
-  constexpr auto kWords = std::to_array<const char*>(
-      {"auth", "credential", "key", "passw", "pwd", "secret", "sig", "token"});
-  const std::string copy(name);
-  return std::any_of(kWords.begin(), kWords.end(), [&](const char* word) {
-    return strcasestr(copy.c_str(), word) != nullptr;
-  });
-}
-
-// Links that a share has signed carry the proof in their query.
-std::string RedactQuery(std::string uri) {
-  std::size_t at = uri.find_first_of("?#");
-  while (at != kNone) {
-    const std::size_t name = at + 1;
-    at = uri.find_first_of("&;#", name);
-    const std::size_t equals = uri.find('=', name);
-    if (equals >= at ||
-        !NamesSecret(std::string_view{uri}.substr(name, equals - name))) {
-      continue;
-    }
-    const std::size_t end = std::min(uri.find_first_of("&#", name), uri.size());
-    uri.replace(equals + 1, end - equals - 1, "<REDACTED>");
-    at = uri.find_first_of("&#", equals);
-  }
-  return uri;
-}
-
-// The quote at `at` with the backslashes before it, which JSON has that is
-// quoted within a JSON string; empty if there is none.
-std::string_view QuoteAt(std::string_view text, std::size_t at) {
-  const std::size_t quote = text.find_first_not_of('\\', at);
-  if (quote == kNone || text[quote] != '"') return {};
-  return text.substr(at, quote + 1 - at);
-}
-
-// Behind the colon and the blanks after a member's name, which are escapes
-// where JSON is quoted; kNone at the end.
-std::size_t ValueAfter(std::string_view text, std::size_t at) {
-  while ((at = text.find_first_not_of(": \t\r\n", at)) != kNone) {
-    const std::size_t escaped = text.find_first_not_of('\\', at);
-    if (escaped == at || escaped == kNone ||
-        std::string_view("trn").find(text[escaped]) == kNone) {
-      break;
-    }
-    at = escaped + 1;
-  }
-  return at;
-}
-
-// Where a text ends that began after such a quote: at the first one like it. A
-// longer row of backslashes belongs to the text.
-std::size_t EndOfQuoted(std::string_view text, std::size_t start,
-                        std::string_view quote) {
-  for (std::size_t at = start; at < text.size(); ++at) {
-    if (text[at] != '"' && text[at] != '\\') continue;
-    const std::string_view found = QuoteAt(text, at);
-    if (found == quote) return at;
-    at = std::min(text.find_first_not_of('\\', at), text.size());
-  }
-  return text.size();
+  return redacted.append(uri, done);
 }
 
 }  // namespace
 
 std::string RedactUri(const std::string& uri) {
   return RedactQuery(RedactUser(uri));
-}
-
-std::string RedactAnswer(const std::string& body) {
-  constexpr std::string_view kKey = "Password";
-  std::string redacted;
-  std::size_t done = 0;
-  std::size_t at = body.find(kKey);
-  for (; at != kNone; at = body.find(kKey, at)) {
-    at += kKey.size();
-    const std::string_view quote = QuoteAt(body, at);
-    const std::size_t value = ValueAfter(body, at + quote.size());
-    if (quote.empty() || value == kNone || QuoteAt(body, value) != quote) {
-      continue;
-    }
-    const std::size_t start = value + quote.size();
-    redacted.append(body, done, start - done).append("<REDACTED>");
-    done = EndOfQuoted(body, start, quote);
-    at = done;
-  }
-  return redacted.append(body, done);
 }
 
 std::string UriForLog(const std::string& uri) { return MaskIP(RedactUri(uri)); }

@@ -3,18 +3,24 @@
 #define QUORVANE_LOGGING_REDACT_H_
 
 #include <string>
+#include <string_view>
 
 namespace quorvane {
 
-/// A URI as it may stand in a log line: a password in its user part (RFC 3986,
-/// section 3.2.1) becomes "<REDACTED>". A password that someone forgot to
-/// percent-encode is hidden as well, unless it reads as a port or holds an '@'
-/// before a '/'. As libcurl reads them, the scheme may be missing and the
-/// slashes behind it may be one to three. So does the value of a query's
-/// parameter whose name tells of a secret, such as "sig" or "access_token".
+/// What the log shows in place of a secret.
+inline constexpr std::string_view kRedacted = "<REDACTED>";
+
+/// A URI as the log may show it, with each of these redacted:
+/// - What may be a password (RFC 3986, section 3.2.1): all between the first
+///   ':' behind a known scheme and the last '@'. A scheme is optional. This
+///   hides a password that its author forgot to percent-encode, and at times
+///   part of a path. A user name without a password stays.
+/// - The value of each query parameter whose name announces a secret
+///   (IsSecretParameter), up to the next '&'.
+/// Blanks, quotes, '<' and '(' may precede the URI.
 std::string RedactUri(const std::string& uri);
 
-/// `RedactUri`, with the leading part of every address hidden as well.
+/// `RedactUri`, with the leading part of every address masked as well.
 std::string UriForLog(const std::string& uri);
 
 /// A BMC's answer as it may stand in the log: the value of each "Password" in
