@@ -23,10 +23,13 @@ std::string RedactUri(const std::string& uri);
 /// `RedactUri`, with the leading part of every address masked as well.
 std::string UriForLog(const std::string& uri);
 
-/// A BMC's answer as it may stand in the log: the value of each "Password" in
-/// it becomes "<REDACTED>", also in JSON that is quoted within a JSON string. A
-/// task shows the request that made it, and with it the account of the share
-/// (DSP2046, Task, Payload).
+/// A BMC's answer as the log may show it. A task shows the request that created
+/// it, and with it the account of the share (DSP2046, Task, Payload). Redacted
+/// are, also in JSON that is quoted within a JSON string:
+/// - the string value of each member whose name announces a secret
+///   (IsSecretMember), however the name is escaped;
+/// - the rest of a string that begins like such a header: "X-Auth-Token: ...";
+/// - secrets within each word that may be a URI (RedactUri).
 std::string RedactAnswer(const std::string& body);
 
 }  // namespace quorvane

@@ -420,6 +420,29 @@ TEST(AnswerInALog, ShowsNoPassword) {
        R"({"Password":"<REDACTED>"}{"Password":"<REDACTED>)"},
       {R"({"Password":null,"PasswordPolicy":"x","b":"Password"})",
        R"({"Password":null,"PasswordPolicy":"x","b":"Password"})"},
+      // A secret that ends with a backslash.
+      {R"({"Password":"s3\\","b":"{\"Password\":\"s3\\\\\",\"c\":\"d\"}"})",
+       R"({"Password":"<REDACTED>","b":"{\"Password\":\"<REDACTED>\",)"
+       R"(\"c\":\"d\"}"})"},
+      // Escaped names and quotes.
+      {R"({"Pass\u0077ord":"s3","b":"{\"\\u0050assword\":\"s3\"}"})",
+       R"({"Pass\u0077ord":"<REDACTED>",)"
+       R"("b":"{\"\\u0050assword\":\"<REDACTED>\"}"})"},
+      {R"({"b":"{\u0022Password\u0022:\u0022s3\\\u0022cret\u0022}"})",
+       R"({"b":"{\u0022Password\u0022:\u0022<REDACTED>\u0022}"})"},
+      // Other names.
+      {R"({"password":"s","SessionToken":"s","PrivateKey":"s","Key":"k"})",
+       R"({"password":"<REDACTED>","SessionToken":"<REDACTED>",)"
+       R"("PrivateKey":"<REDACTED>","Key":"k"})"},
+      {R"(["X-Auth-Token: s3","Authorization: Digest a=\"s3\"","Accept: a"])",
+       R"(["X-Auth-Token:<REDACTED>","Authorization:<REDACTED>","Accept: a"])"},
+      // Links.
+      {R"({"Message":"The value 'https://u:s3@h/a' or\nftp:\/\/u:s3@h at 1:2"})",
+       R"({"Message":"The value 'https://u:<REDACTED>@h/a' or\nftp:<REDACTED>@h at 1:2"})"},
+      {R"({"@odata.id":"/a?$skiptoken=1","b":"//h/?sig=s3\u0026c=d e?f=g"})",
+       R"({"@odata.id":"/a?$skiptoken=1","b":"//h/?sig=<REDACTED> e?f=g"})"},
+      {R"({"Members@odata.count":1,"At":"12:30:00Z","By":"root@host"})",
+       R"({"Members@odata.count":1,"At":"12:30:00Z","By":"root@host"})"},
       {"Password", "Password"},
       {"", ""}};
   for (const auto& [body, logged] : cases) {
@@ -497,13 +520,17 @@ TEST(UriInALog, MayBeLong) {
   constexpr int kCount = 1 << 20;
   std::string uri = "/a?";
   std::string shown = uri;
+  std::string answer;
   for (int i = 0; i < kCount; ++i) {
     uri += "key=&";
     shown += "key=<REDACTED>&";
+    answer += R"("Token":\\"a=b")";
   }
   EXPECT_TRUE(RedactUri(uri) == shown);
+  EXPECT_TRUE(RedactAnswer(answer) == answer);
   const std::string backslashes(kCount, '\\');
   EXPECT_TRUE(RedactUri(backslashes) == backslashes);
+  EXPECT_TRUE(RedactAnswer(backslashes) == backslashes);
 }
 
 }  // namespace
