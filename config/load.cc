@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "config/parse.h"
+#include "logging/secret_names.h"
 #include "quorvane/config.h"
 #include "quorvane/logging.h"
 #include "support/file.h"
@@ -41,59 +42,26 @@ std::string ReadFile(const std::string& path) {
   return text;
 }
 
-constexpr auto kNone = std::string_view::npos;
-constexpr const char* kBlanks = " \t\r\n";
-
-std::string Lowered(std::string_view text) {
-  std::string lowered(text);
-  for (char& c : lowered) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lowered;
+// "line 3, column 7", counted in bytes from 1.
+std::string LineAndColumn(std::string_view text) {
+  const auto line = std::count(text.begin(), text.end(), '\n') + 1;
+  const std::size_t line_start = text.rfind('\n') + 1;  // 0 in the first line
+  return "line " + std::to_string(line) + ", column " +
+         std::to_string(text.size() - line_start + 1);
 }
 
-// The name of a secret: [start, end), or kNone twice.
-struct Name {
-  std::size_t start = kNone;
-  std::size_t end = kNone;
-};
-
-// The first one in lower-case `text` from `from` on.
-Name FindSecret(std::string_view text, std::size_t from) {
-  Name found;
-  for (const std::string_view key : {"password", "token"}) {
-    const std::size_t at = text.find(key, from);
-    if (at < found.start) found = {.start = at, .end = at + key.size()};
-  }
-  return found;
-}
-
-// Whether a member whose name ends at `at` is over and done with: its value is
-// one whole string, and something else has begun behind it.
-bool IsWholeMember(std::string_view text, std::size_t at) {
-  if (text.substr(at, 1) != "\"") return false;
-  at = text.find_first_not_of(kBlanks, at + 1);
-  if (at == kNone || text[at] != ':') return false;
-  at = text.find_first_not_of(kBlanks, at + 1);
-  if (at == kNone || text[at] != '"') return false;
-  for (++at; at < text.size() && text[at] != '"'; ++at) {
-    if (text[at] == '\\') ++at;
-  }
-  at = text.find_first_not_of(kBlanks, at + 1);
-  return at != kNone && (text[at] == ',' || text[at] == '}');
-}
-
-// What could not be read, for a person to find the place: a hundred bytes, none
-// of them a password or a token. Its name may stand in them, or before them.
-std::string_view Excerpt(std::string_view text, std::size_t position) {
+// Where parsing failed, for the user to find the place: up to a hundred bytes
+// from there on, or the position if the file may contain a secret. The fault
+// may lie within the secret or its name, so no part of such a file is safe to
+// show. An escape may hide a name: "pass\u0077ord".
+std::string Excerpt(std::string_view text, std::size_t position) {
   constexpr std::size_t kMost = 100;
-  const std::string before = Lowered(text.substr(0, position));
-  for (Name name = FindSecret(before, 0); name.end != kNone;
-       name = FindSecret(before, name.end)) {
-    if (!IsWholeMember(before, name.end)) return {};
+  if (text.find('\\') == std::string_view::npos && !MentionsSecret(text)) {
+    const std::string excerpt(text.substr(position, kMost));
+    return excerpt.substr(0, excerpt.find('\0'));  // where cJSON stops
   }
-  const std::string_view excerpt = text.substr(position, kMost);
-  return excerpt.substr(0, FindSecret(Lowered(excerpt), 0).start);
+  return LineAndColumn(text.substr(0, position)) +
+         " (the text is not shown because the file may contain a secret)";
 }
 
 Config Validated(const cJSON* root, const std::string& path) {
@@ -115,7 +83,7 @@ Config LoadConfig(const std::string& path) {
   const JsonPtr root = ParseJson(text, &error_position);
   if (!root) {
     std::string message = "JSON parse error in " + Quoted(path) + ": ";
-    message += Excerpt(text.c_str(), error_position);
+    message += Excerpt(text, error_position);
     LogError(kConfig, message);
     throw std::runtime_error(message);
   }

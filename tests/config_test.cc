@@ -306,22 +306,22 @@ TEST_F(RulesFile, ThatCannotBeReadIsRefusedWithTheReason) {
 // The message shows where reading failed, and never a secret.
 TEST_F(RulesFile, ThatIsNoJsonIsShownFromTheFaultOn) {
   const std::string long_line(150, 'x');
+  const auto place = [](const std::string& position) {
+    return position +
+           " (the text is not shown because the file may contain a secret)";
+  };
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""},
       {R"({"a": tru})", "tru}"},
       {long_line, long_line.substr(0, 100)},
-      {R"({"a" 1, "password": "s3"})", R"(1, ")"},
-      {R"({"a": x, "token": "s3"})", R"(x, ")"},
-      {R"({"password": "s3", "a": x})", "x}"},
-      {R"({"a": {"password": "s3"}, "b": x})", "x}"},
-      {R"({"password": "s"3"})", ""},
-      {R"({"a": 1, "password": s3})", ""},
-      {"{\"password\":\n  s3}", ""},
-      {R"({"token": ["a", s3]})", ""},
-      {R"({"password": "s3)", ""},
-      {R"({"password": "a\xs3"})", ""},
-      {R"({"password": "a,b\xs3"})", ""},
-      {R"({"token": "a{b\xs3"})", ""},
+      {std::string("{\"a\": x\0y", 9), "x"},
+      {R"({"a" 1, "password": "s3"})", place("line 1, column 6")},
+      {R"({"password": "s3", "a": x})", place("line 1, column 25")},
+      {"{\"password\":\n  s3}", place("line 2, column 3")},
+      {R"({"TOKEN": "s"3"})", place("line 1, column 14")},
+      {R"({"passw"ord": "s3"})", place("line 1, column 9")},
+      {R"({"p\u0061ssword": "s"3"})", place("line 1, column 22")},
+      {R"({"p\qassword": "s3"})", place("line 1, column 4")},
   };
   for (const auto& [text, shown] : cases) {
     const std::string message =
