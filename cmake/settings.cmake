@@ -7,6 +7,9 @@ endif()
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
+# All of this build is compiled with the same options.
+add_compile_definitions(QUORVANE_SAME_STANDARD_LIBRARY_OPTIONS)
+
 # Linked PRIVATE everywhere, so that a user's build never inherits -Werror.
 add_library(quorvane_warnings INTERFACE)
 target_compile_options(quorvane_warnings INTERFACE

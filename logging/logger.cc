@@ -260,9 +260,9 @@ Logger::Logger(const std::string& path, LogLevel level, bool console_output,
 
 Logger::~Logger() = default;
 
-void Logger::SetLogLevel(LogLevel level) { impl_->SetLevel(level); }
+void Logger::SetLogLevel(LogLevel level) noexcept { impl_->SetLevel(level); }
 std::string Logger::GetLogPath() const { return impl_->Path(); }
-bool Logger::IsInitialized() const { return impl_->IsInitialized(); }
+bool Logger::IsInitialized() const noexcept { return impl_->IsInitialized(); }
 
 void Logger::LogDebug(const std::string& component,
                       const std::string& message) {
@@ -303,9 +303,9 @@ bool InitLogger(const std::string& path, LogLevel level, bool console_output,
   return initialised;
 }
 
-void ShutdownLogger() { ReplaceGlobalLogger(nullptr); }
+void ShutdownLogger() noexcept { ReplaceGlobalLogger(nullptr); }
 
-void SetLogLevel(LogLevel level) {
+void SetLogLevel(LogLevel level) noexcept {
   if (global_logger != nullptr) global_logger->SetLogLevel(level);
 }
 
@@ -313,9 +313,9 @@ std::string GetLogPath() {
   return global_logger != nullptr ? global_logger->GetLogPath() : std::string();
 }
 
-void SetThreadLogger(Logger* logger) { thread_logger = logger; }
+void SetThreadLogger(Logger* logger) noexcept { thread_logger = logger; }
 
-Logger* GetThreadLogger() {
+Logger* GetThreadLogger() noexcept {
   return thread_logger != nullptr ? thread_logger : global_logger;
 }
 

@@ -41,8 +41,8 @@ cat >"$work/user/user.cc" <<'CC'
 
 int main() {
   const quorvane::Config config = quorvane::LoadConfigAuto();
-  std::printf("%s\n%s\n", quorvane::ResolveConfigPath().c_str(),
-              config.ip.c_str());
+  std::printf("%s\n%s\n%s\n", quorvane::ResolveConfigPath().c_str(),
+              config.ip.c_str(), QUORVANE_VERSION_STRING);
   return config.task_states.size() == 13 ? 0 : 1;
 }
 CC
@@ -54,16 +54,37 @@ add_executable(user user.cc)
 target_link_libraries(user PRIVATE Quorvane::quorvane)
 CMAKE
 
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+version=$(pkg-config --modversion quorvane)
 expect() {
-  [ "$1" = "$libdir/brindle.config.json"$'\n'"192.0.2.1" ] ||
+  [ "$1" = "$rules"$'\n'"192.0.2.1"$'\n'"$version" ] ||
     { echo "$2 gave: $1"; exit 1; }
 }
 
-export PKG_CONFIG_PATH=$libdir/pkgconfig
+# shellcheck disable=SC2207
+flags=(-std=c++17 -Wall -Wextra -Wpedantic -Werror
+  $(pkg-config --cflags quorvane))
 # shellcheck disable=SC2046
-"$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror "$work/user/user.cc" \
-  $(pkg-config --cflags --libs quorvane) -o "$work/by-pkg-config"
+"$cxx" "$work/user/user.cc" "${flags[@]}" $(pkg-config --libs quorvane) \
+  -o "$work/by-pkg-config"
 expect "$(LD_LIBRARY_PATH=$libdir "$work/by-pkg-config")" pkg-config
+
+# Macros that programs define, and options that change the binary interface.
+cat >"$work/macros.cc" <<'CC'
+#include <quorvane/quorvane.h>
+static_assert(DEBUG + WARNING + ERROR INFO == 6);
+CC
+macros=(-DDEBUG -DINFO= -DWARNING=2 -DERROR=3)
+"$cxx" "$work/macros.cc" "${macros[@]}" "${flags[@]}" -fsyntax-only
+for option in -D_GLIBCXX_DEBUG -D_GLIBCXX_USE_CXX11_ABI=0; do
+  if "$cxx" "$work/user/user.cc" "$option" "${flags[@]}" -fsyntax-only \
+    2>"$work/error.txt"; then
+    echo "$option is accepted"
+    exit 1
+  fi
+  grep -q '"Quorvane: compile with' "$work/error.txt" ||
+    { cat "$work/error.txt"; exit 1; }
+done
 
 cmake -S "$work/user" -B "$work/by-cmake" -G Ninja \
   -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" \

@@ -67,7 +67,7 @@ class InventoryTest : public BmcTest {
 };
 
 TEST_F(InventoryTest, NeedsAnAddressAndRules) {
-  EXPECT_THAT([&] { FetchInventory({}, items); },
+  EXPECT_THAT([&] { static_cast<void>(FetchInventory({}, items)); },
               Throws("FetchInventory: InventoryRequest.ip must not be empty"));
   EXPECT_THAT(Log(), IsEmpty());
   EXPECT_THAT(Fetching(), Throws("Cannot open config file: "));

@@ -260,7 +260,7 @@ TEST_F(ShareRoad, DownloadFromAPathWithoutANameGetsOne) {
   RefuseSimpleUpdate();
   request.image_uri = Url("/share/");
   bmc.On("GET", "/share/").Answer(404);
-  PerformUpdate(request);
+  EXPECT_FALSE(PerformUpdate(request).accepted);
   EXPECT_THAT(Log("update"),
               Contains("Download target: /tmp/firmware_download.bin"));
 }

@@ -715,7 +715,7 @@ TEST_F(LocalRoad, InventoryIsReadFirstAndItsFailureStopsNothing) {
 TEST_F(LocalRoad, ArgumentsAreCheckedBeforeAnything) {
   const auto message = [](const UpdateRequest& request) -> std::string {
     try {
-      PerformUpdate(request);
+      static_cast<void>(PerformUpdate(request));
     } catch (const std::runtime_error& error) {
       return error.what();
     }

@@ -42,8 +42,8 @@ struct InventoryItem {
 /// @throws std::runtime_error when `request.ip` is empty, when the rules file
 ///   cannot be loaded, or when a member, or the last collection URI at its
 ///   last resort, brought no answer.
-QUORVANE_EXPORT bool FetchInventory(const InventoryRequest& request,
-                                    std::vector<InventoryItem>& items);
+[[nodiscard]] QUORVANE_EXPORT bool FetchInventory(
+    const InventoryRequest& request, std::vector<InventoryItem>& items);
 
 /// The items as one JSON object, {"inventory": [...]}, indented, without a
 /// newline at its end. Each item has "id", "Name", "SoftwareId", "Version" and
@@ -58,8 +58,8 @@ QUORVANE_EXPORT std::string InventoryToJson(
 /// rejected.
 /// @return Whether the whole text was written. A path that cannot be opened or
 ///   is rejected is logged as an error; a failed write is not logged.
-QUORVANE_EXPORT bool SaveInventoryJson(const std::string& path,
-                                       const std::vector<InventoryItem>& items);
+[[nodiscard]] QUORVANE_EXPORT bool SaveInventoryJson(
+    const std::string& path, const std::vector<InventoryItem>& items);
 
 /// What machine a BMC belongs to.
 struct ChassisInfo {
@@ -77,8 +77,8 @@ struct ChassisInfo {
 /// @return False when no chassis will do, when the BMC does not answer or
 ///   refuses, which is logged; also, without a word, for an empty `request.ip`.
 /// @throws std::runtime_error when the rules file cannot be loaded.
-QUORVANE_EXPORT bool FetchChassisInfo(const InventoryRequest& request,
-                                      ChassisInfo& info);
+[[nodiscard]] QUORVANE_EXPORT bool FetchChassisInfo(
+    const InventoryRequest& request, ChassisInfo& info);
 
 }  // namespace quorvane
 

@@ -11,6 +11,18 @@
 
 #include "quorvane/export.h"
 
+// Names that build systems and other headers like to define as macros. They
+// are macros again after this header. A program that defines one of them can
+// write `static_cast<quorvane::LogLevel>(0)` instead of the enumerator.
+#pragma push_macro("DEBUG")
+#pragma push_macro("INFO")
+#pragma push_macro("WARNING")
+#pragma push_macro("ERROR")
+#undef DEBUG
+#undef INFO
+#undef WARNING
+#undef ERROR
+
 namespace quorvane {
 
 /// How much a line matters; a logger drops what lies below its minimum.
@@ -51,9 +63,9 @@ class QUORVANE_EXPORT Logger {
   Logger(const Logger&) = delete;
   Logger& operator=(const Logger&) = delete;
 
-  void SetLogLevel(LogLevel level);  ///< Changes the minimum level.
-  std::string GetLogPath() const;    ///< The path in use, default resolved.
-  bool IsInitialized() const;        ///< Is the file open?
+  void SetLogLevel(LogLevel level) noexcept;  ///< Changes the minimum level.
+  std::string GetLogPath() const;       ///< The path in use, default resolved.
+  bool IsInitialized() const noexcept;  ///< Is the file open?
 
   /// Write one line. An empty `component` leaves its brackets out.
   /// @{
@@ -82,21 +94,21 @@ QUORVANE_EXPORT bool InitLogger(const std::string& path = std::string(),
 /// exits without this call leaves no closing line, and its threads may log
 /// until they end. Call it before unloading the library with dlclose(3). Must
 /// not race with logging or with `InitLogger`.
-QUORVANE_EXPORT void ShutdownLogger();
+QUORVANE_EXPORT void ShutdownLogger() noexcept;
 
 /// Changes the minimum level of the process-wide logger, if there is one.
-QUORVANE_EXPORT void SetLogLevel(LogLevel level);
+QUORVANE_EXPORT void SetLogLevel(LogLevel level) noexcept;
 
 /// The path of the process-wide logger; empty without one.
 QUORVANE_EXPORT std::string GetLogPath();
 
 /// Makes the calling thread log to `logger` instead of the process-wide one;
 /// null ends that. The caller owns it and keeps it alive while it is set.
-QUORVANE_EXPORT void SetThreadLogger(Logger* logger);
+QUORVANE_EXPORT void SetThreadLogger(Logger* logger) noexcept;
 
 /// The calling thread's logger, else the process-wide one, else null. Owned by
 /// whoever made it.
-QUORVANE_EXPORT Logger* GetThreadLogger();
+QUORVANE_EXPORT Logger* GetThreadLogger() noexcept;
 
 /// Write one line to `GetThreadLogger()`; dropped when that is null.
 /// @{
@@ -118,5 +130,10 @@ QUORVANE_EXPORT void LogError(const std::string& component,
 QUORVANE_EXPORT std::string MaskIP(std::string_view text);
 
 }  // namespace quorvane
+
+#pragma pop_macro("ERROR")
+#pragma pop_macro("WARNING")
+#pragma pop_macro("INFO")
+#pragma pop_macro("DEBUG")
 
 #endif  // QUORVANE_LOGGING_H_

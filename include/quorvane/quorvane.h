@@ -19,5 +19,6 @@
 #include "quorvane/inventory.h"  // IWYU pragma: export
 #include "quorvane/logging.h"    // IWYU pragma: export
 #include "quorvane/update.h"     // IWYU pragma: export
+#include "quorvane/version.h"    // IWYU pragma: export
 
 #endif  // QUORVANE_QUORVANE_H_

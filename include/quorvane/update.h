@@ -64,7 +64,8 @@ struct UpdateResponse {
 ///   - "PerformUpdate: either image_uri or local_file must be set";
 ///   - what `LoadConfigAuto` throws.
 /// @throws std::bad_alloc when memory runs out.
-QUORVANE_EXPORT UpdateResponse PerformUpdate(const UpdateRequest& request);
+[[nodiscard]] QUORVANE_EXPORT UpdateResponse
+PerformUpdate(const UpdateRequest& request);
 
 /// The record as one JSON object, indented, without a newline at its end.
 /// "percent_complete" is null while unknown. Strings are expected in UTF-8.
@@ -78,8 +79,8 @@ QUORVANE_EXPORT std::string UpdateResponseToJson(
 /// rejected.
 /// @return Whether the whole text was written. A path that cannot be opened or
 ///   is rejected is logged as an error; a failed write is not logged.
-QUORVANE_EXPORT bool SaveUpdateResponseJson(const std::string& path,
-                                            const UpdateResponse& response);
+[[nodiscard]] QUORVANE_EXPORT bool SaveUpdateResponseJson(
+    const std::string& path, const UpdateResponse& response);
 
 }  // namespace quorvane
 

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// The version of these headers. The build and the packages read it from here.
+#ifndef QUORVANE_VERSION_H_
+#define QUORVANE_VERSION_H_
+
+#define QUORVANE_VERSION_MAJOR 1
+#define QUORVANE_VERSION_MINOR 0
+#define QUORVANE_VERSION_PATCH 0
+/// "MAJOR.MINOR.PATCH"
+#define QUORVANE_VERSION_STRING                                         \
+  QUORVANE_VERSION_TEXT(QUORVANE_VERSION_MAJOR, QUORVANE_VERSION_MINOR, \
+                        QUORVANE_VERSION_PATCH)
+
+#define QUORVANE_VERSION_TEXT(major, minor, patch) \
+  QUORVANE_VERSION_QUOTE(major.minor.patch)
+#define QUORVANE_VERSION_QUOTE(version) #version
+
+#endif  // QUORVANE_VERSION_H_
