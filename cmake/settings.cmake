@@ -33,7 +33,7 @@ target_include_directories(quorvane_objects
   PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_link_libraries(quorvane_objects
   PUBLIC CURL::libcurl cjson ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS}
-  PRIVATE quorvane_warnings)
+  PRIVATE quorvane_warnings quorvane_hardening)
 
 add_library(quorvane SHARED)
 add_library(Quorvane::quorvane ALIAS quorvane)
@@ -47,7 +47,8 @@ set_target_properties(quorvane PROPERTIES
 target_compile_features(quorvane INTERFACE cxx_std_17)
 target_sources(quorvane PRIVATE $<TARGET_OBJECTS:quorvane_objects>)
 target_link_libraries(quorvane
-  PRIVATE CURL::libcurl cjson ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS})
+  PRIVATE CURL::libcurl cjson ZLIB::ZLIB Threads::Threads ${CMAKE_DL_LIBS}
+          quorvane_hardening)
 target_link_options(quorvane PRIVATE
   LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/quorvane.map)
 set_target_properties(quorvane PROPERTIES

@@ -167,6 +167,14 @@ std::size_t KeepForConsole(const void* bytes, std::size_t size) {
   return size;
 }
 
+int Print(FILE* file, const char* format, va_list rest) {
+  if (!injecting || file != stderr) return std::vfprintf(file, format, rest);
+  std::array<char, 256> text{};
+  const int size = std::vsnprintf(text.data(), text.size(), format, rest);
+  KeepForConsole(text.data(), std::strlen(text.data()));
+  return size;
+}
+
 }  // namespace
 
 FaultInjection::FaultInjection(const Fault& fault) {
@@ -274,14 +282,15 @@ std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count,
 int fprintf(FILE* file, const char* format, ...) {
   va_list rest;
   va_start(rest, format);
-  int size = 0;
-  if (quorvane::test::injecting && file == stderr) {
-    std::array<char, 256> text{};
-    size = std::vsnprintf(text.data(), text.size(), format, rest);
-    quorvane::test::KeepForConsole(text.data(), std::strlen(text.data()));
-  } else {
-    size = std::vfprintf(file, format, rest);
-  }
+  const int size = quorvane::test::Print(file, format, rest);
+  va_end(rest);
+  return size;
+}
+// The name of fprintf in code that is built with _FORTIFY_SOURCE.
+int __fprintf_chk(FILE* file, int /*flag*/, const char* format, ...) {
+  va_list rest;
+  va_start(rest, format);
+  const int size = quorvane::test::Print(file, format, rest);
   va_end(rest);
   return size;
 }
@@ -328,6 +337,10 @@ int mkdir(const char* path, mode_t mode) noexcept {
 }
 char* realpath(const char* path, char* resolved) noexcept {
   return Call<&realpath>(CallKind::kFiles, EACCES, "realpath", path, resolved);
+}
+char* __realpath_chk(const char* path, char* resolved,
+                     std::size_t /*size*/) noexcept {
+  return realpath(path, resolved);
 }
 int ftruncate(int fd, off_t size) noexcept {
   return Call<&ftruncate>(CallKind::kFiles, EIO, "ftruncate", fd, size);
