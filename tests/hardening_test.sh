@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Reads back from the ELF files that the hardening options took effect.
+# Reads back from the ELF files that the hardening options took effect, and that
+# the loader never searches the current directory.
 # Usage: hardening_test.sh BUILD_DIR yes|no (whether _FORTIFY_SOURCE is on)
 set -euo pipefail
 build=$1 fortified=$2
@@ -28,4 +29,16 @@ for file in "$library" "$work"/bin/*; do
 done
 for program in "$work"/bin/*; do expect "$program" 'Flags: NOW PIE' -d; done
 
+# An empty element of a run path means the current directory.
+files=0
+while IFS= read -r -d '' file; do
+  paths=$(readelf -Wd "$file" 2>&1 | sed -n 's/.*R\(UN\)\?PATH.*\[\(.*\)\]/\2/p')
+  files=$((files + 1))
+  case :$paths: in
+    ::) ;;
+    *::*) fault "$file: empty element in the run path \"$paths\"" ;;
+  esac
+done < <(find "$build" "$work" -type f -not -path '*/CMakeFiles/*' \
+  \( -perm -u+x -o -name '*.so*' \) -not -name '*.sh' -print0)
+[ "$files" -gt 5 ] || fault "Only $files programs and libraries found"
 exit $status
