@@ -22,6 +22,8 @@ HOME = pathlib.Path(WORK.name)
 TOOL = HOME / "prefix/bin/quorvane"
 BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
 SHARE = "--image nfs://192.0.2.9/fw.bin"
+MODES = {"shared": 0o666, "kept": 0o640}
+ODD_LOG = "[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: \u202eOutcome: done.\n"
 faults = []
 
 # Scenario, options of the update, exit code, what is told.
@@ -54,10 +56,24 @@ SCENARIOS = [
 COMMANDS = [
     ("inventory {to} --password-file pw", 0, "System BIOS      2.4.1"),
     ("inventory {to} --password-file pw --json", 0, '"BMC firmware"'),
+    ("chassis {to} --password-file pw --json", 0, r'"Contoso\u009b\u007f"'),
+    ("report c1.log --json", 0, r"\u202eOutcome"),
     ("inventory {to} --password-stdin", 3, "refused the login of admin"),
     ("inventory {to} --password-file none", 2, "the password file none"),
     ("inventory {to} --password-file pw --log no/log", 2, "Cannot write the"),
     ("inventory {to} --password-file pw --log-level x", 2, "debug, info, warn"),
+    ("inventory {to} --password-file pw --log link", 2, "a symbolic link"),
+    ("inventory {to} --password-file pw --log fifo", 2, "not a regular file"),
+    ("inventory {to} --password-file pw --log shared", 2, "chmod go-w shared"),
+    ("inventory {to} --password-file pw --log /dev/null", 0, "System BIOS"),
+    ("inventory {to} --password-file pw --output kept", 0, ""),
+    ("inventory {to} --output link", 2, "Cannot write link: it is a symbolic"),
+    ("inventory {to} --output fifo", 2, "not a regular file"),
+    ("inventory {to} --output open/new", 2, "in the folder open. Use another"),
+    ("inventory {to} --password-file pw --output /dev/null", 0, ""),
+    ("update {to} --password-file pw --file fw --result link", 2, "symbolic"),
+    ("report c1.log --html link", 2, "symbolic"),
+    ("report c1.log --html /dev/stdout", 0, "</html>"),
     ("inventory {to} --password s3cret", 2, "--password-file FILE"),
     ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
@@ -65,6 +81,8 @@ COMMANDS = [
     ("inventory {to} --password-file pw --rules bad.json", 2,
      '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
     ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+    ("inventory {to} --rules shared", 2, "chmod go-w shared"),
+    ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
     ("inventory --bmc https://h --user a", 2, "give the address alone"),
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
@@ -188,12 +206,22 @@ def use_a_terminal():
 
 
 def try_commands():
-    with Machine("clean", "commands") as bmc:
+    with Machine("odd.json", "commands") as bmc:
         for command, code, told in COMMANDS:
             done = run(command.format(to=f"--bmc {bmc} --user admin").split())
             expect(done.returncode == code and told in done.stdout and
                    "s3cret" not in done.stdout,
                    f"{command}: exit {done.returncode}", done.stdout)
+    for name in ("target", "shared"):
+        expect((HOME / name).read_text() == name, f"{name} was written to")
+    kept = HOME / "kept"
+    expect("BIOS" in kept.read_text() and kept.stat().st_mode & 0o777 == 0o640,
+           "the document keeps its mode", kept.read_text(), kept.stat())
+    expect(not list(HOME.glob("kept.*")), "a draft is left behind")
+    unsafe = run("chassis --bmc h --user a --password-file pw --rules "
+                 "rules.json".split(), env={**os.environ, "TMPDIR": "open"})
+    expect(unsafe.returncode == 2 and "for temporary files" in unsafe.stdout,
+           "unsafe TMPDIR", unsafe.stdout)
     completed = subprocess.run(
         ["bash", "-c", 'source "$1"; COMP_WORDS=(quorvane simulate --scenario '
          'st); COMP_CWORD=3; _quorvane; echo "${COMPREPLY[*]}"', "bash",
@@ -217,16 +245,34 @@ def prepare():
         update["task_monitoring"]["max_polling_time_seconds"] = seconds
         (HOME / f"{name}.json").write_text(json.dumps(rules))
     update["multipart_update"]["upload_rules"] = {"202": "track_task"}
+    machine = {"description": "Odd text.", "chassis":
+               [{"id": "1", "manufacturer": "Contoso\x9b\x7f"}]}
     for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
                        ("bad.json", '{"authentication": 1}'), ("empty", ""),
-                       ("secret", "s3cret word\n"), ("fw", "x" * 5000)):
-        (HOME / name).write_text(text)
-        (HOME / name).chmod(0o600)
+                       ("secret", "s3cret word\n"), ("fw", "x" * 5000),
+                       ("target", "target"),
+                       ("odd.json", json.dumps(machine)), ("c1.log", ODD_LOG),
+                       ("shared", "shared"), ("kept", "old")):
+        (HOME / name).write_text(
+            text, "utf-8" if name == "c1.log" else "latin-1")
+        (HOME / name).chmod(MODES.get(name, 0o600))
+    (HOME / "link").symlink_to("target")
+    os.mkfifo(HOME / "fifo")
+    (HOME / "open").mkdir()
+    (HOME / "open/rules.json").write_text(json.dumps(rules))
+    (HOME / "open").chmod(0o777)
+    if os.geteuid() == 0:
+        (HOME / "foreign").write_text("{}")
+        os.chown(HOME / "foreign", 65534, -1)
+        COMMANDS.extend((f"inventory {{to}} --{option} foreign", 2,
+                         "it belongs to another user")
+                        for option in ("rules", "output"))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
     os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
 
 
+os.umask(0o022)
 prepare()
 ready = {path.stem for path in (SOURCE / "simulator/scenarios").iterdir()}
 expect(ready == {row[0] for row in SCENARIOS}, "each scenario has a row", ready)

@@ -10,6 +10,7 @@
 
 #include "quorvane/config.h"
 #include "tools/quorvane/password.h"
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/tool.h"
 
 namespace quorvane::tool {
@@ -96,6 +97,7 @@ std::string RulesComplaint(const std::string& file, const std::string& why) {
 }
 
 Config CheckRules(const BmcOptions& options) {
+  if (!options.rules.empty()) RequireTrusted(options.rules, "rules");
   try {
     return options.rules.empty() ? LoadConfigAuto() : LoadConfig(options.rules);
   } catch (const std::runtime_error& error) {

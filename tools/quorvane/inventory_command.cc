@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,8 +10,8 @@
 #include "tools/quorvane/bmc_call.h"
 #include "tools/quorvane/bmc_options.h"
 #include "tools/quorvane/commands.h"
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/text.h"
-#include "tools/quorvane/tool.h"
 
 namespace quorvane::tool {
 namespace {
@@ -60,29 +59,19 @@ std::string Table(const Json& items) {
   return table;
 }
 
-void Deliver(const std::string& text, const std::string& output) {
-  if (output.empty()) {
-    fmt::print("{}", EscapedJson(text));
-    return;
-  }
-  std::ofstream file(output, std::ios::binary | std::ios::trunc);
-  file << text << std::flush;
-  if (!file) {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot write " + output +
-                        "; name a file in a folder that is there and yours.");
-  }
-}
-
 ExitCode RunInventory(const Options& options) {
+  // Without --output, the same precautions apply as for this name.
+  const std::string output =
+      options.output.empty() ? "/dev/stdout" : options.output;
+  CheckDocumentPath(output);
   BmcCall call(options.bmc, "inventory");
   const Json answer = call.Ask();
   if (!answer.at("read").get<bool>()) return call.Refused();
   const Json& items = answer.at("items");
   // The document is the library's own form, as its SaveInventoryJson writes it.
-  Deliver(options.json ? answer.at("document").get<std::string>() + "\n"
-                       : Table(items),
-          options.output);
+  WriteDocument(output, options.json
+                            ? answer.at("document").get<std::string>() + "\n"
+                            : Table(items));
   return ExitCode::kDone;
 }
 

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "tools/quorvane/safe_file.h"
+
 namespace quorvane::tool {
 
 /// A folder in which other rules lie beside the library.
@@ -17,17 +19,14 @@ class PrivateRules {
  public:
   /// @throws ToolError when the folder cannot be made.
   explicit PrivateRules(const std::string& rules_file);
-  ~PrivateRules();  ///< Removes the folder.
-  PrivateRules(const PrivateRules&) = delete;
-  PrivateRules& operator=(const PrivateRules&) = delete;
 
-  [[nodiscard]] const std::string& folder() const { return folder_; }
+  [[nodiscard]] const std::string& folder() const { return folder_.path(); }
   /// Value of LD_LIBRARY_PATH for the new process: this folder, then whatever
   /// the variable holds now.
   [[nodiscard]] std::string LoaderPath() const;
 
  private:
-  std::string folder_;
+  PrivateFolder folder_;
 };
 
 }  // namespace quorvane::tool

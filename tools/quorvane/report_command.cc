@@ -2,7 +2,6 @@
 #include <fmt/core.h>
 
 #include <cerrno>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -10,6 +9,7 @@
 #include "tools/quorvane/commands.h"
 #include "tools/quorvane/progress.h"
 #include "tools/quorvane/report.h"
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
 
@@ -30,16 +30,6 @@ std::string ReadLog(const std::string& path) {
                   path, std::generic_category().message(errno)));
 }
 
-void WritePage(const std::string& path, const std::string& page) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << page << std::flush;
-  if (!file) {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot write " + path +
-                        "; name a file in a folder that is there and yours.");
-  }
-}
-
 ExitCode RunReport(const Options& options) {
   const Report report = ReadReport(ReadLog(options.log));
   if (report.events.empty()) {
@@ -48,7 +38,7 @@ ExitCode RunReport(const Options& options) {
                         " holds no log of this library; give the "
                         "file that --log named.");
   }
-  if (!options.html.empty()) WritePage(options.html, HtmlReport(report));
+  if (!options.html.empty()) WriteDocument(options.html, HtmlReport(report));
   if (options.json) {
     fmt::print("{}\n", EscapedJson(JsonReport(report)));
   } else if (options.html.empty()) {

@@ -3,14 +3,13 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
 
@@ -19,19 +18,14 @@ namespace {
 
 Descriptor OpenPrivateLog(std::string& path) {
   constexpr std::string_view kSuffix = ".log";
-  std::error_code unknown;
-  std::filesystem::path place = std::filesystem::temp_directory_path(unknown);
-  if (unknown) place = "/tmp";
-  path = (place / "quorvane-XXXXXX").string().append(kSuffix);
+  path = TemporaryFolder() + "/quorvane-XXXXXX";
+  path += kSuffix;
   return Descriptor(
       mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC));
 }
 
 Descriptor OpenLog(std::string& path) {
-  constexpr mode_t kMode = S_IRUSR | S_IWUSR;
-  if (path.empty()) return OpenPrivateLog(path);
-  return Descriptor(
-      open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kMode));
+  return path.empty() ? OpenPrivateLog(path) : OpenForAppending(path);
 }
 
 }  // namespace

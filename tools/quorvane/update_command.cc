@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "tools/quorvane/bmc_options.h"
@@ -16,6 +17,7 @@
 #include "tools/quorvane/progress.h"
 #include "tools/quorvane/run.h"
 #include "tools/quorvane/run_log.h"
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
 #include "tools/quorvane/verdict.h"
@@ -94,8 +96,7 @@ Json RequestFrom(const Options& options) {
                   {"image_uri", options.image},
                   {"share_user", options.share_user},
                   {"verify", options.verify_share_certificate},
-                  {"targets", options.targets},
-                  {"result", options.result}};
+                  {"targets", options.targets}};
   if (!options.share_password_file.empty()) {
     request["share_password"] = PasswordFromFile(options.share_password_file);
   }
@@ -118,13 +119,39 @@ void PrintRecord(const Json& record) {
       text("message"));
   constexpr std::size_t kIndent = 9;
   fmt::print("{}\n", Wrapped(told, TerminalColumns(), kIndent));
-  if (record.contains("unsaved")) {
-    fmt::print(stderr,
-               "quorvane: Cannot write {}; name a file in a folder that is "
-               "there and yours.\n",
-               Printable(record.at("unsaved").get<std::string>()));
-  }
 }
+
+// Where the library saves its record, for this process to put in its place: the
+// library would follow a link and leave half a file after an error.
+class ResultFile {
+ public:
+  explicit ResultFile(std::string path) : path_(std::move(path)) {
+    if (!path_.empty()) folder_.emplace();
+  }
+  [[nodiscard]] std::string draft() const {
+    return folder_ ? folder_->path() + "/result.json" : std::string();
+  }
+  /// The update is over, so an error is printed and changes nothing else.
+  void PutInPlace(const Json& record) const {
+    if (!folder_) return;
+    try {
+      const auto text = FileText(draft());
+      if (!text || record.contains("unsaved")) {
+        throw ToolError(ExitCode::kFailed,
+                        "Cannot write " + path_ +
+                            ": the record could not be saved in " +
+                            folder_->path() + ". Free some space there.");
+      }
+      WriteDocument(path_, *text);
+    } catch (const ToolError& error) {
+      fmt::print(stderr, "quorvane: {}\n", Printable(error.what()));
+    }
+  }
+
+ private:
+  std::string path_;
+  std::optional<PrivateFolder> folder_;
+};
 
 // The verdict on a call that ended in this way.
 Verdict JudgeCall(const CallResult& result, Follower& follower) {
@@ -166,7 +193,10 @@ ExitCode RunUpdate(const Options& options) {
                     options.file + " is empty; fetch the package again.");
   }
   const Config rules = CheckRules(options.bmc);
-  const Json request = RequestFrom(options);
+  if (!options.result.empty()) CheckDocumentPath(options.result);
+  Json request = RequestFrom(options);
+  const ResultFile result_file(options.result);
+  request["result"] = result_file.draft();
   RunLog log(options.bmc.log, options.bmc.log_level);
   log.Note(fmt::format("Run: update of {} with {}", options.bmc.bmc,
                        options.file.empty() ? options.image : options.file));
@@ -180,7 +210,9 @@ ExitCode RunUpdate(const Options& options) {
                        verdict.headline));
   fmt::print("{}", TextOf(verdict, TerminalColumns()));
   if (result.end == CallResult::End::kAnswered) {
-    PrintRecord(result.answer.at("ok"));
+    const Json& record = result.answer.at("ok");
+    PrintRecord(record);
+    result_file.PutInPlace(record);
   }
   fmt::print("Log:     {}\n", Printable(log.path()));
   return ExitCodeOf(verdict.outcome);
