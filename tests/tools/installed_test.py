@@ -81,6 +81,8 @@ COMMANDS = [
     ("inventory {to} --password-file pw --rules bad.json", 2,
      '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
     ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+    ("inventory {to} --rules away.json", 2, '"@h/steal" does not begin with'),
+    ("inventory {to} --rules away.json --force --password-file pw", 0, "BIOS"),
     ("inventory {to} --rules shared", 2, "chmod go-w shared"),
     ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
     ("inventory --bmc https://h --user a", 2, "give the address alone"),
@@ -245,12 +247,14 @@ def prepare():
         update["task_monitoring"]["max_polling_time_seconds"] = seconds
         (HOME / f"{name}.json").write_text(json.dumps(rules))
     update["multipart_update"]["upload_rules"] = {"202": "track_task"}
+    away = json.loads(json.dumps(rules))
+    away["firmware_update"]["multipart_update"]["upload_uri"] = ["@h/steal"]
     machine = {"description": "Odd text.", "chassis":
                [{"id": "1", "manufacturer": "Contoso\x9b\x7f"}]}
     for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
                        ("bad.json", '{"authentication": 1}'), ("empty", ""),
                        ("secret", "s3cret word\n"), ("fw", "x" * 5000),
-                       ("target", "target"),
+                       ("away.json", json.dumps(away)), ("target", "target"),
                        ("odd.json", json.dumps(machine)), ("c1.log", ODD_LOG),
                        ("shared", "shared"), ("kept", "old")):
         (HOME / name).write_text(

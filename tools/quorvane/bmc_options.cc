@@ -14,6 +14,27 @@
 #include "tools/quorvane/tool.h"
 
 namespace quorvane::tool {
+namespace {
+
+// Every list of URIs that the rules have.
+void RequirePaths(const Config& rules, const std::string& file) {
+  for (const auto* uris :
+       {&rules.inventory_uri, &rules.upload_uri, &rules.task_uri,
+        &rules.activation_uri, &rules.reboot_uri}) {
+    for (const std::string& uri : *uris) {
+      if (uri.rfind('/', 0) == 0) continue;
+      throw ToolError(
+          ExitCode::kUsage,
+          fmt::format(
+              "Cannot use the rules file {}: the URI \"{}\" does not begin "
+              "with \"/\", so it could send the account and the image to "
+              "another host. Correct it, or give --force to use it.",
+              file, uri));
+    }
+  }
+}
+
+}  // namespace
 
 void RefusePasswordArgument(CLI::App& command, const std::string& option) {
   command
@@ -58,6 +79,8 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       .add_option("--rules", options.rules,
                   "Use this rules file, not the installed one")
       ->type_name("FILE");
+  command.add_flag("--force", options.force,
+                   "Use rules whose URIs do not begin with \"/\"");
   command
       .add_option("--log", options.log,
                   "Append the log here; else a private one is made")
@@ -98,13 +121,16 @@ std::string RulesComplaint(const std::string& file, const std::string& why) {
 
 Config CheckRules(const BmcOptions& options) {
   if (!options.rules.empty()) RequireTrusted(options.rules, "rules");
+  const std::string file =
+      options.rules.empty() ? ResolveConfigPath() : options.rules;
+  Config rules;
   try {
-    return options.rules.empty() ? LoadConfigAuto() : LoadConfig(options.rules);
+    rules = LoadConfig(file);
   } catch (const std::runtime_error& error) {
-    const std::string file =
-        options.rules.empty() ? ResolveConfigPath() : options.rules;
     throw ToolError(ExitCode::kUsage, RulesComplaint(file, error.what()));
   }
+  if (!options.force) RequirePaths(rules, file);
+  return rules;
 }
 
 }  // namespace quorvane::tool

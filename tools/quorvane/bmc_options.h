@@ -16,8 +16,9 @@ struct BmcOptions {
   std::string user;
   std::string password_file;
   bool password_stdin = false;
-  std::string rules;  ///< Rules file; empty: the one beside the library.
-  std::string log;    ///< Log file; empty: a private one.
+  std::string rules;   ///< Rules file; empty: the one beside the library.
+  bool force = false;  ///< Use rules that could send requests elsewhere.
+  std::string log;     ///< Log file; empty: a private one.
   LogLevel log_level = LogLevel::DEBUG;  ///< The least that `log` keeps.
 };
 
@@ -36,7 +37,9 @@ std::string ReadPassword(const BmcOptions& options);
 std::string RulesComplaint(const std::string& file, const std::string& why);
 
 /// Loads the rules before anything else happens, so that a mistake in them
-/// costs no password and is told with the file's own name.
+/// costs no password and is told with the file's own name. Rejects a --rules
+/// file that other users can change and, unless forced, URIs that could lead to
+/// another host.
 /// @throws ToolError
 Config CheckRules(const BmcOptions& options);
 

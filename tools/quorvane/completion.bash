@@ -3,7 +3,7 @@
 
 _quorvane() {
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local bmc="--bmc --user --password-file --password-stdin --rules --log --log-level"
+  local bmc="--bmc --user --password-file --password-stdin --rules --force --log --log-level"
   local command=${COMP_WORDS[1]} words=""
   COMPREPLY=()
   case $previous in
