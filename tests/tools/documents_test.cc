@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every option has its place in the manual and in the completion.
+// Every option has its place in the manual and in the completion; what holds
+// for every command.
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 
+#include <array>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -84,6 +87,15 @@ TEST(Documents, NameEveryKeyOfTheRules) {
   for (const std::string& key : keys) {
     EXPECT_TRUE(Holds(manual, key, "* \n")) << key;
   }
+}
+
+TEST(Tool, DeniesOtherProcessesItsMemory) {
+  prctl(PR_SET_DUMPABLE, 1);
+  std::string name = "quorvane";
+  std::string option = "--version";
+  std::array<char*, 3> arguments = {name.data(), option.data(), nullptr};
+  EXPECT_EQ(RunTool(2, arguments.data()), ExitCode::kDone);
+  EXPECT_EQ(prctl(PR_GET_DUMPABLE), 0);
 }
 
 }  // namespace

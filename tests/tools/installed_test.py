@@ -86,6 +86,8 @@ COMMANDS = [
     ("inventory {to} --rules shared", 2, "chmod go-w shared"),
     ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
     ("inventory --bmc https://h --user a", 2, "give the address alone"),
+    ("inventory --bmc a:s3cret@h --user a", 2, "give the address alone"),
+    ("inventory --bmc h --user a:s3cret", 2, "without a colon"),
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
     ("chassis {to} --password-file pw", 0, "Manufacturer  "),
@@ -273,7 +275,8 @@ def prepare():
                         for option in ("rules", "output"))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
-    os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1")
+    os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1",
+                      SSLKEYLOGFILE=str(HOME / "keys"))
 
 
 os.umask(0o022)
@@ -289,5 +292,6 @@ for future in futures:
     future.result()
 left = [path for path in (HOME / "tmp").iterdir() if path.suffix != ".log"]
 expect(not left, "left behind", left)
+expect(not (HOME / "keys").exists(), "session keys were written")
 print("\n\n".join(faults))
 sys.exit(1 if faults else 0)

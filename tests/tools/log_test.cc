@@ -123,6 +123,7 @@ TEST(Report, PageNeedsNoNetworkAndLetsNoMarkupThrough) {
                      "W <img src=x onerror=y>"} +
             kEnd)));
   EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(page, HasSubstr("base-uri 'none'; form-action 'none'"));
   EXPECT_THAT(page, HasSubstr("prefers-color-scheme: dark"));
   EXPECT_THAT(page, HasSubstr("&lt;script&gt;"));
   for (const char* absent : {"<script", "<img", "\x1b", "src=\"", "href="}) {

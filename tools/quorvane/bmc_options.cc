@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 #include "quorvane/config.h"
@@ -15,6 +16,20 @@
 
 namespace quorvane::tool {
 namespace {
+
+// Neither fault repeats the argument, which may hold a password.
+
+std::string AddressFault(const std::string& address) {
+  const bool is_plain =
+      !address.empty() &&
+      std::all_of(address.begin(), address.end(), [](const char c) {
+        return c > ' ' && c != '\x7f' &&
+               std::string_view("@?#\\/").find(c) == std::string_view::npos;
+      });
+  return is_plain ? std::string()
+                  : "give the address alone, such as 192.0.2.7 or "
+                    "[2001:db8::7]:8443";
+}
 
 // Every list of URIs that the rules have.
 void RequirePaths(const Config& rules, const std::string& file) {
@@ -36,6 +51,13 @@ void RequirePaths(const Config& rules, const std::string& file) {
 
 }  // namespace
 
+std::string UserFault(const std::string& user) {
+  return user.find(':') == std::string::npos
+             ? std::string()
+             : "give the name alone, without a colon; the password has its own "
+               "option";
+}
+
 void RefusePasswordArgument(CLI::App& command, const std::string& option) {
   command
       .add_option_function<std::string>(
@@ -54,18 +76,11 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       .add_option("--bmc", options.bmc,
                   "Address or host name of the BMC, or HOST:PORT")
       ->required()
-      ->check(CLI::Validator(
-          [](const std::string& address) {
-            return !address.empty() && address.find('/') == std::string::npos
-                       ? std::string()
-                       : std::string(
-                             "give the address alone, such as "
-                             "192.0.2.7 or [2001:db8::7]:8443");
-          },
-          ""))
+      ->check(CLI::Validator(AddressFault, ""))
       ->type_name("ADDRESS");
   command.add_option("--user", options.user, "Account on the BMC")
       ->required()
+      ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   auto* file = command.add_option("--password-file", options.password_file,
                                   "File with the password; else it is asked "

@@ -29,6 +29,9 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options);
 /// passwords come from files, so that one typed out of habit is not printed.
 void RefusePasswordArgument(CLI::App& command, const std::string& option);
 
+/// Why `user` is no name of an account; empty when it can be one.
+std::string UserFault(const std::string& user);
+
 /// From where the options say, else typed on the terminal.
 /// @throws ToolError
 std::string ReadPassword(const BmcOptions& options);

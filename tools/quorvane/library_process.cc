@@ -104,10 +104,13 @@ class Child {
 
 std::vector<std::string> Environment(const std::optional<PrivateRules>& rules) {
   constexpr std::string_view kPath = "LD_LIBRARY_PATH=";
+  // libcurl would write the keys of every connection to the file it names.
+  constexpr std::string_view kKeyLog = "SSLKEYLOGFILE=";
   std::vector<std::string> variables;
   for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (!rules || std::string_view(*variable).rfind(kPath, 0) != 0) {
-      variables.emplace_back(*variable);
+    const std::string_view one = *variable;
+    if (one.rfind(kKeyLog, 0) != 0 && (!rules || one.rfind(kPath, 0) != 0)) {
+      variables.emplace_back(one);
     }
   }
   if (rules) variables.push_back(std::string(kPath) + rules->LoaderPath());

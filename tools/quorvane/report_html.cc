@@ -17,7 +17,7 @@ constexpr const char* kHead = R"html(<!DOCTYPE html>
 <head>
 <meta charset="utf-8">
 <meta name="viewport" content="width=device-width, initial-scale=1">
-<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'">
+<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'">
 <title>Firmware update report</title>
 <style>
 :root { color-scheme: light dark; --ink: #1c2430; --paper: #ffffff; --faint: #5d6878; --rule: #d5dbe3;

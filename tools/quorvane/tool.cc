@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -137,6 +138,8 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
 
 ExitCode RunTool(int argc, char** argv) {
   OccupyStandardStreams();
+  // Neither a core dump nor a debugger of the same user shows a password.
+  prctl(PR_SET_DUMPABLE, 0);
   try {
     if (argc == 2 && std::string_view(argv[1]) == kWorkerArgument) {
       return RunWorker();
