@@ -44,7 +44,7 @@ SCENARIOS = [
      "image could not be downloaded here either"),
     ("share-only", SHARE + f" --target {BIOS} --share-user me "
      "--share-password-file secret", 0, "Outcome: done."),
-    ("simple-update-refused", "--image https://{bmc}/images/firmware.bin", 0,
+    ("simple-update-refused", "--image-file {link}", 0,
      "  Download: https://"),
     ("flaky-network", "--file fw", 4, "a request to restart got no answer."),
     ("wrong-password", "--password-file secret --file fw", 3,
@@ -91,9 +91,12 @@ COMMANDS = [
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
     ("chassis {to} --password-file pw", 0, "Manufacturer  "),
-    ("update {to} --password-file pw", 2, "--file FILE or --image"),
+    ("update {to} --password-file pw", 2, "--image-file FILE: what to install"),
     ("update {to} --password-file pw --file empty", 2, "empty is empty"),
     ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
+    ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
+    ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
+    ("update {to} --image-file secret", 2, "first line of the image file"),
     ("update {to} --image fw", 2, "goes to --file"),
     ("report pw", 2, "holds no log"),
     ("report .", 2, "Cannot read the log . (Is a directory)"),
@@ -150,11 +153,15 @@ def wait_for(condition):
 def meet(number, scenario, options, code, told):
     log, result = HOME / f"{number}.log", HOME / f"{number}.json"
     with Machine(scenario, number) as bmc:
+        # A signed link, as a file since it is a secret.
+        link = HOME / f"{number}.link"
+        link.write_text(f"https://{bmc}/images/firmware.bin?sig=s3cret\n")
+        link.chmod(0o600)
         account = "" if "--password-file" in options.split() else \
             " --password-file pw"
         done = run(["update", "--bmc", bmc, "--user", "admin", "--rules",
                     "rules.json", "--log", log, "--result", result,
-                    *(options.format(bmc=bmc) + account).split()])
+                    *(options.format(link=link) + account).split()])
     name = f"{scenario} {options}: exit {done.returncode}, printed:"
     written = log.read_text()
     expect(done.returncode == code and told in done.stdout, name, done.stdout)

@@ -7,8 +7,8 @@ _quorvane() {
   local command=${COMP_WORDS[1]} words=""
   COMPREPLY=()
   case $previous in
-    --password-file | --rules | --log | --file | --share-password-file | \
-      --result | --output | --html | --address-file)
+    --password-file | --rules | --log | --file | --image-file | \
+      --share-password-file | --result | --output | --html | --address-file)
       mapfile -t COMPREPLY < <(compgen -f -- "$current")
       return ;;
     --log-level)
@@ -28,7 +28,7 @@ _quorvane() {
   else
     case $command in
       update)
-        words="$bmc --file --image --share-user --share-password-file
+        words="$bmc --file --image --image-file --share-user --share-password-file
           --verify-share-certificate --target --result --quiet --help" ;;
       inventory) words="$bmc --json --output --help" ;;
       chassis) words="$bmc --json --help" ;;

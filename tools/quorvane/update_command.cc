@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "logging/redact.h"
 #include "tools/quorvane/bmc_options.h"
 #include "tools/quorvane/commands.h"
 #include "tools/quorvane/library_process.h"
@@ -32,6 +33,7 @@ struct Options {
   BmcOptions bmc;
   std::string file;
   std::string image;
+  std::string image_file;
   std::string share_user;
   std::string share_password_file;
   bool verify_share_certificate = false;
@@ -75,17 +77,31 @@ class Follower : public CallListener {
   RecordReader reader_;
 };
 
-// A password in an argument shows in every process list.
-void RefusePasswordIn(const std::string& image_uri) {
-  const std::size_t scheme = image_uri.find("://");
-  if (scheme == std::string::npos) return;
-  const std::size_t at = image_uri.find('@', scheme);
-  const std::size_t colon = image_uri.find(':', scheme + 3);
-  if (at != std::string::npos && colon < at) {
+std::string ImageFault(const std::string& uri) {
+  return uri.find("://") != std::string::npos
+             ? std::string()
+             : "give a URI such as nfs://HOST/PATH; a file of this machine "
+               "goes to --file";
+}
+
+// The URI of the image; empty with --file.
+std::string ImageUriOf(const Options& options) {
+  if (options.image_file.empty()) {
+    if (RedactUri(options.image) == options.image) return options.image;
     throw ToolError(ExitCode::kUsage,
-                    "The image URI holds a password, which a process list "
-                    "shows; give --share-user and --share-password-file.");
+                    "The image URI contains a secret, which a process list "
+                    "shows. Write the URI to a file of your own and give "
+                    "--image-file FILE, or give --share-user and "
+                    "--share-password-file.");
   }
+  std::string uri = FirstLineOf(options.image_file, "image");
+  if (!uri.empty() && uri.back() == '\r') uri.pop_back();
+  if (const std::string fault = ImageFault(uri); !fault.empty()) {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot use the first line of the image file " +
+                        options.image_file + ": " + fault + ".");
+  }
+  return uri;
 }
 
 Json RequestFrom(const Options& options) {
@@ -113,7 +129,7 @@ void PrintRecord(const Json& record) {
   const std::string told = fmt::format(
       "Library: accepted {}, HTTP {}, task {}, state {}{}, restart {}: {}",
       record.at("accepted").get<bool>() ? "yes" : "no",
-      record.at("http_status").get<long>(), text("task_uri"),
+      record.at("http_status").get<long>(), RedactUri(text("task_uri")),
       text("task_state"), percent < 0 ? "" : fmt::format(" {} %", percent),
       record.at("reboot_performed").get<bool>() ? "yes" : "no",
       text("message"));
@@ -181,12 +197,13 @@ Verdict JudgeCall(const CallResult& result, Follower& follower) {
                                     record.at("reboot_performed").get<bool>()});
 }
 
-ExitCode RunUpdate(const Options& options) {
+ExitCode RunUpdate(Options options) {
+  options.image = ImageUriOf(options);
   if (options.file.empty() == options.image.empty()) {
     throw ToolError(ExitCode::kUsage,
-                    "Give either --file FILE or --image URI: what to install.");
+                    "Give --file FILE, --image URI or --image-file FILE: what "
+                    "to install.");
   }
-  RefusePasswordIn(options.image);
   std::error_code error;
   if (!options.file.empty() && fs::file_size(options.file, error) == 0) {
     throw ToolError(ExitCode::kUsage,
@@ -198,8 +215,9 @@ ExitCode RunUpdate(const Options& options) {
   const ResultFile result_file(options.result);
   request["result"] = result_file.draft();
   RunLog log(options.bmc.log, options.bmc.log_level);
-  log.Note(fmt::format("Run: update of {} with {}", options.bmc.bmc,
-                       options.file.empty() ? options.image : options.file));
+  log.Note(fmt::format(
+      "Run: update of {} with {}", options.bmc.bmc,
+      options.file.empty() ? RedactUri(options.image) : options.file));
   const auto progress =
       MakeProgress(ChooseStyle(options.quiet), rules.max_retries + 1);
   Follower follower(log, *progress);
@@ -221,33 +239,40 @@ ExitCode RunUpdate(const Options& options) {
 void AddImageOptions(CLI::App& command, Options& options) {
   auto* file = command.add_option("--file", options.file,
                                   "The update package to upload");
-  file->check(CLI::Validator(CLI::ExistingFile).description(""))
+  file->check(CLI::Validator(
+                  [](std::string& path) {
+                    // Of the two, this error does not repeat a secret.
+                    return CLI::ExistingFile(path).empty()
+                               ? std::string()
+                               : "there is no file " + RedactUri(path);
+                  },
+                  ""))
       ->type_name("FILE");
   auto* image = command.add_option("--image", options.image,
                                    "URI of the package, for the BMC to fetch");
-  image->excludes(file)->type_name("URI")->check(CLI::Validator(
-      [](const std::string& uri) {
-        return uri.find("://") != std::string::npos
-                   ? std::string()
-                   : std::string(
-                         "give a URI such as nfs://HOST/PATH; a file "
-                         "of this machine goes to --file");
-      },
-      ""));
+  image->excludes(file)->type_name("URI")->check(
+      CLI::Validator(ImageFault, ""));
+  command
+      .add_option("--image-file", options.image_file,
+                  "File with that URI, for one that contains a secret")
+      ->excludes(file)
+      ->excludes(image)
+      ->type_name("FILE");
   command
       .add_option("--share-user", options.share_user, "Account on the share")
-      ->needs(image)
+      ->excludes(file)
+      ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   command
       .add_option("--share-password-file", options.share_password_file,
                   "File with the password of the share")
-      ->needs(image)
+      ->excludes(file)
       ->type_name("FILE");
   RefusePasswordArgument(command, "--share-password");
   command
       .add_flag("--verify-share-certificate", options.verify_share_certificate,
                 "Let the BMC check the share's certificate")
-      ->needs(image);
+      ->excludes(file);
 }
 
 }  // namespace
