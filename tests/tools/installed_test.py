@@ -74,6 +74,10 @@ COMMANDS = [
     ("update {to} --password-file pw --file fw --result link", 2, "symbolic"),
     ("report c1.log --html link", 2, "symbolic"),
     ("report c1.log --html /dev/stdout", 0, "</html>"),
+    ("inventory {to} --password-file latin1", 3, "refused the login of admin"),
+    ("inventory {to} --password-file nul", 2, "a NUL byte"),
+    ("inventory {to} --password-file fifo", 2, "not a regular file"),
+    ("inventory {to} --password-file shared", 2, "chmod go-w shared"),
     ("inventory {to} --password s3cret", 2, "--password-file FILE"),
     ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
@@ -263,7 +267,8 @@ def prepare():
     for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
                        ("bad.json", '{"authentication": 1}'), ("empty", ""),
                        ("secret", "s3cret word\n"), ("fw", "x" * 5000),
-                       ("away.json", json.dumps(away)), ("target", "target"),
+                       ("away.json", json.dumps(away)), ("latin1", "p\xfc\n"),
+                       ("nul", "password\0\n"), ("target", "target"),
                        ("odd.json", json.dumps(machine)), ("c1.log", ODD_LOG),
                        ("shared", "shared"), ("kept", "old")):
         (HOME / name).write_text(
@@ -279,7 +284,7 @@ def prepare():
         os.chown(HOME / "foreign", 65534, -1)
         COMMANDS.extend((f"inventory {{to}} --{option} foreign", 2,
                          "it belongs to another user")
-                        for option in ("rules", "output"))
+                        for option in ("rules", "password-file", "output"))
     # Where the tool makes what it must remove again.
     (HOME / "tmp").mkdir()
     os.environ.update(TMPDIR=str(HOME / "tmp"), CI="1",

@@ -266,7 +266,10 @@ CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
   pipes.answer.write_end.Close();
   pipes.errors.write_end.Close();
   pipes.log.write_end.Close();
-  WriteAll(pipes.request.write_end.get(), call.dump());
+  // CBOR, since a JSON text cannot hold a password that is not UTF-8.
+  std::string bytes;
+  nlohmann::json::to_cbor(call, bytes);
+  WriteAll(pipes.request.write_end.get(), bytes);
   pipes.request.write_end.Close();
 
   Listening listening(pipes, signals, listener);

@@ -2,32 +2,35 @@
 #include "tools/quorvane/password.h"
 
 #include <fcntl.h>
-#include <fmt/core.h>
-#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <fstream>
 #include <iostream>
-#include <istream>
-#include <system_error>
+#include <string_view>
+#include <utility>
 
 #include "tools/quorvane/descriptor.h"
+#include "tools/quorvane/safe_file.h"
 #include "tools/quorvane/text.h"
 #include "tools/quorvane/tool.h"
 
 namespace quorvane::tool {
 namespace {
 
-std::string FirstLine(std::istream& from, const std::string& name) {
-  std::string line;
-  std::getline(from, line);
+// The password in `line`, which comes from `source`.
+std::string PasswordIn(std::string line, const std::string& source) {
   if (!line.empty() && line.back() == '\r') line.pop_back();
   if (line.empty()) {
     throw ToolError(ExitCode::kUsage,
-                    "No password in the first line of " + name +
+                    "No password in the first line of " + source +
                         "; write it there, followed by a line end.");
+  }
+  constexpr std::string_view kUnusable("\0\r\n", 3);
+  if (line.find_first_of(kUnusable) != std::string::npos) {
+    throw ToolError(ExitCode::kUsage,
+                    "The password from " + source +
+                        " cannot be used: it contains a NUL byte or a carriage "
+                        "return. Remove it.");
   }
   return line;
 }
@@ -84,28 +87,13 @@ std::string ReadTyped(int terminal) {
 }  // namespace
 
 std::string PasswordFromFile(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) {
-    throw ToolError(
-        ExitCode::kUsage,
-        fmt::format("Cannot read the password file {} ({}); check its name and "
-                    "rights.",
-                    path, std::generic_category().message(errno)));
-  }
-  struct stat found {};
-  constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
-  if (stat(path.c_str(), &found) == 0 && S_ISREG(found.st_mode) &&
-      (found.st_mode & kOthers) != 0) {
-    fmt::print(stderr,
-               "quorvane: Others may read the password file {}; chmod 600 "
-               "keeps it yours.\n",
-               Printable(path));
-  }
-  return FirstLine(file, path);
+  return PasswordIn(FirstLineOf(path, "password"), path);
 }
 
 std::string PasswordFromStdin() {
-  return FirstLine(std::cin, "standard input");
+  std::string line;
+  std::getline(std::cin, line);
+  return PasswordIn(std::move(line), "standard input");
 }
 
 std::string PasswordFromTerminal(const std::string& whose) {
@@ -131,7 +119,7 @@ std::string PasswordFromTerminal(const std::string& whose) {
   if (typed.empty()) {
     throw ToolError(ExitCode::kUsage, "No password was typed; try again.");
   }
-  return typed;
+  return PasswordIn(std::move(typed), "the terminal");
 }
 
 }  // namespace quorvane::tool

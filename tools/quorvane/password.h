@@ -6,8 +6,9 @@
 
 namespace quorvane::tool {
 
-/// The first line of a file, without its line end.
-/// @throws ToolError when the file cannot be read or the line is empty.
+/// The first line of a file, without its line end; see `FirstLineOf`. Any bytes
+/// but NUL and line breaks make a password, whatever their encoding.
+/// @throws ToolError when the file or the line cannot be used.
 std::string PasswordFromFile(const std::string& path);
 
 /// The first line of standard input.

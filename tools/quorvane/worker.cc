@@ -117,7 +117,7 @@ ExitCode RunWorker() {
   Json answer;
   try {
     const std::string request(std::istreambuf_iterator<char>(std::cin), {});
-    answer["ok"] = Answer(Json::parse(request));
+    answer["ok"] = Answer(Json::from_cbor(request));
   } catch (const std::exception& error) {
     answer = {{"error", error.what()}};
   }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The child's side of library_process.h.
 //
-// It reads one JSON object from standard input: "call" ("update", "inventory"
-// or "chassis"), "bmc", "user", "password", and what the call needs besides;
-// "rules_folder" when the library must have been loaded from there. It answers
-// with one object on standard output: "ok" with what came back, or "error" with
-// the words of the exception. Texts that are no UTF-8 arrive with U+FFFD.
+// It reads one object in CBOR from standard input: "call" ("update",
+// "inventory" or "chassis"), "bmc", "user", "password", and what the call needs
+// besides; "rules_folder" when the library must have been loaded from there. It
+// answers with one JSON object on standard output: "ok" with what came back, or
+// "error" with the words of the exception. Texts that are no UTF-8 arrive with
+// U+FFFD.
 #ifndef QUORVANE_TOOLS_QUORVANE_WORKER_H_
 #define QUORVANE_TOOLS_QUORVANE_WORKER_H_
 
