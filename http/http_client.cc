@@ -9,6 +9,7 @@
 
 #include "http/exchange.h"
 #include "http/image_file.h"
+#include "logging/redact.h"
 #include "quorvane/http.h"
 
 namespace quorvane {
@@ -166,7 +167,7 @@ Response HttpClient::post_multipart(
   }
   form.AddFile(file_part_name, file_path, image);
   exchange.Set(CURLOPT_MIMEPOST, form.get());
-  return exchange.Perform(" file=" + file_path, &image);
+  return exchange.Perform(" file=" + RedactUri(file_path), &image);
 }
 
 Response HttpClient::post_binary_file(const std::string& url,
@@ -191,7 +192,8 @@ Response HttpClient::post_binary_file(const std::string& url,
   exchange.Set(CURLOPT_SEEKDATA, &image);
   exchange.Set(CURLOPT_INFILESIZE_LARGE, image.size());
   return exchange.Perform(
-      " file=" + file_path + " size=" + std::to_string(image.size()), &image);
+      " file=" + RedactUri(file_path) + " size=" + std::to_string(image.size()),
+      &image);
 }
 
 }  // namespace quorvane
