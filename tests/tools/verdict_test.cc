@@ -77,6 +77,10 @@ INSTANTIATE_TEST_SUITE_P(
         {"timed_out_by_failed_polls",
          kTaken + Messages{"W Task poll returned HTTP 0"} + kRestarted + kEnd,
          Outcome::kUnknown, "in the time"},
+        {"timed_out_in_a_state_that_reads_like_a_result",
+         kTaken + Messages{"[RF-TASK] State: Foo  Result: Success"} +
+             kRestarted + kEnd,
+         Outcome::kUnknown, "Last state: Foo  Result: Success."},
         {"vanished_early_and_restarted",
          kTaken + Messages{"E Update Method Not Supported (HTTP 404)"} +
              kRestarted + kEnd,

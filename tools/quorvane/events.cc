@@ -75,14 +75,22 @@ void ReadSeconds(std::string_view rest, Event& event) {
   event.seconds = IntOr(rest, -1);
 }
 
-// "Running  PercentComplete: 45%", "Completed  Result: Success"
+// "Running  PercentComplete: 45%", "Completed  Result: Success". The state is
+// the BMC's text, so only what ends the line is the library's.
 void ReadState(std::string_view rest, Event& event) {
-  event.state = rest.substr(0, rest.find("  "));
-  event.percent = IntOr(Behind(rest, "  PercentComplete: "), -1);
-  const std::string_view result = Behind(rest, "  Result: ");
-  if (result.empty()) return;
-  event.kind = result == "Success" ? EventKind::kTaskEndsWell
-                                   : EventKind::kTaskEndsBadly;
+  constexpr std::string_view kPercent = "  PercentComplete: ";
+  constexpr std::string_view kResult = "  Result: ";
+  event.state = rest;
+  if (const std::size_t result = rest.rfind(kResult);
+      result != std::string_view::npos) {
+    event.kind = rest.substr(result + kResult.size()) == "Success"
+                     ? EventKind::kTaskEndsWell
+                     : EventKind::kTaskEndsBadly;
+  } else if (const std::size_t percent = rest.rfind(kPercent);
+             percent != std::string_view::npos) {
+    event.state = rest.substr(0, percent);
+    event.percent = IntOr(rest.substr(percent + kPercent.size()), -1);
+  }
 }
 
 void ReadTaskBody(std::string_view rest, Event& event) {

@@ -390,7 +390,12 @@ void RunBuilder::TakeTaskEvent(const Event& event) {
     task.end = event.time;
     Say(event, event.text);
   };
-  switch (event.kind) {
+  // After a poll the first line reports the state, which the BMC chose: it may
+  // read like a result.
+  const bool is_state = std::exchange(awaits_state_, false);
+  const bool reads_like_result = event.kind == EventKind::kTaskEndsWell ||
+                                 event.kind == EventKind::kTaskEndsBadly;
+  switch (is_state && reads_like_result ? EventKind::kTaskState : event.kind) {
     case EventKind::kTaskBegins:
       BeginPhase(Phase::kTask, event);
       return;
@@ -401,6 +406,7 @@ void RunBuilder::TakeTaskEvent(const Event& event) {
       Event poll = event;
       poll.seconds = Current().poll_seconds;
       OpenSpan(Span::Kind::kPollWait, poll);
+      awaits_state_ = true;
       return;
     }
     case EventKind::kTaskState:

@@ -122,6 +122,7 @@ class RunBuilder {
   void Say(const Event& event, std::string text);
 
   Run run_;
+  bool awaits_state_ = false;  // a poll has begun and brought no state yet
 };
 
 /// What a Redfish answer gives as its reasons (DSP0266, "Error responses"):
