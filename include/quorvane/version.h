@@ -13,7 +13,8 @@
                         QUORVANE_VERSION_PATCH)
 
 #define QUORVANE_VERSION_TEXT(major, minor, patch) \
-  QUORVANE_VERSION_QUOTE(major.minor.patch)
-#define QUORVANE_VERSION_QUOTE(version) #version
+  QUORVANE_VERSION_QUOTE(major)                    \
+  "." QUORVANE_VERSION_QUOTE(minor) "." QUORVANE_VERSION_QUOTE(patch)
+#define QUORVANE_VERSION_QUOTE(number) #number
 
 #endif  // QUORVANE_VERSION_H_
