@@ -10,8 +10,8 @@
 #include <set>
 #include <string>
 
-#include "tools/quorvane/rules_schema.h"
-#include "tools/quorvane/tool.h"
+#include "tools/quorvane/app.h"
+#include "tools/quorvane/rules/schema.h"
 
 namespace quorvane::tool {
 namespace {

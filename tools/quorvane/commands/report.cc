@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/view/report.h"
+
+#include <fmt/core.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/terminal.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/view/progress.h"
+
+namespace quorvane::tool {
+namespace {
+
+struct Options {
+  std::string log;
+  std::string html;
+  bool json = false;
+};
+
+std::string ReadLog(const std::string& path) {
+  if (auto text = FileText(path)) return *std::move(text);
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot read the log {} ({}); check its name and rights.",
+                  path, std::generic_category().message(errno)));
+}
+
+ExitCode RunReport(const Options& options) {
+  const Report report = ReadReport(ReadLog(options.log));
+  if (report.events.empty()) {
+    throw ToolError(ExitCode::kUsage,
+                    options.log +
+                        " holds no log of this library; give the "
+                        "file that --log named.");
+  }
+  if (!options.html.empty()) WriteDocument(options.html, HtmlReport(report));
+  if (options.json) {
+    fmt::print("{}\n", EscapedJson(JsonReport(report)));
+  } else if (options.html.empty()) {
+    fmt::print("{}", TextReport(report, TerminalColumns()));
+  } else {
+    fmt::print("Report: {}\n", Printable(options.html));
+  }
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
+  auto* command = app.add_subcommand(
+      "report", "Tell from its log how a run went, finished or not");
+  const auto options = std::make_shared<Options>();
+  command->add_option("LOG", options->log, "The log of the run")
+      ->required()
+      ->type_name("");
+  command->add_option("--html", options->html, "Write a page with a time line")
+      ->type_name("FILE");
+  command->add_flag("--json", options->json, "Print the events as JSON");
+  command->callback([options, &exit_code] { exit_code = RunReport(*options); });
+}
+
+}  // namespace quorvane::tool
