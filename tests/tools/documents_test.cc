@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
+#include <CLI/CLI.hpp>
 #include <array>
 #include <fstream>
 #include <iterator>
