@@ -72,7 +72,7 @@ COMMANDS = [
     ("inventory {to} --password-file pw --output kept", 0, ""),
     ("inventory {to} --output link", 2, "Cannot write link: it is a symbolic"),
     ("inventory {to} --output fifo", 2, "not a regular file"),
-    ("inventory {to} --output open/new", 2, "in the folder open. Use another"),
+    ("inventory {to} --output open/new", 2, "in the directory open. Use another"),
     ("inventory {to} --password-file pw --output /dev/null", 0, ""),
     ("update {to} --password-file pw --file fw --result link", 2, "symbolic"),
     ("report c1.log --html link", 2, "symbolic"),
@@ -82,39 +82,39 @@ COMMANDS = [
     ("inventory {to} --password-file fifo", 2, "not a regular file"),
     ("inventory {to} --password-file shared", 2, "chmod go-w shared"),
     ("inventory {to} --password s3cret", 2, "--password-file FILE"),
-    ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
+    ("inventory {to} --pasword-file=s3cret", 2, "did you mean \"--password-file\"?"),
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
     ("inventory {to}", 2, "--password-stdin"),
     ("inventory {to} --password-file pw --rules bad.json", 2,
-     '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
-    ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+     'must be a JSON object. For details, run `quorvane rules check bad.json`'),
+    ("inventory {to} --password-file pw --rules none", 2, "Check its name and mode"),
     ("inventory {to} --rules away.json", 2, '"@h/steal" does not begin with'),
     ("inventory {to} --rules away.json --force --password-file pw", 0, "BIOS"),
     ("inventory {to} --rules shared", 2, "chmod go-w shared"),
-    ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
-    ("inventory --bmc https://h --user a", 2, "give the address alone"),
-    ("inventory --bmc a:s3cret@h --user a", 2, "give the address alone"),
+    ("inventory {to} --rules open/rules.json", 2, "files in the directory /"),
+    ("inventory --bmc https://h --user a", 2, "give only the address"),
+    ("inventory --bmc a:s3cret@h --user a", 2, "give only the address"),
     ("inventory --bmc h --user a:s3cret", 2, "without a colon"),
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
     ("chassis {to} --password-file pw", 0, "Manufacturer  "),
-    ("update {to} --password-file pw", 2, "--image-file FILE: what to install"),
-    ("update {to} --password-file pw --file empty", 2, "empty is empty"),
+    ("update {to} --password-file pw", 2, "Nothing to install. Use --file FILE"),
+    ("update {to} --password-file pw --file empty", 2, "the file is empty"),
     ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
     ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
     ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
     ("update {to} --image-file secret", 2, "first line of the image file"),
-    ("update {to} --image fw", 2, "goes to --file"),
-    ("report pw", 2, "holds no log"),
-    ("report .", 2, "Cannot read the log . (Is a directory)"),
-    ("rules check bad.json", 2, "does not load"),
-    ("rules check .", 2, "does not load"),
+    ("update {to} --image fw", 2, "for a local file, use --file"),
+    ("report pw", 2, "it is not a log of this tool"),
+    ("report .", 2, "Cannot read the log .: Is a directory."),
+    ("rules check bad.json", 2, "cannot be loaded"),
+    ("rules check .", 2, "cannot be loaded"),
     ("rules check small.json", 1, "small.json:1:"),
-    ("rules check rules.json", 0, "nothing in it looks wrong"),
+    ("rules check rules.json", 0, "no faults found"),
     ("rules explain rules.json", 0, "Polled up to 7 times, 1 s before each."),
     ("simulate --scenario nonsense", 2, "ready ones: busy-then-fine, clean"),
-    ("nonsense", 2, "There is no command nonsense."),
-    ("udpate", 2, "did you mean update"),
+    ("nonsense", 2, 'Unknown command "nonsense".'),
+    ("udpate", 2, 'did you mean "update"?'),
     ("--version", 0, "quorvane "),
 ]
 
@@ -254,12 +254,16 @@ def try_commands():
                  "rules.json".split(), env={**os.environ, "TMPDIR": "open"})
     expect(unsafe.returncode == 2 and "for temporary files" in unsafe.stdout,
            "unsafe TMPDIR", unsafe.stdout)
-    completed = subprocess.run(
-        ["bash", "-c", 'source "$1"; COMP_WORDS=(quorvane simulate --scenario '
-         'st); COMP_CWORD=3; _quorvane; echo "${COMPREPLY[*]}"', "bash",
-         HOME / "prefix/share/bash-completion/completions/quorvane"],
-        cwd=HOME, capture_output=True, text=True).stdout
-    expect(completed == "staged-until-reboot\n", "completion", completed)
+    for words, expected in (("simulate --scenario st", "staged-until-reboot"),
+                            ("inven", "inventory"), ("report --js", "--json"),
+                            ("report --sc", ""), ("rules check sma", "small.json"),
+                            ("update --log-level w", "warning")):
+        completed = subprocess.run(
+            ["bash", "-c", 'source "$1"; shift; COMP_WORDS=(quorvane "$@"); '
+             'COMP_CWORD=$#; _quorvane; echo "${COMPREPLY[*]}"', "bash",
+             HOME / "prefix/share/bash-completion/completions/quorvane",
+             *words.split()], cwd=HOME, capture_output=True, text=True).stdout
+        expect(completed == expected + "\n", f"completion of {words}", completed)
 
 
 def prepare():

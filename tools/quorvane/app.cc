@@ -16,14 +16,15 @@
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/completion.h"
 #include "tools/quorvane/worker/worker.h"
 
 namespace quorvane::tool {
 namespace {
 
-// A program started without one of its three streams would hand that number to
-// the first file it opens, and print its messages into it.
-void OccupyStandardStreams() {
+// If a standard stream is closed, the first file that the program opens gets
+// its number, and messages would go into that file.
+void EnsureStandardStreams() {
   int descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
     descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -31,13 +32,13 @@ void OccupyStandardStreams() {
   if (descriptor >= 0) close(descriptor);
 }
 
-ExitCode Complain(ExitCode code, std::string_view text) {
+ExitCode PrintError(ExitCode code, std::string_view text) {
   fmt::print(stderr, "quorvane: {}\n", Printable(text));
   return code;
 }
 
-// What stands behind an option's name; which options shut each other out is
-// said when it matters.
+// Shows the type of an option after its name, but not what it excludes: the
+// error message names that.
 class HelpText : public CLI::Formatter {
  public:
   HelpText() { label("SUBCOMMAND", "COMMAND"); }
@@ -53,46 +54,51 @@ class HelpText : public CLI::Formatter {
   }
 };
 
-// The command that the words name, and how it is called.
-struct Named {
+// The command on the command line, and its full name ("quorvane rules check").
+struct ParsedCommand {
   const CLI::App* command;
   std::string name;
 };
 
-Named CommandNamed(const CLI::App& app) {
-  Named named{&app, app.get_name()};
-  while (!named.command->get_subcommands().empty()) {
-    named.command = named.command->get_subcommands().front();
-    named.name += ' ' + named.command->get_name();
+ParsedCommand CommandOf(const CLI::App& app) {
+  ParsedCommand parsed{&app, app.get_name()};
+  while (!parsed.command->get_subcommands().empty()) {
+    parsed.command = parsed.command->get_subcommands().front();
+    parsed.name += ' ' + parsed.command->get_name();
   }
-  return named;
+  return parsed;
 }
 
-// Of the words that nothing takes, one to tell. A word without a dash may be
-// a password that strayed from its option, so it is told only where nothing but
-// the name of a command can stand; so is what follows "=".
-std::string WhatIsWrong(const CLI::App& command, const CLI::ParseError& error) {
-  const bool wants_command = !command.get_subcommands({}).empty();
-  std::vector<std::string> known;
+std::vector<std::string> NamesIn(const CLI::App& command) {
+  std::vector<std::string> names;
   for (const CLI::Option* option : command.get_options()) {
-    if (!option->get_group().empty()) known.push_back(option->get_name());
+    if (!option->get_group().empty()) names.push_back(option->get_name());
   }
-  for (const CLI::App* one : command.get_subcommands({})) {
-    known.push_back(one->get_name());
+  for (const CLI::App* subcommand : command.get_subcommands({})) {
+    names.push_back(subcommand->get_name());
   }
+  return names;
+}
+
+// Why the command line cannot be parsed. A word without dashes may be a
+// misplaced password, so the text repeats it only where a command must be; it
+// never repeats what follows "=".
+std::string UsageError(const CLI::App& command, const CLI::ParseError& error) {
+  const bool needs_command = !command.get_subcommands({}).empty();
   for (const std::string& word : command.remaining()) {
     const bool is_option = word.rfind("--", 0) == 0;
-    if (!is_option && !wants_command) continue;
-    const std::string told = word.substr(0, word.find('='));
-    const std::string closest = ClosestOf(known, told);
-    return fmt::format("There is no {} {}{}.", is_option ? "option" : "command",
-                       told,
-                       closest.empty() ? "" : "; did you mean " + closest);
+    if (!is_option && !needs_command) continue;
+    const std::string name = word.substr(0, word.find('='));
+    const std::string closest = ClosestOf(NamesIn(command), name);
+    return fmt::format(
+        "Unknown {} \"{}\"{}", is_option ? "option" : "command", name,
+        closest.empty() ? "." : fmt::format("; did you mean \"{}\"?", closest));
   }
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-    return "A word belongs to no option; put quotes around blanks.";
+    return "Unexpected argument; quote values that contain spaces.";
   }
-  return wants_command ? "Name a command." : error.what() + std::string(".");
+  return needs_command ? "A command is missing."
+                       : error.what() + std::string(".");
 }
 
 ExitCode ParseAndRun(int argc, char** argv) {
@@ -105,10 +111,10 @@ ExitCode ParseAndRun(int argc, char** argv) {
       app->exit(error);  // prints the help or the version
       return exit_code;
     }
-    const auto [command, name] = CommandNamed(*app);
-    return Complain(ExitCode::kUsage,
-                    fmt::format("{} `{} --help` shows what there is.",
-                                WhatIsWrong(*command, error), name));
+    const auto [command, name] = CommandOf(*app);
+    return PrintError(ExitCode::kUsage,
+                      fmt::format("{} Run `{} --help` for usage.",
+                                  UsageError(*command, error), name));
   }
   return exit_code;
 }
@@ -122,9 +128,11 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   app->require_subcommand(1);
   app->formatter(std::make_shared<HelpText>());
   app->footer(
-      "`quorvane COMMAND --help` shows the options of a command, `man "
-      "quorvane`\ntells more. `quorvane simulate` runs a machine to try them "
-      "on.");
+      "For the options of a command, run `quorvane COMMAND --help`. For "
+      "details, "
+      "see\nquorvane(1). To try a command, run `quorvane simulate`, a "
+      "simulated "
+      "BMC.");
   AddUpdateCommand(*app, exit_code);
   AddInventoryCommand(*app, exit_code);
   AddChassisCommand(*app, exit_code);
@@ -133,24 +141,30 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   AddSimulateCommand(*app, exit_code);
   for (CLI::App* command : app->get_subcommands({})) {
     command->group("Commands")->footer("");
-    for (CLI::App* one : command->get_subcommands({})) one->group("Commands");
+    for (CLI::App* subcommand : command->get_subcommands({}))
+      subcommand->group("Commands");
   }
   return app;
 }
 
 ExitCode RunTool(int argc, char** argv) {
-  OccupyStandardStreams();
-  // Neither a core dump nor a debugger of the same user shows a password.
+  EnsureStandardStreams();
+  // Core dumps and debuggers of the same user must not show a password.
   prctl(PR_SET_DUMPABLE, 0);
   try {
     if (argc == 2 && std::string_view(argv[1]) == kWorkerArgument) {
       return RunWorker();
     }
+    if (argc == 2 && std::string_view(argv[1]) == kCompletionArgument) {
+      ExitCode unused = ExitCode::kDone;
+      fmt::print("{}", BashCompletion(*MakeApp(unused)));
+      return ExitCode::kDone;
+    }
     return ParseAndRun(argc, argv);
   } catch (const ToolError& error) {
-    return Complain(error.code(), error.what());
+    return PrintError(error.code(), error.what());
   } catch (const std::exception& error) {
-    return Complain(ExitCode::kFailed, error.what());
+    return PrintError(ExitCode::kFailed, error.what());
   }
 }
 

@@ -16,7 +16,7 @@ namespace quorvane::tool {
 /// outcome in `exit_code`, which must outlive the application.
 std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code);
 
-/// Parses the command line, runs the command and prints what went wrong.
+/// Parses the command line, runs the command and prints an error, if any.
 ExitCode RunTool(int argc, char** argv);
 
 }  // namespace quorvane::tool

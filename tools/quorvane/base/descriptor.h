@@ -39,7 +39,8 @@ class Descriptor {
   int number_ = -1;
 };
 
-/// Writes every byte, however often a signal or a full pipe cuts it short.
+/// Writes all bytes, also if a signal interrupts it or a pipe is full.
+/// @return False, with errno, if the system rejects a write.
 inline bool WriteAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = write(descriptor, bytes.data(), bytes.size());

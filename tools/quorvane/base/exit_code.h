@@ -4,13 +4,13 @@
 
 namespace quorvane::tool {
 
-/// How the tool ends; quorvane(1) promises these numbers to scripts.
+/// Exit status of the tool. Scripts rely on the numbers, see quorvane(1).
 enum class ExitCode {
-  kDone = 0,         ///< Done, or staged, which is said.
-  kFailed = 1,       ///< The update was refused or failed; or lint findings.
-  kUsage = 2,        ///< Wrong usage, or rules that cannot be used.
-  kUnreachable = 3,  ///< The BMC gave no answer or refused the login.
-  kUnknown = 4,      ///< Nobody can tell from here; look at the machine.
+  kDone = 0,         ///< Done, or staged until a reboot.
+  kFailed = 1,       ///< The update failed, or a check found faults.
+  kUsage = 2,        ///< Wrong usage, or an unusable rules file.
+  kUnreachable = 3,  ///< The BMC did not respond or refused the login.
+  kUnknown = 4,      ///< The outcome is unknown; check the server.
   kInterrupted = 130,
 };
 

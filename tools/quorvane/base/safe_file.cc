@@ -47,11 +47,11 @@ bool IsNullDevice(const struct stat& found) {
 void RequireOwnRegular(const struct stat& found, const std::string& failure) {
   if (!S_ISREG(found.st_mode)) {
     Reject(failure, "it is not a regular file",
-           "Name a regular file of your own.");
+           "Use a regular file of your own.");
   }
   if (!IsOwn(found)) {
     Reject(failure, "it belongs to another user",
-           "Name a regular file of your own.");
+           "Use a regular file of your own.");
   }
 }
 
@@ -64,37 +64,40 @@ void RequireOwnUnshared(const struct stat& found, const std::string& path,
   }
 }
 
-struct stat StatOfFolder(const fs::path& folder, const std::string& failure) {
+struct stat StatOfDirectory(const fs::path& directory,
+                            const std::string& failure) {
   struct stat found {};
-  if (stat(folder.c_str(), &found) != 0) {
-    Reject(failure, folder.string() + ": " + SystemReason(),
-           "Name a folder that exists.");
+  if (stat(directory.c_str(), &found) != 0) {
+    Reject(failure, directory.string() + ": " + SystemReason(),
+           "Use an existing directory.");
   }
   return found;
 }
 
-// Where the sticky bit is set, others cannot replace the files in it.
-void RequireNoWriters(const fs::path& folder, mode_t writers,
+// With the sticky bit, other users cannot replace files.
+void RequireNoWriters(const fs::path& directory, mode_t writers,
                       const std::string& failure) {
-  const struct stat found = StatOfFolder(folder, failure);
+  const struct stat found = StatOfDirectory(directory, failure);
   if ((found.st_mode & writers) != 0 && (found.st_mode & S_ISVTX) == 0) {
-    Reject(failure,
-           "other users can replace files in the folder " + folder.string(),
-           "Use another folder, or run `chmod go-w " + folder.string() + "`.");
+    Reject(
+        failure,
+        "other users can replace files in the directory " + directory.string(),
+        "Use another directory, or run `chmod go-w " + directory.string() +
+            "`.");
   }
 }
 
-// `folder` and each one above it.
-void RequireOwnFolders(fs::path folder, const std::string& failure) {
+// `directory` and each directory above it.
+void RequireOwnDirectories(fs::path directory, const std::string& failure) {
   while (true) {
-    if (!IsOwn(StatOfFolder(folder, failure))) {
+    if (!IsOwn(StatOfDirectory(directory, failure))) {
       Reject(failure,
-             "the folder " + folder.string() + " belongs to another user",
-             "Use a folder of your own.");
+             "the directory " + directory.string() + " belongs to another user",
+             "Use a directory of your own.");
     }
-    RequireNoWriters(folder, kOthersWrite, failure);
-    if (folder == folder.root_path()) return;
-    folder = folder.parent_path();
+    RequireNoWriters(directory, kOthersWrite, failure);
+    if (directory == directory.root_path()) return;
+    directory = directory.parent_path();
   }
 }
 
@@ -104,28 +107,28 @@ std::string CannotWrite(const std::string& path) {
 
 constexpr const char* kStandardOutput = "/dev/stdout";
 
-fs::path FolderOf(const std::string& path) {
-  const fs::path folder = fs::path(path).parent_path();
-  return folder.empty() ? fs::path(".") : folder;
+fs::path DirectoryOf(const std::string& path) {
+  const fs::path directory = fs::path(path).parent_path();
+  return directory.empty() ? fs::path(".") : directory;
 }
 
-// What `path` is now; nothing if it does not exist.
+// The current state of `path`; nothing if it does not exist.
 std::optional<struct stat> DocumentAt(const std::string& path) {
   struct stat found {};
   if (lstat(path.c_str(), &found) != 0) {
     if (errno == ENOENT && !fs::path(path).filename().empty()) {
       return std::nullopt;
     }
-    Reject(CannotWrite(path), SystemReason(), "Name a file of your own.");
+    Reject(CannotWrite(path), SystemReason(), "Use a file of your own.");
   }
   if (S_ISLNK(found.st_mode)) {
-    Reject(CannotWrite(path), "it is a symbolic link", "Name the file itself.");
+    Reject(CannotWrite(path), "it is a symbolic link", "Use the file itself.");
   }
   if (!IsNullDevice(found)) RequireOwnRegular(found, CannotWrite(path));
   return found;
 }
 
-// A new file beside the document that takes its place when it is complete.
+// A new file in the same directory that replaces the document when complete.
 class Replacement {
  public:
   explicit Replacement(const std::string& path)
@@ -139,7 +142,7 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  void TakePlace(std::string_view text, mode_t mode) {
+  void ReplaceWith(std::string_view text, mode_t mode) {
     if (!WriteAll(file_.get(), text) || fchmod(file_.get(), mode) != 0 ||
         rename(name_.c_str(), path_.c_str()) != 0) {
       Fail();
@@ -150,7 +153,7 @@ class Replacement {
  private:
   [[noreturn]] void Fail() const {
     Reject(CannotWrite(path_), SystemReason(),
-           "Name a file in a folder that you can write to.");
+           "Use a file in a directory that you can write to.");
   }
 
   std::string path_;
@@ -159,10 +162,10 @@ class Replacement {
 };
 
 mode_t ModeOfNewFiles() {
-  constexpr mode_t kEverybody = 0666;
+  constexpr mode_t kReadWriteForAll = 0666;
   const mode_t mask = umask(0);
   umask(mask);
-  return kEverybody & ~mask;
+  return kReadWriteForAll & ~mask;
 }
 
 }  // namespace
@@ -182,10 +185,10 @@ std::string FirstLineOf(const std::string& path, const std::string& what) {
                "{}`.\n",
                what, Printable(path), Printable(path));
   }
-  constexpr std::size_t kLongest = 65536;
+  constexpr std::size_t kMaxBytes = 65536;
   std::string line;
   std::array<char, 4096> chunk{};
-  while (line.find('\n') == std::string::npos && line.size() < kLongest) {
+  while (line.find('\n') == std::string::npos && line.size() < kMaxBytes) {
     const ssize_t count = read(file.get(), chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) Reject(failure, SystemReason(), "Check the file.");
@@ -203,7 +206,7 @@ void RequireTrusted(const std::string& path, const std::string& what) {
   struct stat found {};
   if (unresolved || stat(file.c_str(), &found) != 0) return;
   RequireOwnUnshared(found, path, failure);
-  RequireOwnFolders(file.parent_path(), failure);
+  RequireOwnDirectories(file.parent_path(), failure);
 }
 
 Descriptor OpenForAppending(const std::string& path) {
@@ -213,11 +216,11 @@ Descriptor OpenForAppending(const std::string& path) {
   Descriptor file(open(path.c_str(), kFlags, S_IRUSR | S_IWUSR));
   if (!file.IsOpen()) {
     if (errno == ELOOP) {
-      Reject(failure, "it is a symbolic link", "Name the file itself.");
+      Reject(failure, "it is a symbolic link", "Use the file itself.");
     }
     if (errno == ENXIO) {  // a FIFO that has no reader
       Reject(failure, "it is not a regular file",
-             "Name a regular file of your own.");
+             "Use a regular file of your own.");
     }
     return file;
   }
@@ -232,12 +235,12 @@ void CheckDocumentPath(const std::string& path) {
   if (const auto found = DocumentAt(path); found && IsNullDevice(*found)) {
     return;
   }
-  const fs::path folder = FolderOf(path);
-  if (access(folder.c_str(), W_OK | X_OK) != 0) {
+  const fs::path directory = DirectoryOf(path);
+  if (access(directory.c_str(), W_OK | X_OK) != 0) {
     Reject(CannotWrite(path), SystemReason(),
-           "Name a file in a folder that you can write to.");
+           "Use a file in a directory that you can write to.");
   }
-  RequireNoWriters(folder, S_IWOTH, CannotWrite(path));
+  RequireNoWriters(directory, S_IWOTH, CannotWrite(path));
 }
 
 void WriteDocument(const std::string& path, std::string_view text) {
@@ -249,34 +252,36 @@ void WriteDocument(const std::string& path, std::string_view text) {
   const auto found = DocumentAt(path);
   if (found && IsNullDevice(*found)) return;
   constexpr mode_t kPermissions = 0777;
-  Replacement(path).TakePlace(
+  Replacement(path).ReplaceWith(
       text, found ? found->st_mode & kPermissions : ModeOfNewFiles());
 }
 
-std::string TemporaryFolder() {
+std::string TemporaryDirectory() {
   std::error_code unknown;
-  fs::path folder = fs::temp_directory_path(unknown);
-  if (unknown) folder = "/tmp";
+  fs::path directory = fs::temp_directory_path(unknown);
+  if (unknown) directory = "/tmp";
   const std::string failure =
-      "Cannot use " + folder.string() + " for temporary files";
-  const fs::path resolved = fs::canonical(folder, unknown);
+      "Cannot use " + directory.string() + " for temporary files";
+  const fs::path resolved = fs::canonical(directory, unknown);
   if (unknown) {
-    Reject(failure, unknown.message(), "Set TMPDIR to a folder of your own.");
+    Reject(failure, unknown.message(),
+           "Set TMPDIR to a directory of your own.");
   }
-  RequireOwnFolders(resolved, failure);
-  return folder.string();
+  RequireOwnDirectories(resolved, failure);
+  return directory.string();
 }
 
-PrivateFolder::PrivateFolder()
-    : path_((fs::path(TemporaryFolder()) / "quorvane-XXXXXX").string()) {
+PrivateDirectory::PrivateDirectory()
+    : path_((fs::path(TemporaryDirectory()) / "quorvane-XXXXXX").string()) {
   if (mkdtemp(path_.data()) == nullptr) {
-    Reject("Cannot make a private folder in " + FolderOf(path_).string(),
-           SystemReason(), "Set TMPDIR to a folder that you can write to.");
+    Reject(
+        "Cannot create a private directory in " + DirectoryOf(path_).string(),
+        SystemReason(), "Set TMPDIR to a directory that you can write to.");
   }
 }
 
-PrivateFolder::~PrivateFolder() {
-  std::error_code unused;  // a folder left behind holds no secret
+PrivateDirectory::~PrivateDirectory() {
+  std::error_code unused;  // a directory that stays contains no secret
   fs::remove_all(path_, unused);
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files whose names come from the command line. No other user may redirect
-// what the tool writes or change what it reads. Every function throws a
-// ToolError that names the file and the remedy.
+// Files that the user names on the command line. Other users must not be able
+// to redirect what the tool writes, or change what it reads. Every function
+// throws a ToolError that names the file, the reason and the fix.
 #ifndef QUORVANE_TOOLS_QUORVANE_BASE_SAFE_FILE_H_
 #define QUORVANE_TOOLS_QUORVANE_BASE_SAFE_FILE_H_
 
@@ -14,38 +14,38 @@ namespace quorvane::tool {
 
 /// The first line of a regular file that belongs to you or root and that no
 /// other user can write to. Prints a warning if others can read it.
-/// @param what  What the file holds, e.g. "password", for the messages.
+/// @param what  What the file contains, e.g. "password", for messages.
 std::string FirstLineOf(const std::string& path, const std::string& what);
 
 /// Checks that only you or root can change the file `path` or replace it: the
-/// file, the symbolic links to it resolved, and each folder above it. A path
-/// that cannot be resolved passes, since nothing can be read from it.
+/// file (with symbolic links resolved) and each directory above it. A path that
+/// cannot be resolved passes, because nothing can be read from it.
 void RequireTrusted(const std::string& path, const std::string& what);
 
 /// Opens a log for appending: a regular file of your own (a new one has mode
 /// 0600) or /dev/null. Does not follow a symbolic link or wait for a FIFO.
-/// @return Closed, with errno, when the system refuses.
+/// @return A closed descriptor, with errno, if the system refuses.
 Descriptor OpenForAppending(const std::string& path);
 
 /// Checks, before any work is done, that `WriteDocument` can write to `path`.
 void CheckDocumentPath(const std::string& path);
 
-/// Replaces the file `path` by `text` in one step. A file that exists keeps
-/// its mode; a new one gets 0666 less the umask. /dev/null discards the text,
-/// /dev/stdout prints it like `EscapedJson`.
+/// Replaces the content of the file `path` by `text` in one step. An existing
+/// file keeps its mode; a new one gets 0666 minus the umask. /dev/null discards
+/// the text, /dev/stdout prints it like `EscapedJson`.
 void WriteDocument(const std::string& path, std::string_view text);
 
-/// The folder for temporary files: TMPDIR, else /tmp. One in which other users
-/// can replace files is rejected.
-std::string TemporaryFolder();
+/// The directory for temporary files: TMPDIR, else /tmp. It is rejected if
+/// other users can replace files in it.
+std::string TemporaryDirectory();
 
-/// A new temporary folder that only you can enter (mode 0700).
-class PrivateFolder {
+/// A new temporary directory with mode 0700.
+class PrivateDirectory {
  public:
-  PrivateFolder();
-  ~PrivateFolder();  ///< Removes the folder and what it holds.
-  PrivateFolder(const PrivateFolder&) = delete;
-  PrivateFolder& operator=(const PrivateFolder&) = delete;
+  PrivateDirectory();
+  ~PrivateDirectory();  ///< Removes the directory and its content.
+  PrivateDirectory(const PrivateDirectory&) = delete;
+  PrivateDirectory& operator=(const PrivateDirectory&) = delete;
 
   [[nodiscard]] const std::string& path() const { return path_; }
 

@@ -16,7 +16,7 @@ namespace {
 
 struct Decoded {
   utf8proc_int32_t character = 0;
-  std::size_t length = 0;  // 0: no UTF-8
+  std::size_t length = 0;  // 0: not UTF-8
 };
 
 // The first character of UTF-8 (RFC 3629).
@@ -47,7 +47,7 @@ bool MustBeEscaped(utf8proc_int32_t c) {
 
 struct Shown {
   std::string text;
-  std::size_t length = 0;   // bytes that it stands for
+  std::size_t length = 0;   // of the original, in bytes
   std::size_t columns = 0;  // on a terminal
 };
 
@@ -101,7 +101,7 @@ std::string Printable(std::string_view text) {
 }
 
 std::string Excerpt(std::string_view text, std::size_t columns) {
-  // Characters without a width could go on forever.
+  // Characters of width 0 need a limit as well.
   std::size_t bytes_left = 4 * columns;
   std::string shown;
   std::size_t used = 0;
@@ -170,7 +170,7 @@ std::string PathOf(std::string_view uri) {
 
 std::string Wrapped(std::string_view text, std::size_t columns,
                     std::size_t indent) {
-  constexpr std::size_t kLeastColumns = 20;  // fewer show no word at all
+  constexpr std::size_t kMinColumns = 20;  // fewer cannot show a word
   std::string wrapped;
   std::size_t used = 0;
   const auto begin_line = [&] {
@@ -178,7 +178,7 @@ std::string Wrapped(std::string_view text, std::size_t columns,
     used = indent;
   };
   while (!text.empty()) {
-    // A word with the blanks before it.
+    // A word with the spaces before it.
     const std::size_t word = std::min(text.find_first_not_of(' '), text.size());
     const std::size_t end = std::min(text.find(' ', word), text.size());
     std::string_view piece = text.substr(0, end);
@@ -187,7 +187,7 @@ std::string Wrapped(std::string_view text, std::size_t columns,
       begin_line();
       piece.remove_prefix(word);
     }
-    while (columns >= kLeastColumns && used + Columns(piece) >= columns) {
+    while (columns >= kMinColumns && used + Columns(piece) >= columns) {
       const std::size_t room = columns > used + 1 ? columns - used - 1 : 1;
       const std::size_t fitting = BytesWithin(piece, room);
       if (fitting == piece.size()) break;

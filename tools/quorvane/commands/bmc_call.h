@@ -2,34 +2,46 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_CALL_H_
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_CALL_H_
 
-#include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
+#include "quorvane/inventory.h"
 #include "tools/quorvane/base/exit_code.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/run/records.h"
+#include "tools/quorvane/worker/protocol.h"
 
 namespace quorvane::tool {
 
-/// A call that reads from a BMC: runs it, keeps its log, and explains from the
-/// log why it failed.
+/// A library call that only reads from a BMC: makes the call, writes its log
+/// and finds in the log why it failed.
 class BmcCall {
  public:
-  /// @param name  "inventory" or "chassis", see worker.h.
-  BmcCall(const BmcOptions& options, std::string name);
+  /// @param subject  What the call reads, e.g. "inventory", for messages.
+  BmcCall(const BmcOptions& options, std::string subject)
+      : options_(options), subject_(std::move(subject)) {}
 
-  /// What the library returned.
-  /// @throws ToolError when it threw or was interrupted.
-  nlohmann::json Ask();
-  /// Says why nothing could be read, after the library said so.
-  ExitCode Refused() const;
+  /// @tparam Call  Type of the call, e.g. `InventoryCall`.
+  /// @return What the library returned.
+  /// @throws ToolError if it threw or was interrupted.
+  template <typename Result, typename Call>
+  Result Make() {
+    return std::get<Result>(MakeCall(Call{PrepareRequest()}));
+  }
+
+  /// Prints why the library could not read the data.
+  ExitCode PrintFailure() const;
 
  private:
+  InventoryRequest PrepareRequest() const;
+  WorkerResponse MakeCall(LibraryCall call);
+
   const BmcOptions& options_;
-  std::string name_;
-  std::string log_path_;
-  std::vector<Record> troubles_;  // warnings and errors
+  std::string subject_;
+  std::string log_path_ = {};
+  std::vector<Record> problems_ = {};  // warnings and errors
 };
 
 }  // namespace quorvane::tool

@@ -4,10 +4,11 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <string_view>
-#include <vector>
 
 #include "quorvane/config.h"
 #include "tools/quorvane/base/error.h"
@@ -17,8 +18,8 @@
 namespace quorvane::tool {
 namespace {
 
-// Neither fault repeats the argument, which may hold a password.
-
+// Like `UserFault`, it does not repeat the argument, which may contain a
+// password.
 std::string AddressFault(const std::string& address) {
   const bool is_plain =
       !address.empty() &&
@@ -27,11 +28,23 @@ std::string AddressFault(const std::string& address) {
                std::string_view("@?#\\/").find(c) == std::string_view::npos;
       });
   return is_plain ? std::string()
-                  : "give the address alone, such as 192.0.2.7 or "
+                  : "give only the address, such as 192.0.2.7 or "
                     "[2001:db8::7]:8443";
 }
 
-// Every list of URIs that the rules have.
+// Replaces the name of a log level by its number. The text of
+// CLI::CheckedTransformer would list the numbers too, and accept them.
+std::string LevelNumber(std::string& name) {
+  constexpr std::array kNames = {"debug", "info", "warning", "error"};
+  const auto* const level = std::find(kNames.begin(), kNames.end(), name);
+  if (level == kNames.end()) {
+    return "use debug, info, warning or error, not " + name;
+  }
+  name = std::to_string(level - kNames.begin());
+  return {};
+}
+
+// A URI without a leading "/" would extend the host name.
 void RequirePaths(const Config& rules, const std::string& file) {
   for (const auto* uris :
        {&rules.inventory_uri, &rules.upload_uri, &rules.task_uri,
@@ -42,8 +55,8 @@ void RequirePaths(const Config& rules, const std::string& file) {
           ExitCode::kUsage,
           fmt::format(
               "Cannot use the rules file {}: the URI \"{}\" does not begin "
-              "with \"/\", so it could send the account and the image to "
-              "another host. Correct it, or give --force to use it.",
+              "with \"/\", so it could send the password and the image to "
+              "another host. Correct the URI, or use --force to accept it.",
               file, uri));
     }
   }
@@ -54,18 +67,19 @@ void RequirePaths(const Config& rules, const std::string& file) {
 std::string UserFault(const std::string& user) {
   return user.find(':') == std::string::npos
              ? std::string()
-             : "give the name alone, without a colon; the password has its own "
+             : "give only the name, without a colon; the password has its own "
                "option";
 }
 
-void RefusePasswordArgument(CLI::App& command, const std::string& option) {
+void RejectPasswordArgument(CLI::App& command, const std::string& option) {
   command
       .add_option_function<std::string>(
           option,
           [option](const std::string& /*password*/) {
             throw ToolError(ExitCode::kUsage,
-                            "A password in an argument shows in every process "
-                            "list; give " +
+                            "Cannot use " + option +
+                                ": every process list shows the arguments. "
+                                "Use " +
                                 option + "-file FILE instead.");
           })
       ->group("");
@@ -83,8 +97,8 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   auto* file = command.add_option("--password-file", options.password_file,
-                                  "File with the password; else it is asked "
-                                  "for");
+                                  "File that contains the password (default: "
+                                  "prompt)");
   file->type_name("FILE");
   command
       .add_flag("--password-stdin", options.password_stdin,
@@ -92,30 +106,21 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       ->excludes(file);
   command
       .add_option("--rules", options.rules,
-                  "Use this rules file, not the installed one")
+                  "Rules file to use instead of the installed one")
       ->type_name("FILE");
   command.add_flag("--force", options.force,
-                   "Use rules whose URIs do not begin with \"/\"");
+                   "Accept rules with URIs that do not begin with \"/\"");
   command
       .add_option("--log", options.log,
-                  "Append the log here; else a private one is made")
+                  "Append the log to this file (default: a new private "
+                  "file)")
       ->type_name("FILE");
-  RefusePasswordArgument(command, "--password");
+  RejectPasswordArgument(command, "--password");
   command
       .add_option("--log-level", options.log_level,
-                  "debug (default), info, warning or error")
-      ->transform(CLI::Validator(
-          [](std::string& word) {
-            const std::vector<std::string> levels = {"debug", "info", "warning",
-                                                     "error"};
-            const auto level = std::find(levels.begin(), levels.end(), word);
-            if (level == levels.end()) {
-              return "give debug, info, warning or error, not " + word;
-            }
-            word = std::to_string(level - levels.begin());
-            return std::string();
-          },
-          ""))
+                  "Lowest level in the log: debug (default), info, warning "
+                  "or error")
+      ->transform(CLI::Validator(LevelNumber, ""))
       ->type_name("LEVEL");
 }
 
@@ -127,14 +132,15 @@ std::string ReadPassword(const BmcOptions& options) {
   return PasswordFromTerminal(options.user + " on " + options.bmc);
 }
 
-std::string RulesComplaint(const std::string& file, const std::string& why) {
-  return fmt::format("The rules cannot be used: {}. {}", why,
-                     access(file.c_str(), R_OK) == 0
-                         ? "`quorvane rules check " + file + "` tells more."
-                         : "Check its name and rights.");
+std::string RulesError(const std::string& file, const std::string& reason) {
+  return fmt::format(
+      "Cannot use the rules: {}. {}", reason,
+      access(file.c_str(), R_OK) == 0
+          ? "For details, run `quorvane rules check " + file + "`."
+          : "Check its name and mode.");
 }
 
-Config CheckRules(const BmcOptions& options) {
+Config LoadRules(const BmcOptions& options) {
   if (!options.rules.empty()) RequireTrusted(options.rules, "rules");
   const std::string file =
       options.rules.empty() ? ResolveConfigPath() : options.rules;
@@ -142,7 +148,7 @@ Config CheckRules(const BmcOptions& options) {
   try {
     rules = LoadConfig(file);
   } catch (const std::runtime_error& error) {
-    throw ToolError(ExitCode::kUsage, RulesComplaint(file, error.what()));
+    throw ToolError(ExitCode::kUsage, RulesError(file, error.what()));
   }
   if (!options.force) RequirePaths(rules, file);
   return rules;

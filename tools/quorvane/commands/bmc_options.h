@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every command that speaks to a BMC asks for.
+// Options of every command that connects to a BMC.
 #ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
 
-#include <CLI/CLI.hpp>
 #include <string>
 
 #include "quorvane/config.h"
 #include "quorvane/logging.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace quorvane::tool {
 
@@ -16,35 +19,35 @@ struct BmcOptions {
   std::string user;
   std::string password_file;
   bool password_stdin = false;
-  std::string rules;   ///< Rules file; empty: the one beside the library.
-  bool force = false;  ///< Use rules that could send requests elsewhere.
+  std::string rules;   ///< Rules file; empty: the installed one.
+  bool force = false;  ///< Accept rules that could send requests elsewhere.
   std::string log;     ///< Log file; empty: a private one.
-  LogLevel log_level = LogLevel::DEBUG;  ///< The least that `log` keeps.
+  LogLevel log_level = LogLevel::DEBUG;  ///< The lowest level in `log`.
 };
 
-/// Declares the options on `command`; `options` must outlive it.
+/// Adds the options to `command`. `options` must outlive it.
 void AddBmcOptions(CLI::App& command, BmcOptions& options);
 
-/// Declares an option that is on no help page and always explains that
-/// passwords come from files, so that one typed out of habit is not printed.
-void RefusePasswordArgument(CLI::App& command, const std::string& option);
+/// Adds an option that no help page shows. Its error explains that a password
+/// must come from a file, and does not repeat the password.
+void RejectPasswordArgument(CLI::App& command, const std::string& option);
 
-/// Why `user` is no name of an account; empty when it can be one.
+/// Why `user` cannot be the name of an account; empty if it can.
 std::string UserFault(const std::string& user);
 
-/// From where the options say, else typed on the terminal.
+/// Reads the password from the source that the options name, else from the
+/// terminal.
 /// @throws ToolError
 std::string ReadPassword(const BmcOptions& options);
 
-/// What to say of a rules file that `why` keeps from use.
-std::string RulesComplaint(const std::string& file, const std::string& why);
+/// The error for the rules file `file`, which cannot be loaded.
+std::string RulesError(const std::string& file, const std::string& reason);
 
-/// Loads the rules before anything else happens, so that a mistake in them
-/// costs no password and is told with the file's own name. Rejects a --rules
-/// file that other users can change and, unless forced, URIs that could lead to
-/// another host.
+/// Loads the rules before anything else happens, so that a mistake is found
+/// before the password is needed. Rejects a --rules file that other users can
+/// change and, unless forced, URIs that could lead to another host.
 /// @throws ToolError
-Config CheckRules(const BmcOptions& options);
+Config LoadRules(const BmcOptions& options);
 
 }  // namespace quorvane::tool
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -10,34 +11,37 @@
 #include "tools/quorvane/commands/bmc_call.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
-#include "tools/quorvane/view/progress.h"
+#include "tools/quorvane/worker/protocol.h"
 
 namespace quorvane::tool {
 namespace {
 
-struct Options {
+struct ChassisOptions {
   BmcOptions bmc;
   bool json = false;
 };
 
-ExitCode RunChassis(const Options& options) {
+ExitCode RunChassis(const ChassisOptions& options) {
   BmcCall call(options.bmc, "chassis");
-  nlohmann::json answer = call.Ask();
-  if (!answer.at("read").get<bool>()) return call.Refused();
-  answer.erase("read");
+  const auto [was_read, info] = call.Make<ChassisResult, ChassisCall>();
+  if (!was_read) return call.PrintFailure();
   if (options.json) {
-    fmt::print("{}\n", EscapedJson(answer.dump(2)));
+    const nlohmann::json json = {{"Manufacturer", info.Manufacturer},
+                                 {"Model", info.Model},
+                                 {"Name", info.Name}};
+    fmt::print("{}\n",
+               EscapedJson(json.dump(
+                   2, ' ', false, nlohmann::json::error_handler_t::replace)));
     return ExitCode::kDone;
   }
-  const auto show = [&answer](const char* title, const char* key) {
-    const std::string text = Printable(answer.at(key).get<std::string>());
-    fmt::print("{}\n", Wrapped(fmt::format("{:<13} {}", title,
-                                           text.empty() ? "-" : text),
+  const auto print_line = [](const char* title, const std::string& text) {
+    const std::string value = text.empty() ? "-" : Printable(text);
+    fmt::print("{}\n", Wrapped(fmt::format("{:<13} {}", title, value),
                                TerminalColumns(), 14));
   };
-  show("Manufacturer", "Manufacturer");
-  show("Model", "Model");
-  show("Name", "Name");
+  print_line("Manufacturer", info.Manufacturer);
+  print_line("Model", info.Model);
+  print_line("Name", info.Name);
   return ExitCode::kDone;
 }
 
@@ -45,10 +49,10 @@ ExitCode RunChassis(const Options& options) {
 
 void AddChassisCommand(CLI::App& app, ExitCode& exit_code) {
   auto* command = app.add_subcommand(
-      "chassis", "Show manufacturer, model and name of a server");
-  const auto options = std::make_shared<Options>();
+      "chassis", "Show the manufacturer, model and name of a server");
+  const auto options = std::make_shared<ChassisOptions>();
   AddBmcOptions(*command, options->bmc);
-  command->add_flag("--json", options->json, "Print JSON instead of lines");
+  command->add_flag("--json", options->json, "Print JSON");
   command->callback(
       [options, &exit_code] { exit_code = RunChassis(*options); });
 }

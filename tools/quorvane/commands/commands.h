@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The commands; each lives in the file of its name. Adding one declares its
-// options; parsing it runs it, and `exit_code` tells how that ended.
+// The commands, each in the file of its name. Each function adds one command
+// and its options to `app`. Parsing the command runs it and sets `exit_code`.
 #ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_COMMANDS_H_
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_COMMANDS_H_
 
-#include <CLI/CLI.hpp>
-
 #include "tools/quorvane/base/exit_code.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace quorvane::tool {
 

@@ -6,18 +6,19 @@
 
 namespace quorvane::tool {
 
-/// The first line of a file, without its line end; see `FirstLineOf`. Any bytes
-/// but NUL and line breaks make a password, whatever their encoding.
-/// @throws ToolError when the file or the line cannot be used.
+// A password may contain any bytes except NUL and line breaks, in any encoding.
+
+/// The first line of a file, see `FirstLineOf`.
+/// @throws ToolError if the file or the line cannot be used.
 std::string PasswordFromFile(const std::string& path);
 
 /// The first line of standard input.
-/// @throws ToolError when there is none.
+/// @throws ToolError if there is none.
 std::string PasswordFromStdin();
 
-/// Asks on the terminal without showing what is typed.
+/// Prompts on the terminal and does not show what the user types.
 /// @param whose  e.g. "admin on 192.0.2.7".
-/// @throws ToolError when there is no terminal, or on Ctrl-C.
+/// @throws ToolError if there is no terminal, and on Ctrl-C.
 std::string PasswordFromTerminal(const std::string& whose);
 
 }  // namespace quorvane::tool

@@ -3,6 +3,7 @@
 
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -13,12 +14,11 @@
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/commands.h"
-#include "tools/quorvane/view/progress.h"
 
 namespace quorvane::tool {
 namespace {
 
-struct Options {
+struct ReportOptions {
   std::string log;
   std::string html;
   bool json = false;
@@ -28,17 +28,17 @@ std::string ReadLog(const std::string& path) {
   if (auto text = FileText(path)) return *std::move(text);
   throw ToolError(
       ExitCode::kUsage,
-      fmt::format("Cannot read the log {} ({}); check its name and rights.",
-                  path, std::generic_category().message(errno)));
+      fmt::format("Cannot read the log {}: {}. Check its name and mode.", path,
+                  std::generic_category().message(errno)));
 }
 
-ExitCode RunReport(const Options& options) {
+ExitCode RunReport(const ReportOptions& options) {
   const Report report = ReadReport(ReadLog(options.log));
   if (report.events.empty()) {
     throw ToolError(ExitCode::kUsage,
-                    options.log +
-                        " holds no log of this library; give the "
-                        "file that --log named.");
+                    "Cannot report on " + options.log +
+                        ": it is not a log of this tool. Use the file of "
+                        "--log, or the one after \"Log:\".");
   }
   if (!options.html.empty()) WriteDocument(options.html, HtmlReport(report));
   if (options.json) {
@@ -55,12 +55,14 @@ ExitCode RunReport(const Options& options) {
 
 void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
   auto* command = app.add_subcommand(
-      "report", "Tell from its log how a run went, finished or not");
-  const auto options = std::make_shared<Options>();
+      "report", "Report on a run from its log, finished or not");
+  const auto options = std::make_shared<ReportOptions>();
   command->add_option("LOG", options->log, "The log of the run")
       ->required()
       ->type_name("");
-  command->add_option("--html", options->html, "Write a page with a time line")
+  command
+      ->add_option("--html", options->html,
+                   "Write an HTML page with a time line")
       ->type_name("FILE");
   command->add_flag("--json", options->json, "Print the events as JSON");
   command->callback([options, &exit_code] { exit_code = RunReport(*options); });

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -18,19 +19,20 @@
 namespace quorvane::tool {
 namespace {
 
+// An unreadable file has no findings: LoadConfig already reported why.
 std::vector<Finding> LintFile(const std::string& path) {
   const auto text = FileText(path);
-  return text ? LintRules(*text) : std::vector<Finding>();  // loading told why
+  return text ? LintRules(*text) : std::vector<Finding>();
 }
 
-// Also where the library's own words give no place, the findings do.
+// The error of the library has no line number; the findings do.
 ExitCode CheckFile(const std::string& path) {
   ExitCode code = ExitCode::kDone;
   try {
     static_cast<void>(LoadConfig(path));
   } catch (const std::runtime_error& error) {
     code = ExitCode::kUsage;
-    fmt::print("{}: does not load: {}\n", Printable(path),
+    fmt::print("{}: cannot be loaded: {}\n", Printable(path),
                Printable(error.what()));
   }
   for (const Finding& finding : LintFile(path)) {
@@ -39,7 +41,7 @@ ExitCode CheckFile(const std::string& path) {
                finding.place.column, Printable(finding.text));
   }
   if (code == ExitCode::kDone) {
-    fmt::print("{}: loads, and nothing in it looks wrong.\n", Printable(path));
+    fmt::print("{}: no faults found.\n", Printable(path));
   }
   return code;
 }
@@ -48,7 +50,7 @@ ExitCode ExplainFile(const std::string& path) {
   try {
     fmt::print("{}", ExplainRules(LoadConfig(path)));
   } catch (const std::runtime_error& error) {
-    throw ToolError(ExitCode::kUsage, RulesComplaint(path, error.what()));
+    throw ToolError(ExitCode::kUsage, RulesError(path, error.what()));
   }
   return ExitCode::kDone;
 }
@@ -72,8 +74,8 @@ void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
         ->type_name("");
     command->callback([path, run, &exit_code] { exit_code = run(*path); });
   };
-  add("check", "Load a rules file and point out what looks wrong", CheckFile);
-  add("explain", "Tell in words what a rules file does", ExplainFile);
+  add("check", "Load a rules file and report its faults", CheckFile);
+  add("explain", "Describe what an update does with a rules file", ExplainFile);
   rules->add_subcommand("schema", "Print the JSON Schema of rules files")
       ->callback([&exit_code] { exit_code = PrintSchema(); });
 }

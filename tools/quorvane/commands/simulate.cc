@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "simulator/run_simulator.h"
@@ -14,7 +15,7 @@ void AddSimulateCommand(CLI::App& app, ExitCode& exit_code) {
       ->add_option("--scenario", options->scenario,
                    "A scenario file, or a ready scenario's name")
       ->capture_default_str()
-      ->type_name("NAME");
+      ->type_name("SCENARIO");
   command->add_option("--port", options->port, "TCP port; 0: any free one")
       ->check(CLI::Range(0, 65535).description(""))
       ->capture_default_str()

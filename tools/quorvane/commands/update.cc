@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -28,9 +28,8 @@ namespace quorvane::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
 
-struct Options {
+struct UpdateOptions {
   BmcOptions bmc;
   std::string file;
   std::string image;
@@ -43,10 +42,11 @@ struct Options {
   bool quiet = false;
 };
 
-// Passes the library's records on: to the log, into the run, to the screen.
-class Follower : public CallListener {
+// Sends each log record to the log file, the run and the progress display.
+class RunMonitor : public CallListener {
  public:
-  Follower(RunLog& log, Progress& progress) : log_(log), progress_(progress) {}
+  RunMonitor(RunLog& log, Progress& progress)
+      : log_(log), progress_(progress) {}
 
   void OnTick() override { progress_.OnTick(run()); }
   void OnRecord(const Record& record) override {
@@ -75,18 +75,18 @@ class Follower : public CallListener {
 std::string ImageFault(const std::string& uri) {
   return uri.find("://") != std::string::npos
              ? std::string()
-             : "give a URI such as nfs://HOST/PATH; a file of this machine "
-               "goes to --file";
+             : "give a URI such as nfs://HOST/PATH; for a local file, use "
+               "--file";
 }
 
-// The URI of the image; empty with --file.
-std::string ImageUriOf(const Options& options) {
+// The URI of the image; empty for --file.
+std::string ImageUriOf(const UpdateOptions& options) {
   if (options.image_file.empty()) {
     if (RedactUri(options.image) == options.image) return options.image;
     throw ToolError(ExitCode::kUsage,
-                    "The image URI contains a secret, which a process list "
-                    "shows. Write the URI to a file of your own and give "
-                    "--image-file FILE, or give --share-user and "
+                    "Cannot use --image: the URI contains a secret, and every "
+                    "process list shows it. Write the URI to a file and use "
+                    "--image-file FILE, or use --share-user and "
                     "--share-password-file.");
   }
   std::string uri = FirstLineOf(options.image_file, "image");
@@ -99,153 +99,134 @@ std::string ImageUriOf(const Options& options) {
   return uri;
 }
 
-Json RequestFrom(const Options& options) {
-  Json request = {{"call", "update"},
-                  {"bmc", options.bmc.bmc},
-                  {"user", options.bmc.user},
-                  {"local_file", options.file},
-                  {"image_uri", options.image},
-                  {"share_user", options.share_user},
-                  {"verify", options.verify_share_certificate},
-                  {"targets", options.targets}};
-  if (!options.share_password_file.empty()) {
-    request["share_password"] = PasswordFromFile(options.share_password_file);
-  }
-  request["password"] = ReadPassword(options.bmc);
-  return request;
+UpdateRequest RequestFrom(const UpdateOptions& options) {
+  const std::string share_password =
+      options.share_password_file.empty()
+          ? std::string()
+          : PasswordFromFile(options.share_password_file);
+  return {.bmc_ip = options.bmc.bmc,
+          .username = options.bmc.user,
+          .password = ReadPassword(options.bmc),
+          .image_uri = options.image,
+          .local_file = options.file,
+          .share_username = options.share_user,
+          .share_password = share_password,
+          .targets = options.targets,
+          .verify_remote_server_certificate = options.verify_share_certificate,
+          .prefetched_inventory = {}};
 }
 
-void PrintRecord(const Json& record) {
-  const auto text = [&record](const char* name) {
-    const std::string value = record.at(name);
-    return value.empty() ? std::string("none") : Excerpt(value, 400);
+void PrintResponse(const UpdateResponse& response) {
+  const auto yes_or_no = [](bool value) { return value ? "yes" : "no"; };
+  const auto or_none = [](const std::string& text) {
+    return text.empty() ? std::string("none") : Excerpt(text, 400);
   };
-  const int percent = record.at("percent_complete");
-  const std::string told = fmt::format(
-      "Library: accepted {}, HTTP {}, task {}, state {}{}, restart {}: {}",
-      record.at("accepted").get<bool>() ? "yes" : "no",
-      record.at("http_status").get<long>(), RedactUri(text("task_uri")),
-      text("task_state"), percent < 0 ? "" : fmt::format(" {} %", percent),
-      record.at("reboot_performed").get<bool>() ? "yes" : "no",
-      text("message"));
+  const std::string percent =
+      response.percent_complete < 0
+          ? std::string()
+          : fmt::format(" {} %", response.percent_complete);
+  const std::string line = fmt::format(
+      "Library: accepted {}, HTTP {}, task {}, state {}{}, reboot {}: {}",
+      yes_or_no(response.accepted), response.http_status,
+      RedactUri(or_none(response.task_uri)), or_none(response.task_state),
+      percent, yes_or_no(response.reboot_performed), or_none(response.message));
   constexpr std::size_t kIndent = 9;
-  fmt::print("{}\n", Wrapped(told, TerminalColumns(), kIndent));
+  fmt::print("{}\n", Wrapped(line, TerminalColumns(), kIndent));
 }
 
-// The verdict on an update whose end the library did not report.
-Verdict JudgeAborted(const Follower& follower, std::string headline) {
-  Verdict verdict = JudgeRun(follower.run(), std::nullopt);
+// The update is over, so an error is printed and changes nothing else.
+void SaveResponse(const std::string& path, const UpdateResponse& response) {
+  try {
+    WriteDocument(path, EscapedJson(UpdateResponseToJson(response)) + "\n");
+  } catch (const ToolError& error) {
+    fmt::print(stderr, "quorvane: {}\n", Printable(error.what()));
+  }
+}
+
+// The verdict on an update for which the library returned no result.
+Verdict JudgeAborted(const RunMonitor& monitor, std::string headline) {
+  Verdict verdict = JudgeRun(monitor.run(), std::nullopt);
   verdict.outcome = Verdict::Outcome::kUnknown;
   verdict.headline = std::move(headline);
   return verdict;
 }
 
-// Where the library saves its record, for this process to put in its place: the
-// library would follow a link and leave half a file after an error.
-class ResultFile {
- public:
-  explicit ResultFile(std::string path) : path_(std::move(path)) {
-    if (!path_.empty()) folder_.emplace();
-  }
-  [[nodiscard]] std::string draft() const {
-    return folder_ ? folder_->path() + "/result.json" : std::string();
-  }
-  /// The update is over, so an error is printed and changes nothing else.
-  void PutInPlace(const Json& record) const {
-    if (!folder_) return;
-    try {
-      const auto text = FileText(draft());
-      if (!text || record.contains("unsaved")) {
-        throw ToolError(ExitCode::kFailed,
-                        "Cannot write " + path_ +
-                            ": the record could not be saved in " +
-                            folder_->path() + ". Free some space there.");
-      }
-      WriteDocument(path_, *text);
-    } catch (const ToolError& error) {
-      fmt::print(stderr, "quorvane: {}\n", Printable(error.what()));
-    }
-  }
-
- private:
-  std::string path_;
-  std::optional<PrivateFolder> folder_;
-};
-
-// The verdict on a call that ended in this way.
-Verdict JudgeCall(const CallResult& result, Follower& follower) {
+Verdict JudgeCall(const CallResult& result, RunMonitor& monitor) {
   switch (result.end) {
     case CallResult::End::kInterrupted:
-      follower.TakeInterruption();
-      return JudgeRun(follower.run(), std::nullopt);
+      monitor.TakeInterruption();
+      return JudgeRun(monitor.run(), std::nullopt);
     case CallResult::End::kDied:
-      return JudgeAborted(
-          follower,
-          fmt::format("The library's process ended early ({}).", result.how));
-    case CallResult::End::kAnswered:
-      follower.TakeEnd();
+      return JudgeAborted(monitor, fmt::format("The worker process failed: {}.",
+                                               result.reason));
+    case CallResult::End::kResponded:
       break;
   }
-  if (const auto error = result.answer.find("error");
-      error != result.answer.end()) {
-    if (!follower.run().phases.empty()) {
-      return JudgeAborted(follower, error->get<std::string>());
+  monitor.TakeEnd();
+  if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
+    if (!monitor.run().phases.empty()) {
+      return JudgeAborted(monitor, error->message);
     }
     throw ToolError(ExitCode::kUsage,
-                    "The update did not start: " + error->get<std::string>());
+                    "Cannot start the update: " + error->message);
   }
-  const Json& record = result.answer.at("ok");
-  return JudgeRun(follower.run(),
-                  LibraryRecord{.accepted = record.at("accepted").get<bool>(),
-                                .restart_accepted =
-                                    record.at("reboot_performed").get<bool>()});
+  const auto& response = std::get<UpdateResponse>(*result.response);
+  return JudgeRun(monitor.run(),
+                  LibraryRecord{.accepted = response.accepted,
+                                .restart_accepted = response.reboot_performed});
 }
 
-ExitCode RunUpdate(Options options) {
-  options.image = ImageUriOf(options);
+void CheckImage(const UpdateOptions& options) {
   if (options.file.empty() == options.image.empty()) {
     throw ToolError(ExitCode::kUsage,
-                    "Give --file FILE, --image URI or --image-file FILE: what "
-                    "to install.");
+                    "Nothing to install. Use --file FILE, --image URI or "
+                    "--image-file FILE.");
   }
   std::error_code error;
   if (!options.file.empty() && fs::file_size(options.file, error) == 0) {
     throw ToolError(ExitCode::kUsage,
-                    options.file + " is empty; fetch the package again.");
+                    "Cannot install " + options.file +
+                        ": the file is empty. Download it again.");
   }
-  const Config rules = CheckRules(options.bmc);
+}
+
+ExitCode RunUpdate(UpdateOptions options) {
+  options.image = ImageUriOf(options);
+  CheckImage(options);
+  const Config rules = LoadRules(options.bmc);
   if (!options.result.empty()) CheckDocumentPath(options.result);
-  Json request = RequestFrom(options);
-  const ResultFile result_file(options.result);
-  request["result"] = result_file.draft();
+  UpdateRequest request = RequestFrom(options);
   RunLog log(options.bmc.log, options.bmc.log_level);
   log.Note(fmt::format(
       "Run: update of {} with {}", options.bmc.bmc,
       options.file.empty() ? RedactUri(options.image) : options.file));
   const auto progress =
       MakeProgress(ChooseStyle(options.quiet), rules.max_retries + 1);
-  Follower follower(log, *progress);
-  const CallResult result = CallLibrary(request, options.bmc.rules, follower);
+  RunMonitor monitor(log, *progress);
+  const CallResult result =
+      CallLibrary(std::move(request), options.bmc.rules, monitor);
   progress->Finish();
-  const Verdict verdict = JudgeCall(result, follower);
+  const Verdict verdict = JudgeCall(result, monitor);
   log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                        verdict.headline));
   fmt::print("{}", TextOf(verdict, TerminalColumns()));
-  if (result.answer.contains("ok")) {
-    const Json& record = result.answer.at("ok");
-    PrintRecord(record);
-    result_file.PutInPlace(record);
+  if (result.response) {
+    if (const auto* response = std::get_if<UpdateResponse>(&*result.response)) {
+      PrintResponse(*response);
+      if (!options.result.empty()) SaveResponse(options.result, *response);
+    }
   }
   fmt::print("Log:     {}\n", Printable(log.path()));
   return ExitCodeOf(verdict.outcome);
 }
 
-void AddImageOptions(CLI::App& command, Options& options) {
-  auto* file = command.add_option("--file", options.file,
-                                  "The update package to upload");
+void AddImageOptions(CLI::App& command, UpdateOptions& options) {
+  auto* file =
+      command.add_option("--file", options.file, "Firmware image to upload");
   file->check(CLI::Validator(
                   [](std::string& path) {
-                    // Of the two, this error does not repeat a secret.
+                    // CLI11's own error repeats the argument, which may be a
+                    // URI with a secret.
                     return CLI::ExistingFile(path).empty()
                                ? std::string()
                                : "there is no file " + RedactUri(path);
@@ -253,29 +234,30 @@ void AddImageOptions(CLI::App& command, Options& options) {
                   ""))
       ->type_name("FILE");
   auto* image = command.add_option("--image", options.image,
-                                   "URI of the package, for the BMC to fetch");
+                                   "URI of the image, which the BMC downloads");
   image->excludes(file)->type_name("URI")->check(
       CLI::Validator(ImageFault, ""));
   command
       .add_option("--image-file", options.image_file,
-                  "File with that URI, for one that contains a secret")
+                  "File that contains this URI, if it has a secret")
       ->excludes(file)
       ->excludes(image)
       ->type_name("FILE");
   command
-      .add_option("--share-user", options.share_user, "Account on the share")
+      .add_option("--share-user", options.share_user,
+                  "Account for the server of --image")
       ->excludes(file)
       ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   command
       .add_option("--share-password-file", options.share_password_file,
-                  "File with the password of the share")
+                  "File that contains the password of that account")
       ->excludes(file)
       ->type_name("FILE");
-  RefusePasswordArgument(command, "--share-password");
+  RejectPasswordArgument(command, "--share-password");
   command
       .add_flag("--verify-share-certificate", options.verify_share_certificate,
-                "Let the BMC check the share's certificate")
+                "Let the BMC check the certificate of that server")
       ->excludes(file);
 }
 
@@ -284,19 +266,19 @@ void AddImageOptions(CLI::App& command, Options& options) {
 void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   auto* command =
       app.add_subcommand("update", "Update the firmware of one server");
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<UpdateOptions>();
   AddBmcOptions(*command, options->bmc);
   AddImageOptions(*command, *options);
   command
       ->add_option("--target", options->targets,
-                   "URI of what to update; may be given again")
+                   "URI of a target to update; can be repeated")
       ->type_name("URI");
   command
       ->add_option("--result", options->result,
-                   "Write the library's record here, as JSON")
+                   "Write the result to this file, as JSON")
       ->type_name("FILE");
   command->add_flag("--quiet", options->quiet,
-                    "Show warnings and the outcome only");
+                    "Show only warnings and the outcome");
   command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });
 }
 

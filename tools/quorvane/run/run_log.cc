@@ -19,7 +19,7 @@ namespace {
 
 Descriptor OpenPrivateLog(std::string& path) {
   constexpr std::string_view kSuffix = ".log";
-  path = TemporaryFolder() + "/quorvane-XXXXXX";
+  path = TemporaryDirectory() + "/quorvane-XXXXXX";
   path += kSuffix;
   return Descriptor(
       mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC));

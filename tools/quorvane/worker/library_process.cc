@@ -11,8 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <memory>
+#include <exception>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -30,9 +29,9 @@ namespace {
 
 [[noreturn]] void CannotStart(int error) {
   throw ToolError(ExitCode::kFailed,
-                  "Cannot start a process for the update (" +
+                  "Cannot start a process for the library call: " +
                       std::generic_category().message(error) +
-                      "); free some memory or processes and try again.");
+                      ". Free some memory or processes, then try again.");
 }
 
 struct Pipe {
@@ -45,38 +44,39 @@ struct Pipe {
   }
 };
 
-// The signals that end the tool arrive on a descriptor while this lives.
-class SignalInbox {
+// While it exists, the signals that end the tool arrive on a descriptor.
+class SignalDescriptor {
  public:
-  SignalInbox() {
-    sigset_t awaited;
-    sigemptyset(&awaited);
+  SignalDescriptor() {
+    sigset_t handled;
+    sigemptyset(&handled);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-      sigaddset(&awaited, signal);
+      sigaddset(&handled, signal);
     }
-    sigprocmask(SIG_BLOCK, &awaited, &before_);
-    inbox_ = Descriptor(signalfd(-1, &awaited, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!inbox_.IsOpen()) CannotStart(errno);
+    sigprocmask(SIG_BLOCK, &handled, &before_);
+    descriptor_ =
+        Descriptor(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!descriptor_.IsOpen()) CannotStart(errno);
   }
-  ~SignalInbox() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-  SignalInbox(const SignalInbox&) = delete;
-  SignalInbox& operator=(const SignalInbox&) = delete;
+  ~SignalDescriptor() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+  SignalDescriptor(const SignalDescriptor&) = delete;
+  SignalDescriptor& operator=(const SignalDescriptor&) = delete;
 
-  [[nodiscard]] int get() const { return inbox_.get(); }
-  /// What was taken does not strike once the signals are let through again.
-  void TakeAll() const {
-    signalfd_siginfo taken{};
-    while (read(inbox_.get(), &taken, sizeof taken) > 0) {
+  [[nodiscard]] int get() const { return descriptor_.get(); }
+  /// Consumed signals are not delivered after unblocking.
+  void ConsumeAll() const {
+    signalfd_siginfo consumed{};
+    while (read(descriptor_.get(), &consumed, sizeof consumed) > 0) {
     }
   }
   [[nodiscard]] const sigset_t& mask_before() const { return before_; }
 
  private:
   sigset_t before_{};
-  Descriptor inbox_;
+  Descriptor descriptor_;
 };
 
-// A child process; ended and reaped when this goes.
+// A child process. The destructor ends and reaps it.
 class Child {
  public:
   explicit Child(pid_t pid) : pid_(pid) {}
@@ -89,7 +89,7 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
-  /// Its status as of waitpid(2).
+  /// @return The status that waitpid(2) reports.
   int Wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
@@ -118,22 +118,22 @@ std::vector<std::string> Environment(const std::optional<PrivateRules>& rules) {
 }
 
 struct WorkerPipes {
-  Pipe request, answer, errors, log;
+  Pipe request, response, errors, log;
 };
 
-pid_t Spawn(const WorkerPipes& pipes, const SignalInbox& signals,
+pid_t Spawn(const WorkerPipes& pipes, const SignalDescriptor& signals,
             const std::optional<PrivateRules>& rules) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  const auto give = [&actions](const Descriptor& end, int number) {
+  const auto pass = [&actions](const Descriptor& end, int number) {
     posix_spawn_file_actions_adddup2(&actions, end.get(), number);
   };
-  // The pipe ends lie above the standard streams, so the last of these is the
-  // only one that may land on another's number, and no one needs that then.
-  give(pipes.request.read_end, STDIN_FILENO);
-  give(pipes.answer.write_end, STDOUT_FILENO);
-  give(pipes.errors.write_end, STDERR_FILENO);
-  give(pipes.log.write_end, kWorkerLogDescriptor);
+  // All pipe ends have higher numbers than the standard streams. Only the last
+  // dup2 may overwrite another pipe end, which is no longer needed by then.
+  pass(pipes.request.read_end, STDIN_FILENO);
+  pass(pipes.response.write_end, STDOUT_FILENO);
+  pass(pipes.errors.write_end, STDERR_FILENO);
+  pass(pipes.log.write_end, kWorkerLogDescriptor);
 
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
@@ -160,23 +160,23 @@ pid_t Spawn(const WorkerPipes& pipes, const SignalInbox& signals,
   return pid;
 }
 
-// Empty when it ended well.
-std::string HowItEnded(int status) {
+// Why the process failed; empty if it succeeded.
+std::string FailureReason(int status) {
   if (WIFSIGNALED(status)) return fmt::format("signal {}", WTERMSIG(status));
   return WEXITSTATUS(status) == 0
              ? std::string()
              : fmt::format("exit status {}", WEXITSTATUS(status));
 }
 
-// Ctrl-C reaches the child as well, and its end may be seen first.
+// Ctrl-C also reaches the child, and its end may be noticed first.
 bool WasInterrupted(int status) {
   return WIFSIGNALED(status) &&
          (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGHUP);
 }
 
-// What the child says outside its log, line by line: a sanitizer's report, a
-// loader's complaint. The first lines matter.
-class ErrorLines {
+// Prints what the child writes to standard error, such as the report of a
+// sanitizer or an error of the loader. The first lines matter most.
+class ErrorPrinter {
  public:
   void Feed(std::string_view bytes) {
     for (const char c : bytes) {
@@ -202,64 +202,64 @@ class ErrorLines {
   int printed_ = 0;
 };
 
-// Reads the child's three pipes until the last is closed.
-class Listening {
+// Reads the child's pipes until all of them are closed.
+class PipeReader {
  public:
-  Listening(WorkerPipes& pipes, const SignalInbox& signals,
-            CallListener& listener)
+  PipeReader(WorkerPipes& pipes, const SignalDescriptor& signals,
+             CallListener& listener)
       : signals_(signals),
         listener_(listener),
-        frames_([this](std::string_view frame) { TakeFrame(frame); }),
-        watched_{{{pipes.log.read_end.get(), POLLIN, 0},
-                  {pipes.answer.read_end.get(), POLLIN, 0},
-                  {pipes.errors.read_end.get(), POLLIN, 0},
-                  {signals.get(), POLLIN, 0}}} {}
+        frames_([this](std::string_view frame) { ForwardRecord(frame); }),
+        polled_{{{pipes.log.read_end.get(), POLLIN, 0},
+                 {pipes.response.read_end.get(), POLLIN, 0},
+                 {pipes.errors.read_end.get(), POLLIN, 0},
+                 {signals.get(), POLLIN, 0}}} {}
 
-  /// @return False when a signal ended it.
-  bool UntilClosed() {
-    constexpr int kQuietMs = 100;
-    while (watched_[kLog].fd >= 0 || watched_[kAnswer].fd >= 0 ||
-           watched_[kErrors].fd >= 0) {
-      const int ready = poll(watched_.data(), watched_.size(), kQuietMs);
+  /// @return False if a signal arrived first.
+  bool ReadAll() {
+    constexpr int kTickMs = 100;
+    while (polled_[kLog].fd >= 0 || polled_[kResponse].fd >= 0 ||
+           polled_[kErrors].fd >= 0) {
+      const int ready = poll(polled_.data(), polled_.size(), kTickMs);
       if (ready == 0) listener_.OnTick();
       if (ready <= 0) continue;
-      if (watched_[kSignals].revents != 0) {
-        signals_.TakeAll();
-        if (watched_[kLog].revents != 0) ReadAvailable(kLog);
+      if (polled_[kSignals].revents != 0) {
+        signals_.ConsumeAll();
+        if (polled_[kLog].revents != 0) ReadAvailable(kLog);
         return false;
       }
-      for (const Source source : {kLog, kAnswer, kErrors}) {
-        if (watched_.at(source).revents != 0) ReadAvailable(source);
+      for (const Source source : {kLog, kResponse, kErrors}) {
+        if (polled_.at(source).revents != 0) ReadAvailable(source);
       }
     }
     return true;
   }
 
-  [[nodiscard]] const std::string& answer() const { return answer_; }
-  [[nodiscard]] bool IsAnswerTooLong() const {
-    return answer_.size() > kMaxAnswerBytes;
+  [[nodiscard]] const std::string& response() const { return response_; }
+  [[nodiscard]] bool IsResponseTooLong() const {
+    return response_.size() > kMaxResponseBytes;
   }
 
  private:
-  enum Source : std::size_t { kLog, kAnswer, kErrors, kSignals };
+  enum Source : std::size_t { kLog, kResponse, kErrors, kSignals };
   // An inventory of a hundred thousand items takes about a third of it.
-  static constexpr std::size_t kMaxAnswerBytes = 64U << 20;
+  static constexpr std::size_t kMaxResponseBytes = 64U << 20;
 
-  // The library never speaks as the tool.
-  void TakeFrame(std::string_view frame) {
+  void ForwardRecord(std::string_view frame) {
     const std::optional<Record> record = RecordFrom(frame);
+    // Only the tool itself writes records of this component.
     if (record && record->component != kToolComponent) {
       listener_.OnRecord(*record);
     }
   }
 
   void ReadAvailable(Source source) {
-    pollfd& from = watched_.at(source);
+    pollfd& from = polled_.at(source);
     std::array<char, 65536> chunk{};
     const ssize_t count = read(from.fd, chunk.data(), chunk.size());
     if (count < 0 && errno == EINTR) return;
     if (count <= 0) {
-      from.fd = -1;  // poll passes over it
+      from.fd = -1;  // poll ignores it from now on
       if (source == kErrors) errors_.Print();
       return;
     }
@@ -268,67 +268,69 @@ class Listening {
       frames_.Feed(bytes);
     } else if (source == kErrors) {
       errors_.Feed(bytes);
-    } else if (!IsAnswerTooLong()) {
-      answer_.append(bytes);
+    } else if (!IsResponseTooLong()) {
+      response_.append(bytes);
     }
   }
 
-  const SignalInbox& signals_;
+  const SignalDescriptor& signals_;
   CallListener& listener_;
   FrameReader frames_;
-  std::array<pollfd, 4> watched_;
-  std::string answer_;
-  ErrorLines errors_;
+  std::array<pollfd, 4> polled_;
+  std::string response_;
+  ErrorPrinter errors_;
 };
+
+// The worker's result after it ended with `status`.
+CallResult ResultOf(const PipeReader& reader, int status) {
+  CallResult result;
+  result.reason = FailureReason(status);
+  if (!result.reason.empty()) return result;
+  if (reader.IsResponseTooLong()) {
+    result.reason = "its response is longer than 64 MiB";
+    return result;
+  }
+  try {
+    result.response = DecodeResponse(reader.response());
+    result.end = CallResult::End::kResponded;
+  } catch (const std::exception& error) {
+    result.reason = fmt::format("its response is broken: {}", error.what());
+  }
+  return result;
+}
 
 }  // namespace
 
-CallResult CallLibrary(const nlohmann::json& request, const std::string& rules,
+CallResult CallLibrary(LibraryCall call, const std::string& rules,
                        CallListener& listener) {
-  // First, so that no signal can leave the private folder behind.
-  const SignalInbox signals;
+  // First, so that no signal can leave the private directory behind.
+  const SignalDescriptor signals;
+  WorkerRequest request{.call = std::move(call)};
   std::optional<PrivateRules> private_rules;
-  nlohmann::json call = request;
   if (!rules.empty()) {
     private_rules.emplace(rules);
-    call["rules_folder"] = private_rules->folder();
+    request.rules_directory = private_rules->directory();
   }
   WorkerPipes pipes;
-  // A worker that is gone before it has read its request is told below.
+  // A worker that ends before it has read its request is reported below.
   std::signal(SIGPIPE, SIG_IGN);
   Child child(Spawn(pipes, signals, private_rules));
-  pipes.answer.write_end.Close();
+  pipes.response.write_end.Close();
   pipes.errors.write_end.Close();
   pipes.log.write_end.Close();
-  // CBOR, since a JSON text cannot hold a password that is not UTF-8.
-  std::string bytes;
-  nlohmann::json::to_cbor(call, bytes);
-  WriteAll(pipes.request.write_end.get(), bytes);
+  WriteAll(pipes.request.write_end.get(), Encode(request));
   pipes.request.write_end.Close();
 
-  Listening listening(pipes, signals, listener);
-  CallResult result;
-  if (!listening.UntilClosed()) {
-    result.end = CallResult::End::kInterrupted;
-    return result;
-  }
+  const CallResult interrupted{.end = CallResult::End::kInterrupted};
+  PipeReader reader(pipes, signals, listener);
+  if (!reader.ReadAll()) return interrupted;
   listener.OnTick();
   const int status = child.Wait();
   if (WasInterrupted(status)) {
-    signals.TakeAll();
-    result.end = CallResult::End::kInterrupted;
-    return result;
+    signals.ConsumeAll();
+    return interrupted;
   }
-  result.how = HowItEnded(status);
-  if (listening.IsAnswerTooLong()) {
-    result.how = "it answered with more than 64 MiB";
-    return result;
-  }
-  result.answer = nlohmann::json::parse(listening.answer(), nullptr, false);
-  if (result.how.empty() && result.answer.is_object()) {
-    result.end = CallResult::End::kAnswered;
-  }
-  return result;
+  return ResultOf(reader, status);
 }
 
 }  // namespace quorvane::tool

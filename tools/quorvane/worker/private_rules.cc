@@ -21,27 +21,30 @@ constexpr const char* kRules = "brindle.config.json";
 }  // namespace
 
 PrivateRules::PrivateRules(const std::string& rules_file) {
-  const fs::path folder = folder_.path();
+  const fs::path directory = directory_.path();
   std::error_code error;
   const fs::path library = fs::canonical(
       fs::path(ResolveConfigPath()).parent_path() / kLibrary, error);
   const fs::path rules = error ? fs::path() : fs::canonical(rules_file, error);
-  if (!error) fs::create_symlink(library, folder / kLibrary, error);
+  if (!error) fs::create_symlink(library, directory / kLibrary, error);
   if (!error) {
-    // A symbolic link may have changed since the first check; the resolved path
-    // cannot.
+    // A symbolic link may have changed since the first check. The resolved path
+    // contains none.
     RequireTrusted(rules.string(), "rules");
-    fs::create_symlink(rules, folder / kRules, error);
+    fs::create_symlink(rules, directory / kRules, error);
   }
   if (!error) return;
-  throw ToolError(ExitCode::kUsage, fmt::format("Cannot put {} to work ({}).",
-                                                rules_file, error.message()));
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot use the rules file {}: {}. Check its name "
+                  "and mode.",
+                  rules_file, error.message()));
 }
 
 std::string PrivateRules::LoaderPath() const {
-  const char* present = getenv("LD_LIBRARY_PATH");
-  if (present == nullptr || *present == '\0') return folder();
-  return folder() + ":" + present;
+  const char* current = getenv("LD_LIBRARY_PATH");
+  if (current == nullptr || *current == '\0') return directory();
+  return directory() + ":" + current;
 }
 
 }  // namespace quorvane::tool

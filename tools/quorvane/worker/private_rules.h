@@ -8,25 +8,28 @@
 
 namespace quorvane::tool {
 
-/// A folder in which other rules lie beside the library.
+/// Temporary directory that makes the library load another rules file.
 ///
-/// The library reads the rules file in the folder from which it was loaded, and
-/// takes that folder as the loader names it, symbolic links kept. So a private
-/// folder (mode 0700) with a link to the library and a link to the rules, put
-/// first on the loader's search path of a new process, makes these rules count
-/// there and leaves the installed ones alone. The links copy no password.
+/// The library reads the rules file in the directory from which it was loaded,
+/// as the loader names it: symbolic links are not resolved. So a private
+/// directory (mode 0700) contains a link to the library and a link to the rules
+/// file. A new process with this directory first on the loader's search path
+/// uses these rules. The installed ones stay unchanged, and no password is
+/// copied.
 class PrivateRules {
  public:
-  /// @throws ToolError when the folder cannot be made.
+  /// @throws ToolError when the directory cannot be created.
   explicit PrivateRules(const std::string& rules_file);
 
-  [[nodiscard]] const std::string& folder() const { return folder_.path(); }
-  /// Value of LD_LIBRARY_PATH for the new process: this folder, then whatever
-  /// the variable holds now.
+  [[nodiscard]] const std::string& directory() const {
+    return directory_.path();
+  }
+  /// Value of LD_LIBRARY_PATH for the new process: this directory, then the
+  /// current value.
   [[nodiscard]] std::string LoaderPath() const;
 
  private:
-  PrivateFolder folder_;
+  PrivateDirectory directory_;
 };
 
 }  // namespace quorvane::tool

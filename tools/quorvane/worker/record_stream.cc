@@ -15,7 +15,7 @@
 namespace quorvane::tool {
 namespace {
 
-using FrameLength = std::uint32_t;  // both ends are one program
+using FrameLength = std::uint32_t;  // sender and receiver are one program
 
 bool SendFrame(int descriptor, std::string_view record) {
   std::string cut;
@@ -36,8 +36,8 @@ bool SendFrame(int descriptor, std::string_view record) {
 // A cookie_write_function_t (fopencookie(3)).
 ssize_t WriteFrame(void* cookie, const char* bytes, std::size_t size) noexcept {
   const std::string_view text(bytes, size);
-  // The address masking reports each text that only looks like an address,
-  // which in a log of URLs is noise.
+  // The address masking reports each text that looks like an address but is
+  // not one. Most URLs contain such a text.
   if (text.rfind("[MaskIP] ", 0) == 0) return static_cast<ssize_t>(size);
   try {
     const int descriptor = *static_cast<int*>(cookie);
@@ -50,13 +50,13 @@ ssize_t WriteFrame(void* cookie, const char* bytes, std::size_t size) noexcept {
 }  // namespace
 
 void SendConsoleAsFrames(int descriptor) {
-  static int cookie;  // the streams live as long as the process
+  static int cookie;  // the streams exist as long as the process
   cookie = descriptor;
   const cookie_io_functions_t functions{
       .read = nullptr, .write = WriteFrame, .seek = nullptr, .close = nullptr};
   for (std::FILE** console : {&stdout, &stderr}) {
     std::FILE* stream = fopencookie(&cookie, "w", functions);
-    // Without a buffer, the stream passes each fwrite(3) on as it is.
+    // Without a buffer, the stream forwards each fwrite(3) in one piece.
     if (stream == nullptr || setvbuf(stream, nullptr, _IONBF, 0) != 0) {
       throw std::runtime_error("Cannot open a stream for the log: no memory");
     }
@@ -71,7 +71,7 @@ void FrameReader::Feed(std::string_view bytes) {
   while (rest.size() >= sizeof length) {
     std::memcpy(&length, rest.data(), sizeof length);
     if (length > kMaxRecordBytes) {
-      throw std::runtime_error("The library's process sent a broken log");
+      throw std::runtime_error("The worker process sent a broken log record");
     }
     if (rest.size() - sizeof length < length) break;
     handler_(rest.substr(sizeof length, length));

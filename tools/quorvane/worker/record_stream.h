@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// How the library's records travel from the child process to the tool: each as
-// one frame of known length. A record quotes what a BMC sent, so nothing inside
-// its text may decide where it ends.
+// Sends the library's log records from the worker to the tool, each as one
+// frame with its length in front. A record quotes what a BMC sent, so nothing
+// inside its text may decide where it ends.
 #ifndef QUORVANE_TOOLS_QUORVANE_WORKER_RECORD_STREAM_H_
 #define QUORVANE_TOOLS_QUORVANE_WORKER_RECORD_STREAM_H_
 
@@ -13,8 +13,8 @@
 
 namespace quorvane::tool {
 
-/// Longest record that is sent, in bytes. A longer one is cut and says so: a
-/// BMC decides how long a body is, and the tool keeps what it needs of it.
+/// Maximum length of a record, in bytes. A longer one is cut and marked: a BMC
+/// decides how long a response body is.
 constexpr std::size_t kMaxRecordBytes = 1U << 20;
 
 /// Makes the standard output and error streams of this process (not their
@@ -23,13 +23,14 @@ constexpr std::size_t kMaxRecordBytes = 1U << 20;
 /// @throws std::runtime_error when memory runs out.
 void SendConsoleAsFrames(int descriptor);
 
-/// Cuts bytes that arrive in pieces of any size into frames.
+/// Splits a byte stream, which arrives in pieces of any size, into frames.
 class FrameReader {
  public:
   using Handler = std::function<void(std::string_view)>;
   explicit FrameReader(Handler handler) : handler_(std::move(handler)) {}
 
-  /// @throws std::runtime_error for a frame that the sender cannot have made.
+  /// @throws std::runtime_error for a frame that `SendConsoleAsFrames` cannot
+  /// have sent.
   void Feed(std::string_view bytes);
 
  private:

@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The child's side of library_process.h.
-//
-// It reads one object in CBOR from standard input: "call" ("update",
-// "inventory" or "chassis"), "bmc", "user", "password", and what the call needs
-// besides; "rules_folder" when the library must have been loaded from there. It
-// answers with one JSON object on standard output: "ok" with what came back, or
-// "error" with the words of the exception. Texts that are no UTF-8 arrive with
-// U+FFFD.
+// The worker process: makes one library call. See library_process.h for the
+// process that starts it, and protocol.h for the request that it reads from
+// standard input and the response that it writes to standard output.
 #ifndef QUORVANE_TOOLS_QUORVANE_WORKER_WORKER_H_
 #define QUORVANE_TOOLS_QUORVANE_WORKER_WORKER_H_
 
@@ -14,13 +9,14 @@
 
 namespace quorvane::tool {
 
-/// The one argument that makes the tool a worker; no command for people.
+/// The only argument of a process that is a worker. Not a user command.
 constexpr const char* kWorkerArgument = "library-worker";
 
-/// The descriptor on which a worker is given the log's pipe.
+/// The descriptor of the pipe to which a worker writes log records, see
+/// record_stream.h.
 constexpr int kWorkerLogDescriptor = 3;
 
-/// Answers one request.
+/// Reads one request, makes the call and writes the response.
 ExitCode RunWorker();
 
 }  // namespace quorvane::tool
