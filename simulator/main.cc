@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "simulator/options.h"
 #include "simulator/run_simulator.h"
 #include "simulator/text.h"
 
@@ -11,18 +12,7 @@ namespace {
 int Run(int argc, char** argv) {
   CLI::App app("A simulated BMC that speaks Redfish over HTTPS.");
   quorvane::simulator::SimulatorOptions options;
-  app.add_option("--scenario", options.scenario,
-                 "A scenario file, or the name of a ready scenario")
-      ->capture_default_str();
-  app.add_option("--port", options.port, "TCP port; 0: any free one")
-      ->check(CLI::Range(0, 65535))
-      ->capture_default_str();
-  app.add_option("--bind", options.bind_address,
-                 "Address to listen on, e.g. 127.0.0.1 or ::1")
-      ->capture_default_str();
-  app.add_option("--address-file", options.address_file,
-                 "Write ADDRESS:PORT to this file once the machine listens");
-  app.add_flag("--quiet", options.quiet, "No line per request");
+  AddOptions(app, options);
   app.failure_message([](const CLI::App* /*app*/, const CLI::Error& error) {
     return quorvane::simulator::Printable(error.what()) +
            "\nRun with --help for more information.\n";

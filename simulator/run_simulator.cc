@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "simulator/run_simulator.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <fstream>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "simulator/scenario.h"
@@ -44,19 +48,39 @@ class StopSignals {
   sigset_t former_{};
 };
 
-/// A file that a script waits for, so it must never be seen half written.
+/// Creates `path` and writes all of `text` to it. Fails if the name exists,
+/// even as a symbolic link: another user may have placed it there.
+bool WriteNewFile(const std::string& path, const std::string& text) {
+  const int fd =
+      open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd < 0) return false;
+  const ssize_t count = write(fd, text.data(), text.size());
+  const bool is_complete =
+      close(fd) == 0 && count == static_cast<ssize_t>(text.size());
+  if (!is_complete) std::remove(path.c_str());
+  return is_complete;
+}
+
+/// A file that contains the address of the BMC while the object exists. A
+/// script may wait for the file, so a rename makes it appear complete.
 class AddressFile {
  public:
   AddressFile(std::string path, const std::string& address)
       : path_(std::move(path)) {
     if (path_.empty()) return;
-    const std::string draft = path_ + '.' + std::to_string(getpid());
-    std::ofstream file(draft);
-    file << address << '\n';
-    file.close();
-    if (!file || std::rename(draft.c_str(), path_.c_str()) != 0) {
-      std::remove(draft.c_str());
-      throw std::runtime_error("cannot write the address file " + path_);
+    // The rename would replace a device such as /dev/null.
+    const auto status = std::filesystem::symlink_status(path_);
+    if (exists(status) && !is_regular_file(status)) {
+      throw std::runtime_error("cannot replace " + path_ +
+                               ": it is not a regular file. Choose another "
+                               "address file.");
+    }
+    const std::string temporary = path_ + '.' + std::to_string(getpid());
+    if (!WriteNewFile(temporary, address + '\n')) Fail(temporary, errno);
+    if (std::rename(temporary.c_str(), path_.c_str()) != 0) {
+      const int error = errno;
+      std::remove(temporary.c_str());
+      Fail(path_, error);
     }
   }
   ~AddressFile() {
@@ -66,6 +90,12 @@ class AddressFile {
   AddressFile& operator=(const AddressFile&) = delete;
 
  private:
+  [[noreturn]] static void Fail(const std::string& path, int error) {
+    throw std::runtime_error("cannot write " + path + ": " +
+                             std::generic_category().message(error) +
+                             ". Choose another address file.");
+  }
+
   std::string path_;
 };
 

@@ -473,6 +473,18 @@ TEST(Program, WritesItsAddressAndEndsOnASignal) {
   EXPECT_THAT(output, Not(HasSubstr("\x1b")));
   std::filesystem::remove(scenario);
 
+  // Another user may have placed a link where the simulator will write.
+  const std::string draft = file.string() + '.' + std::to_string(getpid());
+  for (const std::string& link : {file.string(), draft}) {
+    std::filesystem::create_symlink(file.string() + ".target", link);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunSimulator({.address_file = file.string(), .quiet = true}), 1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("Choose another address file."));
+    EXPECT_FALSE(std::filesystem::exists(file.string() + ".target")) << link;
+    std::filesystem::remove(link);
+  }
+
   testing::internal::CaptureStderr();
   EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}), 1);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_SIMULATOR_OPTIONS_H_
+#define QUORVANE_SIMULATOR_OPTIONS_H_
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace quorvane::simulator {
+
+struct SimulatorOptions {
+  std::string scenario = "clean";  ///< A file, or a built-in scenario's name.
+  std::string bind_address = "127.0.0.1";
+  int port = 0;  ///< 0 selects a free port.
+  /// Receives "ADDRESS:PORT\n" when the BMC listens, and is removed at the end.
+  /// Empty: no file.
+  std::string address_file = {};
+  bool quiet = false;  ///< Do not print a line for each request.
+};
+
+/// Declares the command-line options of the simulated BMC; parsing them fills
+/// `options`, which must outlive `app`.
+void AddOptions(CLI::App& app, SimulatorOptions& options);
+
+}  // namespace quorvane::simulator
+
+#endif  // QUORVANE_SIMULATOR_OPTIONS_H_
