@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Installs a build and uses the tool as a person would: an update against each
-ready scenario, every other command, and what is told when something is wrong.
+"""Installs a build and uses the tool as a user would: an update against each
+built-in scenario, every other command, and the error messages.
 
 Usage: installed_test.py BUILD_FOLDER SOURCE_FOLDER
 """
@@ -28,7 +28,7 @@ MODES = {"shared": 0o666, "kept": 0o640}
 ODD_LOG = "[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: \u202eOutcome: done.\n"
 faults = []
 
-# Scenario, options of the update, exit code, what is told.
+# Scenario, options of the update, exit code, part of the output.
 SCENARIOS = [
     ("clean", "--file fw", 0, "Outcome: done. The update is done; the system"),
     ("clean", f"--file fw --target {BIOS}", 0, "  Activation: HTTP 202"),
@@ -55,7 +55,7 @@ SCENARIOS = [
     ("huge-inventory", "--file fw", 0, "  Inventory: 1003 items"),
 ]
 
-# Command, exit code, what is told; {to} is a machine and its account.
+# Command, exit code, part of the output; {to} is a machine and its account.
 COMMANDS = [
     ("inventory {to} --password-file pw", 0, "System BIOS      2.4.1"),
     ("inventory {to} --password-file pw --json", 0, '"BMC firmware"'),
@@ -157,7 +157,7 @@ def wait_for(condition):
         time.sleep(0.02)
 
 
-def meet(number, scenario, options, code, told):
+def meet(number, scenario, options, code, output):
     log, result = HOME / f"{number}.log", HOME / f"{number}.json"
     with Machine(scenario, number) as bmc:
         # A signed link, as a file since it is a secret.
@@ -171,8 +171,8 @@ def meet(number, scenario, options, code, told):
                     *(options.format(link=link) + account).split()])
     name = f"{scenario} {options}: exit {done.returncode}, printed:"
     written = log.read_text()
-    expect(done.returncode == code and told in done.stdout, name, done.stdout)
-    expect("s3cret" not in done.stdout + written, name, "a password is told")
+    expect(done.returncode == code and output in done.stdout, name, done.stdout)
+    expect("s3cret" not in done.stdout + written, name, "a password is printed")
     accepted = json.loads(result.read_text())["accepted"]
     expect(accepted == (code in (0, 4) or scenario == "task-fails"),
            name, "accepted", accepted)
@@ -239,9 +239,9 @@ def use_a_terminal():
 
 def try_commands():
     with Machine("odd.json", "commands") as bmc:
-        for command, code, told in COMMANDS:
+        for command, code, output in COMMANDS:
             done = run(command.format(to=f"--bmc {bmc} --user admin").split())
-            expect(done.returncode == code and told in done.stdout and
+            expect(done.returncode == code and output in done.stdout and
                    "s3cret" not in done.stdout,
                    f"{command}: exit {done.returncode}", done.stdout)
     for name in ("target", "shared"):

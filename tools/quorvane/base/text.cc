@@ -188,8 +188,8 @@ std::string Wrapped(std::string_view text, std::size_t columns,
       piece.remove_prefix(word);
     }
     while (columns >= kMinColumns && used + Columns(piece) >= columns) {
-      const std::size_t room = columns > used + 1 ? columns - used - 1 : 1;
-      const std::size_t fitting = BytesWithin(piece, room);
+      const std::size_t left = columns > used + 1 ? columns - used - 1 : 1;
+      const std::size_t fitting = BytesWithin(piece, left);
       if (fitting == piece.size()) break;
       wrapped += piece.substr(0, fitting);
       piece.remove_prefix(fitting);

@@ -97,7 +97,7 @@ WorkerResponse Respond() {
 }  // namespace
 
 ExitCode RunWorker() {
-  // A worker without its parent would go on with nobody to report to.
+  // If the tool ends, nothing receives the log; an update must not go on unseen.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const WorkerResponse response = Respond();
   ShutdownLogger();
