@@ -141,8 +141,9 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   AddSimulateCommand(*app, exit_code);
   for (CLI::App* command : app->get_subcommands({})) {
     command->group("Commands")->footer("");
-    for (CLI::App* subcommand : command->get_subcommands({}))
+    for (CLI::App* subcommand : command->get_subcommands({})) {
       subcommand->group("Commands");
+    }
   }
   return app;
 }

@@ -4,11 +4,8 @@
 
 #include <memory>
 
+#include "tools/quorvane/base/cli_fwd.h"
 #include "tools/quorvane/base/exit_code.h"
-
-namespace CLI {
-class App;
-}  // namespace CLI
 
 namespace quorvane::tool {
 

@@ -4,9 +4,7 @@
 
 #include <string>
 
-namespace CLI {
-class App;
-}  // namespace CLI
+#include "tools/quorvane/base/cli_fwd.h"
 
 namespace quorvane::tool {
 

@@ -7,10 +7,7 @@
 
 #include "quorvane/config.h"
 #include "quorvane/logging.h"
-
-namespace CLI {
-class App;
-}  // namespace CLI
+#include "tools/quorvane/base/cli_fwd.h"
 
 namespace quorvane::tool {
 

@@ -4,11 +4,8 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_COMMANDS_H_
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_COMMANDS_H_
 
+#include "tools/quorvane/base/cli_fwd.h"
 #include "tools/quorvane/base/exit_code.h"
-
-namespace CLI {
-class App;
-}  // namespace CLI
 
 namespace quorvane::tool {
 

@@ -321,14 +321,15 @@ CallResult CallLibrary(LibraryCall call, const std::string& rules,
   WriteAll(pipes.request.write_end.get(), Encode(request));
   pipes.request.write_end.Close();
 
-  const CallResult interrupted{.end = CallResult::End::kInterrupted};
   PipeReader reader(pipes, signals, listener);
-  if (!reader.ReadAll()) return interrupted;
+  if (!reader.ReadAll()) {
+    return {.end = CallResult::End::kInterrupted};
+  }
   listener.OnTick();
   const int status = child.Wait();
   if (WasInterrupted(status)) {
     signals.ConsumeAll();
-    return interrupted;
+    return {.end = CallResult::End::kInterrupted};
   }
   return ResultOf(reader, status);
 }

@@ -97,7 +97,8 @@ WorkerResponse Respond() {
 }  // namespace
 
 ExitCode RunWorker() {
-  // If the tool ends, nothing receives the log; an update must not go on unseen.
+  // If the tool ends, nothing receives the log; an update must not go on
+  // unseen.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const WorkerResponse response = Respond();
   ShutdownLogger();
