@@ -18,15 +18,19 @@ MODULES = ("config", "http", "inventory", "logging", "support", "update")
 faults = []
 
 # Texts of INFO and DEBUG lines that do not stand in the call itself.
-CALM_FIELDS = ("asking", "next", "phase", "sent", "trying")
+CALM_FIELDS = ("body", "next", "request", "sending", "start", "status",
+               "trying")
 CALM = {
     "DEBUG  ", "INFO   ", "ERROR  ", " path=", " file=", " size=",
     "] [INFO   ] [logger] === Logger initialised  level=",
     "[%s] [INFO   ] [logger] === Logger shutdown ===\n",
     "Activation task: ", "Reboot task: ", "Normalized chassis name to: ", " (name pattern: ", ", model pattern: ",
     "[RF-TASK] State: ", "  PercentComplete: ", "[RF-TASK] Task ID: ",
-    "Exception -- upload retry needed", "Cancelled -- upload restart needed",
-    "Interrupted -- last chunk retry needed",
+    "  Result: Success", "  Result: Exception -- upload retry needed",
+    "  Result: Cancelled -- upload restart needed",
+    "  Result: Interrupted -- last chunk retry needed",
+    "Found perfect chassis info in member: ",
+    "Found fallback chassis info in member: ",
 }
 
 TOKEN = re.compile(

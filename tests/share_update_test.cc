@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An image on a share: SimpleUpdate, and the download that stands in for it.
+// Updates from a share: SimpleUpdate, and the download if the BMC rejects it.
 #include <dlfcn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -49,11 +49,11 @@ constexpr const char* kRules = R"({
                "reboot_rules": {"204": "success"}}}
 })";
 
-class ShareRoad : public BmcTest {
+class ShareUpdateTest : public BmcTest {
  protected:
-  ShareRoad() {
-    Rules(kRules);
-    // A name of its own: the temporary folder is shared by all that runs here.
+  ShareUpdateTest() {
+    WriteRules(kRules);
+    // A unique name, because other programs also use the temporary directory.
     image_name = "quorvane-test-" + std::to_string(getpid()) + ".blx";
     temp_path = "/tmp/" + image_name;
     request.bmc_ip = bmc.Address();
@@ -65,11 +65,11 @@ class ShareRoad : public BmcTest {
     bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
     bmc.On("POST", kReset).Answer(204);
   }
-  ~ShareRoad() override {
-    EXPECT_FALSE(std::filesystem::exists(temp_path)) << "left behind";
+  ~ShareUpdateTest() override {
+    EXPECT_FALSE(std::filesystem::exists(temp_path)) << "not removed";
   }
 
-  void RefuseSimpleUpdate() {
+  void RejectSimpleUpdate() {
     bmc.On("POST", kFirst).Answer(404);
     bmc.On("POST", kSecond).Answer(404);
   }
@@ -78,7 +78,7 @@ class ShareRoad : public BmcTest {
   UpdateRequest request;
 };
 
-TEST_F(ShareRoad, AcceptedWithATask) {
+TEST_F(ShareUpdateTest, MonitorsTaskOfSimpleUpdate) {
   request.targets = {"/a"};
   request.share_username = "reader";
   request.share_password = "sh4re";
@@ -87,7 +87,7 @@ TEST_F(ShareRoad, AcceptedWithATask) {
   bmc.On("POST", kSecond)
       .Answer(400, Error("Busy"))
       .Then(202, "", {{"Location", kTask}});
-  // A task shows the request that made it.
+  // A task contains the request that created it.
   bmc.On("GET", kTask).Answer(200, R"({"TaskState": "Completed", "Payload":
                {"JsonBody": "{\"Password\": \"sh4re\"}"}})");
   const UpdateResponse result = PerformUpdate(request);
@@ -114,11 +114,11 @@ TEST_F(ShareRoad, AcceptedWithATask) {
               AllOf(HasSubstr("\"Password\":\t\"<REDACTED>\""),
                     HasSubstr("https://u:<REDACTED>@files.example/i.blx"),
                     Not(HasSubstr("sh4re")), Not(HasSubstr("hidden"))));
-  // No activation on this road, whatever the targets.
+  // No activation follows, even with targets.
   EXPECT_THAT(Log("update"), Not(Contains(StartsWith("Activation"))));
 }
 
-TEST_F(ShareRoad, FinishedAtOnce) {
+TEST_F(ShareUpdateTest, RebootsAfterImmediateSimpleUpdate) {
   request.verify_remote_server_certificate = true;
   bmc.On("POST", kFirst).Answer(204, "", {{"Location", kTask}});
   const UpdateResponse result = PerformUpdate(request);
@@ -134,25 +134,7 @@ TEST_F(ShareRoad, FinishedAtOnce) {
   EXPECT_THAT(LogText(), Not(HasSubstr("Password")));
 }
 
-// Not tried again, unlike a refusal: the next URI is.
-TEST_F(ShareRoad, NoAnswerLeadsToTheNextUri) {
-  bmc.On("POST", kFirst).Answer(Reply{.fault = simulator::Fault::kDrop});
-  bmc.On("POST", kSecond).Answer(202, TaskLink(kTask));
-  EXPECT_TRUE(PerformUpdate(request).reboot_performed) << LogText();
-  EXPECT_THAT(Waits(), ElementsAre(30));
-  EXPECT_THAT(Log("update"),
-              Contains("SimpleUpdate URI failed: " + std::string(kFirst) +
-                       " (exception: POST failed: Server returned nothing (no "
-                       "headers, no data))"));
-}
-
-TEST_F(ShareRoad, TaskThatIsGonePastHalfWayIsFollowedByTheRestart) {
-  bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
-  bmc.On("GET", kTask).Answer(200, Task("Running", 60)).Then(404);
-  EXPECT_TRUE(PerformUpdate(request).reboot_performed) << LogText();
-}
-
-TEST_F(ShareRoad, FailedTaskEndsTheRunWithoutASummary) {
+TEST_F(ShareUpdateTest, StopsWithoutSummaryIfTaskFails) {
   bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
   bmc.On("GET", kTask).Answer(404);
   const UpdateResponse result = PerformUpdate(request);
@@ -162,9 +144,9 @@ TEST_F(ShareRoad, FailedTaskEndsTheRunWithoutASummary) {
   EXPECT_THAT(Log("update"), Not(Contains(HasSubstr("SUMMARY"))));
 }
 
-TEST_F(ShareRoad, RefusedDownloadedUploadedAndActivated) {
+TEST_F(ShareUpdateTest, DownloadsAndUploadsIfSimpleUpdateIsRejected) {
   request.targets = {"/a"};
-  // Refused as SimpleUpdate at first; later the activation is taken.
+  // The first request is the SimpleUpdate, the second one the activation.
   bmc.On("POST", kFirst).Answer({.fault = Fault::kDrop}).Then(200);
   bmc.On("POST", kSecond).Answer(404);
   bmc.On("POST", kUpload).Answer(405);
@@ -173,7 +155,7 @@ TEST_F(ShareRoad, RefusedDownloadedUploadedAndActivated) {
   EXPECT_TRUE(result.accepted) << LogText();
   EXPECT_TRUE(result.reboot_performed);
   EXPECT_THAT(
-      Asked(),
+      RequestLines(),
       ElementsAre("POST /redfish/v1/simple1", "POST /redfish/v1/simple2",
                   "GET /share/" + image_name, "POST /redfish/v1/upload",
                   "PUT /redfish/v1/upload",
@@ -199,10 +181,10 @@ TEST_F(ShareRoad, RefusedDownloadedUploadedAndActivated) {
             Contains("Activation HTTP status: 200")));
 }
 
-// The name is the text behind the last slash, whatever that slash is part of.
-// Only the log is redacted, and the request keeps the whole link.
-TEST_F(ShareRoad, ImageNameOutOfASecretIsRedactedInTheLogAlone) {
-  RefuseSimpleUpdate();
+// The file name is the text after the last slash, which can be part of a
+// secret. The request contains the whole link.
+TEST_F(ShareUpdateTest, RedactsSecretImageNameOnlyInLog) {
+  RejectSimpleUpdate();
   request.image_uri = Url("/share/image?token=abc/" + image_name);
   bmc.On("GET", "/share/image").Answer(200, "image from the share");
   bmc.On("POST", kUpload).Answer(202, TaskLink(kTask));
@@ -218,7 +200,7 @@ TEST_F(ShareRoad, ImageNameOutOfASecretIsRedactedInTheLogAlone) {
                     Not(Contains(HasSubstr(image_name)))));
 }
 
-TEST_F(ShareRoad, EveryWayRefused) {
+TEST_F(ShareUpdateTest, ReportsIfEveryRequestIsRejected) {
   bmc.On("POST", kFirst).Answer(503, Error("Not now"));
   bmc.On("POST", kSecond).Answer(405);
   bmc.On("POST", kUpload).Answer(500);
@@ -235,53 +217,53 @@ TEST_F(ShareRoad, EveryWayRefused) {
   EXPECT_EQ(Log("update").back(), "Cleaned up temp file: " + temp_path);
 }
 
-struct BadDownload {
+struct DownloadCase {
   const char* name;
   Reply reply;
-  std::string path;  // behind the host
-  std::string logged;
+  std::string path;  // after the host
+  std::string log_line;
 };
 
-TEST_F(ShareRoad, DownloadRefused) {
-  RefuseSimpleUpdate();
-  const std::string there = "/share/" + image_name;
-  const std::vector<BadDownload> cases = {
+TEST_F(ShareUpdateTest, ReportsFailedDownload) {
+  RejectSimpleUpdate();
+  const std::string image_path = "/share/" + image_name;
+  const std::vector<DownloadCase> cases = {
       {"status",
        {.status = 403, .body = "no"},
-       there,
+       image_path,
        "Download returned HTTP 403"},
-      {"empty", {.status = 200}, there, "Download returned HTTP 200"},
+      {"empty", {.status = 200}, image_path, "Download returned HTTP 200"},
       {"dropped",
        {.fault = Fault::kDrop},
-       there,
+       image_path,
        "Download failed: GET failed: "},
       {"cut_short",
        {.body = "half", .fault = Fault::kCutShort},
-       there,
+       image_path,
        "Download failed: GET failed: "},
       {"no_name",
        {.body = "x"},
        "/share/?id=7",
        "Failed to write temp file: /tmp/"},
-      {"name_of_a_folder",
+      {"name_of_a_directory",
        {.body = "x"},
        "/share/..",
        "Failed to write temp file: /tmp/.."}};
-  for (const BadDownload& row : cases) {
+  for (const DownloadCase& row : cases) {
     SCOPED_TRACE(row.name);
     bmc.On("GET", row.path.substr(0, row.path.find('?'))).Answer(row.reply);
-    bmc.On("GET", "/").Answer(row.reply);  // where libcurl takes "/share/.."
+    bmc.On("GET", "/").Answer(row.reply);  // libcurl resolves "/share/.."
     request.image_uri = Url(row.path);
     const UpdateResponse result = PerformUpdate(request);
     EXPECT_EQ(result.message,
               "SimpleUpdate not supported and image download failed");
     EXPECT_FALSE(result.accepted);
-    EXPECT_THAT(Log("update").back(), StartsWith(row.logged));
+    EXPECT_THAT(Log("update").back(), StartsWith(row.log_line));
   }
 }
 
-TEST_F(ShareRoad, DownloadFromAPathWithoutANameGetsOne) {
-  RefuseSimpleUpdate();
+TEST_F(ShareUpdateTest, UsesDefaultNameForUriWithoutName) {
+  RejectSimpleUpdate();
   request.image_uri = Url("/share/");
   bmc.On("GET", "/share/").Answer(404);
   EXPECT_FALSE(PerformUpdate(request).accepted);
@@ -289,19 +271,12 @@ TEST_F(ShareRoad, DownloadFromAPathWithoutANameGetsOne) {
               Contains("Download target: /tmp/firmware_download.bin"));
 }
 
-TEST_F(ShareRoad, OnlyHttpIsSpokenForADownload) {
-  RefuseSimpleUpdate();
-  request.image_uri = "file://" + folder.Write(image_name, "local");
-  EXPECT_FALSE(PerformUpdate(request).accepted);
-  EXPECT_THAT(Log("update").back(),
-              StartsWith("Download failed: GET failed: Unsupported protocol"));
-}
-
 class FileCalls;
 thread_local FileCalls* file_calls = nullptr;
 
-// While it lives, each flock(2) on this thread is preceded by `before_lock` and
-// fails with `lock_error`, unless that is 0; each unlink(2) is counted.
+// During its lifetime, calls `before_lock` before each flock(2) on this thread,
+// lets flock fail with `lock_error` unless that is 0, and counts each
+// unlink(2).
 class FileCalls {
  public:
   explicit FileCalls(std::function<void()> before_lock, int lock_error = 0)
@@ -312,8 +287,8 @@ class FileCalls {
   FileCalls(const FileCalls&) = delete;
   FileCalls& operator=(const FileCalls&) = delete;
 
-  [[nodiscard]] int unlinks() const { return unlinks_; }
-  void CountUnlink() { ++unlinks_; }
+  [[nodiscard]] int UnlinkCount() const { return unlink_count_; }
+  void CountUnlink() { ++unlink_count_; }
   [[nodiscard]] int Lock() const {
     before_lock_();
     return lock_error_;
@@ -322,18 +297,18 @@ class FileCalls {
  private:
   std::function<void()> before_lock_;
   int lock_error_;
-  int unlinks_ = 0;
+  int unlink_count_ = 0;
 };
 
 class TemporaryFile : public testing::Test {
  protected:
-  TempFolder folder;
-  std::string path = folder.path() + "/image";
+  TempDirectory directory;
+  std::string path = directory.path() + "/image";
 };
 
-TEST_F(TemporaryFile, IsMadeAnewAndGoesWithItsOwner) {
-  const std::string precious = folder.Write("precious", "keep me");
-  std::filesystem::create_symlink(precious, path);  // someone's trap
+TEST_F(TemporaryFile, ReplacesLinkAndIsRemovedByDestructor) {
+  const std::string precious = directory.Write("precious", "keep me");
+  std::filesystem::create_symlink(precious, path);  // an attack
   {
     const auto image = TemporaryImage::Create(path);
     ASSERT_TRUE(image);
@@ -343,7 +318,7 @@ TEST_F(TemporaryFile, IsMadeAnewAndGoesWithItsOwner) {
     struct stat found {};
     ASSERT_EQ(lstat(path.c_str(), &found), 0);
     EXPECT_EQ(found.st_mode, S_IFREG | 0600);
-    // A second run leaves alone what a living one holds.
+    // A second run does not remove the file of an active run.
     EXPECT_FALSE(TemporaryImage::Create(path));
     EXPECT_EQ(ReadAll(path), "bytes");
   }
@@ -351,27 +326,26 @@ TEST_F(TemporaryFile, IsMadeAnewAndGoesWithItsOwner) {
   EXPECT_EQ(ReadAll(precious), "keep me");
 }
 
-// Another run took the new file for a left-over and removed it before it was
-// locked. From then on the name may belong to a third run.
-TEST_F(TemporaryFile, LeavesANameThatAnotherRunHasTakenOver) {
+// Another run removed the new file as a leftover, before it was locked. Then
+// the name can belong to a third run.
+TEST_F(TemporaryFile, KeepsNameThatAnotherRunRemoved) {
   const FileCalls calls([this] { std::filesystem::remove(path); });
   EXPECT_FALSE(TemporaryImage::Create(path));
-  EXPECT_EQ(calls.unlinks(), 0);
+  EXPECT_EQ(calls.UnlinkCount(), 0);
 }
 
-// A file system without locks: images come and go, but a file that is already
-// there may belong to a living run.
-TEST_F(TemporaryFile, NeedsNoLock) {
+// On a file system without locks, an existing file can belong to an active run.
+TEST_F(TemporaryFile, WorksWithoutLocks) {
   const FileCalls calls([] {}, ENOSYS);
   EXPECT_TRUE(TemporaryImage::Create(path));
   EXPECT_FALSE(std::filesystem::exists(path));
-  static_cast<void>(folder.Write("image", "another run's"));
+  static_cast<void>(directory.Write("image", "of another run"));
   EXPECT_FALSE(TemporaryImage::Create(path));
-  EXPECT_EQ(ReadAll(path), "another run's");
+  EXPECT_EQ(ReadAll(path), "of another run");
 }
 
-TEST_F(TemporaryFile, TakesTheNameOfALeftOverAlone) {
-  static_cast<void>(folder.Write("image", "of a run that died"));
+TEST_F(TemporaryFile, ReplacesOnlyLeftover) {
+  static_cast<void>(directory.Write("image", "of a crashed run"));
   EXPECT_TRUE(TemporaryImage::Create(path));
   std::filesystem::create_directory(path);
   EXPECT_FALSE(TemporaryImage::Create(path));

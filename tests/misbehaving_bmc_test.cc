@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// A BMC that misbehaves in every way at every stage. Each run ends, says so in
-// its record, and the log tells why.
-#include <dlfcn.h>
+// A BMC that misbehaves in every way at every stage. Each run ends, its result
+// shows the failure, and the log contains the cause.
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <ctime>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -49,7 +47,7 @@ constexpr const char* kRules = R"({
                "reboot_rules": {"202": "poll_task", "204": "success"}}}
 })";
 
-// Answers in plain text where TLS is expected.
+// Responds in plain text instead of TLS.
 class PlainServer {
  public:
   PlainServer() : listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -60,7 +58,7 @@ class PlainServer {
     auto* generic = reinterpret_cast<sockaddr*>(&address);
     if (bind(listener_, generic, size) != 0 || listen(listener_, 64) != 0 ||
         getsockname(listener_, generic, &size) != 0) {
-      ADD_FAILURE() << "no port for the plain server";
+      ADD_FAILURE() << "cannot start the plain server";
     }
     port_ = ntohs(address.sin_port);
     thread_ = std::thread([this] {
@@ -69,9 +67,9 @@ class PlainServer {
         if (client < 0) return;
         std::array<char, 4096> hello{};
         static_cast<void>(recv(client, hello.data(), hello.size(), 0));
-        constexpr std::string_view kAnswer = "HTTP/1.1 200 OK\r\n\r\n{}";
+        constexpr std::string_view kResponse = "HTTP/1.1 200 OK\r\n\r\n{}";
         static_cast<void>(
-            send(client, kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL));
+            send(client, kResponse.data(), kResponse.size(), MSG_NOSIGNAL));
         close(client);
       }
     });
@@ -94,37 +92,35 @@ class PlainServer {
   std::thread thread_;
 };
 
-// What an answer is worth to a stage.
-enum class Worth { kNoAnswer, kUnreadable, kRefused };
+// The effect of a fault on a stage.
+enum class Effect { kNoResponse, kUnreadable, kErrorStatus };
 
-struct Misdeed {
+struct FaultCase {
   const char* name;
-  Worth worth;
-  Reply reply;              // status 0: the one that the stage hopes for
-  const char* reason = "";  // libcurl's words, if there was no answer
+  Effect effect;
+  Reply reply;              // status 0: the success status of the stage
+  const char* reason = "";  // the reason of libcurl, without a response
 };
 
 struct Stage {
   const char* name;
   const char* method;
   std::string path;
-  int good_status;
-  const char* road;    // "inventory", "chassis", "local", "binary", "share" ...
-  const char* failed;  // how a transfer's failure begins
-  // How the run ends by the answer's worth, and what the log says of an
-  // unreadable one.
-  std::array<const char*, 3> ends;
-  const char* told;
+  int success_status;
+  const char* flow;  // "inventory", "chassis", "local", "binary", "share" ...
+  const char* failure;  // prefix of the error without a response
+  std::array<const char*, 3> outcomes;  // by Effect
+  const char* log_line;                 // for an unreadable response
 };
 
-// Of its own, since /tmp is shared by all that runs here.
+// A unique name, because other programs also use /tmp.
 std::string ImageName() {
-  return "quorvane-misdeeds-" + std::to_string(getpid()) + ".blx";
+  return "quorvane-misbehaving-" + std::to_string(getpid()) + ".blx";
 }
 
 std::vector<Stage> Stages() {
   const std::string image = "/share/" + ImageName();
-  const char* restarted = "accepted, restarted: Reboot successful";
+  const char* rebooted = "accepted, rebooted: Reboot successful";
   return {{"inventory",
            "GET",
            kInventory,
@@ -157,14 +153,14 @@ std::vector<Stage> Stages() {
            "GET failed: ",
            {"no chassis", "no chassis", "no chassis"},
            "No chassis member has required Manufacturer and Name fields"},
-          // The binary upload stands in.
+          // A binary upload follows.
           {"multipart",
            "POST",
            kUpload,
            202,
            "local",
            "Multipart POST failed: ",
-           {restarted, restarted, restarted},
+           {rebooted, rebooted, rebooted},
            "Upload HTTP status: 202"},
           {"binary",
            "PUT",
@@ -172,17 +168,17 @@ std::vector<Stage> Stages() {
            202,
            "binary",
            "Binary file upload failed: ",
-           {"refused: Binary upload failed: Binary file upload failed: ",
-            restarted, "refused: Not now"},
+           {"rejected: Binary upload failed: Binary file upload failed: ",
+            rebooted, "rejected: Not now"},
            "Binary upload HTTP status: 202"},
-          // Downloaded and uploaded instead.
+          // A download and an upload follow.
           {"simple_update",
            "POST",
            kSimple,
            202,
            "share",
            "POST failed: ",
-           {restarted, restarted, restarted},
+           {rebooted, rebooted, rebooted},
            "SimpleUpdate HTTP status: 202"},
           {"download",
            "GET",
@@ -190,18 +186,18 @@ std::vector<Stage> Stages() {
            200,
            "download",
            "GET failed: ",
-           {"refused: SimpleUpdate not supported and image download failed",
-            restarted,
-            "refused: SimpleUpdate not supported and image download failed"},
+           {"rejected: SimpleUpdate not supported and image download failed",
+            rebooted,
+            "rejected: SimpleUpdate not supported and image download failed"},
            "Download complete: /tmp/"},
-          // A task that cannot be watched does not keep the restart back.
+          // A task that cannot be polled does not prevent the reboot.
           {"task",
            "GET",
            kTask,
            200,
            "local",
            "GET failed: ",
-           {restarted, restarted, restarted},
+           {rebooted, rebooted, rebooted},
            "Could not parse TaskState from response"},
           {"activation",
            "POST",
@@ -209,7 +205,7 @@ std::vector<Stage> Stages() {
            202,
            "local",
            "POST failed: ",
-           {"accepted: Activation failed after trying all 1 URI(s)", restarted,
+           {"accepted: Activation failed after trying all 1 URI(s)", rebooted,
             "accepted: Activation failed after trying all 1 URI(s)"},
            "Activation HTTP status: 202"},
           {"reboot",
@@ -219,23 +215,23 @@ std::vector<Stage> Stages() {
            "local",
            "POST failed: ",
            {"accepted: Reboot failed -- manual intervention required",
-            "accepted, restarted: Task completed successfully",
+            "accepted, rebooted: Task completed successfully",
             "accepted: Reboot failed -- manual intervention required"},
            "Reboot HTTP status: 202"}};
 }
 
 class MisbehavingBmc : public BmcTest {
  protected:
-  MisbehavingBmc() : image(folder.Write("image.blx", "firmware")) {
-    Rules(kRules);
+  MisbehavingBmc() : image(directory.Write("image.blx", "firmware")) {
+    WriteRules(kRules);
   }
 
-  void Behave(const std::string& road);
-  UpdateRequest Request(const std::string& road) const;
-  /// Goes the road and tells how it ended.
-  std::string Go(const std::string& road);
-  void ForgetLog() const {
-    std::filesystem::resize_file(folder.path() + "/log", 0);
+  void SetResponses(const std::string& flow);
+  UpdateRequest Request(const std::string& flow) const;
+  /// Runs the flow and returns its outcome.
+  std::string Run(const std::string& flow);
+  void ClearLog() const {
+    std::filesystem::resize_file(directory.path() + "/log", 0);
   }
 
   std::string image;
@@ -245,27 +241,27 @@ class MisbehavingBmc : public BmcTest {
   PlainServer plain;
 };
 
-void MisbehavingBmc::Behave(const std::string& road) {
+void MisbehavingBmc::SetResponses(const std::string& flow) {
   bmc.On("GET", kInventory)
       .Answer(200, R"({"Members":[{"@odata.id":"/m/1"}]})");
   bmc.On("GET", "/m/1").Answer(200, R"({"Name": "BMC"})");
   bmc.On("GET", kChassis).Answer(200, R"({"Members":[{"@odata.id":"/c/1"}]})");
   bmc.On("GET", "/c/1").Answer(200, R"({"Manufacturer":"M","Name":"N"})");
-  bmc.On("POST", kUpload).Answer(road == "binary" ? 405 : 202, TaskLink(kTask));
+  bmc.On("POST", kUpload).Answer(flow == "binary" ? 405 : 202, TaskLink(kTask));
   bmc.On("PUT", kUpload).Answer(202, TaskLink(kTask));
-  bmc.On("POST", kSimple).Answer(road == "download" ? 404 : 200);
+  bmc.On("POST", kSimple).Answer(flow == "download" ? 404 : 200);
   bmc.On("GET", "/share/" + ImageName()).Answer(200, "firmware");
   bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
   bmc.On("POST", kReset).Answer(204);
 }
 
-UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
+UpdateRequest MisbehavingBmc::Request(const std::string& flow) const {
   UpdateRequest request;
   request.bmc_ip = address;
   request.username = "admin";
   request.password = "s3cret";
   request.prefetched_inventory.resize(1);
-  if (road == "share" || road == "download") {
+  if (flow == "share" || flow == "download") {
     request.image_uri = image_uri;
     request.targets = share_targets;
   } else {
@@ -275,31 +271,31 @@ UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
   return request;
 }
 
-std::string MisbehavingBmc::Go(const std::string& road) {
-  const InventoryRequest whom{
+std::string MisbehavingBmc::Run(const std::string& flow) {
+  const InventoryRequest request{
       .ip = address, .username = "admin", .password = "s3cret"};
   try {
-    if (road == "inventory") {
+    if (flow == "inventory") {
       std::vector<InventoryItem> items;
-      if (!FetchInventory(whom, items)) return "no inventory";
+      if (!FetchInventory(request, items)) return "no inventory";
       const auto named = std::count_if(
           items.begin(), items.end(),
           [](const InventoryItem& item) { return !item.Name.empty(); });
       return std::to_string(named) + " named";
     }
-    if (road == "chassis") {
+    if (flow == "chassis") {
       ChassisInfo info;
-      return FetchChassisInfo(whom, info) ? "chassis" : "no chassis";
+      return FetchChassisInfo(request, info) ? "chassis" : "no chassis";
     }
-    const UpdateResponse result = PerformUpdate(Request(road));
-    return std::string(result.accepted ? "accepted" : "refused") +
-           (result.reboot_performed ? ", restarted: " : ": ") + result.message;
+    const UpdateResponse result = PerformUpdate(Request(flow));
+    return std::string(result.accepted ? "accepted" : "rejected") +
+           (result.reboot_performed ? ", rebooted: " : ": ") + result.message;
   } catch (const std::runtime_error& failure) {
     return std::string("threw: ") + failure.what();
   }
 }
 
-std::vector<Misdeed> Misdeeds() {
+std::vector<FaultCase> FaultCases() {
   const std::string wrong_types = R"({"@odata.id": 1, "Id": [], "Members":
     [5, {"@odata.id": {}}], "TaskState": 5, "PercentComplete": "many",
     "Messages": [{"MessageId": "Task.1", "MessageArgs": [7]}, null],
@@ -311,91 +307,89 @@ std::vector<Misdeed> Misdeeds() {
   const simulator::HeaderList many(4000, {"X-Filler", std::string(100, 'x')});
   return {
       {"dropped",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.fault = Fault::kDrop},
        "Server returned nothing"},
       {"reset",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.fault = Fault::kReset},
        "Failure when receiving data"},
       {"cut_short",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.body = wrong_types, .fault = Fault::kCutShort},
        "Transferred a partial file"},
-      {"no_http",
-       Worth::kNoAnswer,
+      {"not_http",
+       Effect::kNoResponse,
        {.fault = Fault::kNotHttp},
        "Unsupported protocol"},
       {"bad_chunks",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.body = "zz\r\nno length\r\n",
         .headers = {{"Transfer-Encoding", "chunked"}}},
        "Failure when receiving data"},
       {"endless_header_line",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.headers = {{"X-Filler", std::string(400'000, 'x')}}},
-       "Out of memory"},  // of the room that libcurl gives to one line
+       "Out of memory"},  // the line limit of libcurl
       {"endless_header",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.headers = many},
        "Failure when receiving data"},
       {"compressed_transfer",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.headers = {{"Transfer-Encoding", "gzip, chunked"}}},
        "Failed writing received data"},
-      {"redirect_circle",
-       Worth::kNoAnswer,
+      {"redirect_loop",
+       Effect::kNoResponse,
        {.status = 307, .headers = {{"Location", "?again"}}},
        "Number of redirects hit maximum amount"},
       {"plain_text_for_tls",
-       Worth::kNoAnswer,
+       Effect::kNoResponse,
        {.status = 307},
        "SSL connect error"},
-      {"storm_of_503",
-       Worth::kRefused,
+      {"always_503",
+       Effect::kErrorStatus,
        {.status = 503, .body = R"({"error": {"message": "Not now"}})"}},
       {"garbage",
-       Worth::kUnreadable,
+       Effect::kUnreadable,
        {.status = 0, .body = "x", .fault = Fault::kGarbage}},
-      {"too_deep", Worth::kUnreadable, {.status = 0, .body = deep}},
-      {"nested", Worth::kUnreadable, {.status = 0, .body = nested}},
-      {"wrong_types", Worth::kUnreadable, {.status = 0, .body = wrong_types}},
+      {"too_deep", Effect::kUnreadable, {.status = 0, .body = deep}},
+      {"nested", Effect::kUnreadable, {.status = 0, .body = nested}},
+      {"wrong_types", Effect::kUnreadable, {.status = 0, .body = wrong_types}},
       {"20_MiB",
-       Worth::kUnreadable,
+       Effect::kUnreadable,
        {.status = 0,
         .body = "{\"x\": \"" + std::string(20U << 20U, 'y') + "\"}"}},
   };
 }
 
-void PrintTo(const Misdeed& misdeed, std::ostream* out) {
-  *out << misdeed.name;
-}
+void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.name; }
 
 class EveryStage : public MisbehavingBmc,
-                   public testing::WithParamInterface<Misdeed> {};
+                   public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(EveryStage, EndsAndIsTold) {
-  const Misdeed& misdeed = GetParam();
+TEST_P(EveryStage, EndsAndLogsCause) {
+  const FaultCase& fault = GetParam();
   for (const Stage& stage : Stages()) {
     SCOPED_TRACE(stage.name);
-    Behave(stage.road);
-    Reply reply = misdeed.reply;
-    if (reply.status == 0) reply.status = stage.good_status;
-    if (std::string(misdeed.name) == "plain_text_for_tls") {
+    SetResponses(stage.flow);
+    Reply reply = fault.reply;
+    if (reply.status == 0) reply.status = stage.success_status;
+    if (std::string(fault.name) == "plain_text_for_tls") {
       reply.headers = {{"Location", "https://" + plain.Address() + "/"}};
     }
     bmc.On(stage.method, stage.path).Answer(reply);
-    ForgetLog();
-    const std::string end = Go(stage.road);
+    ClearLog();
+    const std::string outcome = Run(stage.flow);
     EXPECT_THAT(
-        end,
-        StartsWith(stage.ends.at(static_cast<std::size_t>(misdeed.worth))));
+        outcome,
+        StartsWith(stage.outcomes.at(static_cast<std::size_t>(fault.effect))));
     const std::string log = LogText();
-    if (misdeed.worth == Worth::kNoAnswer) {
+    if (fault.effect == Effect::kNoResponse) {
       EXPECT_THAT(log, HasSubstr(std::string("[ERROR  ] [http] ") +
-                                 stage.failed + misdeed.reason));
-    } else if (misdeed.worth == Worth::kUnreadable) {
-      EXPECT_THAT(log, HasSubstr(stage.told));
+                                 stage.failure + fault.reason));
+    } else if (fault.effect == Effect::kUnreadable) {
+      EXPECT_THAT(log, HasSubstr(stage.log_line));
     } else {
       EXPECT_THAT(log, HasSubstr("-> HTTP 503"));
     }
@@ -405,14 +399,14 @@ TEST_P(EveryStage, EndsAndIsTold) {
   EXPECT_THAT(Waits(), SizeIs(Lt(60)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Misdeeds, EveryStage, testing::ValuesIn(Misdeeds()),
+INSTANTIATE_TEST_SUITE_P(Faults, EveryStage, testing::ValuesIn(FaultCases()),
                          [](const auto& row) {
                            return "by_" + std::string(row.param.name);
                          });
 
-// Line breaks and control characters in whatever text a BMC may send. None of
-// them reaches the wire, and the record escapes them (RFC 8259, section 7).
-TEST_F(MisbehavingBmc, HostileTexts) {
+// Line breaks and control characters in all texts of a BMC. None of them is
+// sent, and the result escapes them (RFC 8259, section 7).
+TEST_F(MisbehavingBmc, SendsControlCharacters) {
   constexpr const char* kEvil = R"(\r\nX-Evil: 1\r\n\r\n\u001b[2J\u0007)";
   const auto link = [&](const std::string& path) {
     return R"({"@odata.id": ")" + path + kEvil + R"(", "Id": ")" + kEvil +
@@ -422,9 +416,9 @@ TEST_F(MisbehavingBmc, HostileTexts) {
            R"("}]})";
   };
   struct Row {
-    const char *road, *method, *path;
+    const char *flow, *method, *path;
     int status;
-    const char* end;
+    const char* outcome;
   };
   const std::vector<Row> rows = {
       {"inventory", "GET", kInventory, 200,
@@ -432,19 +426,19 @@ TEST_F(MisbehavingBmc, HostileTexts) {
       {"inventory", "GET", "/m/1", 200, "1 named"},
       {"chassis", "GET", kChassis, 200, "no chassis"},
       {"chassis", "GET", "/c/1", 200, "chassis"},
-      {"local", "POST", kUpload, 202, "accepted, restarted: Reboot"},
-      {"binary", "PUT", kUpload, 503, "refused: \r\nX-Evil: 1"},
+      {"local", "POST", kUpload, 202, "accepted, rebooted: Reboot"},
+      {"binary", "PUT", kUpload, 503, "rejected: \r\nX-Evil: 1"},
       {"share", "POST", kSimple, 202, "accepted: Task polling timed out"},
-      {"local", "GET", kTask, 200, "accepted, restarted: Reboot"},
+      {"local", "GET", kTask, 200, "accepted, rebooted: Reboot"},
       {"local", "POST", kSimple, 202, "accepted: Task polling timed out"},
       {"local", "POST", kReset, 202,
-       "accepted, restarted: Task polling timed out"}};
+       "accepted, rebooted: Task polling timed out"}};
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.method << ' ' << row.path);
-    Behave(row.road);
+    SetResponses(row.flow);
     bmc.On(row.method, row.path).Answer(row.status, link("/x"));
     bmc.ClearRequests();
-    EXPECT_THAT(Go(row.road), StartsWith(row.end));
+    EXPECT_THAT(Run(row.flow), StartsWith(row.outcome));
     for (const auto& request : bmc.Requests()) {
       EXPECT_EQ(Header(request, "X-Evil"), "");
       EXPECT_THAT(request.path, Not(HasSubstr("vil")));
@@ -469,7 +463,7 @@ constexpr const char* kRulesWithSecrets =
     "reboot_uri": ["/bad?sig=h1dden", "/redfish/v1/reset?sig=h1dden"],
     "reboot_rules": {"202": "poll_task", "503": "retry_reboot"}}}})";
 
-// What the lines hold in front of a URI, or of a part of one.
+// The text before a URI, or before a part of one, in the log.
 const std::vector<const char*> kLinesWithUris = {
     "Target IP  : ",
     "Inv URIs   : [",
@@ -522,7 +516,7 @@ std::string LinkTo(const std::string& uri) {
 class SecretsInUris : public MisbehavingBmc {
  protected:
   SecretsInUris() {
-    Rules(kRulesWithSecrets);
+    WriteRules(kRulesWithSecrets);
     address = "admin:h1dden@" + address;
     image_uri = WithSecrets("/share/" + ImageName());
     share_targets = {"/target?sig=h1dden"};
@@ -532,8 +526,8 @@ class SecretsInUris : public MisbehavingBmc {
     return "https://u:h1dden@" + bmc.Address() + path + "?sig=h1dden";
   }
 
-  void BehaveWithSecrets(const std::string& road) {
-    Behave(road);
+  void SetResponsesWithSecrets(const std::string& flow) {
+    SetResponses(flow);
     bmc.On("GET", "/inventory")
         .Answer(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
                          LinkTo("/m/2?sig=h1dden") + "," +
@@ -548,24 +542,24 @@ class SecretsInUris : public MisbehavingBmc {
     bmc.On("GET", "/c/2").Answer(200, "<html>");
     const simulator::HeaderList location = {{"Location", WithSecrets(kTask)}};
     const std::string link = LinkTo(WithSecrets(kTask));
-    if (road != "binary") bmc.On("POST", kUpload).Answer(202, "", location);
+    if (flow != "binary") bmc.On("POST", kUpload).Answer(202, "", location);
     bmc.On("PUT", kUpload).Answer(202, "", location);
-    if (road != "download") bmc.On("POST", kSimple).Answer(202, link);
+    if (flow != "download") bmc.On("POST", kSimple).Answer(202, link);
     bmc.On("POST", kReset).Answer(202, link);
   }
 };
 
-// Of the rules, of the request, of the BMC's links.
-TEST_F(SecretsInUris, StayOutOfEveryLine) {
+// Secrets in the rules, in the request, and in links of the BMC.
+TEST_F(SecretsInUris, AreRedactedInEveryLine) {
   for (const Reply& bad : std::vector<Reply>{
            {.status = 404}, {.status = 503}, {.fault = Fault::kDrop}}) {
     for (const char* method : {"GET", "POST", "PUT"}) {
       bmc.On(method, "/bad").Answer(bad);
     }
-    for (const char* road :
+    for (const char* flow :
          {"inventory", "chassis", "local", "binary", "share", "download"}) {
-      BehaveWithSecrets(road);
-      EXPECT_THAT(Go(road), Not(StartsWith("threw")));
+      SetResponsesWithSecrets(flow);
+      EXPECT_THAT(Run(flow), Not(StartsWith("threw")));
     }
   }
   EXPECT_THAT(LogText(), Not(HasSubstr("h1dden")));
@@ -575,23 +569,23 @@ TEST_F(SecretsInUris, StayOutOfEveryLine) {
   }
 }
 
-struct HangUp {
+struct DisconnectCase {
   const char* name;
   Reply reply;
-  long http_status;  // of the record
+  long http_status;  // of the result
   const char* message;
 };
 
-void PrintTo(const HangUp& row, std::ostream* out) { *out << row.name; }
+void PrintTo(const DisconnectCase& row, std::ostream* out) { *out << row.name; }
 
-// The BMC ends the connection while the image is on its way: each time, or
-// once, after which the file is sent again from its start.
+// The BMC closes the connection during the upload: each time, or once. Then the
+// library sends the file again from its start.
 class MisbehavingUpload : public LibraryTest,
-                          public testing::WithParamInterface<HangUp> {};
+                          public testing::WithParamInterface<DisconnectCase> {};
 
-TEST_P(MisbehavingUpload, HangsUpInTheMiddle) {
+TEST_P(MisbehavingUpload, RecoversFromOneDisconnect) {
   constexpr std::size_t kSize = 4U << 20U;
-  Rules(R"({"retry_config": {"max_retries": 1}, "firmware_update": {
+  WriteRules(R"({"retry_config": {"max_retries": 1}, "firmware_update": {
     "multipart_update": {
       "upload_uri": "/redfish/v1/UpdateService/update-multipart",
       "upload_rules": {"202": "track_task", "413": "split_and_retry"}},
@@ -600,67 +594,36 @@ TEST_P(MisbehavingUpload, HangsUpInTheMiddle) {
   UpdateRequest request;
   request.username = "admin";
   request.password = "password";
-  request.local_file = folder.Write("image.blx", std::string(kSize, 'i'));
+  request.local_file = directory.Write("image.blx", std::string(kSize, 'i'));
   request.prefetched_inventory.resize(1);
-  for (const int strikes : {0, 1}) {
+  for (const int fault_count : {0, 1}) {
     const simulator::SimulatedBmc bmc(
         {.faults = {{.phase = "upload",
-                     .first = strikes,
+                     .first = fault_count,
                      .before_body = true,
                      .reply = GetParam().reply}}});
     request.bmc_ip = bmc.Address();
     const UpdateResponse result = PerformUpdate(request);
-    EXPECT_EQ(result.accepted, strikes == 1) << LogText();
-    EXPECT_EQ(bmc.StoredImageSize(), strikes == 1 ? kSize : 0);
-    if (strikes == 1) continue;
+    EXPECT_EQ(result.accepted, fault_count == 1) << LogText();
+    EXPECT_EQ(bmc.StoredImageSize(), fault_count == 1 ? kSize : 0);
+    if (fault_count == 1) continue;
     EXPECT_EQ(result.http_status, GetParam().http_status);
     EXPECT_THAT(result.message, StartsWith(GetParam().message));
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    HangUps, MisbehavingUpload,
+    Disconnects, MisbehavingUpload,
     testing::Values(
-        HangUp{"without_a_word", {.fault = Fault::kDrop}, 0, "Binary upload f"},
-        HangUp{"reset", {.fault = Fault::kReset}, 0, "Binary upload failed: "},
-        HangUp{"too_large", {.status = 413, .body = "{}"}, 413, "Payload too"},
-        HangUp{"busy", {.status = 503, .body = Error("Busy")}, 503, "Busy"}),
+        DisconnectCase{
+            "dropped", {.fault = Fault::kDrop}, 0, "Binary upload f"},
+        DisconnectCase{
+            "reset", {.fault = Fault::kReset}, 0, "Binary upload failed: "},
+        DisconnectCase{
+            "too_large", {.status = 413, .body = "{}"}, 413, "Payload too"},
+        DisconnectCase{
+            "busy", {.status = 503, .body = Error("Busy")}, 503, "Busy"}),
     [](const auto& row) { return row.param.name; });
-
-thread_local bool clock_jumps = false;
-
-// The task never ends, and the clock of the host is set to and fro meanwhile:
-// polls are counted, not timed.
-TEST_F(MisbehavingBmc, EndlessTaskWhileTheClockJumps) {
-  Behave("local");
-  bmc.On("GET", kTask).Answer(200, Task("Running", 40));
-  for (const bool jumps : {false, true}) {
-    ForgetLog();
-    bmc.ClearRequests();
-    clock_jumps = jumps;
-    const std::string end = Go("local");
-    clock_jumps = false;
-    EXPECT_EQ(end, "accepted, restarted: Reboot successful");
-    EXPECT_THAT(Log("update"), testing::Contains("[RF-TASK] Polling task "
-                                                 "(attempt 2/2)"));
-    EXPECT_THAT(bmc.Requests(), SizeIs(5));
-  }
-  EXPECT_THAT(Waits(), testing::ElementsAre(30, 30, 30, 30));
-}
 
 }  // namespace
 }  // namespace quorvane::test
-
-extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
-  using ClockGettime = int (*)(clockid_t, timespec*);
-  static const auto real =
-      reinterpret_cast<ClockGettime>(dlsym(RTLD_NEXT, "clock_gettime"));
-  constexpr time_t kDay = 24 * 60 * 60;
-  static time_t jump = kDay;
-  const int result = real(clock, now);
-  if (quorvane::test::clock_jumps && clock == CLOCK_REALTIME) {
-    now->tv_sec += jump;
-    jump = -jump;
-  }
-  return result;
-}

@@ -16,16 +16,16 @@ constexpr auto kNone = std::string_view::npos;
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-// Where the first such character stands from `at` on, or the end. For a search
-// through whole answers find_first_of is slow.
+// Position of the first matching character at or after `at`, or the end.
+// find_first_of is too slow for whole responses.
 template <typename Predicate>
 std::size_t FindIf(std::string_view text, std::size_t at, Predicate matches) {
   while (at < text.size() && !matches(text[at])) ++at;
   return at;
 }
 
-// A quote of JSON with the backslashes before it, which JSON has that is quoted
-// within a JSON string. Some writers escape it there as "\u0022".
+// A JSON quote with the backslashes before it: JSON that is quoted in a JSON
+// string has them. Some writers escape the quote as "\u0022" there.
 struct Quote {
   std::size_t start = kNone;
   std::size_t backslashes = 0;
@@ -37,8 +37,8 @@ struct Quote {
     return !mark.empty() && mark == like.mark &&
            backslashes == like.backslashes;
   }
-  // Whether it ends a string that `opening` began: of the backslashes before
-  // it, all but the opening's own number belong to escaped backslashes.
+  // Whether it ends the string that `opening` starts. It has as many
+  // backslashes as the opening quote; any others belong to escaped backslashes.
   [[nodiscard]] bool Closes(const Quote& opening) const {
     const std::size_t own = opening.backslashes;
     return mark == opening.mark && backslashes % (2 * (own + 1)) == own;
@@ -57,7 +57,7 @@ Quote QuoteAt(std::string_view text, std::size_t at) {
   return quote;
 }
 
-// The first quote from `at` on; its mark is empty at the end of the text.
+// The first quote at or after `at`. At the end of the text, its mark is empty.
 Quote NextQuote(std::string_view text, std::size_t at) {
   const auto is_start = [](char c) { return c == '"' || c == '\\'; };
   while ((at = FindIf(text, at, is_start)) < text.size()) {
@@ -68,9 +68,9 @@ Quote NextQuote(std::string_view text, std::size_t at) {
   return {.start = text.size(), .backslashes = 0, .mark = {}};
 }
 
-// Behind the colon and the blanks after a member's name, which are escapes
-// where JSON is quoted.
-std::size_t ValueAfter(std::string_view text, std::size_t at) {
+// Start of the value of a member, whose name ends at `at`: after the colon and
+// white space, which is escaped in quoted JSON.
+std::size_t ValueStart(std::string_view text, std::size_t at) {
   while ((at = text.find_first_not_of(": \t\r\n", at)) != kNone) {
     const std::size_t escaped = text.find_first_not_of('\\', at);
     if (escaped == at || escaped == kNone ||
@@ -82,22 +82,23 @@ std::size_t ValueAfter(std::string_view text, std::size_t at) {
   return text.size();
 }
 
-// Where a header's value begins in a text such as "X-Auth-Token: 1"; kNone
-// unless its name announces a secret.
+// Start of the value in a text such as "X-Auth-Token: 1"; kNone if the text is
+// not a secret header.
 std::size_t SecretHeaderValue(std::string_view text) {
   const auto ends_name = [](char c) {
-    return !IsAsciiLetter(c) && !(c >= '0' && c <= '9') && c != '-' && c != '_';
+    return !IsAsciiAlphanumeric(c) && c != '-' && c != '_';
   };
   const std::size_t colon = FindIf(text, 0, ends_name);
   if (text.substr(colon, 1) != ":") return kNone;
   return IsSecretMember(text.substr(0, colon)) ? colon + 1 : kNone;
 }
 
-// Goes from quote to quote. It asks of each text between two whether it is the
-// name of a secret, whatever came before: an answer may be cut off or no JSON.
-class AnswerRedaction {
+// Scans from quote to quote. Checks each text between two quotes for the name
+// of a secret, independent of the text before it: a response may be incomplete,
+// or not JSON.
+class ResponseRedaction {
  public:
-  explicit AnswerRedaction(std::string_view body) : body_(body) {}
+  explicit ResponseRedaction(std::string_view body) : body_(body) {}
 
   std::string Run() {
     Quote before;
@@ -106,12 +107,12 @@ class AnswerRedaction {
       const std::string_view text = body_.substr(done_, after.start - done_);
       const std::size_t header = SecretHeaderValue(text);
       if (header != kNone && !before.mark.empty()) {
-        Hide(done_ + header, before);
+        Redact(done_ + header, before);
       } else {
-        AppendWords(text);
+        CopyRedacted(text);
         before = after;
         CopyTo(after.End());
-        HideValue(text, after);
+        RedactValue(text, after);
       }
     }
     return redacted_;
@@ -123,34 +124,35 @@ class AnswerRedaction {
     done_ = end;
   }
 
-  // The value behind a name that ends with `name_end`, if it is a string.
-  void HideValue(std::string_view name, const Quote& name_end) {
-    const Quote opening = QuoteAt(body_, ValueAfter(body_, name_end.End()));
-    if (opening.Opens(name_end) && IsSecretMember(Decoded(name))) {
-      Hide(opening.End(), opening);
+  // Redacts the value of the member `name`, whose closing quote is `name_end`,
+  // if the member is secret and the value is a string.
+  void RedactValue(std::string_view name, const Quote& name_end) {
+    const Quote opening = QuoteAt(body_, ValueStart(body_, name_end.End()));
+    if (opening.Opens(name_end) && IsSecretMember(DecodeCharacters(name))) {
+      Redact(opening.End(), opening);
     }
   }
 
-  // From `start` to the end of the string that `opening` began.
-  void Hide(std::size_t start, const Quote& opening) {
+  // Redacts from `start` to the end of the string that `opening` starts.
+  void Redact(std::size_t start, const Quote& opening) {
     CopyTo(start);
     redacted_.append(kRedacted);
     Quote quote = NextQuote(body_, start);
     while (!quote.mark.empty() && !quote.Closes(opening)) {
       quote = NextQuote(body_, quote.End());
     }
-    // The secret may end with backslashes of its own.
+    // The secret itself may end with backslashes.
     done_ = quote.mark.empty() ? body_.size()
                                : quote.MarkStart() - opening.backslashes;
   }
 
-  // Each word may be a URI.
-  void AppendWords(std::string_view text) {
-    const auto is_telling = [](char c) {
+  // Copies `text`, and redacts each word in it, which may be a URI.
+  void CopyRedacted(std::string_view text) {
+    const auto may_be_secret = [](char c) {
       return c == '@' || c == '=' || c == '%' || c == '\\';
     };
     const std::size_t end = done_ + text.size();
-    if (FindIf(text, 0, is_telling) == text.size()) return CopyTo(end);
+    if (FindIf(text, 0, may_be_secret) == text.size()) return CopyTo(end);
     for (std::size_t at = 0; at < text.size();) {
       const std::size_t word = FindIf(text, at, std::not_fn(IsBlank));
       redacted_.append(text.substr(at, word - at));
@@ -162,13 +164,13 @@ class AnswerRedaction {
 
   std::string_view body_;
   std::string redacted_;
-  std::size_t done_ = 0;  // so much of the body has been dealt with
+  std::size_t done_ = 0;  // end of the processed part of the body
 };
 
 }  // namespace
 
-std::string RedactAnswer(const std::string& body) {
-  return AnswerRedaction(body).Run();
+std::string RedactResponse(const std::string& body) {
+  return ResponseRedaction(body).Run();
 }
 
 }  // namespace quorvane
