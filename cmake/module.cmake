@@ -1,10 +1,31 @@
 # SPDX-License-Identifier: Apache-2.0
+# The layers of the project, held by the build. One include root serves all
+# modules, so the compiler alone would accept every include.
+
+# quorvane_check_includes(TARGET DIRECTORY...)
+#
+# The build of TARGET fails if a file of the current directory includes a header
+# of this project from another directory than the current one and DIRECTORY...
+function(quorvane_check_includes target)
+  file(RELATIVE_PATH directory ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  string(REPLACE "/" "_" name ${directory})
+  set(allowed ${directory} ${ARGN})
+  file(GLOB files CONFIGURE_DEPENDS *.h *.cc)
+  set(stamp ${CMAKE_CURRENT_BINARY_DIR}/includes.stamp)
+  add_custom_command(OUTPUT ${stamp}
+    COMMAND ${CMAKE_COMMAND} "-DFILES=${files}" "-DALLOWED=${allowed}"
+            -DSTAMP=${stamp} -P ${PROJECT_SOURCE_DIR}/cmake/check_includes.cmake
+    DEPENDS ${files} ${PROJECT_SOURCE_DIR}/cmake/check_includes.cmake
+    COMMENT "Checking the includes of ${directory}" VERBATIM)
+  add_custom_target(${name}_includes DEPENDS ${stamp})
+  add_dependencies(${target} ${name}_includes)
+endfunction()
+
 # quorvane_module(NAME SOURCES FILE... [USES TARGET...] [PRIVATE TARGET...])
 #
-# Adds the static library NAME from the files of the current directory. USES are
-# the modules that it may include; a build step fails on any other include of
-# this project, because one include root serves them all and the compiler
-# would accept it. PRIVATE targets are linked as well.
+# Adds the static library NAME from files of the current directory. They may
+# include what USES and PRIVATE targets offer in their property
+# QUORVANE_INCLUDES. A module that uses NAME may also include what USES offers.
 function(quorvane_module name)
   cmake_parse_arguments(PARSE_ARGV 1 module "" "" "SOURCES;USES;PRIVATE")
   add_library(${name} STATIC ${module_SOURCES})
@@ -12,8 +33,6 @@ function(quorvane_module name)
   target_link_libraries(${name}
     PUBLIC ${module_USES}
     PRIVATE ${module_PRIVATE} quorvane_warnings quorvane_hardening)
-
-  file(RELATIVE_PATH directory ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
   foreach(visibility IN ITEMS USES PRIVATE)
     foreach(used IN LISTS module_${visibility})
       if(TARGET ${used})
@@ -22,16 +41,8 @@ function(quorvane_module name)
       endif()
     endforeach()
   endforeach()
-  set(public ${directory} ${USES_directories})
-  set_target_properties(${name} PROPERTIES QUORVANE_INCLUDES "${public}")
-
-  file(GLOB files CONFIGURE_DEPENDS *.h *.cc)
-  set(stamp ${CMAKE_CURRENT_BINARY_DIR}/${name}.includes)
-  add_custom_command(OUTPUT ${stamp}
-    COMMAND ${CMAKE_COMMAND} "-DFILES=${files}" "-DALLOWED=${public};${PRIVATE_directories}"
-            -DSTAMP=${stamp} -P ${PROJECT_SOURCE_DIR}/cmake/check_includes.cmake
-    DEPENDS ${files} ${PROJECT_SOURCE_DIR}/cmake/check_includes.cmake
-    COMMENT "Checking the includes of ${directory}" VERBATIM)
-  add_custom_target(${name}_includes DEPENDS ${stamp})
-  add_dependencies(${name} ${name}_includes)
+  file(RELATIVE_PATH directory ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  set_target_properties(${name} PROPERTIES
+    QUORVANE_INCLUDES "${directory};${USES_directories}")
+  quorvane_check_includes(${name} ${USES_directories} ${PRIVATE_directories})
 endfunction()
