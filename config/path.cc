@@ -13,7 +13,7 @@
 namespace quorvane {
 namespace {
 
-constexpr const char* kConfig = "config";
+constexpr const char* kComponent = "config";
 constexpr const char* kFileName = "brindle.config.json";
 
 // Everything before the last slash; a name without a slash unchanged.
@@ -43,12 +43,12 @@ std::string ResolveConfigPath() {
   const std::string directory = LibraryDirectory();
   std::string path =
       directory.empty() ? std::string(kFileName) : directory + "/" + kFileName;
-  LogDebug(kConfig, "Resolved config path: " + path);
+  LogDebug(kComponent, "Resolved config path: " + path);
   return path;
 }
 
 Config LoadConfigAuto() {
-  LogDebug(kConfig, "LoadConfigAuto: resolving path automatically");
+  LogDebug(kComponent, "LoadConfigAuto: resolving path automatically");
   return LoadConfig(ResolveConfigPath());
 }
 

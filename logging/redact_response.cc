@@ -12,7 +12,7 @@
 namespace quorvane {
 namespace {
 
-constexpr auto kNone = std::string_view::npos;
+constexpr auto kNotFound = std::string_view::npos;
 
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
@@ -27,7 +27,7 @@ std::size_t FindIf(std::string_view text, std::size_t at, Predicate matches) {
 // A JSON quote with the backslashes before it: JSON that is quoted in a JSON
 // string has them. Some writers escape the quote as "\u0022" there.
 struct Quote {
-  std::size_t start = kNone;
+  std::size_t start = kNotFound;
   std::size_t backslashes = 0;
   std::string_view mark;  // `"` or `u0022`; empty if there is no quote
 
@@ -71,10 +71,10 @@ Quote NextQuote(std::string_view text, std::size_t at) {
 // Start of the value of a member, whose name ends at `at`: after the colon and
 // white space, which is escaped in quoted JSON.
 std::size_t ValueStart(std::string_view text, std::size_t at) {
-  while ((at = text.find_first_not_of(": \t\r\n", at)) != kNone) {
+  while ((at = text.find_first_not_of(": \t\r\n", at)) != kNotFound) {
     const std::size_t escaped = text.find_first_not_of('\\', at);
-    if (escaped == at || escaped == kNone ||
-        std::string_view("trn").find(text[escaped]) == kNone) {
+    if (escaped == at || escaped == kNotFound ||
+        std::string_view("trn").find(text[escaped]) == kNotFound) {
       return at;
     }
     at = escaped + 1;
@@ -82,15 +82,15 @@ std::size_t ValueStart(std::string_view text, std::size_t at) {
   return text.size();
 }
 
-// Start of the value in a text such as "X-Auth-Token: 1"; kNone if the text is
-// not a secret header.
+// Start of the value in a text such as "X-Auth-Token: 1"; kNotFound if the text
+// is not a secret header.
 std::size_t SecretHeaderValue(std::string_view text) {
   const auto ends_name = [](char c) {
     return !IsAsciiAlphanumeric(c) && c != '-' && c != '_';
   };
   const std::size_t colon = FindIf(text, 0, ends_name);
-  if (text.substr(colon, 1) != ":") return kNone;
-  return IsSecretMember(text.substr(0, colon)) ? colon + 1 : kNone;
+  if (text.substr(colon, 1) != ":") return kNotFound;
+  return IsSecretMember(text.substr(0, colon)) ? colon + 1 : kNotFound;
 }
 
 // Scans from quote to quote. Checks each text between two quotes for the name
@@ -106,7 +106,7 @@ class ResponseRedaction {
       const Quote after = NextQuote(body_, done_);
       const std::string_view text = body_.substr(done_, after.start - done_);
       const std::size_t header = SecretHeaderValue(text);
-      if (header != kNone && !before.mark.empty()) {
+      if (header != kNotFound && !before.mark.empty()) {
         Redact(done_ + header, before);
       } else {
         CopyRedacted(text);

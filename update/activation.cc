@@ -12,7 +12,7 @@
 namespace quorvane {
 namespace {
 
-constexpr WalkMessages kMessages{
+constexpr WalkMessages kActivationMessages{
     .trying = "Trying activation URI: ",
     .exhausted = "Activation URI exhausted retries: ",
     .next = "Trying next activation URI"};
@@ -64,8 +64,8 @@ PhaseResult RunActivation(UpdateRun& run) {
   LogInfo(kUpdate, "Activation -- " + count + " URI(s) to try");
   const std::string body = ActivationBody(run.request.targets);
   Activation activation(run);
-  const bool has_ended =
-      WalkUris(run.config, uris, kMessages, [&](const UriAttempt& attempt) {
+  const bool has_ended = WalkUris(
+      run.config, uris, kActivationMessages, [&](const UriAttempt& attempt) {
         return activation.Decide(ResponseOrStatusZero(
             [&] { return PostAction(run, attempt.url, body); }));
       });

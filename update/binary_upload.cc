@@ -10,7 +10,7 @@
 namespace quorvane {
 namespace {
 
-constexpr UploadMessages kMessages{
+constexpr UploadMessages kBinaryUploadMessages{
     .start = "Binary upload fallback -- ",
     .status = "Binary upload HTTP status: ",
     .body = "Binary upload response body: ",
@@ -56,7 +56,7 @@ PhaseResult RunBinaryUpload(const ImagePath& image, UpdateRun& run) {
       return std::nullopt;
     }
   };
-  return RunUpload(kMessages, image, send, run);
+  return RunUpload(kBinaryUploadMessages, image, send, run);
 }
 
 }  // namespace quorvane

@@ -12,7 +12,7 @@
 namespace quorvane {
 namespace {
 
-constexpr UploadMessages kMessages{
+constexpr UploadMessages kMultipartUploadMessages{
     .start = "Multipart upload -- ",
     .status = "Upload HTTP status: ",
     .body = "Upload response body: ",
@@ -74,7 +74,7 @@ PhaseResult RunMultipartUpload(const ImagePath& image, UpdateRun& run) {
           config.username, config.password, config.auth_type, parameters);
     });
   };
-  return RunUpload(kMessages, image, send, run);
+  return RunUpload(kMultipartUploadMessages, image, send, run);
 }
 
 }  // namespace quorvane

@@ -13,9 +13,10 @@
 namespace quorvane {
 namespace {
 
-constexpr WalkMessages kMessages{.trying = "Trying reboot URI: ",
-                                 .exhausted = "Reboot URI exhausted retries: ",
-                                 .next = "Trying next reboot URI"};
+constexpr WalkMessages kRebootMessages{
+    .trying = "Trying reboot URI: ",
+    .exhausted = "Reboot URI exhausted retries: ",
+    .next = "Trying next reboot URI"};
 
 std::string ResetBody() {
   const JsonPtr body = NewObject();
@@ -74,8 +75,8 @@ PhaseResult RunRebootPhase(UpdateRun& run) {
   LogInfo(kUpdate, "Reboot -- " + count + " URI(s) to try");
   const std::string body = ResetBody();
   Reboot reboot(run);
-  const bool has_ended =
-      WalkUris(run.config, uris, kMessages, [&](const UriAttempt& attempt) {
+  const bool has_ended = WalkUris(
+      run.config, uris, kRebootMessages, [&](const UriAttempt& attempt) {
         return reboot.Decide(ResponseOrStatusZero([&] {
                                return PostAction(run, attempt.url, body);
                              }),

@@ -16,7 +16,7 @@
 namespace quorvane {
 namespace {
 
-constexpr WalkMessages kMessages{
+constexpr WalkMessages kSimpleUpdateMessages{
     .trying = "Trying SimpleUpdate URI: ",
     .exhausted = "SimpleUpdate URI exhausted retries: ",
     .next = "Trying next SimpleUpdate URI"};
@@ -123,8 +123,8 @@ void TryEachUri(UpdateRun& run) {
     LogWarning(kUpdate, "SimpleUpdate Targets: EMPTY (no targets provided)");
   }
   SimpleUpdate update(run);
-  const bool has_ended =
-      WalkUris(run.config, uris, kMessages, [&](const UriAttempt& attempt) {
+  const bool has_ended = WalkUris(
+      run.config, uris, kSimpleUpdateMessages, [&](const UriAttempt& attempt) {
         Response response;
         try {
           response = PostAction(run, attempt.url, body);
