@@ -67,8 +67,9 @@ std::string CheckDirectory(const std::string& directory) {
 std::string CheckLogLocation(const std::string& path) {
   const std::string directory = DirectoryOf(path, "/\\");
   if (IsDirectory(directory)) {
-    if (std::string error = CheckDirectory(directory); !error.empty())
+    if (std::string error = CheckDirectory(directory); !error.empty()) {
       return error;
+    }
   } else if (!MakeDirectories(directory)) {
     return "[logger] Failed to create log directory: " + directory;
   }

@@ -442,19 +442,6 @@ TEST_F(HttpTest, LimitsTimeOfWholeTransfer) {
   EXPECT_EQ(client.get(Url(kPath), {}, 0, "", "", "").status_code, 200);
 }
 
-TEST_F(HttpTest, ReportsUnreachableHostsAndInvalidUrls) {
-  const std::string unreachable = "https://" + SimulatedBmc().Address();
-  EXPECT_EQ(
-      ErrorOf(
-          [&] { return client.get(unreachable, {}, kTimeoutMs, "", "", ""); }),
-      std::string("GET failed: ") + curl_easy_strerror(CURLE_COULDNT_CONNECT));
-  for (const char* url : {"", "https://", "https://[::1/", "https://a b/"}) {
-    EXPECT_THAT(ErrorOf([&] { return client.get(url, {}, 0, "", "", ""); }),
-                StartsWith("GET failed: "))
-        << url;
-  }
-}
-
 TEST_F(HttpTest, SendsParametersAndFileInForm) {
   SetResponse({.status = 202});
   const std::string large = std::string(3'000'000, '\0') + "end";

@@ -220,15 +220,6 @@ TEST_F(InventoryTest, UsesSecondResponseOfLastUri) {
   EXPECT_THAT(Waits(), IsEmpty());
 }
 
-TEST_F(InventoryTest, ThrowsIfMemberDoesNotRespond) {
-  WriteRules(kOneUri);
-  bmc.On("GET", kFirst).Answer(200, Collection({kMember, "/dropped", kMember}));
-  bmc.On("GET", "/dropped").Answer({.fault = Fault::kDrop});
-  EXPECT_THAT(Fetching(), Throws("GET failed: "));
-  EXPECT_THAT(items, IsEmpty());
-  EXPECT_EQ(bmc.Requests().size(), 3);
-}
-
 // The effect of each status and rule, with one retry. Checks all lines at
 // WARNING and above, except those for a URI that did not return 200.
 TEST_F(InventoryTest, AppliesRules) {
