@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,6 +29,44 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
+// The string literals in the sources of the library, adjacent ones joined.
+std::vector<std::string> LibraryLiterals() {
+  const std::regex literal(
+      R"re("((?:[^"\\\n]|\\.)*)"(\s*"(?:[^"\\\n]|\\.)*")*)re");
+  std::vector<std::string> literals;
+  for (const char* directory :
+       {"config", "http", "inventory", "logging", "update"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             std::string(QUORVANE_SOURCE_DIR "/") + directory)) {
+      if (entry.path().extension() != ".cc") continue;
+      const std::string source = *FileText(entry.path().string());
+      for (std::sregex_iterator at(source.begin(), source.end(), literal), end;
+           at != end; ++at) {
+        literals.push_back(
+            std::regex_replace(at->str(), std::regex("\"\\s*\""), ""));
+      }
+    }
+  }
+  return literals;
+}
+
+// A text that the library no longer writes would go unnoticed in a log.
+TEST(LogTexts, StandInTheSourcesOfTheLibrary) {
+  const std::vector<std::string> literals = LibraryLiterals();
+  for (const LogText& known : LogTexts()) {
+    std::string text(known.text);
+    if (const auto line = text.find('\n'); line != std::string::npos) {
+      text = std::regex_replace(text, std::regex("\n"), "\\n");
+    }
+    const auto count = std::count_if(
+        literals.begin(), literals.end(), [&](const std::string& literal) {
+          return literal.rfind('"' + text, 0) == 0 ||
+                 literal.find("[logger] " + text) != std::string::npos;
+        });
+    EXPECT_GT(count, 0) << "no source of the library writes \"" << text << '"';
+  }
+}
+
 std::string WholeLog() {
   return LogOf(
       kStart + kUploading +
@@ -36,8 +76,8 @@ std::string WholeLog() {
                "Upload response body: <b>busy\x1b[2J",
                "W Upload returned 503, retrying with backoff",
                "Retrying in 5s (attempt 1/3)"} +
-      kWatching + kCompleted + kRestarting +
-      Messages{"Reboot HTTP status: 204"} + kEnd);
+      kPolling + kCompleted + kRebooting + Messages{"Reboot HTTP status: 204"} +
+      kEnd);
 }
 
 std::vector<std::string> MessagesIn(const std::string& log) {
@@ -159,11 +199,11 @@ TEST(Report, TellsPhasesWaitsAndAnswers) {
   ASSERT_EQ(report.run.phases.size(), 4U);
   const PhaseRow upload = RowOf(report.run.phases[1]);
   EXPECT_EQ(upload.name, "Upload");
-  EXPECT_EQ(upload.asked, "2 requests, URI 1 of 2");
-  EXPECT_EQ(upload.answered, "503, 202");
+  EXPECT_EQ(upload.requests_text, "2 requests, URI 1 of 2");
+  EXPECT_EQ(upload.responses, "503, 202");
   EXPECT_EQ(upload.waited, 1);  // the log says 5, its clock goes on by 1
-  EXPECT_EQ(upload.ended, "granted");
-  EXPECT_THAT(RowOf(report.run.phases[2]).answered,
+  EXPECT_EQ(upload.result, "accepted");
+  EXPECT_THAT(RowOf(report.run.phases[2]).responses,
               HasSubstr("Completed 100 %"));
   EXPECT_EQ(report.run.phases[1].attempt, 2);
 }
@@ -265,9 +305,9 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       Messages{"Upload HTTP status: 503", "Retrying in 20s (attempt 2/3)"};
   EXPECT_THAT(block(retrying, 80),
               ElementsAre("Upload       URI 1 of 2, attempt 3 of 4  /up1",
-                          "next try in 8 s of 20 s", "elapsed 21 s"));
+                          "next attempt in 8 s of 20 s", "elapsed 21 s"));
   EXPECT_THAT(
-      block(kStart + kUploading + kWatching, 80),
+      block(kStart + kUploading + kPolling, 80),
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
                   "next poll in 18 s of 30 s", "elapsed 27 s"));

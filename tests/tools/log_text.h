@@ -50,7 +50,7 @@ inline const Messages kStart = {
 inline const Messages kUploading = {
     "Multipart upload -- 2 URI(s) to try",
     "Trying upload URI: https://192.0.2.7/up1 (1/2)"};
-inline const Messages kWatching = {
+inline const Messages kPolling = {
     "Upload HTTP status: 202",
     "Upload response body: {\n  \"Id\": \"1\"\n}",
     "[RF-UPDATE] Task created: /redfish/v1/TaskService/Tasks/1",
@@ -62,7 +62,7 @@ inline const Messages kWatching = {
 inline const Messages kCompleted = {
     "[RF-TASK] State: Completed  PercentComplete: 100%",
     "[RF-TASK] State: Completed  Result: Success"};
-inline const Messages kRestarting = {
+inline const Messages kRebooting = {
     "Reboot -- 1 URI(s) to try",
     "Trying reboot URI: https://192.0.2.7/reset (1/1)"};
 inline const Messages kEnd = {"========== FIRMWARE UPDATE SUMMARY ==========",

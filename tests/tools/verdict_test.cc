@@ -14,8 +14,8 @@ namespace {
 
 using Outcome = Verdict::Outcome;
 
-const Messages kRestarted = kRestarting + Messages{"Reboot HTTP status: 204"};
-const Messages kTaken = kStart + kUploading + kWatching;
+const Messages kRebooted = kRebooting + Messages{"Reboot HTTP status: 204"};
+const Messages kAccepted = kStart + kUploading + kPolling;
 
 Messages Refused(const std::string& status, const std::string& body) {
   return {"Upload HTTP status: " + status, "Upload response body: " + body};
@@ -34,59 +34,61 @@ struct Case {
   const char* name;
   Messages log;
   Outcome outcome;
-  const char* told;  // in headline or cause
+  const char* text;  // in headline or cause
 };
 class Judging : public testing::TestWithParam<Case> {};
 
-TEST_P(Judging, FromTheWholeRun) {
+TEST_P(Judging, UsesTheWholeRun) {
   const Verdict verdict = ReadReport(LogOf(GetParam().log)).verdict;
   EXPECT_STREQ(NameOf(verdict.outcome), NameOf(GetParam().outcome));
   EXPECT_THAT(verdict.headline + " " + verdict.cause,
-              testing::HasSubstr(GetParam().told));
+              testing::HasSubstr(GetParam().text));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Roads, Judging,
+    Runs, Judging,
     testing::ValuesIn(std::vector<Case>{
-        {"completed", kTaken + kCompleted + kRestarted + kEnd, Outcome::kDone,
-         "the system restarts"},
-        {"no_restart_wanted",
-         kTaken + kCompleted + Messages{"Reboot not required by config"} + kEnd,
-         Outcome::kDone, "want no restart"},
-        {"staged_without_a_restart",
-         kTaken +
+        {"completed", kAccepted + kCompleted + kRebooted + kEnd, Outcome::kDone,
+         "the system reboots"},
+        {"no_reboot_required",
+         kAccepted + kCompleted + Messages{"Reboot not required by config"} +
+             kEnd,
+         Outcome::kDone, "require no reboot"},
+        {"staged_without_a_reboot",
+         kAccepted +
              Messages{"[RF-TASK] State: Starting",
                       "[RF-TASK] Task stable in 'Starting' state",
                       "Reboot not required by config"} +
              kEnd,
-         Outcome::kStaged, "next restart"},
-        {"staged_and_restarted",
-         kTaken + Messages{"[RF-TASK] Task stable in 'Starting' state"} +
-             kRestarted + kEnd,
-         Outcome::kDone, "under way"},
-        {"gone_past_half_way",
-         kTaken + Messages{"Task returned 404 after reaching 80% -- Machine"} +
-             kRestarted + kEnd,
-         Outcome::kDone, "as far as the BMC lets see"},
-        {"timed_out_and_restarted",
-         kTaken + Messages{"[RF-TASK] State: Running  PercentComplete: 40%"} +
-             kRestarted + kEnd,
+         Outcome::kStaged, "next reboot"},
+        {"staged_and_rebooted",
+         kAccepted + Messages{"[RF-TASK] Task stable in 'Starting' state"} +
+             kRebooted + kEnd,
+         Outcome::kDone, "reboots to apply it"},
+        {"not_found_above_50_percent",
+         kAccepted +
+             Messages{"Task returned 404 after reaching 80% -- Machine"} +
+             kRebooted + kEnd,
+         Outcome::kDone, "(HTTP 404) after 50 %"},
+        {"timed_out_and_rebooted",
+         kAccepted +
+             Messages{"[RF-TASK] State: Running  PercentComplete: 40%"} +
+             kRebooted + kEnd,
          Outcome::kUnknown,
-         "in the time that the rules give it; the system "
-         "was restarted all the same"},
+         "time limit of the rules; the system was rebooted anyway"},
         {"timed_out_by_failed_polls",
-         kTaken + Messages{"W Task poll returned HTTP 0"} + kRestarted + kEnd,
-         Outcome::kUnknown, "in the time"},
+         kAccepted + Messages{"W Task poll returned HTTP 0"} + kRebooted + kEnd,
+         Outcome::kUnknown, "time limit of the rules"},
         {"timed_out_in_a_state_that_reads_like_a_result",
-         kTaken + Messages{"[RF-TASK] State: Foo  Result: Success"} +
-             kRestarted + kEnd,
+         kAccepted + Messages{"[RF-TASK] State: Foo  Result: Success"} +
+             kRebooted + kEnd,
          Outcome::kUnknown, "Last state: Foo  Result: Success."},
-        {"vanished_early_and_restarted",
-         kTaken + Messages{"E Update Method Not Supported (HTTP 404)"} +
-             kRestarted + kEnd,
-         Outcome::kUnknown, "vanished before half way"},
-        {"failed_task_tells_its_messages",
-         kTaken +
+        {"not_found_below_50_percent_and_rebooted",
+         kAccepted + Messages{"E Update Method Not Supported (HTTP 404)"} +
+             kRebooted + kEnd,
+         Outcome::kUnknown, "(HTTP 404) below 50 %"},
+        {"failed_task_with_messages",
+         kAccepted +
              Messages{"[RF-TASK] State: Exception",
                       "[RF-TASK] Task ID: 1\nResponse body:\n"
                       R"({"Messages": [{"Message": "Bad signature."}]})",
@@ -94,21 +96,22 @@ INSTANTIATE_TEST_SUITE_P(
                       "E Task ended in state: Exception"} +
              kEnd,
          Outcome::kFailed, "Exception. Bad signature."},
-        {"killed_and_restarted_all_the_same",
-         kTaken +
+        {"killed_and_rebooted_anyway",
+         kAccepted +
              Messages{"[RF-TASK] State: Killed",
                       "[RF-TASK] State: Killed  Result: Cancelled -- x"} +
-             kRestarted + kEnd,
-         Outcome::kFailed, "ended in Killed; the system was restarted all the"},
-        {"first_real_refusal_is_the_cause",
+             kRebooted + kEnd,
+         Outcome::kFailed,
+         "failed in state Killed; the system was rebooted any"},
+        {"first_rejection_by_an_endpoint_is_the_cause",
          kStart + kUploading + Refused("404", "none") + kNextUri +
              Refused("413", kTooLarge) + kGivenUp + kEnd,
          Outcome::kFailed,
-         "Upload at /up2 was answered 413: See ExtendedInfo. The image is too "
+         "Upload at /up2 got HTTP 413: See ExtendedInfo. The image is too "
          "large."},
-        {"absent_endpoints_alone",
+        {"only_missing_endpoints",
          kStart + kUploading + Refused("404", "none") + kGivenUp + kEnd,
-         Outcome::kFailed, "Upload at /up1 was answered 404: none"},
+         Outcome::kFailed, "Upload at /up1 got HTTP 404: none"},
         {"login_refused_by_the_inventory",
          Messages{
              "========== FIRMWARE UPDATE START ==========",
@@ -120,7 +123,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"login_refused_by_the_upload",
          kStart + kUploading + Refused("403", "x") + kGivenUp + kEnd,
          Outcome::kLoginRefused, "HTTP 403"},
-        {"no_answer_at_all",
+        {"no_response_at_all",
          Messages{"========== FIRMWARE UPDATE START =========="} + kUploading +
              Messages{"E [http] Multipart POST failed: Couldn't connect to "
                       "server url=https://192.0.2.7/up1",
@@ -128,30 +131,30 @@ INSTANTIATE_TEST_SUITE_P(
                       "E Local file upload failed. system does not"} +
              kEnd,
          Outcome::kUnreachable, "Couldn't connect"},
-        {"restart_refused",
-         kTaken + kCompleted + kRestarting +
+        {"reboot_rejected",
+         kAccepted + kCompleted + kRebooting +
              Messages{"Reboot HTTP status: 404"} + kEnd,
-         Outcome::kFailed, "refused to restart"},
-        {"restart_without_an_answer",
-         kTaken + kCompleted + kRestarting + Messages{"Reboot HTTP status: 0"} +
-             kEnd,
-         Outcome::kUnknown, "got no answer"},
-        {"activation_refused",
-         kTaken + kCompleted +
+         Outcome::kFailed, "rejected the reboot"},
+        {"reboot_without_a_response",
+         kAccepted + kCompleted + kRebooting +
+             Messages{"Reboot HTTP status: 0"} + kEnd,
+         Outcome::kUnknown, "got no response"},
+        {"activation_rejected",
+         kAccepted + kCompleted +
              Messages{"Activation -- 1 URI(s) to try",
                       "Trying activation URI: https://192.0.2.7/act (1/1)",
                       "Activation HTTP status: 400"} +
              kEnd,
-         Outcome::kFailed, "refused to activate"},
-        {"share_refused_then_uploaded",
+         Outcome::kFailed, "rejected its activation"},
+        {"share_rejected_then_uploaded",
          kStart +
              Messages{"SimpleUpdate (online share) -- 1 URI(s) to try",
                       "Trying SimpleUpdate URI: https://192.0.2.7/su (1/1)",
                       "SimpleUpdate HTTP status: 405",
                       "Downloading from: http://192.0.2.9/f"} +
-             kUploading + kWatching + kCompleted + kRestarted + kEnd,
-         Outcome::kDone, "the system restarts"},
-        {"share_refused_and_not_downloaded",
+             kUploading + kPolling + kCompleted + kRebooted + kEnd,
+         Outcome::kDone, "the system reboots"},
+        {"share_rejected_and_not_downloaded",
          kStart +
              Messages{"SimpleUpdate (online share) -- 1 URI(s) to try",
                       "Trying SimpleUpdate URI: https://192.0.2.7/su (1/1)",
@@ -160,51 +163,50 @@ INSTANTIATE_TEST_SUITE_P(
                       "E Download returned HTTP 404"} +
              kEnd,
          Outcome::kFailed,
-         "SimpleUpdate at /su was answered 405. The image could not be "
-         "downloaded here either: Download returned HTTP 404"},
-        {"taken_for_later_without_a_task",
+         "SimpleUpdate at /su got HTTP 405. The download of the image failed "
+         "as "
+         "well: Download returned HTTP 404"},
+        {"accepted_without_a_task",
          kStart + kUploading +
              Messages{"Upload HTTP status: 202",
                       "No task URI to poll, skipping"} +
-             kRestarted + kEnd,
+             kRebooted + kEnd,
          Outcome::kUnknown, "named no task"},
-        {"cut_off_in_the_task", kTaken, Outcome::kUnknown,
-         "breaks off in the "
-         "phase Task"},
+        {"cut_off_in_the_task", kAccepted, Outcome::kUnknown,
+         "ends in the phase Task"},
         {"interrupted_in_the_task",
-         kTaken + Messages{"[tool] Interrupted by a signal",
-                           "[tool] Outcome: interrupted. x"},
+         kAccepted + Messages{"[tool] Interrupted by a signal",
+                              "[tool] Outcome: interrupted. x"},
          Outcome::kInterrupted,
-         "goes on with its task "
+         "continues with its task "
          "/redfish/v1/TaskService/Tasks/1"},
         {"interrupted_before_the_update_starts",
          Messages{"[tool] Run: update of 192.0.2.7 with firmware.blx",
                   "[tool] Interrupted by a signal"},
-         Outcome::kInterrupted, "not yet asked"},
+         Outcome::kInterrupted, "not yet received a request"},
         {"no_update", Messages{"[config] Config loaded successfully"},
          Outcome::kNoUpdate, ""},
     }),
     [](const auto& row) { return row.param.name; });
 
-// Nothing in a log, forged lines included, outweighs the library's record.
+// Nothing in a log, not even a forged line, overrides the library's result.
 TEST(Judging, TrustsTheLibrarysRecordMoreThanTheLog) {
   const std::string log =
       LogOf(kStart + kUploading + Messages{"Upload HTTP status: 400"}) +
-      LogOf(kWatching + kCompleted + kRestarted + kEnd);
+      LogOf(kPolling + kCompleted + kRebooted + kEnd);
   EXPECT_EQ(ReadReport(log).verdict.outcome, Outcome::kDone);
   EXPECT_EQ(JudgeRun(ReadReport(log).run,
-                     LibraryRecord{.accepted = false, .restart_accepted = true})
+                     LibraryRecord{.accepted = false, .reboot_accepted = true})
                 .outcome,
             Outcome::kFailed);
   EXPECT_EQ(JudgeRun(ReadReport(log).run,
-                     LibraryRecord{.accepted = true, .restart_accepted = false})
+                     LibraryRecord{.accepted = true, .reboot_accepted = false})
                 .outcome,
             Outcome::kFailed);
-  EXPECT_EQ(
-      JudgeRun(quorvane::tool::Run{},
-               LibraryRecord{.accepted = false, .restart_accepted = false})
-          .outcome,
-      Outcome::kUnreachable);
+  EXPECT_EQ(JudgeRun(quorvane::tool::Run{},
+                     LibraryRecord{.accepted = false, .reboot_accepted = false})
+                .outcome,
+            Outcome::kUnreachable);
 }
 
 TEST(Judging, ReadsATaskOfManyMessagesInLinearTime) {
@@ -214,7 +216,7 @@ TEST(Judging, ReadsATaskOfManyMessagesInLinearTime) {
         R"({"Message": ")" + std::string(40, 'm') + std::to_string(i) + "\"},";
   }
   task.back() = ']';
-  EXPECT_LT(TaskWords(task + "}").size(), 10'000U);
+  EXPECT_LT(TaskMessages(task + "}").size(), 10'000U);
 }
 
 }  // namespace

@@ -52,14 +52,14 @@ class RunMonitor : public CallListener {
   void OnRecord(const Record& record) override {
     log_.Keep(record);
     const Event event = EventFrom(record);
-    builder_.Take(event);
+    builder_.Add(event);
     progress_.OnEvent(event, run());
   }
-  void TakeEnd() {
-    builder_.Take({.kind = EventKind::kRunEnds, .time = run().end});
+  void AddEnd() {
+    builder_.Add({.kind = EventKind::kRunEnds, .time = run().end});
   }
-  void TakeInterruption() {
-    builder_.Take({.kind = EventKind::kInterrupted,
+  void AddInterruption() {
+    builder_.Add({.kind = EventKind::kInterrupted,
                    .time = run().end,
                    .text = "Interrupted"});
     log_.Note("Interrupted by a signal");
@@ -154,7 +154,7 @@ Verdict JudgeAborted(const RunMonitor& monitor, std::string headline) {
 Verdict JudgeCall(const CallResult& result, RunMonitor& monitor) {
   switch (result.end) {
     case CallResult::End::kInterrupted:
-      monitor.TakeInterruption();
+      monitor.AddInterruption();
       return JudgeRun(monitor.run(), std::nullopt);
     case CallResult::End::kDied:
       return JudgeAborted(monitor, fmt::format("The worker process failed: {}.",
@@ -162,7 +162,7 @@ Verdict JudgeCall(const CallResult& result, RunMonitor& monitor) {
     case CallResult::End::kResponded:
       break;
   }
-  monitor.TakeEnd();
+  monitor.AddEnd();
   if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
     if (!monitor.run().phases.empty()) {
       return JudgeAborted(monitor, error->message);
@@ -173,7 +173,7 @@ Verdict JudgeCall(const CallResult& result, RunMonitor& monitor) {
   const auto& response = std::get<UpdateResponse>(*result.response);
   return JudgeRun(monitor.run(),
                   LibraryRecord{.accepted = response.accepted,
-                                .restart_accepted = response.reboot_performed});
+                                .reboot_accepted = response.reboot_performed});
 }
 
 void CheckImage(const UpdateOptions& options) {

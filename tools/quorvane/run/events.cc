@@ -3,13 +3,24 @@
 
 #include <array>
 #include <charconv>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 
 namespace quorvane::tool {
 namespace {
 
-// A number at the front of `text`; what does not fit is none.
+// Texts of the library inside a message.
+constexpr LogText kInventoryUri{"inventory", " (URI "};
+constexpr LogText kAttempt{"update", "s (attempt "};
+constexpr LogText kPercent{"update", "  PercentComplete: "};
+constexpr LogText kResult{"update", "  Result: "};
+constexpr LogText kSuccess{"update", "  Result: Success"};
+constexpr LogText kResponseBody{"update", "\nResponse body:\n"};
+constexpr LogText kResponseStatus{"http", " -> HTTP "};
+constexpr LogText kFailedUrl{"http", " url="};
+
+// The number at the start of `text`, if there is one that fits.
 template <typename Number>
 std::optional<Number> LeadingNumber(std::string_view text) {
   Number number = 0;
@@ -23,22 +34,22 @@ int IntOr(std::string_view text, int fallback) {
   return LeadingNumber<int>(text).value_or(fallback);
 }
 
-// The rest of `text` behind `words`; empty when they do not occur.
-std::string_view Behind(std::string_view text, std::string_view words) {
-  const std::size_t found = text.find(words);
+// The rest of `text` after `marker`; empty if `marker` does not occur.
+std::string_view TextAfter(std::string_view text, std::string_view marker) {
+  const std::size_t found = text.find(marker);
   return found == std::string_view::npos ? std::string_view()
-                                         : text.substr(found + words.size());
+                                         : text.substr(found + marker.size());
 }
 
 // "2/5)" gives index 2 and count 5.
-void ReadPlace(std::string_view place, Event& event) {
+void ReadIndexAndCount(std::string_view place, Event& event) {
   event.index = IntOr(place, -1);
-  event.count = IntOr(Behind(place, "/"), -1);
+  event.count = IntOr(TextAfter(place, "/"), -1);
 }
 
-// The readers take what stands behind a pattern's prefix.
+// A reader takes the text after the prefix of its pattern.
 
-void ReadNothing(std::string_view /*rest*/, Event& /*event*/) {}
+void IgnoreRest(std::string_view /*rest*/, Event& /*event*/) {}
 
 void ReadText(std::string_view rest, Event& event) { event.text = rest; }
 
@@ -47,16 +58,17 @@ void ReadCount(std::string_view rest, Event& event) {
 }
 
 // "https://.../x (2/5)", "https://.../x (URI 1/2)"
-void ReadUriAndPlace(std::string_view rest, Event& event) {
+void ReadUriAndIndex(std::string_view rest, Event& event) {
   const std::size_t bracket = rest.rfind(" (");
   event.uri = rest.substr(0, bracket);
   if (bracket == std::string_view::npos) return;
-  std::string_view place = rest.substr(bracket + 2);
-  if (place.rfind("URI ", 0) == 0) place.remove_prefix(4);
-  ReadPlace(place, event);
+  std::string_view place = rest.substr(bracket);
+  const bool names_uri = place.rfind(kInventoryUri.text, 0) == 0;
+  place.remove_prefix(names_uri ? kInventoryUri.text.size() : 2);
+  ReadIndexAndCount(place, event);
 }
 
-// In a log that is cut off, half the next line may hang on it.
+// In a log that is cut off, half of the next line may follow.
 void ReadUri(std::string_view rest, Event& event) {
   event.uri = rest.substr(0, rest.find('\n'));
 }
@@ -68,36 +80,34 @@ void ReadStatus(std::string_view rest, Event& event) {
 // "10s (attempt 2/3)"
 void ReadWait(std::string_view rest, Event& event) {
   event.seconds = IntOr(rest, -1);
-  ReadPlace(Behind(rest, "(attempt "), event);
+  ReadIndexAndCount(TextAfter(rest, kAttempt.text), event);
 }
 
 void ReadSeconds(std::string_view rest, Event& event) {
   event.seconds = IntOr(rest, -1);
 }
 
-// "Running  PercentComplete: 45%", "Completed  Result: Success". The state is
-// the BMC's text, so only what ends the line is the library's.
+// "Running  PercentComplete: 45%", "Completed  Result: Success". The BMC
+// chooses the state, so only the end of the line is the library's.
 void ReadState(std::string_view rest, Event& event) {
-  constexpr std::string_view kPercent = "  PercentComplete: ";
-  constexpr std::string_view kResult = "  Result: ";
   event.state = rest;
-  if (const std::size_t result = rest.rfind(kResult);
+  if (const std::size_t result = rest.rfind(kResult.text);
       result != std::string_view::npos) {
-    event.kind = rest.substr(result + kResult.size()) == "Success"
-                     ? EventKind::kTaskEndsWell
-                     : EventKind::kTaskEndsBadly;
-  } else if (const std::size_t percent = rest.rfind(kPercent);
+    event.kind = rest.substr(result) == kSuccess.text
+                     ? EventKind::kTaskSucceeded
+                     : EventKind::kTaskFailed;
+  } else if (const std::size_t percent = rest.rfind(kPercent.text);
              percent != std::string_view::npos) {
     event.state = rest.substr(0, percent);
-    event.percent = IntOr(rest.substr(percent + kPercent.size()), -1);
+    event.percent = IntOr(rest.substr(percent + kPercent.text.size()), -1);
   }
 }
 
 void ReadTaskBody(std::string_view rest, Event& event) {
-  event.text = Behind(rest, "\nResponse body:\n");
+  event.text = TextAfter(rest, kResponseBody.text);
 }
 
-void ReadGone(std::string_view rest, Event& event) {
+void ReadPercent(std::string_view rest, Event& event) {
   event.percent = IntOr(rest, -1);
 }
 
@@ -110,17 +120,17 @@ struct Pattern {
 
 using enum EventKind;
 
-// The library's words. A line that changes there changes here.
+// The messages of the tool and the library, by their start.
 constexpr std::array kPatterns = {
-    Pattern{"tool", "Run: ", kRunNamed, Phase::kNone, ReadText},
-    Pattern{"tool", "Interrupted", kInterrupted, Phase::kNone, ReadNothing},
+    Pattern{"tool", "Run: ", kRunTitle, Phase::kNone, ReadText},
+    Pattern{"tool", "Interrupted", kInterrupted, Phase::kNone, IgnoreRest},
     Pattern{"tool", "Outcome: ", kRunEnds, Phase::kNone, ReadText},
     Pattern{"logger", "=== Logger shutdown", kRunEnds, Phase::kNone,
-            ReadNothing},
+            IgnoreRest},
     Pattern{"inventory", "========== INVENTORY FETCH START", kPhaseBegins,
-            Phase::kInventory, ReadNothing},
-    Pattern{"inventory", "GET collection: ", kUriTried, Phase::kInventory,
-            ReadUriAndPlace},
+            Phase::kInventory, IgnoreRest},
+    Pattern{"inventory", "GET collection: ", kAttemptBegins, Phase::kInventory,
+            ReadUriAndIndex},
     Pattern{"inventory", "Collection HTTP status: ", kStatus, Phase::kInventory,
             ReadStatus},
     Pattern{"inventory", "Authentication failed (HTTP ", kLoginRefused,
@@ -129,12 +139,12 @@ constexpr std::array kPatterns = {
             Phase::kInventory, ReadStatus},
     Pattern{"inventory", "Retrying in ", kWaitBegins, Phase::kInventory,
             ReadWait},
-    Pattern{"inventory", "Total items fetched: ", kItemsRead, Phase::kInventory,
-            ReadCount},
+    Pattern{"inventory", "Total items fetched: ", kInventoryRead,
+            Phase::kInventory, ReadCount},
     Pattern{"update", "========== FIRMWARE UPDATE START", kUpdateBegins,
-            Phase::kNone, ReadNothing},
+            Phase::kNone, IgnoreRest},
     Pattern{"update", "========== FIRMWARE UPDATE SUMMARY", kRunEnds,
-            Phase::kNone, ReadNothing},
+            Phase::kNone, IgnoreRest},
     Pattern{"update", "SimpleUpdate (online share) -- ", kPhaseBegins,
             Phase::kSimpleUpdate, ReadCount},
     Pattern{"update", "Multipart upload -- ", kPhaseBegins, Phase::kUpload,
@@ -143,19 +153,19 @@ constexpr std::array kPatterns = {
             Phase::kBinaryUpload, ReadCount},
     Pattern{"update", "Activation -- ", kPhaseBegins, Phase::kActivation,
             ReadCount},
-    Pattern{"update", "Reboot -- ", kPhaseBegins, Phase::kRestart, ReadCount},
+    Pattern{"update", "Reboot -- ", kPhaseBegins, Phase::kReboot, ReadCount},
     Pattern{"update", "Downloading from: ", kPhaseBegins, Phase::kDownload,
             ReadUri},
-    Pattern{"update", "Trying SimpleUpdate URI: ", kUriTried,
-            Phase::kSimpleUpdate, ReadUriAndPlace},
-    Pattern{"update", "Trying upload URI: ", kUriTried, Phase::kUpload,
-            ReadUriAndPlace},
-    Pattern{"update", "Trying binary upload URI: ", kUriTried,
-            Phase::kBinaryUpload, ReadUriAndPlace},
-    Pattern{"update", "Trying activation URI: ", kUriTried, Phase::kActivation,
-            ReadUriAndPlace},
-    Pattern{"update", "Trying reboot URI: ", kUriTried, Phase::kRestart,
-            ReadUriAndPlace},
+    Pattern{"update", "Trying SimpleUpdate URI: ", kAttemptBegins,
+            Phase::kSimpleUpdate, ReadUriAndIndex},
+    Pattern{"update", "Trying upload URI: ", kAttemptBegins, Phase::kUpload,
+            ReadUriAndIndex},
+    Pattern{"update", "Trying binary upload URI: ", kAttemptBegins,
+            Phase::kBinaryUpload, ReadUriAndIndex},
+    Pattern{"update", "Trying activation URI: ", kAttemptBegins,
+            Phase::kActivation, ReadUriAndIndex},
+    Pattern{"update", "Trying reboot URI: ", kAttemptBegins, Phase::kReboot,
+            ReadUriAndIndex},
     Pattern{"update", "SimpleUpdate HTTP status: ", kStatus,
             Phase::kSimpleUpdate, ReadStatus},
     Pattern{"update", "Upload HTTP status: ", kStatus, Phase::kUpload,
@@ -164,7 +174,7 @@ constexpr std::array kPatterns = {
             Phase::kBinaryUpload, ReadStatus},
     Pattern{"update", "Activation HTTP status: ", kStatus, Phase::kActivation,
             ReadStatus},
-    Pattern{"update", "Reboot HTTP status: ", kStatus, Phase::kRestart,
+    Pattern{"update", "Reboot HTTP status: ", kStatus, Phase::kReboot,
             ReadStatus},
     Pattern{"update", "SimpleUpdate response body: ", kBody,
             Phase::kSimpleUpdate, ReadText},
@@ -178,41 +188,40 @@ constexpr std::array kPatterns = {
     Pattern{"update", "[RF-UPDATE] Polling interval: ", kPollInterval,
             Phase::kTask, ReadSeconds},
     Pattern{"update", "[RF-TASK] Polling task (attempt ", kPollBegins,
-            Phase::kTask, ReadPlace},
+            Phase::kTask, ReadIndexAndCount},
     Pattern{"update", "[RF-TASK] State: ", kTaskState, Phase::kTask, ReadState},
     Pattern{"update", "[RF-TASK] Task ID: ", kTaskBody, Phase::kTask,
             ReadTaskBody},
     Pattern{"update", "[RF-TASK] Task stable in '", kTaskStaged, Phase::kTask,
-            ReadNothing},
+            IgnoreRest},
     Pattern{"update", "Task poll returned HTTP ", kPollFailed, Phase::kTask,
             ReadStatus},
     Pattern{"update", "Could not parse TaskState", kPollFailed, Phase::kTask,
-            ReadNothing},
-    Pattern{"update", "Task returned 404 after reaching ", kTaskGone,
-            Phase::kTask, ReadGone},
-    Pattern{"update", "Update Method Not Supported (HTTP 404)", kTaskMissing,
-            Phase::kTask, ReadNothing},
-    Pattern{"update", "No task URI to poll", kNoTask, Phase::kNone,
-            ReadNothing},
-    Pattern{"update", "Local file upload failed.", kUploadsRefused,
-            Phase::kNone, ReadNothing},
-    Pattern{"update", "Reboot not required by config", kRestartLeftOut,
-            Phase::kNone, ReadNothing},
+            IgnoreRest},
+    Pattern{"update", "Task returned 404 after reaching ", kTaskNotFoundLate,
+            Phase::kTask, ReadPercent},
+    Pattern{"update", "Update Method Not Supported (HTTP 404)",
+            kTaskNotFoundEarly, Phase::kTask, IgnoreRest},
+    Pattern{"update", "No task URI to poll", kNoTask, Phase::kNone, IgnoreRest},
+    Pattern{"update", "Local file upload failed.", kUploadsRejected,
+            Phase::kNone, IgnoreRest},
+    Pattern{"update", "Reboot not required by config", kRebootSkipped,
+            Phase::kNone, IgnoreRest},
 };
 
 // "GET https://...", "MULTIPART POST https://... file=...", and the same with
-// " -> HTTP 202" when the answer is there.
+// " -> HTTP 202" for the response.
 void ReadRequest(std::string_view message, Event& event) {
   const std::size_t scheme = message.find(" http");
   if (scheme == std::string_view::npos) return;
   event.verb = message.substr(0, scheme);
   std::string_view rest = message.substr(scheme + 1);
-  const std::string_view status = Behind(rest, " -> HTTP ");
+  const std::string_view status = TextAfter(rest, kResponseStatus.text);
   event.uri = rest.substr(0, rest.find(' '));
   if (status.empty()) {
     event.kind = kRequestSent;
   } else {
-    event.kind = kRequestAnswered;
+    event.kind = kResponseReceived;
     event.status = LeadingNumber<long>(status).value_or(-1);
   }
 }
@@ -222,43 +231,79 @@ void ReadHttp(std::string_view message, Event& event) {
     ReadRequest(message, event);
   } else {
     event.kind = kRequestFailed;
-    const std::size_t url = message.rfind(" url=");
+    const std::size_t url = message.rfind(kFailedUrl.text);
     event.text = message.substr(0, url);
-    if (url != std::string_view::npos) event.uri = message.substr(url + 5);
+    if (url != std::string_view::npos)
+      event.uri = message.substr(url + kFailedUrl.text.size());
   }
 }
 
-constexpr std::array<const char*, 30> kKindNames = {"other",
-                                                    "run_named",
-                                                    "update_begins",
-                                                    "phase_begins",
-                                                    "uri_tried",
-                                                    "request_sent",
-                                                    "request_answered",
-                                                    "request_failed",
-                                                    "status",
-                                                    "body",
-                                                    "wait_begins",
-                                                    "task_begins",
-                                                    "poll_interval",
-                                                    "poll_begins",
-                                                    "poll_failed",
-                                                    "task_state",
-                                                    "task_body",
-                                                    "task_ends_well",
-                                                    "task_ends_badly",
-                                                    "task_staged",
-                                                    "task_gone",
-                                                    "task_missing",
-                                                    "no_task",
-                                                    "login_refused",
-                                                    "items_read",
-                                                    "uploads_refused",
-                                                    "restart_left_out",
-                                                    "run_ends",
-                                                    "interrupted",
-                                                    "trouble"};
-static_assert(kKindNames.size() == static_cast<std::size_t>(kTrouble) + 1);
+// As in the JSON report.
+const char* NameOf(EventKind kind) {
+  switch (kind) {
+    case kOther:
+      return "other";
+    case kRunTitle:
+      return "run_title";
+    case kUpdateBegins:
+      return "update_begins";
+    case kPhaseBegins:
+      return "phase_begins";
+    case kAttemptBegins:
+      return "attempt_begins";
+    case kRequestSent:
+      return "request_sent";
+    case kResponseReceived:
+      return "response_received";
+    case kRequestFailed:
+      return "request_failed";
+    case kStatus:
+      return "status";
+    case kBody:
+      return "body";
+    case kWaitBegins:
+      return "wait_begins";
+    case kTaskBegins:
+      return "task_begins";
+    case kPollInterval:
+      return "poll_interval";
+    case kPollBegins:
+      return "poll_begins";
+    case kPollFailed:
+      return "poll_failed";
+    case kTaskState:
+      return "task_state";
+    case kTaskBody:
+      return "task_body";
+    case kTaskSucceeded:
+      return "task_succeeded";
+    case kTaskFailed:
+      return "task_failed";
+    case kTaskStaged:
+      return "task_staged";
+    case kTaskNotFoundLate:
+      return "task_not_found_late";
+    case kTaskNotFoundEarly:
+      return "task_not_found_early";
+    case kNoTask:
+      return "no_task";
+    case kLoginRefused:
+      return "login_refused";
+    case kInventoryRead:
+      return "inventory_read";
+    case kUploadsRejected:
+      return "uploads_rejected";
+    case kRebootSkipped:
+      return "reboot_skipped";
+    case kRunEnds:
+      return "run_ends";
+    case kInterrupted:
+      return "interrupted";
+    case kProblem:
+      return "problem";
+  }
+  return "";
+}
 
 }  // namespace
 
@@ -280,14 +325,14 @@ const char* NameOf(Phase phase) {
       return "Task";
     case Phase::kActivation:
       return "Activation";
-    case Phase::kRestart:
-      return "Restart";
+    case Phase::kReboot:
+      return "Reboot";
   }
   return "";
 }
 
 Event EventFrom(const Record& record) {
-  Event event{.kind = record.level >= LogLevel::WARNING ? kTrouble : kOther,
+  Event event{.kind = record.level >= LogLevel::WARNING ? kProblem : kOther,
               .time = record.time,
               .stamp = record.stamp,
               .level = record.level,
@@ -310,10 +355,20 @@ Event EventFrom(const Record& record) {
   return event;
 }
 
+std::vector<LogText> LogTexts() {
+  std::vector<LogText> texts = {kInventoryUri,   kAttempt,  kPercent,
+                                kResult,         kSuccess,  kResponseBody,
+                                kResponseStatus, kFailedUrl};
+  for (const Pattern& pattern : kPatterns) {
+    if (pattern.component != kToolComponent) {
+      texts.push_back({pattern.component, pattern.prefix});
+    }
+  }
+  return texts;
+}
+
 nlohmann::json ToJson(const Event& event) {
-  nlohmann::json json = {
-      {"time", event.stamp},
-      {"kind", kKindNames.at(static_cast<std::size_t>(event.kind))}};
+  nlohmann::json json = {{"time", event.stamp}, {"kind", NameOf(event.kind)}};
   const auto add_text = [&json](const char* name, const std::string& text) {
     if (!text.empty()) json[name] = text;
   };

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the records of a log say: the one reader of the library's words, for the
-// live view, the report and the verdict alike.
+// Turns log records into events: the only reader of the library's log texts.
+// The live display, the report and the verdict all use it.
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_EVENTS_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_EVENTS_H_
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "quorvane/logging.h"
 #include "tools/quorvane/run/records.h"
@@ -13,36 +15,36 @@
 namespace quorvane::tool {
 
 enum class EventKind {
-  kOther,            ///< Nothing that the views show.
-  kRunNamed,         ///< The tool's own first line: `text` says what is run.
-  kUpdateBegins,     ///< An update starts.
-  kPhaseBegins,      ///< `phase`; `count` URIs to try.
-  kUriTried,         ///< `uri`, the `index`-th of `count`.
-  kRequestSent,      ///< `verb` and `uri` (debug level only).
-  kRequestAnswered,  ///< `status` (debug level only).
-  kRequestFailed,    ///< No answer; `text` says why.
-  kStatus,           ///< The phase's request was answered with `status`.
-  kBody,             ///< `text` is the body of that answer.
-  kWaitBegins,       ///< `seconds`, then retry `index` of `count`.
-  kTaskBegins,       ///< Task `uri` will be watched.
-  kPollInterval,     ///< `seconds` before each poll.
-  kPollBegins,       ///< Waits, then polls for the `index`-th time of `count`.
-  kPollFailed,       ///< The poll brought no state; `status` if it was that.
-  kTaskState,        ///< `state`, `percent` (-1: not told).
-  kTaskBody,         ///< `text` is the task's document.
-  kTaskEndsWell,     ///< `state`
-  kTaskEndsBadly,    ///< `state`
-  kTaskStaged,       ///< The task waits for a restart.
-  kTaskGone,         ///< 404 past half way: taken for a restart.
-  kTaskMissing,      ///< 404 before half way.
-  kNoTask,           ///< The BMC named no task.
-  kLoginRefused,     ///< `status` 401 or 403
-  kItemsRead,        ///< The inventory was read: `count` items.
-  kUploadsRefused,   ///< No upload was taken.
-  kRestartLeftOut,   ///< The rules want no restart.
-  kRunEnds,          ///< Nothing follows.
-  kInterrupted,      ///< The tool was interrupted.
-  kTrouble,          ///< Any other warning or error.
+  kOther,              ///< Nothing that a user needs to see.
+  kRunTitle,           ///< The tool's first record: `text` names the run.
+  kUpdateBegins,       ///< An update starts.
+  kPhaseBegins,        ///< `phase`; `count` URIs to try.
+  kAttemptBegins,      ///< Request to `uri`, number `index` of `count`.
+  kRequestSent,        ///< `verb` and `uri` (debug level only).
+  kResponseReceived,   ///< `status` (debug level only).
+  kRequestFailed,      ///< No response; `text` is the reason.
+  kStatus,             ///< The request of the phase got `status`.
+  kBody,               ///< `text` is the body of that response.
+  kWaitBegins,         ///< `seconds`, then retry `index` of `count`.
+  kTaskBegins,         ///< The library polls the task `uri`.
+  kPollInterval,       ///< `seconds` before each poll.
+  kPollBegins,         ///< The wait before poll `index` of `count`.
+  kPollFailed,         ///< The poll got no state; `status`, if it got one.
+  kTaskState,          ///< `state`, `percent` (-1: not reported).
+  kTaskBody,           ///< `text` is the task resource.
+  kTaskSucceeded,      ///< `state`
+  kTaskFailed,         ///< `state`
+  kTaskStaged,         ///< The task waits for a reboot.
+  kTaskNotFoundLate,   ///< 404 from 50 % on: taken for a reboot of the BMC.
+  kTaskNotFoundEarly,  ///< 404 below 50 %.
+  kNoTask,             ///< The BMC named no task.
+  kLoginRefused,       ///< `status` 401 or 403.
+  kInventoryRead,      ///< `count` items.
+  kUploadsRejected,    ///< The BMC accepted no upload.
+  kRebootSkipped,      ///< The rules require no reboot.
+  kRunEnds,            ///< Nothing follows.
+  kInterrupted,        ///< The tool was interrupted.
+  kProblem,            ///< Any other warning or error.
 };
 
 enum class Phase {
@@ -54,21 +56,21 @@ enum class Phase {
   kBinaryUpload,
   kTask,
   kActivation,
-  kRestart,
+  kReboot,
 };
 
-/// "Upload", as people read it.
+/// The name for users, e.g. "Upload".
 const char* NameOf(Phase phase);
 
-/// One record as the views understand it. Which fields are set depends on the
-/// kind; the others keep their initial values.
+/// One record, understood. The kind decides which fields are set; the others
+/// keep their initial values.
 struct Event {
   EventKind kind = EventKind::kOther;
-  Phase phase = Phase::kNone;  ///< Of the kinds that begin or belong to one.
+  Phase phase = Phase::kNone;  ///< The phase that it starts or belongs to.
   double time = 0;             ///< As `Record::time`.
   std::string stamp = {};
   LogLevel level = LogLevel::INFO;
-  std::string text = {};  ///< The message, or the part that the kind speaks of.
+  std::string text = {};  ///< The message, or the part that the kind names.
   std::string verb = {};
   std::string uri = {};
   std::string state = {};
@@ -79,12 +81,21 @@ struct Event {
   int percent = -1;
 };
 
-/// What `record` says. Never fails: what is not understood is `kOther`, or
-/// `kTrouble` from a warning upwards.
+/// Never fails: an unknown message is `kOther`, or `kProblem` from a warning
+/// up.
 Event EventFrom(const Record& record);
 
-/// The fields that are set, for programs: "kind" is e.g. "task_state".
+/// The fields that are set; "kind" is e.g. "task_state".
 nlohmann::json ToJson(const Event& event);
+
+/// A text of the library that `EventFrom` depends on.
+struct LogText {
+  std::string_view component;  ///< Component of its record.
+  std::string_view text;       ///< Start or part of a message.
+};
+
+/// All of them, so that a test can compare them with the library's sources.
+std::vector<LogText> LogTexts();
 
 }  // namespace quorvane::tool
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The records of a log, as the library's logger writes them
-// (quorvane/logging.h) and as the tool keeps them in its own logs.
+// Log records: as the library's logger writes them (quorvane/logging.h), and as
+// the tool writes them to its own logs.
 //
-// A message may quote a BMC, line breaks included, so a line inside a message
-// can look like a record. A record from the library's process therefore arrives
-// as one frame, and a log of the tool indents every line but the first of a
-// record. Nothing in a log that the library itself wrote tells a record from a
-// line of a message.
+// A message may quote a BMC, including line breaks, so a line inside a message
+// can look like a record. Therefore the worker sends each record as one frame,
+// and a log of the tool indents all lines of a record but the first. In a log
+// that the library itself wrote, nothing distinguishes a record from a line
+// inside a message.
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_RECORDS_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_RECORDS_H_
 
@@ -21,37 +21,37 @@ namespace quorvane::tool {
 
 /// One message of the log.
 struct Record {
-  double time = 0;  ///< Seconds on a clock of local time without leaps; only
-                    ///< differences mean anything.
+  double time = 0;         ///< Seconds of local time; only differences are
+                           ///< meaningful.
   std::string stamp = {};  ///< "2024-05-01 13:07:09.042"
   LogLevel level = LogLevel::INFO;
-  std::string component = {};  ///< "update"; empty when the line names none.
-  std::string message = {};    ///< Without the line end that closes it.
+  std::string component = {};  ///< E.g. "update"; empty if there is none.
+  std::string message = {};    ///< Without the final line break.
 };
 
 /// Component of the records that the tool itself writes.
 constexpr const char* kToolComponent = "tool";
 
-/// The present moment as a record states it.
+/// The current time in the format of a record.
 std::string StampNow();
 
 /// A stamp as `Record::time`.
 double SecondsOf(std::string_view stamp);
 
-/// The record in `text`, all of whose lines belong to it; nothing when it does
-/// not start as a record does.
+/// The record that all lines of `text` form; nothing if the text does not start
+/// like a record.
 std::optional<Record> RecordFrom(std::string_view text);
 
-/// A record as the tool keeps it in a log: each line of the message but the
-/// first is indented. Ends in a line break.
+/// A record in the format of the tool's logs: all lines of the message but the
+/// first are indented. Ends with a line break.
 std::string LoggedForm(const Record& record);
 
-/// Splits a whole log into records and hands each one over. Text before the
-/// first record is dropped; a last line that is cut short counts.
+/// Splits a log into records and passes each one to `handler`. Text before the
+/// first record is dropped; an incomplete last line is used.
 ///
-/// A log whose first record is the tool's is one of the tool: an indented line
-/// continues a record, whatever it looks like. In any other log a line that
-/// looks like a record is one, unless it claims to be the tool's.
+/// If the first record is of the tool, it is a log of the tool: an indented
+/// line continues a record, whatever it looks like. In any other log, a line
+/// that looks like a record is one, unless its component is the tool.
 void ReadRecords(std::string_view log,
                  const std::function<void(Record)>& handler);
 

@@ -9,16 +9,15 @@ namespace quorvane::tool {
 namespace {
 
 using Json = nlohmann::json;
-using Ending = PhaseRun::Ending;
 
-// Phases in which the BMC says yes or no.
-bool Asks(Phase phase) {
+// Phases whose request the BMC accepts or rejects.
+bool NeedsAcceptance(Phase phase) {
   return phase == Phase::kUpload || phase == Phase::kBinaryUpload ||
          phase == Phase::kSimpleUpdate || phase == Phase::kActivation ||
-         phase == Phase::kRestart;
+         phase == Phase::kReboot;
 }
 
-bool TakesImage(Phase phase) {
+bool SendsImage(Phase phase) {
   return phase == Phase::kUpload || phase == Phase::kBinaryUpload ||
          phase == Phase::kSimpleUpdate;
 }
@@ -38,46 +37,46 @@ const Json& Member(const Json& object, const char* name) {
   return member != object.end() ? *member : nothing;
 }
 
-// More than anyone reads, and few enough to look for repeats.
-constexpr std::size_t kMaxWordBytes = 4096;
+// More than a user reads, and little enough to search for repeats.
+constexpr std::size_t kMaxTextBytes = 4096;
 
-void AddWords(std::string& words, const std::string& more) {
-  if (words.size() > kMaxWordBytes || more.empty() ||
-      words.find(more) != std::string::npos) {
+void AppendText(std::string& text, const std::string& more) {
+  if (text.size() > kMaxTextBytes || more.empty() ||
+      text.find(more) != std::string::npos) {
     return;
   }
-  if (!words.empty()) words += ' ';
-  words += more.substr(0, kMaxWordBytes);
+  if (!text.empty()) text += ' ';
+  text += more.substr(0, kMaxTextBytes);
 }
 
-void AddMessages(std::string& words, const Json& messages) {
+void AppendMessages(std::string& text, const Json& messages) {
   if (!messages.is_array()) return;
   for (const Json& message : messages) {
-    const std::string text = TextMember(message, "Message");
-    AddWords(words, text.empty() ? TextMember(message, "MessageId") : text);
+    const std::string own = TextMember(message, "Message");
+    AppendText(text, own.empty() ? TextMember(message, "MessageId") : own);
   }
 }
 
 }  // namespace
 
-std::string ErrorWords(const std::string& body) {
+std::string ErrorText(const std::string& body) {
   const Json answer = Json::parse(body, nullptr, false);
   if (answer.is_discarded()) {
-    constexpr std::size_t kMost = 200;
-    return body.substr(0, kMost);
+    constexpr std::size_t kMaxBytes = 200;
+    return body.substr(0, kMaxBytes);
   }
   const Json& error = Member(answer, "error");
-  std::string words = TextMember(error, "message");
-  AddMessages(words, Member(error, "@Message.ExtendedInfo"));
-  AddMessages(words, Member(answer, "@Message.ExtendedInfo"));
-  AddWords(words, TextMember(answer, "Message"));
-  return words;
+  std::string text = TextMember(error, "message");
+  AppendMessages(text, Member(error, "@Message.ExtendedInfo"));
+  AppendMessages(text, Member(answer, "@Message.ExtendedInfo"));
+  AppendText(text, TextMember(answer, "Message"));
+  return text;
 }
 
-std::string TaskWords(const std::string& body) {
-  std::string words;
-  AddMessages(words, Member(Json::parse(body, nullptr, false), "Messages"));
-  return words;
+std::string TaskMessages(const std::string& body) {
+  std::string text;
+  AppendMessages(text, Member(Json::parse(body, nullptr, false), "Messages"));
+  return text;
 }
 
 const PhaseRun* Run::Last(Phase phase) const {
@@ -87,50 +86,22 @@ const PhaseRun* Run::Last(Phase phase) const {
   return found == phases.rend() ? nullptr : &*found;
 }
 
-bool Run::WasTaken() const {
+bool Run::WasAccepted() const {
   return std::any_of(phases.begin(), phases.end(), [](const PhaseRun& one) {
-    return TakesImage(one.phase) && one.ending == Ending::kTaken;
+    return SendsImage(one.phase) && one.result == PhaseResult::kAccepted;
   });
 }
 
-void RunBuilder::Take(const Event& event) {
+void RunBuilder::Add(const Event& event) {
   if (run_.begin == 0) run_.begin = event.time;
   run_.end = event.time;
-  switch (event.kind) {
+  // No default: the compiler reports a kind that is missing here.
+  switch (KindOf(event)) {
     case EventKind::kOther:
       return;
-    case EventKind::kTrouble:
-      Say(event, event.text);
-      return;
-    case EventKind::kPhaseBegins:
-      BeginPhase(event.phase, event);
-      return;
-    case EventKind::kLoginRefused:
-    case EventKind::kItemsRead:
-    case EventKind::kNoTask:
-    case EventKind::kUploadsRefused:
-      TakeEnding(event);
-      return;
-    case EventKind::kRunNamed:
-    case EventKind::kUpdateBegins:
-    case EventKind::kRestartLeftOut:
-    case EventKind::kRunEnds:
-    case EventKind::kInterrupted:
-      TakeRunEvent(event);
-      return;
-    default:
-      if (event.phase == Phase::kTask) {
-        TakeTaskEvent(event);
-      } else {
-        TakeRequestEvent(event);
-      }
-  }
-}
-
-// What concerns the run as a whole.
-void RunBuilder::TakeRunEvent(const Event& event) {
-  switch (event.kind) {
-    case EventKind::kRunNamed:
+    case EventKind::kProblem:
+      return AddRemark(event);
+    case EventKind::kRunTitle:
       BeginRun(event);
       run_.title = event.text;
       return;
@@ -138,58 +109,104 @@ void RunBuilder::TakeRunEvent(const Event& event) {
       if (run_.is_update || !run_.phases.empty()) BeginRun(event);
       run_.is_update = true;
       return;
-    case EventKind::kRestartLeftOut:
-      EndAsking(Ending::kTaken);
-      EndPhase(event.time);
-      run_.restart_left_out = true;
-      return;
-    case EventKind::kRunEnds:
-      EndPhase(event.time);
-      EndAsking(Ending::kRefused);
-      run_.is_complete = true;
-      return;
     case EventKind::kInterrupted:
       run_.was_interrupted = true;
       return;
-    default:
+    case EventKind::kRunEnds:
+      EndPhase(event.time);
+      ResolveRequest(PhaseResult::kRejected);
+      run_.is_complete = true;
       return;
-  }
-}
-
-// What ends the phase at hand.
-void RunBuilder::TakeEnding(const Event& event) {
-  PhaseRun& phase = Current();
-  switch (event.kind) {
+    case EventKind::kPhaseBegins:
+      return BeginPhase(event.phase, event);
+    case EventKind::kAttemptBegins:
+      return AddAttempt(event);
+    case EventKind::kRequestSent:
+      return AddRequest(event);
+    case EventKind::kResponseReceived:
+      run_.any_response = true;
+      return CloseSpan(event.time, event.status);
+    case EventKind::kRequestFailed:
+      run_.transfer_failure = event.text;
+      CloseSpan(event.time, 0);
+      return AddRemark(event);
+    case EventKind::kStatus:
+      return AddStatus(event);
+    case EventKind::kBody:
+      return AddRejectionText(event.text);
+    case EventKind::kWaitBegins:
+      CurrentPhase().attempt = event.index + 1;
+      return OpenSpan(Span::Kind::kRetryWait, event);
     case EventKind::kLoginRefused:
       run_.login_refused = event.status;
-      phase.ending = Ending::kRefused;
-      Say(event, event.text);
-      return;
-    case EventKind::kItemsRead:
+      CurrentPhase().result = PhaseResult::kRejected;
+      return AddRemark(event);
+    case EventKind::kInventoryRead:
       run_.items_read = event.count;
-      phase.ending = Ending::kWell;
+      CurrentPhase().result = PhaseResult::kSucceeded;
+      return;
+    case EventKind::kUploadsRejected:
+      CurrentPhase().result = PhaseResult::kRejected;
       return;
     case EventKind::kNoTask:
-      run_.named_no_task = true;
-      phase.ending = Ending::kTaken;
+      run_.has_no_task = true;
+      CurrentPhase().result = PhaseResult::kAccepted;
       return;
-    case EventKind::kUploadsRefused:
-      phase.ending = Ending::kRefused;
+    case EventKind::kRebootSkipped:
+      ResolveRequest(PhaseResult::kAccepted);
+      EndPhase(event.time);
+      run_.reboot_skipped = true;
       return;
-    default:
+    case EventKind::kTaskBegins:
+      return BeginPhase(Phase::kTask, event);
+    case EventKind::kPollInterval:
+      CurrentPhase().poll_seconds = event.seconds;
       return;
+    case EventKind::kPollBegins:
+      return AddPoll(event);
+    case EventKind::kPollFailed:
+      CloseSpan(event.time, event.status);
+      return AddRemark(event);
+    case EventKind::kTaskState:
+      return AddTaskState(event);
+    case EventKind::kTaskBody:
+      if (std::string text = TaskMessages(event.text); !text.empty()) {
+        run_.task_messages = std::move(text);
+      }
+      return;
+    case EventKind::kTaskSucceeded:
+      return EndTask(event, PhaseResult::kSucceeded);
+    case EventKind::kTaskFailed:
+      return EndTask(event, PhaseResult::kFailed);
+    case EventKind::kTaskStaged:
+      return EndTask(event, PhaseResult::kStaged);
+    case EventKind::kTaskNotFoundLate:
+      return EndTask(event, PhaseResult::kNotFoundLate);
+    case EventKind::kTaskNotFoundEarly:
+      return EndTask(event, PhaseResult::kNotFoundEarly);
   }
 }
 
-// A phase that asked tells by what follows whether it was granted.
-void RunBuilder::EndAsking(PhaseRun::Ending ending) {
+// The first record after a poll is the state, which the BMC chooses: it may
+// look like a result.
+EventKind RunBuilder::KindOf(const Event& event) {
+  if (event.phase != Phase::kTask) return event.kind;
+  const bool is_state = std::exchange(awaits_state_, false);
+  const bool looks_like_result = event.kind == EventKind::kTaskSucceeded ||
+                                 event.kind == EventKind::kTaskFailed;
+  return is_state && looks_like_result ? EventKind::kTaskState : event.kind;
+}
+
+// Only what follows a request shows whether the BMC accepted it.
+void RunBuilder::ResolveRequest(PhaseResult result) {
   if (run_.phases.empty()) return;
   PhaseRun& last = run_.phases.back();
-  if (Asks(last.phase) && last.ending == Ending::kOpen) last.ending = ending;
+  if (NeedsAcceptance(last.phase) && last.result == PhaseResult::kOpen)
+    last.result = result;
 }
 
 void RunBuilder::BeginRun(const Event& event) {
-  // A run that the tool names is announced before the library starts it.
+  // The tool logs the title of a run before the library starts it.
   const bool is_announced = !run_.is_update && run_.phases.empty();
   const std::string title = is_announced ? run_.title : std::string();
   const int earlier = run_.earlier_runs + (is_announced ? 0 : 1);
@@ -200,21 +217,22 @@ void RunBuilder::BeginRun(const Event& event) {
 }
 
 void RunBuilder::BeginPhase(Phase phase, const Event& event) {
-  // An upload was taken if what follows is no other way to upload.
+  // An upload was accepted if the next phase is not another upload.
   const bool follows_success = phase == Phase::kTask ||
                                phase == Phase::kActivation ||
-                               phase == Phase::kRestart;
+                               phase == Phase::kReboot;
   Phase task_of = Phase::kNone;
   if (!run_.phases.empty()) {
-    PhaseRun& former = run_.phases.back();
-    task_of = former.phase;
-    if (task_of == Phase::kDownload && former.ending == Ending::kOpen) {
-      former.ending = Ending::kWell;
+    PhaseRun& previous = run_.phases.back();
+    task_of = previous.phase;
+    if (task_of == Phase::kDownload && previous.result == PhaseResult::kOpen) {
+      previous.result = PhaseResult::kSucceeded;
     }
-    EndAsking(follows_success ? Ending::kTaken : Ending::kRefused);
+    ResolveRequest(follows_success ? PhaseResult::kAccepted
+                                   : PhaseResult::kRejected);
   }
-  // What was refused on the way to a success is no cause of a later failure.
-  if (follows_success) run_.first_refusal.reset();
+  // A rejection before a success is not the cause of a later failure.
+  if (follows_success) run_.first_rejection.reset();
   EndPhase(event.time);
   PhaseRun begun{.phase = phase,
                  .task_of = phase == Phase::kTask ? task_of : Phase::kNone,
@@ -229,38 +247,38 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
 void RunBuilder::EndPhase(double time) {
   if (run_.phases.empty()) return;
   PhaseRun& last = run_.phases.back();
-  if (OpenOne() != nullptr) CloseSpan(time, -1);
+  CloseSpan(time, -1);
   last.end = std::max(last.end, last.begin);
-  if (last.ending == Ending::kOpen &&
+  if (last.result == PhaseResult::kOpen &&
       (last.phase == Phase::kInventory || last.phase == Phase::kDownload)) {
-    last.ending = Ending::kBadly;
+    last.result = PhaseResult::kFailed;
   }
-  if (last.phase == Phase::kTask && last.ending == Ending::kOpen &&
+  if (last.phase == Phase::kTask && last.result == PhaseResult::kOpen &&
       !last.spans.empty()) {
-    // Nothing is logged when the polls run out; the next phase just begins.
+    // The library does not log that the polls ran out; the next phase begins.
     const auto poll = std::find_if(
         last.spans.rbegin(), last.spans.rend(),
         [](const Span& one) { return one.kind == Span::Kind::kPollWait; });
     if (poll != last.spans.rend() && poll->index == poll->count) {
-      last.ending = Ending::kTimedOut;
+      last.result = PhaseResult::kTimedOut;
     }
   }
 }
 
-PhaseRun& RunBuilder::Current() {
+PhaseRun& RunBuilder::CurrentPhase() {
   if (run_.phases.empty()) run_.phases.emplace_back();
   return run_.phases.back();
 }
 
-Span* RunBuilder::OpenOne() {
+Span* RunBuilder::CurrentSpan() {
   if (run_.phases.empty() || run_.phases.back().spans.empty()) return nullptr;
   Span& last = run_.phases.back().spans.back();
   return last.is_open ? &last : nullptr;
 }
 
 void RunBuilder::OpenSpan(Span::Kind kind, const Event& event) {
-  if (OpenOne() != nullptr) CloseSpan(event.time, -1);
-  PhaseRun& phase = Current();
+  CloseSpan(event.time, -1);
+  PhaseRun& phase = CurrentPhase();
   phase.end = event.time;
   phase.spans.push_back({.kind = kind,
                          .begin = event.time,
@@ -274,15 +292,17 @@ void RunBuilder::OpenSpan(Span::Kind kind, const Event& event) {
 }
 
 void RunBuilder::CloseSpan(double time, long status) {
-  Span& open = *OpenOne();
+  if (CurrentSpan() == nullptr) return;
+  Span& open = *CurrentSpan();
   open.is_open = false;
   open.end = std::max(time, open.begin);
-  Current().end = open.end;
+  CurrentPhase().end = open.end;
   if (open.kind == Span::Kind::kRequest) {
     if (status >= 0) open.status = status;
     return;
   }
-  // Above debug level no line tells when a wait is over and its request begins.
+  // Without debug records, nothing shows when the wait ends and its request
+  // begins.
   const double planned_end = open.begin + open.planned_seconds;
   open.end = std::min(open.end, planned_end);
   if (status < 0) return;
@@ -291,151 +311,92 @@ void RunBuilder::CloseSpan(double time, long status) {
                      .end = std::max(time, open.end),
                      .uri = open.uri,
                      .status = status};
-  Current().spans.push_back(request);
+  CurrentPhase().spans.push_back(request);
 }
 
-void RunBuilder::Say(const Event& event, std::string text) {
-  PhaseRun& phase = Current();
+void RunBuilder::AddRemark(const Event& event) {
+  PhaseRun& phase = CurrentPhase();
   phase.end = std::max(phase.end, event.time);
   phase.remarks.push_back(
-      {.time = event.time, .level = event.level, .text = std::move(text)});
+      {.time = event.time, .level = event.level, .text = event.text});
 }
 
-void RunBuilder::TakeRequestEvent(const Event& event) {
-  PhaseRun& phase = Current();
-  Span* open = OpenOne();
-  switch (event.kind) {
-    case EventKind::kUriTried:
-      phase.uri = event.uri;
-      phase.uri_index = event.index;
-      phase.uri_count = event.count;
-      phase.attempt = 1;
-      OpenSpan(Span::Kind::kRequest, event);
-      return;
-    case EventKind::kRequestSent:
-      if (open != nullptr && open->kind == Span::Kind::kRequest &&
-          open->verb.empty()) {
-        open->verb = event.verb;
-        open->begin = open->end = event.time;
-      } else {
-        OpenSpan(Span::Kind::kRequest, event);
-      }
-      return;
-    case EventKind::kRequestAnswered:
-      run_.any_answer = true;
-      if (open != nullptr) CloseSpan(event.time, event.status);
-      return;
-    case EventKind::kRequestFailed:
-      run_.transfer_failure = event.text;
-      if (open != nullptr) CloseSpan(event.time, 0);
-      Say(event, event.text);
-      return;
-    case EventKind::kWaitBegins:
-      phase.attempt = event.index + 1;
-      OpenSpan(Span::Kind::kRetryWait, event);
-      return;
-    case EventKind::kStatus:
-      TakeStatus(event);
-      return;
-    case EventKind::kBody:
-      TakeRefusalWords(event.text);
-      return;
-    default:
-      return;
+void RunBuilder::AddAttempt(const Event& event) {
+  PhaseRun& phase = CurrentPhase();
+  phase.uri = event.uri;
+  phase.uri_index = event.index;
+  phase.uri_count = event.count;
+  phase.attempt = 1;
+  OpenSpan(Span::Kind::kRequest, event);
+}
+
+void RunBuilder::AddRequest(const Event& event) {
+  Span* open = CurrentSpan();
+  if (open == nullptr || open->kind != Span::Kind::kRequest ||
+      !open->verb.empty()) {
+    return OpenSpan(Span::Kind::kRequest, event);
   }
+  open->verb = event.verb;
+  open->begin = open->end = event.time;
 }
 
-void RunBuilder::TakeStatus(const Event& event) {
-  PhaseRun& phase = Current();
-  if (OpenOne() != nullptr) CloseSpan(event.time, event.status);
+void RunBuilder::AddPoll(const Event& event) {
+  Event poll = event;
+  poll.seconds = CurrentPhase().poll_seconds;
+  OpenSpan(Span::Kind::kPollWait, poll);
+  awaits_state_ = true;
+}
+
+void RunBuilder::AddTaskState(const Event& event) {
+  run_.any_response = true;
+  CloseSpan(event.time, 200);
+  PhaseRun& task = CurrentPhase();
+  task.task.push_back({event.time, event.percent, event.state});
+  task.end = event.time;
+}
+
+void RunBuilder::EndTask(const Event& event, PhaseResult result) {
+  CloseSpan(event.time, -1);
+  PhaseRun& task = CurrentPhase();
+  task.result = result;
+  task.end = event.time;
+  AddRemark(event);
+}
+
+void RunBuilder::AddStatus(const Event& event) {
+  PhaseRun& phase = CurrentPhase();
+  CloseSpan(event.time, event.status);
   phase.end = std::max(phase.end, event.time);
-  if (event.status > 0) run_.any_answer = true;
+  if (event.status > 0) run_.any_response = true;
   const bool is_success = event.status >= 200 && event.status < 300;
-  if (is_success && phase.phase == Phase::kRestart) {
-    phase.ending = Ending::kTaken;
+  if (is_success && phase.phase == Phase::kReboot) {
+    phase.result = PhaseResult::kAccepted;
   }
-  // An absent endpoint is no cause while another answer may be.
-  const bool is_refusal = event.status >= 400;
+  // A missing endpoint is the cause only if there is no other rejection.
+  const bool is_rejection = event.status >= 400;
   const bool outranks =
-      !run_.first_refusal || ((run_.first_refusal->status == 404 ||
-                               run_.first_refusal->status == 405) &&
-                              event.status != 404 && event.status != 405);
-  if (is_refusal && outranks && phase.phase != Phase::kInventory) {
-    run_.first_refusal = Refusal{.phase = phase.phase,
-                                 .uri = phase.uri,
-                                 .status = event.status,
-                                 .words = {}};
+      !run_.first_rejection || ((run_.first_rejection->status == 404 ||
+                                 run_.first_rejection->status == 405) &&
+                                event.status != 404 && event.status != 405);
+  if (is_rejection && outranks && phase.phase != Phase::kInventory) {
+    run_.first_rejection = Rejection{.phase = phase.phase,
+                                     .uri = phase.uri,
+                                     .status = event.status,
+                                     .text = {}};
   }
 }
 
-// Only the refusal just told, not a later one, may take these words.
-void RunBuilder::TakeRefusalWords(const std::string& body) {
-  PhaseRun& phase = Current();
+// The body belongs to the last rejection, not to another one.
+void RunBuilder::AddRejectionText(const std::string& body) {
+  PhaseRun& phase = CurrentPhase();
   const auto last = std::find_if(
       phase.spans.rbegin(), phase.spans.rend(),
       [](const Span& one) { return one.kind == Span::Kind::kRequest; });
-  if (!run_.first_refusal || last == phase.spans.rend()) return;
-  Refusal& refusal = *run_.first_refusal;
-  if (refusal.words.empty() && refusal.phase == phase.phase &&
-      refusal.uri == phase.uri && refusal.status == last->status) {
-    refusal.words = ErrorWords(body);
-  }
-}
-
-void RunBuilder::TakeTaskEvent(const Event& event) {
-  const auto end_task = [&](Ending ending) {
-    PhaseRun& task = Current();
-    if (OpenOne() != nullptr) CloseSpan(event.time, -1);
-    task.ending = ending;
-    task.end = event.time;
-    Say(event, event.text);
-  };
-  // After a poll the first line reports the state, which the BMC chose: it may
-  // read like a result.
-  const bool is_state = std::exchange(awaits_state_, false);
-  const bool reads_like_result = event.kind == EventKind::kTaskEndsWell ||
-                                 event.kind == EventKind::kTaskEndsBadly;
-  switch (is_state && reads_like_result ? EventKind::kTaskState : event.kind) {
-    case EventKind::kTaskBegins:
-      BeginPhase(Phase::kTask, event);
-      return;
-    case EventKind::kPollInterval:
-      Current().poll_seconds = event.seconds;
-      return;
-    case EventKind::kPollBegins: {
-      Event poll = event;
-      poll.seconds = Current().poll_seconds;
-      OpenSpan(Span::Kind::kPollWait, poll);
-      awaits_state_ = true;
-      return;
-    }
-    case EventKind::kTaskState:
-      run_.any_answer = true;
-      if (OpenOne() != nullptr) CloseSpan(event.time, 200);
-      Current().task.push_back({event.time, event.percent, event.state});
-      Current().end = event.time;
-      return;
-    case EventKind::kTaskBody:
-      if (std::string words = TaskWords(event.text); !words.empty()) {
-        run_.task_words = std::move(words);
-      }
-      return;
-    case EventKind::kPollFailed:
-      if (OpenOne() != nullptr) CloseSpan(event.time, event.status);
-      Say(event, event.text);
-      return;
-    case EventKind::kTaskEndsWell:
-      return end_task(Ending::kWell);
-    case EventKind::kTaskEndsBadly:
-      return end_task(Ending::kBadly);
-    case EventKind::kTaskStaged:
-      return end_task(Ending::kStaged);
-    case EventKind::kTaskGone:
-      return end_task(Ending::kGone);
-    case EventKind::kTaskMissing:
-      return end_task(Ending::kMissing);
-    default:
-      return;
+  if (!run_.first_rejection || last == phase.spans.rend()) return;
+  Rejection& rejection = *run_.first_rejection;
+  if (rejection.text.empty() && rejection.phase == phase.phase &&
+      rejection.uri == phase.uri && rejection.status == last->status) {
+    rejection.text = ErrorText(body);
   }
 }
 

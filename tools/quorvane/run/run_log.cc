@@ -37,13 +37,14 @@ RunLog::RunLog(std::string path, LogLevel level)
     EndEarlierRun();
     return;
   }
-  throw ToolError(ExitCode::kUsage,
-                  fmt::format("Cannot write the log {} ({}); name a file in a "
-                              "folder that is there and yours with --log.",
-                              path_, std::generic_category().message(errno)));
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot write the log {}: {}. Use --log with a file "
+                  "in an existing directory of your own.",
+                  path_, std::generic_category().message(errno)));
 }
 
-// The last line of an earlier run may have been cut short.
+// The last line of an earlier run may be incomplete.
 void RunLog::EndEarlierRun() {
   struct stat found {};
   if (fstat(file_.get(), &found) == 0 && found.st_size > 0) Write("\n");
@@ -62,10 +63,11 @@ void RunLog::Note(std::string_view text) {
 void RunLog::Write(std::string_view bytes) {
   if (is_full_ || WriteAll(file_.get(), bytes)) return;
   is_full_ = true;
-  fmt::print(stderr,
-             "quorvane: The log {} cannot be written any more ({}); "
-             "the run goes on without it.\n",
-             Printable(path_), std::generic_category().message(errno));
+  fmt::print(
+      stderr,
+      "quorvane: Cannot write the log {} any more: {}. The run continues "
+      "without it.\n",
+      Printable(path_), std::generic_category().message(errno));
 }
 
 }  // namespace quorvane::tool

@@ -11,18 +11,18 @@
 
 namespace quorvane::tool {
 
-/// The log file of one run: the library's records from a level upwards, and a
-/// first and a last line of the tool's own. See records.h for its form.
+/// The log file of a run: the library's records from a level up, and the first
+/// and last record by the tool. See records.h for the format.
 class RunLog {
  public:
   /// @param path   Appended to, mode 0600 if it is new; empty: a new private
-  ///               file among the temporary ones.
-  /// @param level  The least that is kept.
-  /// @throws ToolError when the file cannot be opened.
+  ///               temporary file.
+  /// @param level  The lowest level that is written.
+  /// @throws ToolError if the file cannot be opened.
   RunLog(std::string path, LogLevel level);
 
   void Keep(const Record& record);
-  /// A line of the tool's own, as the component "tool".
+  /// Writes a record of the component "tool".
   void Note(std::string_view text);
 
   [[nodiscard]] const std::string& path() const { return path_; }
@@ -34,7 +34,7 @@ class RunLog {
   std::string path_;
   LogLevel level_;
   Descriptor file_;
-  bool is_full_ = false;  // told once
+  bool is_full_ = false;  // reported once
 };
 
 }  // namespace quorvane::tool

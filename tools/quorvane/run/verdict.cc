@@ -11,237 +11,253 @@
 namespace quorvane::tool {
 namespace {
 
-using Ending = PhaseRun::Ending;
 using Outcome = Verdict::Outcome;
 
 constexpr const char* kCompareVersions =
-    "Compare the versions with `quorvane inventory` once the machine is back.";
+    "Compare the versions with `quorvane inventory` when the server is back.";
 
 std::string LastTask(const Run& run) {
   const PhaseRun* task = run.Last(Phase::kTask);
   return task == nullptr ? std::string() : task->uri;
 }
 
-std::string LookAtTask(const Run& run) {
+std::string CheckTask(const Run& run) {
   const std::string task = LastTask(run);
   return task.empty() ? std::string(kCompareVersions)
-                      : fmt::format("Ask the BMC with GET {}. {}", task,
+                      : fmt::format("Check the task with GET {}. {}", task,
                                     kCompareVersions);
 }
 
-// "The upload to /a was answered 413: Too large."
-std::string CauseOf(const Refusal& refusal) {
+// "Upload at /a got HTTP 413: Too large."
+std::string CauseOf(const Rejection& rejection) {
   std::string cause =
-      fmt::format("{} at {} was answered {}", NameOf(refusal.phase),
-                  PathOf(refusal.uri), refusal.status);
-  return refusal.words.empty() ? cause + "." : cause + ": " + refusal.words;
+      fmt::format("{} at {} got HTTP {}", NameOf(rejection.phase),
+                  PathOf(rejection.uri), rejection.status);
+  return rejection.text.empty() ? cause + "." : cause + ": " + rejection.text;
 }
 
 Verdict LoginRefused(long status) {
-  return {Outcome::kLoginRefused,
-          fmt::format("The BMC refused the login (HTTP {}).", status),
-          {},
-          "Check user, password and the account's rights; more tries may lock "
-          "the account."};
+  return {
+      Outcome::kLoginRefused,
+      fmt::format("The BMC refused the login (HTTP {}).", status),
+      {},
+      "Check the user, the password and the privileges of the account. More "
+      "attempts can lock the account."};
 }
 
-// The last resort of a refused SimpleUpdate; empty when it came further.
+// Why the download failed that follows a rejected SimpleUpdate; empty if the
+// run did not end there.
 std::string FailedDownload(const Run& run) {
   if (run.phases.empty() || run.phases.back().phase != Phase::kDownload) {
     return {};
   }
   const std::vector<Remark>& remarks = run.phases.back().remarks;
-  return " The image could not be downloaded here either" +
+  return " The download of the image failed as well" +
          (remarks.empty() ? "." : ": " + remarks.back().text);
 }
 
 const char* NextAfterRefusal(const Run& run) {
   if (!FailedDownload(run).empty()) {
-    return "Mend what the BMC complains of, or fetch the image yourself and "
-           "use "
-           "--file.";
+    return "Fix the problem that the BMC reports, or download the image and "
+           "use --file.";
   }
-  const long status = run.first_refusal->status;
+  const long status = run.first_rejection->status;
   return status == 404 || status == 405
-             ? "No URI of the rules file takes an image on this BMC; look up "
+             ? "No URI of the rules file accepts an image on this BMC. Look up "
                "its UpdateService and add the URI, or use --image."
-             : "Mend what the BMC complains of and run the update again.";
+             : "Fix the problem that the BMC reports, then run the update "
+               "again.";
 }
 
 Verdict JudgeRefusal(const Run& run) {
-  // The inventory comes first, so its refused login is the first cause.
+  // The inventory is the first phase, so its login is the first cause.
   if (run.login_refused != 0) return LoginRefused(run.login_refused);
-  if (!run.any_answer) {
-    return {Outcome::kUnreachable, "The BMC gave no answer to any request.",
+  if (!run.any_response) {
+    return {Outcome::kUnreachable, "The BMC did not respond to any request.",
             run.transfer_failure,
             "Check the address, the network and that the BMC is on."};
   }
-  if (!run.first_refusal) {
-    return {Outcome::kFailed, "The BMC took the update nowhere.",
+  if (!run.first_rejection) {
+    return {Outcome::kFailed, "The BMC rejected the update at every URI.",
             run.transfer_failure,
-            "The log tells each try; `quorvane report` shows them in order."};
+            "Run `quorvane report` with the log to see each attempt."};
   }
-  const Refusal& refusal = *run.first_refusal;
-  if (refusal.status == 401 || refusal.status == 403) {
-    return LoginRefused(refusal.status);
+  const Rejection& rejection = *run.first_rejection;
+  if (rejection.status == 401 || rejection.status == 403) {
+    return LoginRefused(rejection.status);
   }
-  return {Outcome::kFailed, "The BMC refused the update.",
-          CauseOf(refusal) + FailedDownload(run), NextAfterRefusal(run)};
+  return {Outcome::kFailed, "The BMC rejected the update.",
+          CauseOf(rejection) + FailedDownload(run), NextAfterRefusal(run)};
 }
 
-Verdict JudgeBadTask(const Run& run, const PhaseRun& task) {
+Verdict JudgeFailedTask(const Run& run, const PhaseRun& task) {
   const std::string state = task.task.empty() ? "" : task.task.back().state;
-  const PhaseRun* restart = run.Last(Phase::kRestart);
+  const PhaseRun* reboot = run.Last(Phase::kReboot);
   return {
       Outcome::kFailed,
-      fmt::format(
-          "The BMC's task ended in {}{}.", state,
-          restart != nullptr ? "; the system was restarted all the same" : ""),
-      run.task_words,
-      "Read the cause, then run the update again; the old firmware should "
-      "still be there."};
+      fmt::format("The task failed in state {}{}.", state,
+                  reboot != nullptr ? "; the system was rebooted anyway" : ""),
+      run.task_messages,
+      "Fix the cause, then run the update again. The old firmware should still "
+      "be installed."};
 }
 
-// Of the update's own task and of an activation's; nothing when it went well.
+// The verdict on the task of an update or an activation; nothing if it
+// succeeded.
 std::optional<Verdict> JudgeTask(const Run& run, const PhaseRun& task) {
-  const bool restarted = run.Last(Phase::kRestart) != nullptr;
-  const char* all_the_same =
-      restarted ? "; the system was restarted all the same" : "";
-  switch (task.ending) {
-    case Ending::kBadly:
-      return JudgeBadTask(run, task);
-    case Ending::kTimedOut:
+  const char* rebooted = run.Last(Phase::kReboot) != nullptr
+                             ? "; the system was rebooted anyway"
+                             : "";
+  switch (task.result) {
+    case PhaseResult::kFailed:
+      return JudgeFailedTask(run, task);
+    case PhaseResult::kTimedOut:
       return Verdict{
           Outcome::kUnknown,
-          fmt::format("The task did not end in the time that the rules give "
-                      "it{}.",
-                      all_the_same),
+          fmt::format("The task did not end within the time limit of the "
+                      "rules{}.",
+                      rebooted),
           task.task.empty()
-              ? std::string("No poll brought a state.")
+              ? std::string("No poll returned a state.")
               : fmt::format("Last state: {}.", task.task.back().state),
-          LookAtTask(run)};
-    case Ending::kMissing:
+          CheckTask(run)};
+    case PhaseResult::kNotFoundEarly:
       return Verdict{
           Outcome::kUnknown,
-          fmt::format("The task vanished before half way{}.", all_the_same),
+          fmt::format("The task disappeared (HTTP 404) below 50 %{}.",
+                      rebooted),
           {},
-          LookAtTask(run)};
-    case Ending::kOpen:
-      return Verdict{Outcome::kUnknown,
-                     "Nobody saw how the task ended.",
-                     {},
-                     LookAtTask(run)};
-    default:
-      return std::nullopt;
+          CheckTask(run)};
+    case PhaseResult::kOpen:
+      return Verdict{
+          Outcome::kUnknown,
+          "The outcome of the task is unknown: the log ends before the "
+          "task does.",
+          {},
+          CheckTask(run)};
+    case PhaseResult::kAccepted:
+    case PhaseResult::kSucceeded:
+    case PhaseResult::kStaged:
+    case PhaseResult::kNotFoundLate:
+    case PhaseResult::kRejected:
+      break;
   }
+  return std::nullopt;
 }
 
-Verdict JudgeRestart(const Run& run, const PhaseRun& restart) {
-  // One that got no answer may have restarted the system, whatever came later.
-  const bool no_answer =
-      std::any_of(restart.spans.begin(), restart.spans.end(),
+Verdict JudgeReboot(const Run& run, const PhaseRun& reboot) {
+  // A request without a response may have rebooted the system, whatever came
+  // later.
+  const bool no_response =
+      std::any_of(reboot.spans.begin(), reboot.spans.end(),
                   [](const Span& one) { return one.status == 0; });
-  if (no_answer) {
+  if (no_response) {
     return {Outcome::kUnknown,
-            "The firmware was taken; a request to restart got no answer.",
+            "The firmware was accepted, but a reboot request got no response.",
             run.transfer_failure, kCompareVersions};
   }
   return {Outcome::kFailed,
-          "The firmware was taken, but the BMC refused to restart the system.",
-          run.first_refusal ? CauseOf(*run.first_refusal) : std::string(),
-          "Restart the system by hand to bring the new firmware to work."};
+          "The firmware was accepted, but the BMC rejected the reboot.",
+          run.first_rejection ? CauseOf(*run.first_rejection) : std::string(),
+          "Reboot the system manually to activate the new firmware."};
 }
 
-Verdict JudgeEnd(const Run& run) {
-  const PhaseRun* restart = run.Last(Phase::kRestart);
-  if (restart != nullptr && restart->ending == Ending::kRefused) {
-    return JudgeRestart(run, *restart);
+Verdict JudgeSuccess(const Run& run) {
+  const PhaseRun* reboot = run.Last(Phase::kReboot);
+  if (reboot != nullptr && reboot->result == PhaseResult::kRejected) {
+    return JudgeReboot(run, *reboot);
   }
   const PhaseRun* task = run.Last(Phase::kTask);
-  if (run.restart_left_out) {
-    const bool is_staged = task != nullptr && task->ending == Ending::kStaged;
+  if (run.reboot_skipped) {
+    const bool is_staged =
+        task != nullptr && task->result == PhaseResult::kStaged;
     return {is_staged ? Outcome::kStaged : Outcome::kDone,
-            is_staged ? "The firmware is staged; it is applied at the next "
-                        "restart of the system."
-                      : "The update is done; the rules want no restart.",
+            is_staged ? "The firmware is staged; the next reboot of the system "
+                        "applies it."
+                      : "The update is done; the rules require no reboot.",
             {},
-            is_staged ? "Restart the system when it suits." : ""};
+            is_staged ? "Reboot the system when convenient." : ""};
   }
   for (const PhaseRun& one : run.phases) {
-    if (one.phase == Phase::kTask && one.ending == Ending::kGone) {
+    if (one.phase == Phase::kTask && one.result == PhaseResult::kNotFoundLate) {
       return {Outcome::kDone,
-              "The update is done as far as the BMC lets see: its task went "
-              "away past half way, as at a restart.",
+              "The task disappeared (HTTP 404) after 50 %, as happens when the "
+              "BMC restarts to apply firmware.",
               {},
               kCompareVersions};
     }
-    if (one.phase == Phase::kTask && one.ending == Ending::kStaged) {
+    if (one.phase == Phase::kTask && one.result == PhaseResult::kStaged) {
       return {Outcome::kDone,
-              "The firmware was staged, and the restart that applies it is "
-              "under way.",
+              "The firmware was staged, and the system reboots to apply it.",
               {},
               kCompareVersions};
     }
   }
-  return {Outcome::kDone, "The update is done; the system restarts.", {}, ""};
+  return {Outcome::kDone, "The update is done; the system reboots.", {}, ""};
 }
 
 Phase LastPhase(const Run& run) {
   return run.phases.empty() ? Phase::kNone : run.phases.back().phase;
 }
 
-// What the BMC goes on with is what matters now.
+// What matters now is what the BMC continues to do.
 Verdict JudgeInterruption(const Run& run) {
-  switch (const Phase phase = LastPhase(run)) {
+  const Phase phase = LastPhase(run);
+  switch (phase) {
     case Phase::kNone:
     case Phase::kInventory:
     case Phase::kDownload:
       return {Outcome::kInterrupted,
-              "The BMC was not yet asked to change anything.",
+              "The BMC had not yet received a request to change anything.",
               {},
               {}};
     case Phase::kTask:
       return {Outcome::kInterrupted,
-              fmt::format("The BMC goes on with its task {}.", LastTask(run)),
+              fmt::format("The BMC continues with its task {}.", LastTask(run)),
               {},
-              LookAtTask(run)};
-    case Phase::kRestart:
+              CheckTask(run)};
+    case Phase::kReboot:
       return {Outcome::kInterrupted,
-              "The system was being asked to restart; it may.",
+              "The reboot request may have been sent; the system may reboot.",
               {},
-              LookAtTask(run)};
-    default:
-      return {
-          Outcome::kInterrupted,
-          fmt::format("This was in the phase {}; the BMC may go on with what "
-                      "it has been sent.",
+              CheckTask(run)};
+    case Phase::kSimpleUpdate:
+    case Phase::kUpload:
+    case Phase::kBinaryUpload:
+    case Phase::kActivation:
+      break;
+  }
+  return {Outcome::kInterrupted,
+          fmt::format("The phase was {}; the BMC may continue with the request "
+                      "that it got.",
                       NameOf(phase)),
           {},
           "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
-  }
 }
 
-// A run whose log or process ended before its time.
+// A run whose log or process ended early.
 std::optional<Verdict> JudgeBrokenRun(const Run& run) {
   if (run.was_interrupted) return JudgeInterruption(run);
   if (run.is_complete) return std::nullopt;
   const Phase phase = LastPhase(run);
-  const bool asked_nothing = phase == Phase::kNone ||
-                             phase == Phase::kInventory ||
-                             phase == Phase::kDownload;
+  const bool nothing_changed = phase == Phase::kNone ||
+                               phase == Phase::kInventory ||
+                               phase == Phase::kDownload;
   return Verdict{
       Outcome::kUnknown,
-      fmt::format("The log breaks off in the phase {}{}.", NameOf(phase),
-                  asked_nothing
-                      ? "; up to there the BMC was not asked to change anything"
-                      : ""),
+      fmt::format(
+          "The log ends in the phase {}{}.", NameOf(phase),
+          nothing_changed
+              ? "; until then the BMC had received no request to change "
+                "anything"
+              : ""),
       {},
-      LookAtTask(run)};
+      CheckTask(run)};
 }
 
-// 202 without a task (RFC 9110, section 15.3.3): nobody sees the end.
-bool WasTakenForLater(const Run& run) {
-  if (!run.named_no_task || run.Last(Phase::kTask) != nullptr) return false;
+// 202 without a task (RFC 9110, section 15.3.3): the outcome stays unknown.
+bool WasAcceptedWithoutTask(const Run& run) {
+  if (!run.has_no_task || run.Last(Phase::kTask) != nullptr) return false;
   const PhaseRun* upload = run.Last(Phase::kBinaryUpload);
   if (upload == nullptr) upload = run.Last(Phase::kUpload);
   return upload != nullptr && !upload->spans.empty() &&
@@ -253,42 +269,42 @@ bool WasTakenForLater(const Run& run) {
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
   if (!record) {
     if (!run.is_update && !run.was_interrupted) {
-      return {Outcome::kNoUpdate, "The log holds no update.", {}, {}};
+      return {Outcome::kNoUpdate, "The log contains no update.", {}, {}};
     }
     if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
   }
-  if (record ? !record->accepted : !run.WasTaken()) return JudgeRefusal(run);
+  if (record ? !record->accepted : !run.WasAccepted()) return JudgeRefusal(run);
   const PhaseRun* activation = run.Last(Phase::kActivation);
-  if (activation != nullptr && activation->ending == Ending::kRefused) {
-    return {
-        Outcome::kFailed,
-        "The image was uploaded, but the BMC refused to activate it.",
-        run.first_refusal ? CauseOf(*run.first_refusal) : run.transfer_failure,
-        "Check that each --target is a URI that this BMC lists."};
+  if (activation != nullptr && activation->result == PhaseResult::kRejected) {
+    return {Outcome::kFailed,
+            "The image was uploaded, but the BMC rejected its activation.",
+            run.first_rejection ? CauseOf(*run.first_rejection)
+                                : run.transfer_failure,
+            "Check that each --target is a URI of the inventory of this BMC."};
   }
   for (const PhaseRun& one : run.phases) {
-    if (one.phase != Phase::kTask || one.task_of == Phase::kRestart) continue;
+    if (one.phase != Phase::kTask || one.task_of == Phase::kReboot) continue;
     if (auto verdict = JudgeTask(run, one)) return *std::move(verdict);
   }
-  if (WasTakenForLater(run)) {
+  if (WasAcceptedWithoutTask(run)) {
     return {Outcome::kUnknown,
-            "The BMC took the image for later and named no task to follow.",
+            "The BMC accepted the image (HTTP 202) but named no task.",
             {},
             kCompareVersions};
   }
-  if (record && !run.restart_left_out && !record->restart_accepted) {
-    const PhaseRun* restart = run.Last(Phase::kRestart);
-    return JudgeRestart(run, restart == nullptr ? PhaseRun{} : *restart);
+  if (record && !run.reboot_skipped && !record->reboot_accepted) {
+    const PhaseRun* reboot = run.Last(Phase::kReboot);
+    return JudgeReboot(run, reboot == nullptr ? PhaseRun{} : *reboot);
   }
-  return JudgeEnd(run);
+  return JudgeSuccess(run);
 }
 
 std::string TextOf(const Verdict& verdict, std::size_t columns) {
   std::string text;
-  const auto add = [&](const char* name, const std::string& words) {
+  const auto add = [&](const char* name, const std::string& value) {
     constexpr std::size_t kIndent = 9;
-    if (words.empty()) return;
-    text += Wrapped(fmt::format("{:<{}}{}", name, kIndent, words), columns,
+    if (value.empty()) return;
+    text += Wrapped(fmt::format("{:<{}}{}", name, kIndent, value), columns,
                     kIndent) +
             '\n';
   };

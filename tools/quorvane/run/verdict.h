@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The tool's own word on an update.
+// The outcome of an update, as the tool judges it.
 //
-// The library's record tells its last step ("Reboot successful"); whether the
-// firmware was updated follows from the whole run. A task that timed out or
-// vanished early, and a system that was restarted all the same, is no success.
+// The library's result describes its last step ("Reboot successful"). Whether
+// the firmware was updated follows from the whole run: an update is not done if
+// its task timed out or disappeared early, even if the system was rebooted.
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_VERDICT_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_VERDICT_H_
 
@@ -16,35 +16,35 @@
 
 namespace quorvane::tool {
 
-/// The parts of the library's record that a log might have wrong: a BMC can
-/// forge log lines in a response body, but not this.
+/// The parts of the library's result that decide over the log: a BMC can forge
+/// log lines in a response body, but not these.
 struct LibraryRecord {
   bool accepted = false;
-  bool restart_accepted = false;
+  bool reboot_accepted = false;
 };
 
 struct Verdict {
   enum class Outcome {
     kDone,
-    kStaged,  ///< Taken; applied at a restart still to come.
-    kFailed,  ///< Refused, or tried and failed.
+    kStaged,  ///< Accepted; a later reboot applies it.
+    kFailed,  ///< Rejected, or accepted and failed.
     kUnknown,
     kUnreachable,
     kLoginRefused,
     kInterrupted,
-    kNoUpdate,  ///< The log holds no update.
+    kNoUpdate,  ///< The log contains no update.
   };
   Outcome outcome = Outcome::kUnknown;
   std::string headline = {};  ///< What happened; one sentence.
   std::string cause =
-      {};  ///< The BMC's words or the first reason; may be empty.
+      {};  ///< The text of the BMC, or the first reason; may be empty.
   std::string next = {};  ///< What to do; may be empty.
 };
 
-/// @param record  What the library returned; nothing when only a log is left.
+/// @param record  What the library returned; nothing if there is only a log.
 Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record);
 
-/// Outcome, cause and what to do, in lines shorter than `columns`; 0: a line
+/// Outcome, cause and next step, in lines shorter than `columns`; 0: one line
 /// each.
 std::string TextOf(const Verdict& verdict, std::size_t columns);
 

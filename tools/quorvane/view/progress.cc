@@ -33,7 +33,7 @@ std::string Bar(int percent, std::size_t columns) {
                      std::string(width - full, '-'), percent);
 }
 
-std::string WhatIsTried(const PhaseRun& phase, int tries) {
+std::string AttemptText(const PhaseRun& phase, int attempts) {
   std::string tried = fmt::format("{:<13}", NameOf(phase.phase));
   if (phase.phase == Phase::kTask) {
     const auto poll = std::find_if(
@@ -44,29 +44,29 @@ std::string WhatIsTried(const PhaseRun& phase, int tries) {
     }
   } else if (phase.uri_index > 0) {
     tried += fmt::format("URI {} of {}, attempt {} of {}  ", phase.uri_index,
-                         phase.uri_count, phase.attempt, tries);
+                         phase.uri_count, phase.attempt, attempts);
   }
   return tried + Printable(PathOf(phase.uri));
 }
 
-std::string WhatIsAwaited(const PhaseRun& phase, double now) {
+std::string WaitText(const PhaseRun& phase, double now) {
   if (phase.spans.empty() || !phase.spans.back().is_open) return {};
   const Span& span = phase.spans.back();
   const double passed = std::max(now - span.begin, 0.0);
   const double left = span.planned_seconds - passed;
   if (span.kind == Span::Kind::kRequest || left <= 0) {
     return fmt::format(
-        "waiting for the answer, {}",
+        "waiting for the response, {}",
         Duration(std::floor(
             span.kind == Span::Kind::kRequest ? passed : std::abs(left))));
   }
   return fmt::format(
       "{} in {} of {}",
-      span.kind == Span::Kind::kPollWait ? "next poll" : "next try",
+      span.kind == Span::Kind::kPollWait ? "next poll" : "next attempt",
       Duration(std::floor(left)), Duration(span.planned_seconds));
 }
 
-constexpr std::size_t kIndent = 11;  // behind the time
+constexpr std::size_t kIndent = 11;  // after the time
 
 void Print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -75,7 +75,7 @@ void Print(const std::string& text) {
 
 class LiveProgress final : public Progress {
  public:
-  explicit LiveProgress(int tries) : tries_(tries) {}
+  explicit LiveProgress(int attempts) : attempts_(attempts) {}
   ~LiveProgress() override { Print(Erasure()); }
 
   void OnEvent(const Event& event, const Run& run) override {
@@ -97,7 +97,7 @@ class LiveProgress final : public Progress {
   static constexpr const char* kPlain = "\x1b[0m";
   static constexpr double kRedrawSeconds = 0.1;
 
-  // Back to the block's first line, and all gone below.
+  // Moves to the first line of the block and clears everything below.
   std::string Erasure() {
     const int lines = std::exchange(lines_, 0);
     return lines == 0 ? std::string() : fmt::format("\x1b[{}A\r\x1b[J", lines);
@@ -107,14 +107,14 @@ class LiveProgress final : public Progress {
     drawn_at_ = SecondsOf(StampNow());
     std::string screen = Erasure();
     for (const std::string& line :
-         LiveBlock(run, tries_, drawn_at_, TerminalColumns())) {
+         LiveBlock(run, attempts_, drawn_at_, TerminalColumns())) {
       screen += line + "\n";
       ++lines_;
     }
     Print(screen);
   }
 
-  int tries_;
+  int attempts_;
   int lines_ = 0;
   double drawn_at_ = 0;
 };
@@ -137,27 +137,27 @@ class PlainProgress : public Progress {
   bool quiet_;
 };
 
-// What the event tells, without its time.
-std::string StepOf(const Event& event, const Run& run) {
+// The step that an event describes, without its time.
+std::string StepText(const Event& event, const Run& run) {
   const std::string place =
       event.index < 0 ? std::string()
                       : fmt::format(" ({} of {})", event.index, event.count);
   switch (event.kind) {
-    case EventKind::kUriTried:
+    case EventKind::kAttemptBegins:
       return fmt::format("{}: {}{}", NameOf(event.phase),
                          Printable(PathOf(event.uri)), place);
     case EventKind::kStatus:
       return event.status == 0
-                 ? fmt::format("{}: no answer", NameOf(event.phase))
+                 ? fmt::format("{}: no response", NameOf(event.phase))
                  : fmt::format("{}: HTTP {}", NameOf(event.phase),
                                event.status);
     case EventKind::kWaitBegins:
       return fmt::format("Waiting {} before retry{}", Duration(event.seconds),
                          place);
-    case EventKind::kItemsRead:
+    case EventKind::kInventoryRead:
       return fmt::format("Inventory: {} items", event.count);
     case EventKind::kTaskBegins:
-      return "Task: following " + Printable(PathOf(event.uri));
+      return "Task: polling " + Printable(PathOf(event.uri));
     case EventKind::kTaskState:
       return event.percent < 0
                  ? "Task: " + Printable(event.state)
@@ -165,22 +165,43 @@ std::string StepOf(const Event& event, const Run& run) {
                                event.percent);
     case EventKind::kLoginRefused:
       return fmt::format(
-          "Inventory: the BMC refused the login (HTTP {}). The uploads go on "
-          "with the same account; Ctrl-C ends the run before they lock it.",
+          "Inventory: the BMC refused the login (HTTP {}). The uploads use the "
+          "same account; press Ctrl-C before they lock it.",
           event.status);
     case EventKind::kPhaseBegins:
       return event.phase == Phase::kDownload
                  ? "Download: " + Printable(event.uri)
                  : std::string();
-    default:
-      break;
+    case EventKind::kOther:
+    case EventKind::kRunTitle:
+    case EventKind::kUpdateBegins:
+    case EventKind::kRequestSent:
+    case EventKind::kResponseReceived:
+    case EventKind::kRequestFailed:
+    case EventKind::kBody:
+    case EventKind::kPollInterval:
+    case EventKind::kPollBegins:
+    case EventKind::kPollFailed:
+    case EventKind::kTaskBody:
+    case EventKind::kTaskSucceeded:
+    case EventKind::kTaskFailed:
+    case EventKind::kTaskStaged:
+    case EventKind::kTaskNotFoundLate:
+    case EventKind::kTaskNotFoundEarly:
+    case EventKind::kNoTask:
+    case EventKind::kUploadsRejected:
+    case EventKind::kRebootSkipped:
+    case EventKind::kRunEnds:
+    case EventKind::kInterrupted:
+    case EventKind::kProblem:
+      break;  // only as a warning or an error
   }
   if (event.level < LogLevel::WARNING) return {};
-  // The phase that it befell, unless the message itself begins with it.
+  // The phase of the problem, unless the message starts with it.
   const std::string phase =
       run.phases.empty() ? "" : NameOf(run.phases.back().phase);
-  const bool is_told = event.text.rfind(phase, 0) == 0;
-  return fmt::format("{}{}{}", is_told ? "" : phase, is_told ? "" : ": ",
+  const bool has_phase = event.text.rfind(phase, 0) == 0;
+  return fmt::format("{}{}{}", has_phase ? "" : phase, has_phase ? "" : ": ",
                      Excerpt(event.text, 400));
 }
 
@@ -196,14 +217,14 @@ ProgressStyle ChooseStyle(bool quiet) {
              : ProgressStyle::kPlain;
 }
 
-std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int tries) {
+std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts) {
   if (style == ProgressStyle::kLive) {
-    return std::make_unique<LiveProgress>(tries);
+    return std::make_unique<LiveProgress>(attempts);
   }
   return std::make_unique<PlainProgress>(style == ProgressStyle::kQuiet);
 }
 
-std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
+std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
                                    std::size_t columns) {
   std::vector<std::string> lines;
   const auto add = [&](const std::string& line) {
@@ -211,7 +232,7 @@ std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
   };
   if (!run.phases.empty()) {
     const PhaseRun& phase = run.phases.back();
-    add(WhatIsTried(phase, tries));
+    add(AttemptText(phase, attempts));
     if (!phase.task.empty()) {
       int percent = -1;
       for (const TaskPoint& point : phase.task) {
@@ -220,7 +241,7 @@ std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
       const std::string state = Printable(phase.task.back().state);
       add(percent < 0 ? state : Bar(percent, columns) + "  " + state);
     }
-    add(WhatIsAwaited(phase, now));
+    add(WaitText(phase, now));
   }
   const double elapsed = run.begin == 0 ? 0 : std::max(now - run.begin, 0.0);
   add("elapsed " + Duration(std::floor(elapsed)));
@@ -228,9 +249,9 @@ std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
 }
 
 std::string PlainLine(const Event& event, const Run& run) {
-  const std::string step = StepOf(event, run);
+  const std::string step = StepText(event, run);
   if (step.empty()) return {};
-  constexpr std::size_t kClock = 11;  // behind the date
+  constexpr std::size_t kClock = 11;  // after the date
   constexpr std::size_t kClockLength = 8;
   return fmt::format("{} {} {}", event.stamp.substr(kClock, kClockLength),
                      event.level >= LogLevel::WARNING ? "!" : " ", step);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a person sees while an update runs.
+// Live progress display.
 #ifndef QUORVANE_TOOLS_QUORVANE_VIEW_PROGRESS_H_
 #define QUORVANE_TOOLS_QUORVANE_VIEW_PROGRESS_H_
 
@@ -13,36 +13,37 @@
 
 namespace quorvane::tool {
 
-/// Shows a run as it goes; told of each event after it became part of the run.
+/// Displays a run while it goes on.
 class Progress {
  public:
   virtual ~Progress() = default;
+  /// `event` was added to `run`.
   virtual void OnEvent(const Event& event, const Run& run) = 0;
-  /// Time passed without an event.
+  /// Some time passed without an event.
   virtual void OnTick(const Run& run) = 0;
-  /// Leaves the screen to what is printed next.
+  /// Clears the display for other output.
   virtual void Finish() = 0;
 };
 
 enum class ProgressStyle {
-  kLive,   ///< One block that is redrawn, warnings above it.
-  kPlain,  ///< A line for each step.
+  kLive,   ///< A block that is redrawn; warnings appear above it.
+  kPlain,  ///< One line for each step.
   kQuiet,  ///< Warnings and errors only.
 };
 
-/// kLive on a terminal that can be drawn on, unless `quiet`, NO_COLOR or CI say
-/// otherwise.
+/// kLive on a terminal that can be redrawn, unless `quiet`, NO_COLOR or CI is
+/// set.
 ProgressStyle ChooseStyle(bool quiet);
 
-/// @param tries  What the rules allow each URI.
-std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int tries);
+/// @param attempts  How many the rules allow at each URI.
+std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts);
 
-/// The live block at `now` (as `Record::time`), a text per line, each cut to
+/// The lines of the live display at `now` (as `Record::time`), each cut to
 /// `columns`.
-std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
+std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
                                    std::size_t columns);
 
-/// The line for a step; empty when the event is none.
+/// The line for an event; empty if it is not displayed.
 std::string PlainLine(const Event& event, const Run& run);
 
 }  // namespace quorvane::tool

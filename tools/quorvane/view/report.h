@@ -13,7 +13,7 @@
 
 namespace quorvane::tool {
 
-/// A log read back. Any text makes one, a log cut off anywhere included.
+/// What a log contains. Every text is accepted, also a log that is cut off.
 struct Report {
   std::vector<Event> events = {};  ///< Of all runs in the log.
   Run run = {};                    ///< The last one.
@@ -22,17 +22,17 @@ struct Report {
 
 Report ReadReport(std::string_view log);
 
-/// What a phase did, in the words of the report's table.
+/// A row of the table of phases.
 struct PhaseRow {
-  std::string name, asked, answered, ended;
+  std::string name, requests_text, responses, result;
   double waited = 0;  ///< Seconds, before retries and polls.
 };
 PhaseRow RowOf(const PhaseRun& phase);
 
-/// For a terminal whose lines have `columns`; 0 breaks none.
+/// For a terminal of `columns`; 0: no line breaks.
 std::string TextReport(const Report& report, std::size_t columns);
 
-/// One page that needs nothing from anywhere else.
+/// An HTML page that loads nothing from elsewhere.
 std::string HtmlReport(const Report& report);
 
 /// {"outcome": ..., "events": [...]}

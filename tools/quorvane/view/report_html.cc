@@ -11,7 +11,6 @@
 namespace quorvane::tool {
 namespace {
 
-// The policy makes sure of it: the page asks the network for nothing.
 constexpr const char* kHead = R"html(<!DOCTYPE html>
 <html lang="en">
 <head>
@@ -79,7 +78,7 @@ const char* ClassOf(Span::Kind kind) {
   return "";
 }
 
-std::string Tip(const Span& span) {
+std::string Tooltip(const Span& span) {
   const std::string took = Duration(span.end - span.begin);
   if (span.kind == Span::Kind::kPollWait) {
     return fmt::format("Wait {} before poll {} of {}", took, span.index,
@@ -89,12 +88,12 @@ std::string Tip(const Span& span) {
     return fmt::format("Wait {} before retry {} of {}", took, span.index,
                        span.count);
   }
-  const std::string answer = span.status < 0 ? "no answer known"
-                             : span.status == 0
-                                 ? "no answer"
-                                 : fmt::format("HTTP {}", span.status);
+  const std::string response = span.status < 0 ? "response not known"
+                               : span.status == 0
+                                   ? "no response"
+                                   : fmt::format("HTTP {}", span.status);
   return fmt::format("{} {}: {}, {}", span.verb.empty() ? "Request" : span.verb,
-                     PathOf(span.uri), answer, took);
+                     PathOf(span.uri), response, took);
 }
 
 class TimeLine {
@@ -105,7 +104,7 @@ class TimeLine {
         has_percent_ = has_percent_ || point.percent >= 0;
       }
     }
-    // A run of no length still has an axis.
+    // Even a run without duration has an axis.
     length_ = std::max(run.end - run.begin, 0.001);
   }
 
@@ -168,25 +167,25 @@ class TimeLine {
   void DrawPhase(const PhaseRun& phase, double y) {
     svg_ += fmt::format("<text x=\"0\" y=\"{:.1f}\">{}</text>\n", y + 13,
                         Escaped(RowOf(phase).name));
-    // Requests are short; painted last, they show between waits.
+    // Requests are short; drawn last, they are visible between waits.
     DrawSpans(phase, y, false);
     DrawSpans(phase, y, true);
   }
 
-  // What would only be painted over is left out: an inventory may have
-  // thousands of requests.
+  // Spans that others would cover are omitted: an inventory can have thousands
+  // of requests.
   void DrawSpans(const PhaseRun& phase, double y, bool requests) {
-    double painted_to = 0;
+    double drawn_to = 0;
     for (const Span& span : phase.spans) {
       if ((span.kind == Span::Kind::kRequest) != requests) continue;
       const double begin = X(span.begin);
       const double width = std::max(X(span.end) - begin, 1.5);
-      if (begin + width <= painted_to + 0.5) continue;
-      painted_to = begin + width;
+      if (begin + width <= drawn_to + 0.5) continue;
+      drawn_to = begin + width;
       svg_ += fmt::format(
           "<rect class=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" "
           "height=\"{}\"><title>{}</title></rect>\n",
-          ClassOf(span.kind), begin, y, width, kBar, Escaped(Tip(span)));
+          ClassOf(span.kind), begin, y, width, kBar, Escaped(Tooltip(span)));
     }
   }
 
@@ -225,9 +224,12 @@ const char* ClassOf(Verdict::Outcome outcome) {
     case ExitCode::kFailed:
     case ExitCode::kUnreachable:
       return "outcome bad";
-    default:
-      return "outcome";
+    case ExitCode::kUsage:
+    case ExitCode::kUnknown:
+    case ExitCode::kInterrupted:
+      break;
   }
+  return "outcome";
 }
 
 std::string OutcomeSection(const Report& report) {
@@ -251,26 +253,26 @@ std::string OutcomeSection(const Report& report) {
 std::string PhaseTable(const Run& run) {
   std::string html =
       "<h2>Phases</h2>\n<div class=\"scroll\"><table>\n<tr><th>Phase</th>"
-      "<th>Ended</th><th class=\"number\">After</th><th "
+      "<th>Result</th><th class=\"number\">After</th><th "
       "class=\"number\">Took</th><th class=\"number\">Waited</th>"
-      "<th>Asked</th><th>Answered</th></tr>\n";
+      "<th>Requests</th><th>Responses</th></tr>\n";
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
     html += fmt::format(
         "<tr><td>{}</td><td>{}</td><td class=\"number\">{}</td><td "
         "class=\"number\">{}</td><td class=\"number\">{}</td><td>{}</td>"
         "<td>{}</td></tr>\n",
-        Escaped(row.name), Escaped(row.ended),
+        Escaped(row.name), Escaped(row.result),
         Duration(phase.begin - run.begin), Duration(phase.end - phase.begin),
-        row.waited == 0 ? "-" : Duration(row.waited), Escaped(row.asked),
-        Escaped(row.answered));
+        row.waited == 0 ? "-" : Duration(row.waited),
+        Escaped(row.requests_text), Escaped(row.responses));
   }
   return html + "</table></div>\n";
 }
 
 std::string RemarkTable(const Run& run) {
   std::string html =
-      "<h2>Decisions and troubles</h2>\n<div class=\"scroll\"><table>\n"
+      "<h2>Decisions and problems</h2>\n<div class=\"scroll\"><table>\n"
       "<tr><th class=\"number\">After</th><th>Phase</th><th>What</th></tr>\n";
   for (const PhaseRun& phase : run.phases) {
     for (const Remark& remark : phase.remarks) {

@@ -11,32 +11,30 @@
 namespace quorvane::tool {
 namespace {
 
-using Ending = PhaseRun::Ending;
-
-std::string EndingOf(const PhaseRun& phase) {
-  switch (phase.ending) {
-    case Ending::kOpen:
+std::string ResultText(const PhaseRun& phase) {
+  switch (phase.result) {
+    case PhaseResult::kOpen:
       return "cut off";
-    case Ending::kTaken:
-      return "granted";
-    case Ending::kWell:
-      return phase.phase == Phase::kTask       ? "ended well"
-             : phase.phase == Phase::kDownload ? "fetched"
+    case PhaseResult::kAccepted:
+      return "accepted";
+    case PhaseResult::kSucceeded:
+      return phase.phase == Phase::kTask       ? "succeeded"
+             : phase.phase == Phase::kDownload ? "downloaded"
                                                : "read";
-    case Ending::kBadly:
+    case PhaseResult::kFailed:
       return "failed";
-    case Ending::kStaged:
+    case PhaseResult::kStaged:
       return "staged";
-    case Ending::kGone:
-      return "gone";
-    case Ending::kMissing:
-      return "vanished";
-    case Ending::kTimedOut:
-      return "time is up";
-    case Ending::kRefused:
+    case PhaseResult::kNotFoundLate:
+      return "not found";
+    case PhaseResult::kNotFoundEarly:
+      return "not found early";
+    case PhaseResult::kTimedOut:
+      return "timed out";
+    case PhaseResult::kRejected:
       return !phase.spans.empty() && phase.spans.back().status == 0
-                 ? "no answer"
-                 : "refused";
+                 ? "no response"
+                 : "rejected";
   }
   return {};
 }
@@ -58,7 +56,7 @@ std::string StatusesOf(const PhaseRun& phase) {
       ++span;
     }
     statuses += statuses.empty() ? "" : ", ";
-    statuses += status == 0 ? "no answer" : std::to_string(status);
+    statuses += status == 0 ? "no response" : std::to_string(status);
     if (times > 1) statuses += fmt::format(" x {}", times);
   }
   return statuses;
@@ -72,9 +70,9 @@ std::string ProgressOf(const PhaseRun& phase) {
              : fmt::format("; {} {} %", Printable(last.state), last.percent);
 }
 
-constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<10} {}";
+constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<15} {}";
 
-// "4.1 s", "12:30", "1:05:09": narrow enough for a column.
+// "4.1 s", "12:30", "1:05:09": short enough for a column.
 std::string Clock(double seconds) {
   const auto whole = std::lround(seconds);
   if (whole < 60) return Duration(seconds);
@@ -83,10 +81,10 @@ std::string Clock(double seconds) {
                                     whole / 60 % 60, whole % 60);
 }
 
-std::string AnsweredAt(const PhaseRun& phase, const PhaseRow& row) {
-  if (phase.uri_count < 2) return row.answered;
-  return fmt::format("{}{}URI {} of {}", row.answered,
-                     row.answered.empty() ? "" : "; ", phase.uri_index,
+std::string ResponsesOf(const PhaseRun& phase, const PhaseRow& row) {
+  if (phase.uri_count < 2) return row.responses;
+  return fmt::format("{}{}URI {} of {}", row.responses,
+                     row.responses.empty() ? "" : "; ", phase.uri_index,
                      phase.uri_count);
 }
 
@@ -97,7 +95,7 @@ Report ReadReport(std::string_view log) {
   RunBuilder builder;
   ReadRecords(log, [&](const Record& record) {
     report.events.push_back(EventFrom(record));
-    builder.Take(report.events.back());
+    builder.Add(report.events.back());
   });
   report.run = builder.run();
   report.verdict = JudgeRun(report.run, std::nullopt);
@@ -114,19 +112,20 @@ PhaseRow RowOf(const PhaseRun& phase) {
       waited += span.end - span.begin;
     }
   }
-  std::string asked =
+  std::string requests_text =
       fmt::format("{} request{}", requests, requests == 1 ? "" : "s");
   if (phase.uri_index > 0) {
-    asked += fmt::format(", URI {} of {}", phase.uri_index, phase.uri_count);
+    requests_text +=
+        fmt::format(", URI {} of {}", phase.uri_index, phase.uri_count);
   }
   std::string name = NameOf(phase.phase);
-  if (phase.task_of == Phase::kActivation || phase.task_of == Phase::kRestart) {
+  if (phase.task_of == Phase::kActivation || phase.task_of == Phase::kReboot) {
     name = fmt::format("{} task", NameOf(phase.task_of));
   }
   return {.name = name,
-          .asked = asked,
-          .answered = StatusesOf(phase) + ProgressOf(phase),
-          .ended = EndingOf(phase),
+          .requests_text = requests_text,
+          .responses = StatusesOf(phase) + ProgressOf(phase),
+          .result = ResultText(phase),
           .waited = waited};
 }
 
@@ -135,12 +134,13 @@ std::string TextReport(const Report& report, std::size_t columns) {
   std::string text =
       run.title.empty() ? "" : Wrapped(Printable(run.title), columns, 2) + '\n';
   if (run.earlier_runs > 0) {
-    text += fmt::format("The log holds {} earlier run{}; this is the last.\n",
-                        run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
+    text += fmt::format(
+        "The log contains {} earlier run{}; this is the last one.\n",
+        run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
   }
   if (!run.phases.empty()) {
-    text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE", "ENDED",
-                        "ANSWERED") +
+    text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE",
+                        "RESULT", "RESPONSES") +
             '\n';
   }
   for (const PhaseRun& phase : run.phases) {
@@ -148,7 +148,7 @@ std::string TextReport(const Report& report, std::size_t columns) {
     text += Wrapped(fmt::format(kRow, "", Clock(phase.begin - run.begin),
                                 Clock(phase.end - phase.begin),
                                 row.waited == 0 ? "-" : Clock(row.waited),
-                                row.name, row.ended, AnsweredAt(phase, row)),
+                                row.name, row.result, ResponsesOf(phase, row)),
                     columns, 14) +
             '\n';
     for (const Remark& remark : phase.remarks) {
