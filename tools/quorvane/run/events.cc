@@ -14,11 +14,11 @@ namespace {
 constexpr LogText kInventoryUri{"inventory", " (URI "};
 constexpr LogText kAttempt{"update", "s (attempt "};
 constexpr LogText kPercent{"update", "  PercentComplete: "};
-constexpr LogText kResult{"update", "  Result: "};
+constexpr LogText kResult{"update", "  Result: ", 4};
 constexpr LogText kSuccess{"update", "  Result: Success"};
 constexpr LogText kResponseBody{"update", "\nResponse body:\n"};
 constexpr LogText kResponseStatus{"http", " -> HTTP "};
-constexpr LogText kFailedUrl{"http", " url="};
+constexpr LogText kFailedUrl{"http", " url=", 2};
 
 // The number at the start of `text`, if there is one that fits.
 template <typename Number>
@@ -116,6 +116,7 @@ struct Pattern {
   EventKind kind;
   Phase phase;
   void (*read)(std::string_view rest, Event& event);
+  int literals = 1;  // see LogText
 };
 
 using enum EventKind;
@@ -189,7 +190,8 @@ constexpr std::array kPatterns = {
             Phase::kTask, ReadSeconds},
     Pattern{"update", "[RF-TASK] Polling task (attempt ", kPollBegins,
             Phase::kTask, ReadIndexAndCount},
-    Pattern{"update", "[RF-TASK] State: ", kTaskState, Phase::kTask, ReadState},
+    Pattern{"update", "[RF-TASK] State: ", kTaskState, Phase::kTask, ReadState,
+            2},
     Pattern{"update", "[RF-TASK] Task ID: ", kTaskBody, Phase::kTask,
             ReadTaskBody},
     Pattern{"update", "[RF-TASK] Task stable in '", kTaskStaged, Phase::kTask,
@@ -361,7 +363,7 @@ std::vector<LogText> LogTexts() {
                                 kResponseStatus, kFailedUrl};
   for (const Pattern& pattern : kPatterns) {
     if (pattern.component != kToolComponent) {
-      texts.push_back({pattern.component, pattern.prefix});
+      texts.push_back({pattern.component, pattern.prefix, pattern.literals});
     }
   }
   return texts;

@@ -92,6 +92,7 @@ nlohmann::json ToJson(const Event& event);
 struct LogText {
   std::string_view component;  ///< Component of its record.
   std::string_view text;       ///< Start or part of a message.
+  int literals = 1;            ///< How many literals of its sources start so.
 };
 
 /// All of them, so that a test can compare them with the library's sources.
