@@ -36,20 +36,20 @@ SCENARIOS = [
     ("multipart-absent", "--file fw", 0, "  Binary upload: HTTP 202"),
     ("busy-then-fine", "--file fw", 0, "Waiting 1 s before retry (2 of 2)"),
     ("too-large", "--file fw --quiet --log-level error", 1,
-     "update-multipart was answered 413: The image has 5000 bytes"),
+     "update-multipart got HTTP 413: The image has 5000 bytes"),
     ("staged-until-reboot", "--file fw", 0, "The firmware was staged, and the"),
-    ("reboots-by-itself", "--file fw", 0, "as far as the BMC lets see"),
+    ("reboots-by-itself", "--file fw", 0, "The task disappeared (HTTP 404) after 50 %"),
     ("./forging.json", "--file fw", 1, "Cause:   Upload at /redfish/v1/"),
     ("task-fails", "--file fw", 1, "Cause:   The image could not be applied"),
-    ("task-stalls", "--file fw", 4, "was restarted all the same.\nCause:   Last"),
+    ("task-stalls", "--file fw", 4, "was rebooted anyway.\nCause:   Last"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),
     ("share-only", SHARE, 1, "400: The action needs the parameter Targets. The "
-     "image could not be downloaded here either"),
+     "download of the image failed as well"),
     ("share-only", SHARE + f" --target {BIOS} --share-user me "
      "--share-password-file secret", 0, "Outcome: done."),
     ("simple-update-refused", "--image-file {link}", 0,
      "  Download: https://"),
-    ("flaky-network", "--file fw", 4, "a request to restart got no answer."),
+    ("flaky-network", "--file fw", 4, "a reboot request got no response."),
     ("wrong-password", "--password-file secret --file fw", 3,
      "Outcome: login refused. The BMC refused the login (HTTP 401)."),
     ("huge-inventory", "--file fw", 0, "  Inventory: 1003 items"),
@@ -199,7 +199,7 @@ def be_interrupted():
         expect(SANITIZED or " 2147483648 " in limits, "no limit", limits)
         update.send_signal(signal.SIGINT)
         printed = update.communicate()[0]
-    expect(update.returncode == 130 and "goes on with its task /redfish/v1/"
+    expect(update.returncode == 130 and "continues with its task /redfish/v1/"
            in printed, "interrupted", update.returncode, printed)
     expect("Outcome: interrupted." in run(["report", log]).stdout, "its report")
 

@@ -43,7 +43,7 @@ PHASES = [
     ("Activation task", "[update] [RF-UPDATE] Task created: /task/2",
      "[update] [RF-TASK] Polling task (attempt 1/2)",
      "[update] [RF-TASK] State: Completed  PercentComplete: 100%"),
-    ("Restart", "[update] Reboot -- 1 URI(s) to try",
+    ("Reboot", "[update] Reboot -- 1 URI(s) to try",
      f"[update] Trying reboot URI: {BASE}/reset (1/1)",
      "[update] Reboot HTTP status: 202"),
 ]
