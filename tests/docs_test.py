@@ -167,14 +167,20 @@ def check_rules():
                 and documented != default:
             faults.append(f"docs/rules.md: {row} tells the default "
                           f"{documented}, not {default}")
-    actions = (ROOT / "config/actions.cc").read_text("utf-8")
-    tables = [re.findall(r'"(\w+)"', table) for table in re.findall(
-        r"std::string_view, \d+> k\w+ = \{(.*?)\}", actions, re.S)]
+    actions = (ROOT / "config/actions.h").read_text("utf-8")
+    tables = [re.findall(r'return "(\w+)"', switch) for switch in re.findall(
+        r"ActionName\(\w+ action\) \{(.*?)^\}", actions, re.M | re.S)]
     documented = [re.findall(r"^\| `(\w+)` \|", table, re.M) for table in
             re.findall(r"^\| action \|.*\n\|[-|]+\n((?:\|.*\n)+)", page, re.M)]
     if tables != documented:
         faults.append(f"docs/rules.md: the action tables hold {documented}, "
-                      f"config/actions.cc {tables}")
+                      f"config/actions.h {tables}")
+    page = (ROOT / "docs/man/brindle.config.json.5.md").read_text("utf-8")
+    named = [set(re.findall(r'"([a-z_]+)"', text)) for text in re.findall(
+        r"^\*\*(?:\w+_rules|task_states)\*\*.*\n:(.*)$", page, re.M)]
+    if [set(table) for table in tables] != named:
+        faults.append(f"brindle.config.json.5.md: the rule tables name the "
+                      f"actions {named}, config/actions.h {tables}")
 
 
 def check_samples():

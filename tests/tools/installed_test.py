@@ -111,7 +111,7 @@ COMMANDS = [
     ("rules check .", 2, "cannot be loaded"),
     ("rules check small.json", 1, "small.json:1:"),
     ("rules check rules.json", 0, "no faults found"),
-    ("rules explain rules.json", 0, "Polled up to 7 times, 1 s before each."),
+    ("rules explain rules.json", 0, "Up to 7 polls, with a wait of 1 s before each."),
     ("simulate --scenario nonsense", 2, "ready ones: busy-then-fine, clean"),
     ("nonsense", 2, 'Unknown command "nonsense".'),
     ("udpate", 2, 'did you mean "update"?'),

@@ -20,9 +20,9 @@ namespace quorvane::tool {
 namespace {
 
 // An unreadable file has no findings: LoadConfig already reported why.
-std::vector<Finding> LintFile(const std::string& path) {
+std::vector<Finding> FindingsIn(const std::string& path) {
   const auto text = FileText(path);
-  return text ? LintRules(*text) : std::vector<Finding>();
+  return text ? CheckRules(*text) : std::vector<Finding>();
 }
 
 // The error of the library has no line number; the findings do.
@@ -35,10 +35,10 @@ ExitCode CheckFile(const std::string& path) {
     fmt::print("{}: cannot be loaded: {}\n", Printable(path),
                Printable(error.what()));
   }
-  for (const Finding& finding : LintFile(path)) {
+  for (const Finding& finding : FindingsIn(path)) {
     if (code == ExitCode::kDone) code = ExitCode::kFailed;
-    fmt::print("{}:{}:{}: {}\n", Printable(path), finding.place.line,
-               finding.place.column, Printable(finding.text));
+    fmt::print("{}:{}:{}: {}\n", Printable(path), finding.position.line,
+               finding.position.column, Printable(finding.text));
   }
   if (code == ExitCode::kDone) {
     fmt::print("{}: no faults found.\n", Printable(path));
@@ -56,7 +56,7 @@ ExitCode ExplainFile(const std::string& path) {
 }
 
 ExitCode PrintSchema() {
-  fmt::print("{}\n", RulesSchema().dump(2));
+  fmt::print("{}", kRulesSchema);
   return ExitCode::kDone;
 }
 

@@ -60,8 +60,8 @@ class RunMonitor : public CallListener {
   }
   void AddInterruption() {
     builder_.Add({.kind = EventKind::kInterrupted,
-                   .time = run().end,
-                   .text = "Interrupted"});
+                  .time = run().end,
+                  .text = "Interrupted"});
     log_.Note("Interrupted by a signal");
   }
   [[nodiscard]] const Run& run() const { return builder_.run(); }

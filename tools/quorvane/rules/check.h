@@ -6,19 +6,26 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/quorvane/rules/text.h"
+#include "tools/quorvane/rules/positioned_json.h"
 
 namespace quorvane::tool {
 
-/// Something in a rules file that will not do what its writer may think.
+/// A fault in a rules file: something that does not do what it seems to do.
 struct Finding {
-  Place place = {};
+  Position position = {};
   std::string text = {};
 };
 
-/// Lints a rules file, whether or not the library loads it.
-/// @return In the order of the file.
-std::vector<Finding> LintRules(std::string_view text);
+/// Checks a rules file, whether or not the library loads it.
+/// @return The findings in the order of the file.
+std::vector<Finding> CheckRules(std::string_view text);
+
+/// Compares the keys, types and values below `root` with `kRulesSchema`.
+void CheckSchema(const JsonNode& root, std::vector<Finding>& findings);
+
+/// "; did you mean "Running"?", or nothing if no known word is similar.
+std::string Suggestion(const std::vector<std::string>& known,
+                       const std::string& word);
 
 }  // namespace quorvane::tool
 

@@ -2,14 +2,13 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_RULES_SCHEMA_H_
 #define QUORVANE_TOOLS_QUORVANE_RULES_SCHEMA_H_
 
-#include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace quorvane::tool {
 
-/// The JSON Schema (2020-12) of the rules file: which keys there are, of what
-/// type, and what they mean. The lint reads it too, so a key is named here
-/// alone.
-const nlohmann::ordered_json& RulesSchema();
+/// The JSON Schema (2020-12) of rules files: `brindle.schema.json`. It is the
+/// only list of keys, types and defaults in the tool; `CheckRules` reads it.
+extern const std::string_view kRulesSchema;
 
 }  // namespace quorvane::tool
 

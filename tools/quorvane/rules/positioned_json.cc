@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/quorvane/rules/text.h"
+#include "tools/quorvane/rules/positioned_json.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,9 +12,9 @@ namespace quorvane::tool {
 namespace {
 
 using Json = nlohmann::json;
-using Type = RulesNode::Type;
+using Type = JsonNode::Type;
 
-// Tells how far the parser has read; it gives no places of its own.
+// Counts the bytes that the parser has read, because it reports no positions.
 class CountingIterator {
  public:
   using iterator_category = std::input_iterator_tag;
@@ -49,7 +49,9 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
       : text_(text), consumed_(consumed) {}
 
   bool null() override { return Scalar(Type::kNull); }
-  bool boolean(bool /*value*/) override { return Scalar(Type::kBoolean); }
+  bool boolean(bool value) override {
+    return Scalar(Type::kBoolean, value ? "true" : "false");
+  }
   bool number_integer(std::int64_t value) override {
     return Scalar(Type::kInteger, {}, static_cast<double>(value));
   }
@@ -74,62 +76,62 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
   bool end_array() override { return End(); }
   bool key(std::string& name) override {
     key_ = name;
-    key_place_ = TokenPlace();
+    key_position_ = TokenPosition();
     return true;
   }
-  bool parse_error(std::size_t position, const std::string& /*token*/,
+  bool parse_error(std::size_t byte, const std::string& /*token*/,
                    const nlohmann::detail::exception& /*error*/) override {
-    result_.is_json = false;
-    result_.error = PlaceAt(position == 0 ? 0 : position - 1);
+    result_.is_valid = false;
+    result_.error = PositionAt(byte == 0 ? 0 : byte - 1);
     return false;
   }
 
-  RulesText Take() { return std::move(result_); }
+  ParsedJson Take() { return std::move(result_); }
 
  private:
-  // Positions only grow, so lines are counted once.
-  Place PlaceAt(std::size_t position) {
-    position = std::min(position, text_.size());
-    for (; counted_ < position; ++counted_) {
+  // Offsets only grow, so each line is counted once.
+  Position PositionAt(std::size_t offset) {
+    offset = std::min(offset, text_.size());
+    for (; counted_ < offset; ++counted_) {
       if (text_[counted_] != '\n') continue;
       ++line_;
       line_begin_ = counted_ + 1;
     }
-    return {line_, position - std::min(position, line_begin_) + 1};
+    return {line_, offset - std::min(offset, line_begin_) + 1};
   }
 
-  // Where the token that was just read begins: behind the last one, and behind
-  // what may stand between two.
-  Place TokenPlace() {
+  // Start of the token that was just read: after the previous token and the
+  // separators.
+  Position TokenPosition() {
     const std::size_t begin =
         std::min(text_.find_first_not_of(" \t\r\n,:", last_end_), text_.size());
     last_end_ = *consumed_;
-    return PlaceAt(begin);
+    return PositionAt(begin);
   }
 
-  RulesNode& Add(RulesNode node) {
+  JsonNode& Add(JsonNode node) {
     if (open_.empty()) return result_.root = std::move(node);
-    RulesNode& parent = *open_.back();
+    JsonNode& parent = *open_.back();
     if (parent.type == Type::kObject) {
-      node.name = key_;
-      node.name_place = key_place_;
+      node.key = key_;
+      node.key_position = key_position_;
     }
     return parent.children.emplace_back(std::move(node));
   }
 
   bool Scalar(Type type, std::string value = {}, double number = 0) {
     Add({.type = type,
-         .place = TokenPlace(),
+         .position = TokenPosition(),
          .text = std::move(value),
          .number = number});
     return true;
   }
 
-  // A parent's vector only grows while none of its children is open, so the
-  // pointers hold.
+  // The pointers stay valid: a vector of children only grows while none of
+  // these children is open.
   bool Begin(Type type) {
-    open_.push_back(&Add({.type = type, .place = TokenPlace()}));
-    return open_.size() < kMostDepth;
+    open_.push_back(&Add({.type = type, .position = TokenPosition()}));
+    return open_.size() < kMaxDepth;
   }
 
   bool End() {
@@ -138,14 +140,14 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
     return true;
   }
 
-  static constexpr std::size_t kMostDepth = 1000;  // as cJSON
+  static constexpr std::size_t kMaxDepth = 1000;  // The same as in cJSON.
 
   std::string_view text_;
   const std::size_t* consumed_;
-  RulesText result_;
-  std::vector<RulesNode*> open_;
+  ParsedJson result_;
+  std::vector<JsonNode*> open_;
   std::string key_;
-  Place key_place_;
+  Position key_position_;
   std::size_t last_end_ = 0;
   std::size_t counted_ = 0;
   std::size_t line_ = 1;
@@ -154,23 +156,31 @@ class TreeBuilder : public nlohmann::json_sax<Json> {
 
 }  // namespace
 
-const RulesNode* RulesNode::Find(std::string_view member_name) const {
+const JsonNode* JsonNode::Find(std::string_view member_key) const {
   if (type != Type::kObject) return nullptr;
   const auto found = std::find_if(
       children.begin(), children.end(),
-      [member_name](const RulesNode& one) { return one.name == member_name; });
+      [member_key](const JsonNode& one) { return one.key == member_key; });
   return found == children.end() ? nullptr : &*found;
 }
 
-RulesText ParseRulesText(std::string_view text) {
+const JsonNode* JsonNode::FindPath(std::string_view path) const {
+  const std::size_t slash = path.find('/');
+  const JsonNode* member = Find(path.substr(0, slash));
+  return member == nullptr || slash == std::string_view::npos
+             ? member
+             : member->FindPath(path.substr(slash + 1));
+}
+
+ParsedJson ParseJson(std::string_view text) {
   std::size_t consumed = 0;
   TreeBuilder builder(text, &consumed);
   const char* end = text.data() + text.size();
-  const bool whole =
+  const bool is_complete =
       Json::sax_parse(CountingIterator(text.data(), &consumed),
                       CountingIterator(end, &consumed), &builder);
-  RulesText result = builder.Take();
-  result.is_json = result.is_json && whole;
+  ParsedJson result = builder.Take();
+  result.is_valid = result.is_valid && is_complete;
   return result;
 }
 
