@@ -65,7 +65,7 @@ CertificatePtr SelfSigned(EVP_PKEY* key) {
 
 }  // namespace
 
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> SelfSignedContext() {
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext() {
   const KeyPtr key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   Require(key != nullptr, "EC key");
   const CertificatePtr certificate = SelfSigned(key.get());

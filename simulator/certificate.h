@@ -12,7 +12,7 @@ namespace quorvane::simulator {
 /// certificate for 127.0.0.1, ::1 and localhost, valid for a day. Nothing is
 /// written to disk.
 /// @throws std::runtime_error when OpenSSL refuses a step.
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> SelfSignedContext();
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext();
 
 }  // namespace quorvane::simulator
 

@@ -20,15 +20,15 @@ class ObjectReader {
  public:
   /// @param place  Where the object stands: "file.json: $.task.steps[0]".
   /// @throws ScenarioError when `json` is no object.
-  ObjectReader(const nlohmann::ordered_json& json, std::string place);
+  ObjectReader(const nlohmann::ordered_json& json, std::string path);
 
   void Read(const char* key, std::string& out);
   /// One of `allowed`.
   void Read(const char* key, std::string& out,
             const std::vector<std::string>& allowed);
   void Read(const char* key, bool& out);
-  void Read(const char* key, int& out, int lowest, int highest);
-  void Read(const char* key, std::optional<int>& out, int lowest, int highest);
+  void Read(const char* key, int& out, int min, int max);
+  void Read(const char* key, std::optional<int>& out, int min, int max);
   void Read(const char* key, std::uint64_t& out);
   void Read(const char* key, double& out);  ///< Zero or more.
   void Read(const char* key, std::vector<std::string>& out);
@@ -43,10 +43,10 @@ class ObjectReader {
     if (!list->is_array()) Fail(key, "must be an array of objects");
     out.clear();
     for (const auto& entry : *list) {
-      ObjectReader reader(
-          entry, PlaceOf(key) + '[' + std::to_string(out.size()) + ']');
+      ObjectReader reader(entry,
+                          PathOf(key) + '[' + std::to_string(out.size()) + ']');
       out.push_back(read(reader));
-      reader.Finish();
+      reader.RejectUnknownKeys();
     }
   }
 
@@ -55,9 +55,9 @@ class ObjectReader {
   void ReadObject(const char* key, ReadMembers read) {
     const auto* object = Find(key);
     if (object == nullptr) return;
-    ObjectReader reader(*object, PlaceOf(key));
+    ObjectReader reader(*object, PathOf(key));
     read(reader);
-    reader.Finish();
+    reader.RejectUnknownKeys();
   }
 
   [[nodiscard]] bool Has(const char* key) const { return json_.contains(key); }
@@ -69,16 +69,16 @@ class ObjectReader {
   void Require(const char* key) const;
 
   /// @throws ScenarioError for a key nobody asked for, naming the nearest one.
-  void Finish() const;
+  void RejectUnknownKeys() const;
 
   [[noreturn]] void Fail(const std::string& key,
-                         const std::string& complaint) const;
+                         const std::string& problem) const;
 
  private:
-  [[nodiscard]] std::string PlaceOf(const std::string& key) const;
+  [[nodiscard]] std::string PathOf(const std::string& key) const;
 
   const nlohmann::ordered_json& json_;
-  std::string place_;
+  std::string path_;
   std::vector<std::string> known_;
 };
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
@@ -25,21 +25,22 @@ inline constexpr std::string_view kTaskMonitors =
     "/redfish/v1/TaskService/TaskMonitors";
 
 /// The path without a slash at its end, as DSP0266 lets a client write it.
-std::string NormalPath(const std::string& path);
+std::string NormalizePath(const std::string& path);
 
 /// What stands behind `collection` and a slash; empty when `path` is no member.
 std::string MemberId(const std::string& path, std::string_view collection);
 
 std::string MemberPath(std::string_view collection, std::string_view id);
 
-Reply JsonReply(int status, const nlohmann::ordered_json& body,
-                HeaderList headers = {});
+BmcResponse JsonResponse(int status, const nlohmann::ordered_json& body,
+                         HeaderList headers = {});
 
 /// An error object (DSP0266, "Error responses") with one message of the Base
 /// registry, e.g. "ResourceMissingAtURI".
-Reply ErrorReply(int status, const std::string& message_key,
-                 const std::string& message, const std::string& resolution,
-                 HeaderList headers = {});
+BmcResponse ErrorResponse(int status, const std::string& message_key,
+                          const std::string& message,
+                          const std::string& resolution,
+                          HeaderList headers = {});
 
 /// The strings of the array `key`; empty when there is none.
 std::vector<std::string> StringArray(const nlohmann::ordered_json& object,

@@ -99,8 +99,8 @@ class AddressFile {
   std::string path_;
 };
 
-std::string Outcome(const Reply& reply) {
-  switch (reply.fault) {
+std::string Outcome(const BmcResponse& response) {
+  switch (response.fault) {
     case Fault::kDrop:
       return "dropped";
     case Fault::kReset:
@@ -108,23 +108,23 @@ std::string Outcome(const Reply& reply) {
     case Fault::kNotHttp:
       return "not HTTP";
     case Fault::kCutShort:
-      return std::to_string(reply.status) + " cut short";
+      return std::to_string(response.status) + " cut short";
     case Fault::kGarbage:
-      return std::to_string(reply.status) + " with garbage";
+      return std::to_string(response.status) + " with garbage";
     case Fault::kSlowDrip:
-      return std::to_string(reply.status) + " byte by byte";
+      return std::to_string(response.status) + " byte by byte";
     case Fault::kNone:
       break;
   }
-  return std::to_string(reply.status);
+  return std::to_string(response.status);
 }
 
 void PrintExchange(const Exchange& exchange) {
   std::cout << Printable(exchange.request.method) << ' '
             << Printable(exchange.request.path) << ' '
-            << Outcome(exchange.reply);
-  if (exchange.reply.delay.count() > 0) {
-    std::cout << " after " << exchange.reply.delay.count() << " ms";
+            << Outcome(exchange.response);
+  if (exchange.response.delay.count() > 0) {
+    std::cout << " after " << exchange.response.delay.count() << " ms";
   }
   if (!exchange.note.empty()) std::cout << "  " << Printable(exchange.note);
   std::cout << std::endl;  // a reader behind a pipe follows line by line

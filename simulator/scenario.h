@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
@@ -45,19 +45,19 @@ struct Chassis {
   std::string properties = {};  ///< As in InventoryMember.
 };
 
-/// One stretch of a task's life.
+/// One stretch of a task's script.
 struct TaskStep {
   std::string state = "Running";  ///< TaskState of the Task schema.
   int percent = 0;                ///< -1: no PercentComplete is shown.
   int polls = 1;                  ///< Answers that show it; 0: see seconds.
   double seconds = 0;             ///< Its length by the clock, if polls is 0.
-  bool until_restart = false;     ///< Staged: only a restart ends this step.
+  bool until_reboot = false;      ///< Staged: only a restart ends this step.
   std::string health = "OK";      ///< TaskStatus: OK, Warning or Critical.
   std::string message_id = {};    ///< A message that appears with this step.
   std::string message = {};
 };
 
-struct TaskLife {
+struct TaskScript {
   /// The last step lasts for ever, whatever its polls say.
   std::vector<TaskStep> steps = {
       {.state = "New", .percent = 0},
@@ -77,7 +77,7 @@ struct TaskLife {
   int retry_after = 30;            ///< Seconds, in the answer; 0: no field.
 };
 
-struct UploadWays {
+struct UploadEndpoints {
   std::vector<std::string> multipart_paths = {
       "/redfish/v1/UpdateService/update-multipart"};
   std::vector<std::string> binary_paths = {"/redfish/v1/UpdateService/update"};
@@ -102,7 +102,7 @@ struct Activation {
   bool required = false;  ///< Else the upload's own task installs the image.
 };
 
-struct Restart {
+struct RebootBehavior {
   std::optional<int> by_itself_at = {};  ///< Percent shown by a task.
   int requests = 0;          ///< Requests that meet the machine away.
   double seconds = 0;        ///< How long it is away, if requests is 0.
@@ -125,16 +125,16 @@ struct FaultRule {
   /// download; empty: any.
   std::string phase = {};
   int after = 0;  ///< So many matching requests pass first.
-  int every = 1;  ///< Of the rest, each n-th is struck.
-  int first = 0;  ///< At most so many are struck; 0: no end.
+  int every = 1;  ///< Of the rest, each n-th is applied.
+  int first = 0;  ///< At most so many are applied; 0: no end.
   /// Struck before the body is read: an upload is cut off at its head. A POST
   /// to the SimpleUpdate action counts as activation then, as only the body
   /// tells the two apart.
   bool before_body = false;
-  /// The machine does what it is asked and its own answer suffers the reply's
-  /// fault and delay; else the machine never sees the request.
+  /// The machine does what it is asked and its own answer suffers the
+  /// response's fault and delay; else the machine never sees the request.
   bool machine_acts = false;
-  Reply reply = {};
+  BmcResponse response = {};
 };
 
 /// All that makes one simulated machine. As it stands: a clean one.
@@ -153,13 +153,13 @@ struct Scenario {
   Inventory software = {
       .members = {{"OSAgent", "Agent in the operating system", "3.2.0"}}};
   std::vector<Chassis> chassis = {{.id = "chassis"}};
-  UploadWays upload = {};
+  UploadEndpoints upload = {};
   SimpleUpdateAction simple_update = {};
   Activation activation = {};
-  TaskLife task = {};
+  TaskScript task = {};
   /// When a finished update shows in the inventory: "restart" or "completion".
   std::string versions_change_at = "restart";
-  Restart restart = {};
+  RebootBehavior reboot = {};
   std::vector<Image> images = {{}};
   std::vector<FaultRule> faults = {};
 };

@@ -10,15 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "simulator/http_message.h"
 #include "simulator/scenario.h"
-#include "simulator/wire.h"
 
 namespace quorvane::simulator {
 
 /// What an observer is told before the answer leaves.
 struct Exchange {
   const RecordedRequest& request;
-  const Reply& reply;
+  const BmcResponse& response;
   std::string note;  ///< What the machine did, e.g. "task 1: Running 25%".
 };
 
@@ -38,20 +38,20 @@ struct BmcOptions {
 };
 
 /// The answers for one method and path, given in turn; the last one repeats.
-class ScriptedAnswers {
+class ScriptedResponses {
  public:
   /// Forgets the answers given so far and starts with this one.
-  ScriptedAnswers& Answer(Reply reply);
-  ScriptedAnswers& Answer(int status, std::string body = {},
+  ScriptedResponses& Respond(BmcResponse response);
+  ScriptedResponses& Respond(int status, std::string body = {},
+                             HeaderList headers = {});
+  ScriptedResponses& Then(BmcResponse response);
+  ScriptedResponses& Then(int status, std::string body = {},
                           HeaderList headers = {});
-  ScriptedAnswers& Then(Reply reply);
-  ScriptedAnswers& Then(int status, std::string body = {},
-                        HeaderList headers = {});
 
  private:
   friend class SimulatedBmc;
   struct State;
-  explicit ScriptedAnswers(std::shared_ptr<State> state)
+  explicit ScriptedResponses(std::shared_ptr<State> state)
       : state_(std::move(state)) {}
   std::shared_ptr<State> state_;
 };
@@ -74,7 +74,7 @@ class SimulatedBmc {
   /// Overrides the machine for requests with this method and path (query
   /// aside): no credentials are asked for and no fault of the scenario applies.
   /// Such requests are recorded, but the machine does not see them.
-  ScriptedAnswers On(const std::string& method, const std::string& path);
+  ScriptedResponses On(const std::string& method, const std::string& path);
 
   /// Every request whose body arrived whole, and those a fault cut off at the
   /// head, in the order of their arrival.
@@ -86,7 +86,7 @@ class SimulatedBmc {
   [[nodiscard]] std::size_t StoredImageSize() const;
 
   /// How often the machine went down, by a reset or by itself.
-  [[nodiscard]] int Restarts() const;
+  [[nodiscard]] int Reboots() const;
 
  private:
   class Impl;

@@ -14,7 +14,7 @@
 #include <string>
 #include <thread>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
@@ -23,12 +23,12 @@ class RequestHandler {
  public:
   virtual ~RequestHandler() = default;
 
-  /// Asked before the body is read; a reply here ends the exchange. `request`
-  /// has no body yet.
-  virtual std::optional<Reply> AnswerBeforeBody(
+  /// Asked before the body is read; a response here ends the exchange.
+  /// `request` has no body yet.
+  virtual std::optional<BmcResponse> RespondBeforeBody(
       const RecordedRequest& request) = 0;
 
-  virtual Reply Answer(RecordedRequest request) = 0;
+  virtual BmcResponse Respond(RecordedRequest request) = 0;
 };
 
 /// An HTTPS server with a certificate of its own making, one request per
@@ -56,14 +56,14 @@ class TlsServer : private httplib::Server {
   // Protected in cpp-httplib; tls_server.cc checks the version.
   bool process_and_close_socket(socket_t socket_fd) override;
 
-  void RouteEverything();
+  void RegisterRoutes();
   void Respond(const httplib::Request& request,
                const httplib::ContentReader* read_body);
 
-  void Register(int socket_fd);
-  void Unregister(int socket_fd);
+  void RegisterSocket(int socket_fd);
+  void UnregisterSocket(int socket_fd);
   /// False when the server was stopped meanwhile.
-  bool Pause(std::chrono::milliseconds duration);
+  bool WaitUnlessStopped(std::chrono::milliseconds duration);
 
   RequestHandler& handler_;
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls_;

@@ -22,10 +22,10 @@
 namespace quorvane::test {
 namespace {
 
+using simulator::BmcResponse;
 using simulator::Fault;
 using simulator::Header;
 using simulator::RecordedRequest;
-using simulator::Reply;
 using simulator::SimulatedBmc;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -100,9 +100,9 @@ class HttpTest : public BmcTest {
                                    "");
   }
   // All methods answer alike.
-  void AlwaysAnswer(const Reply& reply) {
+  void AlwaysAnswer(const BmcResponse& reply) {
     for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
-      bmc.On(method, kPath).Answer(reply);
+      bmc.On(method, kPath).Respond(reply);
     }
   }
   RecordedRequest Received() const { return bmc.Requests().back(); }
@@ -230,7 +230,7 @@ TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
 
 TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
   struct Case {
-    Reply answer;
+    BmcResponse answer;
     std::string content_type, location;
   };
   const std::string json = "application/json";
@@ -273,7 +273,7 @@ TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
   }
   struct Case {
     std::string reason;
-    Reply reply;
+    BmcResponse reply;
   };
   for (const auto& [reason, reply] : std::vector<Case>{
            {encoding, {.headers = {{"Transfer-Encoding", "gzip"}}}},
@@ -321,7 +321,7 @@ TEST(HeaderLine, IsCapturedByItsName) {
 
 TEST_F(HttpTest, RedirectsKeepThePost) {
   for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
-    bmc.On(method, "/new").Answer(201, "final");
+    bmc.On(method, "/new").Respond(201, "final");
   }
   for (const int status : {301, 302, 303, 307, 308}) {
     AlwaysAnswer({status, "moved", {{"Location", "/new?q"}}});
@@ -377,15 +377,15 @@ TEST_F(HttpTest, RedirectsElsewhereCarryCallerHeadersButNoCredentials) {
 }
 
 TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
-  const Reply again = {.status = 302, .headers = {{"Location", kPath}}};
+  const BmcResponse again = {.status = 302, .headers = {{"Location", kPath}}};
   auto answers = bmc.On("GET", kPath);
-  answers.Answer(again);
+  answers.Respond(again);
   for (int i = 1; i < 30; ++i) answers.Then(again);
   answers.Then(200, "there");
   EXPECT_EQ(Get(kPath).body, "there");
 
   bmc.ClearRequests();
-  answers.Answer(again);
+  answers.Respond(again);
   EXPECT_EQ(FailureOf([&] { Get(kPath); }),
             std::string("GET failed: ") +
                 curl_easy_strerror(CURLE_TOO_MANY_REDIRECTS));
@@ -395,7 +395,7 @@ TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
                               curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL);
   for (const std::string url : {"file:///etc/hostname", "ftp://127.0.0.1:1/",
                                 "gopher://127.0.0.1:1/"}) {
-    answers.Answer(302, "", {{"Location", url}});
+    answers.Respond(302, "", {{"Location", url}});
     EXPECT_EQ(FailureOf([&] { Get(kPath); }), refused) << url;
     EXPECT_EQ(
         FailureOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
@@ -425,7 +425,7 @@ TEST_F(HttpTest, LargeBodiesUseHugePagesIfThereAreAny) {
 }
 
 TEST_F(HttpTest, TheEnvironmentNamesNoProxy) {
-  bmc.On("GET", kPath).Answer(200);
+  bmc.On("GET", kPath).Respond(200);
   for (const char* variable :
        {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
     setenv(variable, "http://127.0.0.1:1", 1);
@@ -458,7 +458,7 @@ TEST_F(HttpTest, FailuresOfTheTransferAreThrownAndLogged) {
 
 TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
   const std::string timed_out = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
-  for (const Reply& reply : std::vector<Reply>{
+  for (const BmcResponse& reply : std::vector<BmcResponse>{
            {.delay = std::chrono::seconds(2)},
            {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}}) {
     AlwaysAnswer(reply);
@@ -469,7 +469,7 @@ TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
                 operation.failed + timed_out);
     }
   }
-  bmc.On("GET", kPath).Answer({.delay = std::chrono::milliseconds(200)});
+  bmc.On("GET", kPath).Respond({.delay = std::chrono::milliseconds(200)});
   EXPECT_EQ(client.get(Url(kPath), {}, 0, "", "", "").status_code, 200);
 }
 
@@ -544,7 +544,7 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
                               std::ofstream(image) << changed;
                             }});
       changing.On(operation.method, kPath)
-          .Answer(307, "", {{"Location", kPath}})
+          .Respond(307, "", {{"Location", kPath}})
           .Then(202);
       const std::string failure = FailureOf([&] {
         operation.run({.url = "https://" + changing.Address() + kPath});

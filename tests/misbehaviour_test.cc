@@ -19,8 +19,8 @@
 namespace quorvane::test {
 namespace {
 
+using simulator::BmcResponse;
 using simulator::Fault;
-using simulator::Reply;
 using testing::HasSubstr;
 using testing::Lt;
 using testing::Not;
@@ -100,7 +100,7 @@ enum class Worth { kNoAnswer, kUnreadable, kRefused };
 struct Misdeed {
   const char* name;
   Worth worth;
-  Reply reply;              // status 0: the one that the stage hopes for
+  BmcResponse reply;        // status 0: the one that the stage hopes for
   const char* reason = "";  // libcurl's words, if there was no answer
 };
 
@@ -247,16 +247,17 @@ class MisbehavingBmc : public BmcTest {
 
 void MisbehavingBmc::Behave(const std::string& road) {
   bmc.On("GET", kInventory)
-      .Answer(200, R"({"Members":[{"@odata.id":"/m/1"}]})");
-  bmc.On("GET", "/m/1").Answer(200, R"({"Name": "BMC"})");
-  bmc.On("GET", kChassis).Answer(200, R"({"Members":[{"@odata.id":"/c/1"}]})");
-  bmc.On("GET", "/c/1").Answer(200, R"({"Manufacturer":"M","Name":"N"})");
-  bmc.On("POST", kUpload).Answer(road == "binary" ? 405 : 202, TaskLink(kTask));
-  bmc.On("PUT", kUpload).Answer(202, TaskLink(kTask));
-  bmc.On("POST", kSimple).Answer(road == "download" ? 404 : 200);
-  bmc.On("GET", "/share/" + ImageName()).Answer(200, "firmware");
-  bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
-  bmc.On("POST", kReset).Answer(204);
+      .Respond(200, R"({"Members":[{"@odata.id":"/m/1"}]})");
+  bmc.On("GET", "/m/1").Respond(200, R"({"Name": "BMC"})");
+  bmc.On("GET", kChassis).Respond(200, R"({"Members":[{"@odata.id":"/c/1"}]})");
+  bmc.On("GET", "/c/1").Respond(200, R"({"Manufacturer":"M","Name":"N"})");
+  bmc.On("POST", kUpload)
+      .Respond(road == "binary" ? 405 : 202, TaskLink(kTask));
+  bmc.On("PUT", kUpload).Respond(202, TaskLink(kTask));
+  bmc.On("POST", kSimple).Respond(road == "download" ? 404 : 200);
+  bmc.On("GET", "/share/" + ImageName()).Respond(200, "firmware");
+  bmc.On("GET", kTask).Respond(200, Task("Completed", 100));
+  bmc.On("POST", kReset).Respond(204);
 }
 
 UpdateRequest MisbehavingBmc::Request(const std::string& road) const {
@@ -379,12 +380,12 @@ TEST_P(EveryStage, EndsAndIsTold) {
   for (const Stage& stage : Stages()) {
     SCOPED_TRACE(stage.name);
     Behave(stage.road);
-    Reply reply = misdeed.reply;
+    BmcResponse reply = misdeed.reply;
     if (reply.status == 0) reply.status = stage.good_status;
     if (std::string(misdeed.name) == "plain_text_for_tls") {
       reply.headers = {{"Location", "https://" + plain.Address() + "/"}};
     }
-    bmc.On(stage.method, stage.path).Answer(reply);
+    bmc.On(stage.method, stage.path).Respond(reply);
     ForgetLog();
     const std::string end = Go(stage.road);
     EXPECT_THAT(
@@ -442,7 +443,7 @@ TEST_F(MisbehavingBmc, HostileTexts) {
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.method << ' ' << row.path);
     Behave(row.road);
-    bmc.On(row.method, row.path).Answer(row.status, link("/x"));
+    bmc.On(row.method, row.path).Respond(row.status, link("/x"));
     bmc.ClearRequests();
     EXPECT_THAT(Go(row.road), StartsWith(row.end));
     for (const auto& request : bmc.Requests()) {
@@ -535,32 +536,33 @@ class SecretsInUris : public MisbehavingBmc {
   void BehaveWithSecrets(const std::string& road) {
     Behave(road);
     bmc.On("GET", "/inventory")
-        .Answer(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
-                         LinkTo("/m/2?sig=h1dden") + "," +
-                         LinkTo("/m/3?sig=h1dden") + "]}");
+        .Respond(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
+                          LinkTo("/m/2?sig=h1dden") + "," +
+                          LinkTo("/m/3?sig=h1dden") + "]}");
     bmc.On("GET", "/m/1")
-        .Answer(200, R"({"RelatedItem": [)" + LinkTo(WithSecrets("/r")) + "]}");
-    bmc.On("GET", "/m/2").Answer(404);
-    bmc.On("GET", "/m/3").Answer(200, "<html>");
+        .Respond(200,
+                 R"({"RelatedItem": [)" + LinkTo(WithSecrets("/r")) + "]}");
+    bmc.On("GET", "/m/2").Respond(404);
+    bmc.On("GET", "/m/3").Respond(200, "<html>");
     bmc.On("GET", kChassis)
-        .Answer(200, R"({"Members": [)" + LinkTo("/c/2?sig=h1dden") + "," +
-                         LinkTo("/c/1?sig=h1dden") + "]}");
-    bmc.On("GET", "/c/2").Answer(200, "<html>");
+        .Respond(200, R"({"Members": [)" + LinkTo("/c/2?sig=h1dden") + "," +
+                          LinkTo("/c/1?sig=h1dden") + "]}");
+    bmc.On("GET", "/c/2").Respond(200, "<html>");
     const simulator::HeaderList location = {{"Location", WithSecrets(kTask)}};
     const std::string link = LinkTo(WithSecrets(kTask));
-    if (road != "binary") bmc.On("POST", kUpload).Answer(202, "", location);
-    bmc.On("PUT", kUpload).Answer(202, "", location);
-    if (road != "download") bmc.On("POST", kSimple).Answer(202, link);
-    bmc.On("POST", kReset).Answer(202, link);
+    if (road != "binary") bmc.On("POST", kUpload).Respond(202, "", location);
+    bmc.On("PUT", kUpload).Respond(202, "", location);
+    if (road != "download") bmc.On("POST", kSimple).Respond(202, link);
+    bmc.On("POST", kReset).Respond(202, link);
   }
 };
 
 // Of the rules, of the request, of the BMC's links.
 TEST_F(SecretsInUris, StayOutOfEveryLine) {
-  for (const Reply& bad : std::vector<Reply>{
+  for (const BmcResponse& bad : std::vector<BmcResponse>{
            {.status = 404}, {.status = 503}, {.fault = Fault::kDrop}}) {
     for (const char* method : {"GET", "POST", "PUT"}) {
-      bmc.On(method, "/bad").Answer(bad);
+      bmc.On(method, "/bad").Respond(bad);
     }
     for (const char* road :
          {"inventory", "chassis", "local", "binary", "share", "download"}) {
@@ -577,7 +579,7 @@ TEST_F(SecretsInUris, StayOutOfEveryLine) {
 
 struct HangUp {
   const char* name;
-  Reply reply;
+  BmcResponse reply;
   long http_status;  // of the record
   const char* message;
 };
@@ -607,7 +609,7 @@ TEST_P(MisbehavingUpload, HangsUpInTheMiddle) {
         {.faults = {{.phase = "upload",
                      .first = strikes,
                      .before_body = true,
-                     .reply = GetParam().reply}}});
+                     .response = GetParam().reply}}});
     request.bmc_ip = bmc.Address();
     const UpdateResponse result = PerformUpdate(request);
     EXPECT_EQ(result.accepted, strikes == 1) << LogText();
@@ -633,7 +635,7 @@ thread_local bool clock_jumps = false;
 // polls are counted, not timed.
 TEST_F(MisbehavingBmc, EndlessTaskWhileTheClockJumps) {
   Behave("local");
-  bmc.On("GET", kTask).Answer(200, Task("Running", 40));
+  bmc.On("GET", kTask).Respond(200, Task("Running", 40));
   for (const bool jumps : {false, true}) {
     ForgetLog();
     bmc.ClearRequests();

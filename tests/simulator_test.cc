@@ -157,7 +157,7 @@ TEST(Form, IsParsed) {
            {"multipart/form-data", "--b--", ""},
            {"application/json", "{}", ""}}) {
     std::string parts;
-    for (const FormPart& part : ParseForm(row.content_type, row.body)) {
+    for (const FormPart& part : ParseMultipart(row.content_type, row.body)) {
       parts += part.name + '/' + part.filename + '/' + part.content_type + '=' +
                part.content + ';';
     }
@@ -199,7 +199,7 @@ TEST(Machine, StoresTheImageOfAFormAndShowsItOnlyAfterARestart) {
   EXPECT_EQ(VersionOf(bmc, "BIOS"), "2.4.1");
   EXPECT_EQ(Post(bmc, kReset, R"({"ResetType":"Sideways"})").status, 400);
   EXPECT_EQ(Post(bmc, kReset, kRestart).status, 204);
-  EXPECT_EQ(bmc.Restarts(), 1);
+  EXPECT_EQ(bmc.Reboots(), 1);
   EXPECT_EQ(VersionOf(bmc, "BIOS"), "2.5.0");
   EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0") << "was no target";
 }
@@ -422,7 +422,7 @@ TEST(ReadyScenarios, LoadAndTellTheirStory) {
 
 TEST(Lifetime, EndsAtOnceWhateverIsUnderWay) {
   auto bmc = std::make_unique<SimulatedBmc>();
-  bmc->On("GET", "/slow").Answer({.delay = std::chrono::hours(1)});
+  bmc->On("GET", "/slow").Respond({.delay = std::chrono::hours(1)});
   auto asked =
       std::async(std::launch::async, [&] { return Get(*bmc, "/slow"); });
   while (bmc->Requests().empty()) std::this_thread::yield();

@@ -63,9 +63,9 @@ class LocalRoad : public BmcTest {
  protected:
   LocalRoad() : image(folder.Write("image.blx", "firmware")) {
     Rules(kRules);
-    bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
-    bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
-    bmc.On("POST", kReset).Answer(204);
+    bmc.On("POST", kFirst).Respond(202, TaskLink(kTask));
+    bmc.On("GET", kTask).Respond(200, Task("Completed", 100));
+    bmc.On("POST", kReset).Respond(204);
   }
 
   // Hands over an inventory, so that only the update is asked.
@@ -85,7 +85,7 @@ class LocalRoad : public BmcTest {
 
 TEST_F(LocalRoad, AcceptedAtOnceFollowedAndRestarted) {
   bmc.On("GET", kTask)
-      .Answer(200, Task("Running", 40))
+      .Respond(200, Task("Running", 40))
       .Then(202, Task("Running"))
       .Then(200, Task("Completed", 100));
   const UpdateResponse result = Update();
@@ -152,8 +152,8 @@ TEST_F(LocalRoad, TellsEveryStepInOrder) {
 
 TEST_F(LocalRoad, AbsentEndpointIsPassedOverWithoutAWait) {
   for (const int status : {404, 405}) {
-    bmc.On("POST", kFirst).Answer(status);
-    bmc.On("POST", kSecond).Answer(202, TaskLink(kTask));
+    bmc.On("POST", kFirst).Respond(status);
+    bmc.On("POST", kSecond).Respond(202, TaskLink(kTask));
     EXPECT_TRUE(Update().accepted);
     EXPECT_THAT(Log("update"),
                 AllOf(Contains("Upload returned " + std::to_string(status) +
@@ -164,10 +164,10 @@ TEST_F(LocalRoad, AbsentEndpointIsPassedOverWithoutAWait) {
 }
 
 TEST_F(LocalRoad, RefusedByMultipartAndTakenAsBinary) {
-  bmc.On("POST", kFirst).Answer(404);
-  bmc.On("POST", kSecond).Answer(405);
-  bmc.On("PUT", kFirst).Answer(405);
-  bmc.On("PUT", kSecond).Answer(202, "", {{"Location", kTask}});
+  bmc.On("POST", kFirst).Respond(404);
+  bmc.On("POST", kSecond).Respond(405);
+  bmc.On("PUT", kFirst).Respond(405);
+  bmc.On("PUT", kSecond).Respond(202, "", {{"Location", kTask}});
   const UpdateResponse result = Update({"/target"});
   EXPECT_TRUE(result.accepted) << LogText();
   EXPECT_EQ(result.task_uri, kTask);
@@ -244,8 +244,8 @@ TEST_F(LocalRoad, RefusedUploads) {
     SCOPED_TRACE(row.name);
     bmc.ClearRequests();
     for (const char* uri : {kFirst, kSecond}) {
-      bmc.On("POST", uri).Answer(row.multipart_status, row.body);
-      bmc.On("PUT", uri).Answer(row.binary_status, row.body);
+      bmc.On("POST", uri).Respond(row.multipart_status, row.body);
+      bmc.On("PUT", uri).Respond(row.binary_status, row.body);
     }
     const std::size_t waits = Waits().size();
     const UpdateResponse result = Update();
@@ -270,9 +270,9 @@ TEST_F(LocalRoad, RefusedUploads) {
 }
 
 TEST_F(LocalRoad, NoMoreMultipartUrisIsSaidWithTheStatus) {
-  bmc.On("POST", kFirst).Answer(503);
-  bmc.On("POST", kSecond).Answer(404);
-  bmc.On("PUT", kFirst).Answer(202);
+  bmc.On("POST", kFirst).Respond(503);
+  bmc.On("POST", kSecond).Respond(404);
+  bmc.On("PUT", kFirst).Respond(202);
   const UpdateResponse result = Update();
   EXPECT_EQ(result.task_uri, "");
   EXPECT_THAT(Log("update"),
@@ -284,8 +284,8 @@ TEST_F(LocalRoad, NoMoreMultipartUrisIsSaidWithTheStatus) {
 // upload.
 TEST_F(LocalRoad, BrokenLines) {
   for (const char* uri : {kFirst, kSecond}) {
-    bmc.On("POST", uri).Answer({.fault = simulator::Fault::kDrop});
-    bmc.On("PUT", uri).Answer({.fault = simulator::Fault::kReset});
+    bmc.On("POST", uri).Respond({.fault = simulator::Fault::kDrop});
+    bmc.On("PUT", uri).Respond({.fault = simulator::Fault::kReset});
   }
   const UpdateResponse result = Update();
   EXPECT_EQ(result.http_status, 0);
@@ -302,7 +302,7 @@ TEST_F(LocalRoad, WaitsDoubleWithEachTryOfAUri) {
   Rules(WithRules(R"({"retry_config": {"max_retries": 3, "sleep_time": 5,
                                        "backoff_strategy": "exponential"}})"));
   bmc.On("POST", kFirst)
-      .Answer(503)
+      .Respond(503)
       .Then(503)
       .Then(503)
       .Then(202, TaskLink(kTask));
@@ -316,9 +316,9 @@ TEST_F(LocalRoad, ParametersGoWithTargetsOrToAMultipartUploadEndpoint) {
   const std::string endpoint = "/redfish/v1/MultipartUpload";
   Rules(WithRules(R"({"firmware_update": {"multipart_update": {"upload_uri":
                      ["/redfish/v1/first", "/redfish/v1/MultipartUpload"]}}})"));
-  bmc.On("POST", kFirst).Answer(404);
-  bmc.On("POST", endpoint).Answer(202, TaskLink(kTask));
-  bmc.On("POST", kActivate).Answer(200);
+  bmc.On("POST", kFirst).Respond(404);
+  bmc.On("POST", endpoint).Respond(202, TaskLink(kTask));
+  bmc.On("POST", kActivate).Respond(200);
   Update();
   Update({"/a", "/b"});
   const auto requests = bmc.Requests();
@@ -369,7 +369,7 @@ TEST_F(LocalRoad, PackageThatIsAFolder) {
 
 struct TaskEnd {
   const char* name;
-  std::vector<simulator::Reply> polls;  // the last one repeats
+  std::vector<simulator::BmcResponse> polls;  // the last one repeats
   bool restarts;
   const char* state;
   int percent;
@@ -379,12 +379,12 @@ struct TaskEnd {
 };
 
 TEST_F(LocalRoad, EndsOfATask) {
-  using simulator::Reply;
-  const Reply none{.fault = simulator::Fault::kDrop};
+  using simulator::BmcResponse;
+  const BmcResponse none{.fault = simulator::Fault::kDrop};
   const auto said = [](const std::string& state, int percent = -1) {
-    return Reply{.body = Task(state, percent)};
+    return BmcResponse{.body = Task(state, percent)};
   };
-  const Reply gone{.status = 404};
+  const BmcResponse gone{.status = 404};
   const std::vector<TaskEnd> cases = {
       {"completed",
        {said("Completed", 100)},
@@ -438,7 +438,7 @@ TEST_F(LocalRoad, EndsOfATask) {
        "for reboot",
        3},
       {"staged_across_a_lost_poll",
-       {said("Starting"), none, Reply{.body = "{"}, said("Starting"),
+       {said("Starting"), none, BmcResponse{.body = "{"}, said("Starting"),
         said("Starting")},
        true,
        "Starting",
@@ -497,7 +497,7 @@ TEST_F(LocalRoad, EndsOfATask) {
        "Task poll returned HTTP 0",
        4},
       {"odd_status",
-       {Reply{.status = 503}},
+       {BmcResponse{.status = 503}},
        true,
        "",
        -1,
@@ -508,7 +508,7 @@ TEST_F(LocalRoad, EndsOfATask) {
   for (const TaskEnd& row : cases) {
     SCOPED_TRACE(row.name);
     auto polls = bmc.On("GET", kTask);
-    polls.Answer(row.polls.front());
+    polls.Respond(row.polls.front());
     for (std::size_t i = 1; i < row.polls.size(); ++i) polls.Then(row.polls[i]);
     const UpdateResponse result = Update();
     EXPECT_EQ(result.task_state, row.state);
@@ -537,8 +537,8 @@ TEST_F(LocalRoad, TooShortABudgetPollsNeverAndIsATimeOut) {
 }
 
 TEST_F(LocalRoad, AbsoluteTaskLinkIsPolledAsItIs) {
-  bmc.On("POST", kFirst).Answer(202, TaskLink(Url("/elsewhere/1")));
-  bmc.On("GET", "/elsewhere/1").Answer(200, Task("Completed"));
+  bmc.On("POST", kFirst).Respond(202, TaskLink(Url("/elsewhere/1")));
+  bmc.On("GET", "/elsewhere/1").Respond(200, Task("Completed"));
   EXPECT_EQ(Update().task_state, "Completed");
   EXPECT_THAT(Asked(), Contains("GET /elsewhere/1"));
 }
@@ -546,8 +546,9 @@ TEST_F(LocalRoad, AbsoluteTaskLinkIsPolledAsItIs) {
 TEST_F(LocalRoad, TaskTellsItsIdWhenTheLinkDoesNot) {
   const std::string link = std::string(kTask) + "/";
   bmc.On("POST", kFirst)
-      .Answer(simulator::Reply{.status = 202, .headers = {{"Location", link}}});
-  bmc.On("GET", link).Answer(200, Task("Completed"));
+      .Respond(simulator::BmcResponse{.status = 202,
+                                      .headers = {{"Location", link}}});
+  bmc.On("GET", link).Respond(200, Task("Completed"));
   const UpdateResponse result = Update();
   EXPECT_EQ(result.task_uri, link);
   EXPECT_EQ(result.task_id, "T1");
@@ -559,7 +560,7 @@ struct TaskLocation {
 
 // The record holds the task as the BMC names it; only the log is redacted.
 TEST_F(LocalRoad, TaskIdOfALinkWithSecretsIsRedactedInTheLogAlone) {
-  bmc.On("POST", kActivate).Answer(202, TaskLink(kTask));
+  bmc.On("POST", kActivate).Respond(202, TaskLink(kTask));
   for (const TaskLocation& row : std::vector<TaskLocation>{
            {std::string(kTask) + "?token=s3c", "7?token=s3c",
             "7?token=<REDACTED>"},
@@ -568,8 +569,8 @@ TEST_F(LocalRoad, TaskIdOfALinkWithSecretsIsRedactedInTheLogAlone) {
            {"https://u:a/s3c@[::1]:1", "s3c@[::1]:1", "<REDACTED>"}}) {
     SCOPED_TRACE(row.location);
     bmc.On("POST", kFirst)
-        .Answer(simulator::Reply{.status = 202,
-                                 .headers = {{"Location", row.location}}});
+        .Respond(simulator::BmcResponse{
+            .status = 202, .headers = {{"Location", row.location}}});
     // The second run replaces the link by that of the activation.
     for (const auto& targets :
          std::vector<std::vector<std::string>>{{}, {"/a"}}) {
@@ -590,7 +591,7 @@ TEST_F(LocalRoad, DeeplyNestedTaskIsLoggedAsItCame) {
   std::string nested = "1";
   for (int i = 0; i < 900; ++i) nested = R"({"a":)" + nested + "}";
   const std::string task = R"({"TaskState":"Completed","x":)" + nested + "}";
-  bmc.On("GET", kTask).Answer(200, task);
+  bmc.On("GET", kTask).Respond(200, task);
   EXPECT_EQ(Update().task_state, "Completed");
   EXPECT_THAT(Log(), Contains("DEBUG [update] cJSON_Print failed, using raw "
                               "body"));
@@ -602,10 +603,10 @@ TEST_F(LocalRoad, DeeplyNestedTaskIsLoggedAsItCame) {
 TEST_F(LocalRoad, ActivationFollowsItsOwnTask) {
   const std::string link = bmc.Address() + "/redfish/v1/TaskService/Tasks/8";
   bmc.On("POST", kActivate)
-      .Answer(400)
+      .Respond(400)
       .Then(202, TaskLink("https://u:hidden@" + link));
   bmc.On("GET", "/redfish/v1/TaskService/Tasks/8")
-      .Answer(200, Task("Completed"));
+      .Respond(200, Task("Completed"));
   const UpdateResponse result = Update({"/target"});
   EXPECT_EQ(result.task_uri, "https://u:hidden@" + link);
   EXPECT_EQ(result.http_status, 202);  // the upload's
@@ -619,12 +620,12 @@ TEST_F(LocalRoad, ActivationFollowsItsOwnTask) {
 }
 
 TEST_F(LocalRoad, ActivationThatIsDoneAtOnceOrFails) {
-  bmc.On("POST", kActivate).Answer(200);
+  bmc.On("POST", kActivate).Respond(200);
   EXPECT_TRUE(Update({"/target"}).reboot_performed);
   EXPECT_THAT(Asked(), Contains(std::string("POST ") + kActivate));
 
   bmc.On("POST", kActivate)
-      .Answer(404)
+      .Respond(404)
       .Then({.fault = simulator::Fault::kDrop});
   const UpdateResponse result = Update({"/target"});
   EXPECT_EQ(result.message, "Activation failed after trying all 1 URI(s)");
@@ -643,7 +644,7 @@ TEST_F(LocalRoad, ActivationThatIsDoneAtOnceOrFails) {
 
 struct RestartEnd {
   const char* name;
-  std::vector<simulator::Reply> answers;
+  std::vector<simulator::BmcResponse> answers;
   bool performed;
   std::string message;
   std::string logged;
@@ -654,7 +655,7 @@ TEST_F(LocalRoad, EndsOfTheRestart) {
   Rules(WithRules(R"({"firmware_update": {"reboot": {"reboot_uri":
                       ["/redfish/v1/reset", "/redfish/v1/reset2"]}}})"));
   bmc.On("GET", "/redfish/v1/TaskService/Tasks/9")
-      .Answer(200, Task("Exception"));
+      .Respond(200, Task("Exception"));
   const std::string tried_all = "Reboot failed after trying all 2 URI(s)";
   const std::string by_hand = "Reboot failed -- manual intervention required";
   const std::vector<RestartEnd> cases = {
@@ -694,11 +695,11 @@ TEST_F(LocalRoad, EndsOfTheRestart) {
        by_hand,
        "Reboot HTTP status: 0",
        2}};
-  bmc.On("POST", "/redfish/v1/reset2").Answer(409);
+  bmc.On("POST", "/redfish/v1/reset2").Respond(409);
   for (const RestartEnd& row : cases) {
     SCOPED_TRACE(row.name);
     auto resets = bmc.On("POST", kReset);
-    resets.Answer(row.answers.front());
+    resets.Respond(row.answers.front());
     for (std::size_t i = 1; i < row.answers.size(); ++i) {
       resets.Then(row.answers[i]);
     }
@@ -715,8 +716,8 @@ TEST_F(LocalRoad, EndsOfTheRestart) {
                                     }),
               row.resets);
   }
-  bmc.On("POST", "/redfish/v1/reset2").Answer(400);
-  bmc.On("POST", kReset).Answer(400);
+  bmc.On("POST", "/redfish/v1/reset2").Respond(400);
+  bmc.On("POST", kReset).Respond(400);
   EXPECT_EQ(Update().message, tried_all);
 }
 
@@ -734,7 +735,7 @@ TEST_F(LocalRoad, InventoryIsReadFirstAndItsFailureStopsNothing) {
   EXPECT_THAT(Log("update"),
               Contains("Pre-update inventory captured: 3 items"));
   bmc.On("GET", "/redfish/v1/UpdateService/FirmwareInventory")
-      .Answer({.fault = simulator::Fault::kDrop});
+      .Respond({.fault = simulator::Fault::kDrop});
   EXPECT_TRUE(PerformUpdate(request).accepted);
   EXPECT_THAT(Log("update"),
               Contains(StartsWith("Failed to capture pre-update inventory: "

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 #include <algorithm>
 #include <optional>
@@ -71,8 +71,8 @@ std::string Header(const RecordedRequest& request, std::string_view name) {
   return Header(request.headers, name);
 }
 
-std::vector<FormPart> ParseForm(std::string_view content_type,
-                                std::string_view body) {
+std::vector<FormPart> ParseMultipart(std::string_view content_type,
+                                     std::string_view body) {
   const std::string_view media_type =
       Trim(content_type.substr(0, content_type.find(';')));
   const std::string boundary = Parameter(content_type, "boundary");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef QUORVANE_SIMULATOR_WIRE_H_
-#define QUORVANE_SIMULATOR_WIRE_H_
+#ifndef QUORVANE_SIMULATOR_HTTP_MESSAGE_H_
+#define QUORVANE_SIMULATOR_HTTP_MESSAGE_H_
 
 #include <chrono>
 #include <string>
@@ -53,7 +53,7 @@ enum class Fault {
 
 /// An answer. Content-Length, "Connection: close" and, for a body, the content
 /// type application/json are added unless `headers` names them.
-struct Reply {
+struct BmcResponse {
   int status = 200;
   std::string body = {};
   HeaderList headers = {};
@@ -66,9 +66,9 @@ struct Reply {
 /// Empty when the type is another one, has no boundary, or the body is
 /// malformed: a missing close delimiter counts as malformed, as a BMC could not
 /// tell such a form from one that was cut off.
-std::vector<FormPart> ParseForm(std::string_view content_type,
-                                std::string_view body);
+std::vector<FormPart> ParseMultipart(std::string_view content_type,
+                                     std::string_view body);
 
 }  // namespace quorvane::simulator
 
-#endif  // QUORVANE_SIMULATOR_WIRE_H_
+#endif  // QUORVANE_SIMULATOR_HTTP_MESSAGE_H_
