@@ -12,10 +12,10 @@ target_compile_options(quorvane_hardening INTERFACE -fstack-protector-strong)
 target_link_options(quorvane_hardening INTERFACE
   LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
-# glibc's checks need an optimised build, and the sanitizers bring their own. A
+# glibc's checks need an optimized build, and the sanitizers bring their own. A
 # level that the user sets in CMAKE_CXX_FLAGS takes precedence.
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize|_FORTIFY_SOURCE")
-  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+  set(optimized $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
   target_compile_options(quorvane_hardening INTERFACE
-    "$<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+    "$<${optimized}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 endif()

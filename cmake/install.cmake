@@ -2,7 +2,7 @@
 # What `cmake --install` lays down, and how others find it.
 include(CMakePackageConfigHelpers)
 
-# The library looks for its rules file in its own folder, installed or not.
+# The library looks for its rules file in its own directory, installed or not.
 configure_file(${PROJECT_SOURCE_DIR}/config/brindle.config.json
                ${PROJECT_BINARY_DIR}/brindle.config.json COPYONLY)
 

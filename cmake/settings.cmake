@@ -43,7 +43,8 @@ set_target_properties(quorvane PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR}
   LINKER_LANGUAGE CXX
-  VERIFY_INTERFACE_HEADER_SETS ON)
+  VERIFY_INTERFACE_HEADER_SETS ON
+  QUORVANE_INCLUDES quorvane)
 target_compile_features(quorvane INTERFACE cxx_std_17)
 target_sources(quorvane PRIVATE $<TARGET_OBJECTS:quorvane_objects>)
 target_link_libraries(quorvane

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The action vocabularies: one table each, in the order of their numbers.
+// The names of the actions, in the order of their numbers.
 #include <array>
 #include <cstddef>
 #include <stdexcept>
@@ -24,10 +24,10 @@ constexpr std::array<std::string_view, 4> kRebootActions = {
     "success", "poll_task", "retry_reboot", "manual_intervention"};
 
 template <typename Action, std::size_t kCount>
-Action FromString(const std::array<std::string_view, kCount>& spellings,
+Action FromString(const std::array<std::string_view, kCount>& names,
                   const std::string& name, const char* vocabulary) {
   for (std::size_t number = 0; number < kCount; ++number) {
-    if (name == spellings[number]) return static_cast<Action>(number);
+    if (name == names[number]) return static_cast<Action>(number);
   }
   throw std::runtime_error(std::string("Unknown ") + vocabulary + ": \"" +
                            name + "\"");

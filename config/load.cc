@@ -27,8 +27,8 @@ constexpr const char* kConfig = "config";
 
 std::string Quoted(const std::string& path) { return '"' + path + '"'; }
 
-// Nothing when it is not a regular file or cannot be read.
-std::optional<std::string> ContentOf(const Descriptor& file) {
+// Nothing if it is not a regular file or cannot be read.
+std::optional<std::string> ReadContent(const Descriptor& file) {
   struct stat found {};
   if (fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return {};
   std::string text;
@@ -52,27 +52,28 @@ std::string ReadFile(const std::string& path) {
     throw std::runtime_error("Cannot open config file: " + Quoted(path) + " (" +
                              reason + ")");
   }
-  std::optional<std::string> text = ContentOf(file);
+  std::optional<std::string> text = ReadContent(file);
   if (!text) {
     throw std::runtime_error("Read error on config file: " + Quoted(path));
   }
   return *std::move(text);
 }
 
-// Where parsing failed, for the user to find the place: up to a hundred bytes
-// from there on, or nothing if the file may contain a secret. The fault may lie
-// within the secret or its name, so no part of such a file is safe to show. An
-// escape may hide a name: "pass\u0077ord".
+// Up to a hundred bytes of the text, from the position of the parse error on.
+// Nothing if the file may contain a secret: the error may be within the secret
+// or its name, so no part of such a file is safe to show. An escape may hide a
+// name: "pass\u0077ord".
 std::string Excerpt(std::string_view text, std::size_t position) {
   constexpr std::size_t kMaxLength = 100;
   if (text.find('\\') != std::string_view::npos || MentionsSecret(text)) {
     return {};
   }
   const std::string_view excerpt = text.substr(position, kMaxLength);
-  return std::string(excerpt.substr(0, excerpt.find('\0')));  // as cJSON stops
+  return std::string(
+      excerpt.substr(0, excerpt.find('\0')));  // cJSON stops there
 }
 
-Config Validated(const cJSON* root, const std::string& path) {
+Config ParseAndLog(const cJSON* root, const std::string& path) {
   try {
     return ParseConfig(root);
   } catch (const std::exception&) {
@@ -95,7 +96,7 @@ Config LoadConfig(const std::string& path) {
     LogError(kConfig, message);
     throw std::runtime_error(message);
   }
-  Config config = Validated(root.get(), path);
+  Config config = ParseAndLog(root.get(), path);
   LogInfo(kConfig, "Config loaded successfully");
   return config;
 }

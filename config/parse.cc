@@ -12,17 +12,17 @@
 namespace quorvane {
 namespace {
 
-// Any seven characters do: a BMC that still has it has never been set up.
+// A BMC that accepts this account was never configured.
 constexpr const char* kDefaultPassword = "brindle";
 
-[[noreturn]] void Refuse(const std::string& why) {
-  throw std::runtime_error(why);
+[[noreturn]] void Reject(const std::string& reason) {
+  throw std::runtime_error(reason);
 }
 
 const cJSON* RequiredObject(const cJSON* object, const char* key) {
   const cJSON* member = ObjectMember(object, key);
   if (member == nullptr) {
-    Refuse('"' + std::string(key) + "\" must be a JSON object");
+    Reject('"' + std::string(key) + "\" must be a JSON object");
   }
   return member;
 }
@@ -35,7 +35,7 @@ std::string StringOr(const cJSON* object, const char* key,
 int PositiveSeconds(const cJSON* section, const char* key, int fallback) {
   const int seconds = IntMember(section, key).value_or(fallback);
   if (seconds < 1) {
-    Refuse("task_monitoring." + std::string(key) + " must be >= 1");
+    Reject("task_monitoring." + std::string(key) + " must be >= 1");
   }
   return seconds;
 }
@@ -56,7 +56,7 @@ std::vector<std::string> UriList(const cJSON* section, const char* key,
   return uris;
 }
 
-// A status as strtol reads it: a key without digits is 0.
+// The status that strtol reads; 0 for a key without digits.
 int StatusKey(const char* key) {
   constexpr int kDecimal = 10;
   return static_cast<int>(std::strtol(key, nullptr, kDecimal));
@@ -64,8 +64,8 @@ int StatusKey(const char* key) {
 
 std::string StateKey(const char* key) { return key; }
 
-// The first of a repeated key wins; the action of the others is checked all
-// the same.
+// The first of several equal keys counts. The actions of the others must also
+// be valid.
 template <typename Key, typename Action>
 std::unordered_map<Key, Action> RuleTable(
     const cJSON* section, const char* table, Key (*to_key)(const char*),
@@ -84,10 +84,10 @@ void ReadAuthentication(const cJSON* root, Config& config) {
   const cJSON* section = RequiredObject(root, "authentication");
   config.auth_type = StringOr(section, "type", "");
   if (config.auth_type.empty()) {
-    Refuse("authentication.type is required (non-empty string)");
+    Reject("authentication.type is required (non-empty string)");
   }
   if (config.auth_type != "basic" && config.auth_type != "oauth") {
-    Refuse(R"(authentication.type must be "basic" or "oauth")");
+    Reject(R"(authentication.type must be "basic" or "oauth")");
   }
   config.username = StringOr(section, "username", "root");
   config.password = StringOr(section, "password", kDefaultPassword);
@@ -100,7 +100,7 @@ void ReadTarget(const cJSON* root, Config& config) {
   config.ipv6 = StringOr(section, "ipv6", "");
   config.platform_identifier = StringOr(section, "platform_identifier", "");
   if (config.ip.empty() && config.ipv6.empty()) {
-    Refuse(R"(target must specify "ip" or "ipv6")");
+    Reject(R"(target must specify "ip" or "ipv6")");
   }
 }
 
@@ -111,11 +111,11 @@ void ReadRetry(const cJSON* root, Config& config) {
   config.backoff_strategy =
       StringOr(section, "backoff_strategy", "exponential");
   if (config.max_retries < 1 || config.sleep_time < 1) {
-    Refuse("retry_config: max_retries and sleep_time must be >= 1");
+    Reject("retry_config: max_retries and sleep_time must be >= 1");
   }
   if (config.backoff_strategy != "fixed" &&
       config.backoff_strategy != "exponential") {
-    Refuse(R"(retry_config.backoff_strategy must be "fixed" or "exponential")");
+    Reject(R"(retry_config.backoff_strategy must be "fixed" or "exponential")");
   }
 }
 

@@ -8,10 +8,10 @@
 
 namespace quorvane {
 
-/// The rules in a parsed document. Unknown keys are ignored; an optional scalar
-/// of the wrong type gives its default.
-/// @throws std::runtime_error that names the first violation, in file order of
-///   the sections.
+/// The rules in a parsed document. Ignores unknown keys. An optional scalar of
+/// the wrong type gives its default.
+/// @throws std::runtime_error with the first violation, in the order of the
+///   sections in the file.
 Config ParseConfig(const cJSON* root);
 
 }  // namespace quorvane

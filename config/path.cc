@@ -13,41 +13,42 @@
 namespace quorvane {
 namespace {
 
-constexpr const char* kConfig = "config";
+constexpr const char* kComponent = "config";
 constexpr const char* kFileName = "brindle.config.json";
 
-// A name without a slash stays whole.
-std::string FolderOf(std::string_view file) {
+// Everything before the last slash; a name without a slash unchanged.
+std::string DirectoryOf(std::string_view file) {
   return std::string(file.substr(0, file.rfind('/')));
 }
 
-std::string LibraryFolder() {
-  // Something that only this library can hold: an exported function's address
-  // may be that of a stub in the program that calls it.
+std::string LibraryDirectory() {
+  // A private object. The address of an exported function may be that of a stub
+  // in the calling program.
   static const char here = 0;
   Dl_info info{};
   if (dladdr(&here, &info) != 0 && info.dli_fname != nullptr) {
-    return FolderOf(info.dli_fname);
+    return DirectoryOf(info.dli_fname);
   }
   std::array<char, 4096> name{};
   const ssize_t length =
       readlink("/proc/self/exe", name.data(), name.size() - 1);
-  return length > 0 ? FolderOf({name.data(), static_cast<std::size_t>(length)})
-                    : std::string();
+  return length > 0
+             ? DirectoryOf({name.data(), static_cast<std::size_t>(length)})
+             : std::string();
 }
 
 }  // namespace
 
 std::string ResolveConfigPath() {
-  const std::string folder = LibraryFolder();
+  const std::string directory = LibraryDirectory();
   std::string path =
-      folder.empty() ? std::string(kFileName) : folder + "/" + kFileName;
-  LogDebug(kConfig, "Resolved config path: " + path);
+      directory.empty() ? std::string(kFileName) : directory + "/" + kFileName;
+  LogDebug(kComponent, "Resolved config path: " + path);
   return path;
 }
 
 Config LoadConfigAuto() {
-  LogDebug(kConfig, "LoadConfigAuto: resolving path automatically");
+  LogDebug(kComponent, "LoadConfigAuto: resolving path automatically");
   return LoadConfig(ResolveConfigPath());
 }
 

@@ -9,7 +9,8 @@
 #include "logging/redact.h"
 #include "quorvane/config.h"
 #include "support/json.h"
-#include "update/helpers.h"
+#include "update/response_body.h"
+#include "update/tracked_task.h"
 #include "update/update_run.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
@@ -35,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
              quorvane::StringMember(tree.get(), "@odata.id") == "" || !tree,
          "the Location stands in for a body without a task");
 
-  const std::string logged = quorvane::RedactAnswer(body);
+  const std::string logged = quorvane::RedactResponse(body);
   Demand(
       logged == body || logged.find(quorvane::kRedacted) != std::string::npos,
       "an answer stays or is redacted");
@@ -46,10 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   quorvane::AddString(quoting.get(), "JsonBody",
                       quorvane::PrintJson(account.get()).c_str());
   for (const cJSON* document : {account.get(), quoting.get()}) {
-    Demand(
-        quorvane::RedactAnswer(quorvane::PrintJson(document)).find("s3cret") ==
-            std::string::npos,
-        "no password is shown");
+    Demand(quorvane::RedactResponse(quorvane::PrintJson(document))
+                   .find("s3cret") == std::string::npos,
+           "no password is shown");
   }
   constexpr std::size_t kLimit = 4096;
   if (const auto text = quorvane::PrintJsonWithin(tree.get(), kLimit)) {

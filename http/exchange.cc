@@ -30,8 +30,8 @@ struct HeaderListDeleter {
 };
 using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
 
-// A line break in a header would start another one (RFC 9112, section 11.1).
-void RefuseLineBreaks(const Headers& headers) {
+// A line break would start another header (RFC 9112, section 11.1).
+void RejectLineBreaks(const Headers& headers) {
   constexpr std::string_view kForbidden("\r\n\0", 3);
   for (const auto& [name, value] : headers) {
     if (name.find_first_of(kForbidden) == std::string::npos &&
@@ -63,22 +63,22 @@ HeaderList MakeHeaderList(const Headers& headers) {
   return list;
 }
 
-// libcurl 7.88 leaves its sockets open in child processes.
+// Child processes inherit the sockets that libcurl 7.88 opens itself.
 curl_socket_t OpenSocket(void* /*unused*/, curlsocktype /*purpose*/,
                          curl_sockaddr* address) noexcept {
   return socket(address->family, address->socktype | SOCK_CLOEXEC,
                 address->protocol);
 }
 
-// The page faults of a large new string cost more CPU time than the transfer.
-void AdviseHugePages(std::string& reserved) {
+// The page faults of a large new string take more CPU time than the transfer.
+void AdviseHugePages(std::string& text) {
   constexpr std::size_t kHugePage = 2U << 20U;
-  if (reserved.capacity() < kHugePage) return;
+  if (text.capacity() < kHugePage) return;
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  void* start = reserved.data();
-  std::size_t size = reserved.capacity();
+  void* start = text.data();
+  std::size_t size = text.capacity();
   if (std::align(page, page, start, size) == nullptr) return;
-  // Only a hint: without huge pages the string works as well.
+  // Only a hint: the string also works without huge pages.
   static_cast<void>(madvise(start, size / page * page, MADV_HUGEPAGE));
 }
 
@@ -114,16 +114,17 @@ void CaptureHeaderLine(const std::string& line, HeaderCapture& capture) {
   }
 }
 
-Exchange::Exchange(const ExchangeWords& words, const Call& call,
+Exchange::Exchange(const ExchangeNames& names, const Call& call,
                    Credentials credentials)
-    : words_(words), url_for_log_(UriForLog(call.url)) {
-  RefuseLineBreaks(call.headers);
+    : names_(names), url_for_log_(UriForLog(call.url)) {
+  RejectLineBreaks(call.headers);
   handle_.reset(curl_easy_init());
   if (!handle_) throw std::runtime_error("curl_easy_init failed");
   ApplyCommonOptions(call.url, call.timeout_ms, call.headers);
-  // BMCs sign their own certificates: a check would refuse nearly all of them.
-  // The list of authorities is not even read, which saves most of the cost of
-  // a small request.
+  // Almost all BMCs have self-signed certificates, so verification is off. The
+  // common options turn it on, so that this is the only place that decides it.
+  // Not reading the list of certificate authorities saves most of the cost of a
+  // small request.
   Set(CURLOPT_SSL_VERIFYPEER, 0L);
   Set(CURLOPT_SSL_VERIFYHOST, 0L);
   Set(CURLOPT_CAINFO, nullptr);
@@ -138,7 +139,7 @@ void Exchange::CheckSetUp(CURLcode code) const {
 
 void Exchange::Fail(CURLcode code) const {
   const std::string failed =
-      std::string(words_.failed) + curl_easy_strerror(code);
+      std::string(names_.failure) + curl_easy_strerror(code);
   LogError(kHttp, failed + " url=" + url_for_log_);
   throw std::runtime_error(failed);
 }
@@ -157,17 +158,17 @@ void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
   SetHeaders(headers);
 
-  // A redirect must lead neither to a local file nor round in a circle, and a
-  // moved action must not turn into a GET whose page reads as success.
+  // A redirect must not lead to a local file or repeat endlessly. A redirected
+  // action must not become a GET, whose page would look like success.
   Set(CURLOPT_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_MAXREDIRS, kMaxRedirects);
   Set(CURLOPT_POSTREDIR,
       static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
-  // Frames without data keep an HTTP/2 transfer of libcurl 7.88 alive past its
-  // time limit.
+  // In libcurl 7.88, frames without data keep an HTTP/2 transfer alive after
+  // its time limit.
   Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  // An empty proxy switches off what the environment names.
+  // An empty proxy overrides the proxy of the environment.
   Set(CURLOPT_PROXY, "");
   Set(CURLOPT_OPENSOCKETFUNCTION, &OpenSocket);
 }
@@ -175,8 +176,8 @@ void Exchange::ApplyCommonOptions(const std::string& url, long timeout_ms,
 void Exchange::SetHeaders(const Headers& headers) {
   HeaderList list = MakeHeaderList(headers);
   Set(CURLOPT_PRIVATE, list.get());
-  const curl_slist* set = list.release();  // the handle's from here on
-  Set(CURLOPT_HTTPHEADER, set);
+  const curl_slist* owned_by_handle = list.release();
+  Set(CURLOPT_HTTPHEADER, owned_by_handle);
 }
 
 void Exchange::Authenticate(const Call& call, Credentials credentials) {
@@ -190,44 +191,44 @@ void Exchange::Authenticate(const Call& call, Credentials credentials) {
 }
 
 Response Exchange::Perform(const std::string& details, const ImageFile* image) {
-  const std::string what = std::string(words_.sent) + " " + url_for_log_;
-  LogDebug(kHttp, what + details);
+  const std::string request = std::string(names_.request) + " " + url_for_log_;
+  LogDebug(kHttp, request + details);
   CURLcode code = CURLE_READ_ERROR;
-  if (image == nullptr || !image->HasFailed()) {
+  if (image == nullptr || image->IsReadable()) {
     code = curl_easy_perform(handle_.get());
   }
   if (failure_) std::rethrow_exception(failure_);
   if (code != CURLE_OK) {
-    if (image != nullptr && image->HasFailed()) code = CURLE_READ_ERROR;
+    if (image != nullptr && !image->IsReadable()) code = CURLE_READ_ERROR;
     Fail(code);
   }
   Response response;
   CheckSetUp(curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE,
                                &response.status_code));
-  // A promise that was not kept leaves room behind.
+  // The body was shorter than announced: release the spare capacity.
   if (body_.capacity() / 2 > body_.size()) body_.shrink_to_fit();
   response.body = std::move(body_);
   response.content_type = std::move(header_capture_.content_type);
   response.location = std::move(header_capture_.location);
-  LogDebug(kHttp, what + " -> HTTP " + std::to_string(response.status_code));
+  LogDebug(kHttp, request + " -> HTTP " + std::to_string(response.status_code));
   return response;
 }
 
-// A body of known size is held once: growing by copies would need twice the
-// room of a firmware image. The promised size is a hint and no more.
+// Reserves a body of known size, because growing it by copies would need twice
+// the memory of a firmware image. The announced size is only a hint.
 void Exchange::ReserveBody() {
-  constexpr curl_off_t kMostBelieved = 8LL << 30;
+  constexpr curl_off_t kMaxReserved = 8LL << 30;
   curl_off_t length = 0;
   if (curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T,
                         &length) != CURLE_OK ||
-      length <= 0 || length > kMostBelieved) {
+      length <= 0 || length > kMaxReserved) {
     return;
   }
   try {
     body_.reserve(static_cast<std::size_t>(length));
     AdviseHugePages(body_);
   } catch (const std::bad_alloc&) {
-    // The body may turn out smaller; growing tells.
+    // The body may be smaller than announced. Growing reports the real error.
   }
 }
 
@@ -247,8 +248,8 @@ std::size_t Exchange::AppendBody(char* bytes, std::size_t size,
 const char* Exchange::ReasonToReject(const std::string& line) const {
   // libcurl 7.88 limits header fields, but not trailer fields.
   if (header_bytes_ > kMaxHeaderBytes) return "its header exceeds 1 MiB";
-  // libcurl decompresses other encodings without a request for them and without
-  // a look at the time: a few bytes become gigabytes.
+  // libcurl decompresses other encodings without being asked to, and without
+  // checking the time limit: a few bytes become gigabytes.
   constexpr std::string_view kTransferEncoding = "Transfer-Encoding:";
   if (!StartsWithIgnoringCase(line, kTransferEncoding)) return nullptr;
   const std::string value = TrimHeaderValue(line, kTransferEncoding.size() - 1);
@@ -265,8 +266,9 @@ std::size_t Exchange::CaptureHeader(char* bytes, std::size_t size,
     const std::string line(bytes, size * count);
     self.header_bytes_ += line.size();
     if (const char* reason = self.ReasonToReject(line)) {
-      LogError(kHttp, std::string(self.words_.sent) + " response rejected: " +
-                          reason + " url=" + self.url_for_log_);
+      LogError(kHttp, std::string(self.names_.request) +
+                          " response rejected: " + reason +
+                          " url=" + self.url_for_log_);
       return CURL_WRITEFUNC_ERROR;
     }
     CaptureHeaderLine(line, self.header_capture_);

@@ -14,24 +14,26 @@
 
 namespace quorvane {
 
-/// Fetches the header list back from a handle and frees it.
+/// Frees the header list that CURLOPT_PRIVATE of the handle points to. libcurl
+/// does not copy the list, so it must live as long as the handle.
 void FreeRequestHeaders(CURL* handle);
 
-/// The value behind the colon of a header line, without leading blanks and tabs
-/// and without trailing CR, LF and blanks. Trailing tabs stay.
+/// The value after the colon of a header line, without leading spaces and tabs,
+/// and without trailing CR, LF and spaces. Keeps trailing tabs.
 std::string TrimHeaderValue(const std::string& line,
                             std::string::size_type colon_position);
 
-/// The answer's header fields that a caller may want.
+/// The header fields that a `Response` contains.
 struct HeaderCapture {
   std::string content_type;
   std::string location;
 };
 
-/// Takes over what one header line says; `line` may end in CR LF.
+/// Stores the value of one header line, if it is one of the fields. `line` may
+/// end with CR LF.
 void CaptureHeaderLine(const std::string& line, HeaderCapture& capture);
 
-/// What every operation is given, whatever it sends.
+/// The arguments that all operations have in common.
 struct Call {
   const std::string& url;
   Headers headers;
@@ -41,22 +43,22 @@ struct Call {
   const std::string& auth_type;
 };
 
-/// How an operation is named in the log and in its exception.
-struct ExchangeWords {
-  const char* sent;    ///< "POST"
-  const char* failed;  ///< "POST failed: "
+/// The names of an operation in the log and in its exception.
+struct ExchangeNames {
+  const char* request;  ///< "POST"
+  const char* failure;  ///< "POST failed: "
 };
 
 /// When "basic" credentials are sent.
 enum class Credentials { kAlways, kOnlyWithUser };
 
-/// One request and its answer, on one easy handle of its own. The constructor
-/// does all that the operations share; an operation then sets what differs and
-/// calls `Perform` once. An option that libcurl does not take throws, so that
-/// no request goes out without what it should have carried.
+/// One request and its response, with its own easy handle. The constructor does
+/// the setup that all operations share. An operation then sets its own options
+/// and calls `Perform` once. An option that libcurl rejects throws, so that no
+/// request is sent without it.
 class Exchange {
  public:
-  Exchange(const ExchangeWords& words, const Call& call,
+  Exchange(const ExchangeNames& names, const Call& call,
            Credentials credentials);
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
@@ -73,9 +75,9 @@ class Exchange {
   void CheckSetUp(CURLcode code) const;
 
   /// Sends the request, logging before and after.
-  /// @param details  What the first line says behind the URL.
-  /// @param image    The file that is sent, if one is.
-  /// @throws std::runtime_error The words' `failed` and libcurl's reason.
+  /// @param details  The text after the URL in the first log line.
+  /// @param image    The uploaded file, if any.
+  /// @throws std::runtime_error `ExchangeNames::failure` and libcurl's reason.
   Response Perform(const std::string& details = std::string(),
                    const ImageFile* image = nullptr);
 
@@ -92,7 +94,7 @@ class Exchange {
   void SetHeaders(const Headers& headers);
   void Authenticate(const Call& call, Credentials credentials);
   void ReserveBody();
-  /// Null when `line`, which `header_bytes_` already counts, is acceptable.
+  /// Null if `line` is acceptable. `header_bytes_` already includes it.
   [[nodiscard]] const char* ReasonToReject(const std::string& line) const;
   [[noreturn]] void Fail(CURLcode code) const;
 
@@ -102,12 +104,12 @@ class Exchange {
                                    std::size_t count, void* exchange) noexcept;
 
   std::unique_ptr<CURL, HandleCloser> handle_;
-  ExchangeWords words_;
+  ExchangeNames names_;
   std::string url_for_log_;
   std::string body_;
   HeaderCapture header_capture_;
   std::size_t header_bytes_ = 0;  // of all responses, trailers included
-  // What a callback threw: it must not cross libcurl, which is C.
+  // Exception of a callback. It must not cross libcurl, which is C.
   std::exception_ptr failure_;
 };
 

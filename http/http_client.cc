@@ -15,28 +15,28 @@
 namespace quorvane {
 namespace {
 
-constexpr ExchangeWords kGet{.sent = "GET", .failed = "GET failed: "};
-constexpr ExchangeWords kPost{.sent = "POST", .failed = "POST failed: "};
-constexpr ExchangeWords kPatch{.sent = "PATCH", .failed = "PATCH failed: "};
-constexpr ExchangeWords kMultipart{.sent = "MULTIPART POST",
-                                   .failed = "Multipart POST failed: "};
-constexpr ExchangeWords kBinary{.sent = "BINARY FILE UPLOAD",
-                                .failed = "Binary file upload failed: "};
+constexpr ExchangeNames kGet{.request = "GET", .failure = "GET failed: "};
+constexpr ExchangeNames kPost{.request = "POST", .failure = "POST failed: "};
+constexpr ExchangeNames kPatch{.request = "PATCH", .failure = "PATCH failed: "};
+constexpr ExchangeNames kMultipart{.request = "MULTIPART POST",
+                                   .failure = "Multipart POST failed: "};
+constexpr ExchangeNames kBinary{.request = "BINARY FILE UPLOAD",
+                                .failure = "Binary file upload failed: "};
 
 constexpr const char* kJson = "application/json";
 constexpr const char* kOctetStream = "application/octet-stream";
 
 Headers WithContentType(Headers headers, const std::string& content_type) {
-  const bool named =
+  const bool has_content_type =
       std::any_of(headers.begin(), headers.end(), [](const auto& header) {
         return strcasecmp(header.first.c_str(), "Content-Type") == 0;
       });
-  if (!named) headers.emplace_back("Content-Type", content_type);
+  if (!has_content_type) headers.emplace_back("Content-Type", content_type);
   return headers;
 }
 
-// libcurl would ask for "100 Continue" before it sends a file and wait a second
-// for it (RFC 9110, section 10.1.1); an empty value keeps it from asking.
+// libcurl would expect "100 Continue" before it sends a file, and wait a second
+// for it (RFC 9110, section 10.1.1). An empty value prevents that.
 Headers WithoutExpect(Headers headers) {
   headers.emplace_back("Expect", "");
   return headers;
@@ -48,7 +48,7 @@ void SetBody(Exchange& exchange, const std::string& body) {
                static_cast<curl_off_t>(body.size()));
 }
 
-// A multipart form while libcurl reads it. Must go before its exchange does.
+// The multipart form of an upload. Must be destroyed before its exchange.
 class Form {
  public:
   explicit Form(const Exchange& exchange)
@@ -145,7 +145,7 @@ Response HttpClient::patch_json(const std::string& url, const std::string& body,
                      password, auth_type},
                     Credentials::kOnlyWithUser);
   exchange.Set(CURLOPT_CUSTOMREQUEST, "PATCH");
-  // The verb stays at every redirect, and so must the body.
+  // Every redirect repeats the PATCH, so it must also repeat the body.
   exchange.Set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
   SetBody(exchange, body);
   return exchange.Perform();
@@ -177,7 +177,7 @@ Response HttpClient::post_binary_file(const std::string& url,
                                       const std::string& password,
                                       const std::string& auth_type) const {
   ImageFile image(file_path);
-  if (image.HasFailed()) {
+  if (!image.IsReadable()) {
     throw std::runtime_error("Cannot open file for binary upload: " +
                              file_path);
   }

@@ -11,24 +11,23 @@
 
 namespace quorvane {
 
-/// A firmware image as libcurl reads it for an upload: streamed, never held,
-/// and never answered short. libcurl would take an early end of the file for
-/// the end of the request and wait for an answer that cannot come.
+/// Streams a firmware image to libcurl for an upload. Fails if the file becomes
+/// shorter during the upload: libcurl would treat the early end as the end of
+/// the request, and wait for a response that cannot arrive.
 ///
-/// Not libcurl's own reading of a path (curl_mime_filedata), which leaves the
-/// descriptor open in child processes and blocks on a FIFO.
+/// Replaces curl_mime_filedata, whose descriptor is inherited by child
+/// processes, and which blocks on a FIFO.
 class ImageFile {
  public:
-  /// Opens `path`; anything but a regular file counts as one that cannot be
-  /// opened.
+  /// Opens `path`, which must be a regular file.
   explicit ImageFile(const std::string& path);
 
-  /// It could not be opened, or reading it failed since.
-  [[nodiscard]] bool HasFailed() const { return has_failed_; }
+  /// False if the file could not be opened, and after a read error.
+  [[nodiscard]] bool IsReadable() const { return is_readable_; }
   [[nodiscard]] curl_off_t size() const { return size_; }  ///< Bytes.
 
   /// CURLOPT_READFUNCTION and CURLOPT_SEEKFUNCTION; `file` is an ImageFile.
-  /// The second lets libcurl start again after a redirect.
+  /// libcurl seeks to send the file again after a redirect.
   /// @{
   static std::size_t Read(char* buffer, std::size_t size, std::size_t count,
                           void* file) noexcept;
@@ -38,8 +37,8 @@ class ImageFile {
  private:
   Descriptor descriptor_;
   curl_off_t size_ = 0;
-  curl_off_t left_ = 0;
-  bool has_failed_ = true;
+  curl_off_t remaining_ = 0;
+  bool is_readable_ = false;
 };
 
 }  // namespace quorvane

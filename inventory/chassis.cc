@@ -6,12 +6,13 @@
 #include <string_view>
 #include <vector>
 
-#include "config/derived.h"
+#include "config/target.h"
 #include "inventory/collection.h"
 #include "logging/redact.h"
 #include "quorvane/inventory.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
+#include "support/text.h"
 
 namespace quorvane {
 namespace {
@@ -23,45 +24,43 @@ struct ChassisRecord {
   ChassisInfo info;
 };
 
-char ToLower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool ContainsIgnoreCase(std::string_view text, std::string_view pattern) {
   if (text.empty() || pattern.empty()) return false;
   return std::search(text.begin(), text.end(), pattern.begin(), pattern.end(),
-                     [](char a, char b) { return ToLower(a) == ToLower(b); }) !=
-         text.end();
+                     [](char a, char b) {
+                       return AsciiLower(a) == AsciiLower(b);
+                     }) != text.end();
 }
 
-// What is asked, in the words of its log lines.
-struct ResourceWords {
-  const char* asking;
+// The log messages of a GET.
+struct GetMessages {
+  const char* sending;
   const char* failed;
-  const char* refused;
+  const char* bad_status;
 };
 
-constexpr ResourceWords kCollection{
-    .asking = "GET chassis collection: ",
+constexpr GetMessages kCollection{
+    .sending = "GET chassis collection: ",
     .failed = "Chassis collection request failed: ",
-    .refused = "Chassis collection returned HTTP "};
-constexpr ResourceWords kMember{.asking = "GET chassis member: ",
-                                .failed = "Chassis member request failed: ",
-                                .refused = "Chassis member returned HTTP "};
+    .bad_status = "Chassis collection returned HTTP "};
+constexpr GetMessages kMember{.sending = "GET chassis member: ",
+                              .failed = "Chassis member request failed: ",
+                              .bad_status = "Chassis member returned HTTP "};
 
-// The body of a resource; nothing, with a warning, when there is none.
+// The body of a resource; nothing, with a warning in the log, without one.
 std::optional<std::string> GetBody(const HttpClient& client,
                                    const std::string& url, const Config& config,
-                                   const ResourceWords& words) {
-  LogInfo(kChassis, words.asking + UriForLog(url));
+                                   const GetMessages& messages) {
+  LogInfo(kChassis, messages.sending + UriForLog(url));
   try {
-    Response answer = GetResource(client, url, config);
-    if (answer.status_code == 200 && !answer.body.empty()) {
-      return std::move(answer.body);
+    Response response = GetResource(client, url, config);
+    if (response.status_code == 200 && !response.body.empty()) {
+      return std::move(response.body);
     }
-    LogWarning(kChassis, words.refused + std::to_string(answer.status_code));
+    LogWarning(kChassis,
+               messages.bad_status + std::to_string(response.status_code));
   } catch (const std::runtime_error& failure) {
-    LogWarning(kChassis, std::string(words.failed) + failure.what());
+    LogWarning(kChassis, std::string(messages.failed) + failure.what());
   }
   return std::nullopt;
 }
@@ -74,7 +73,8 @@ std::vector<ChassisRecord> FetchRecords(const HttpClient& client,
   for (const std::string& path : paths) {
     const auto body = GetBody(client, base + path, config, kMember);
     if (!body) continue;
-    LogDebug(kChassis, "Chassis member response body: " + RedactAnswer(*body));
+    LogDebug(kChassis,
+             "Chassis member response body: " + RedactResponse(*body));
     const JsonPtr member = ParseJson(*body);
     if (!member) {
       LogWarning(kChassis,
@@ -91,31 +91,34 @@ std::vector<ChassisRecord> FetchRecords(const HttpClient& client,
   return records;
 }
 
-// The first record that tells all, else the first that tells enough.
+void LogFound(const char* message, const ChassisRecord& record) {
+  LogInfo(kChassis, message + RedactUri(record.path) +
+                        " (Manufacturer: " + record.info.Manufacturer +
+                        ", Model: " + record.info.Model +
+                        ", Name: " + record.info.Name + ")");
+}
+
+// The first record with all fields, else the first with the required fields.
 const ChassisRecord* Select(const std::vector<ChassisRecord>& records) {
-  const auto tells_enough = [](const ChassisRecord& record) {
+  const auto has_required = [](const ChassisRecord& record) {
     return !record.info.Manufacturer.empty() && !record.info.Name.empty();
   };
-  const auto tells_all = [&](const ChassisRecord& record) {
-    return tells_enough(record) && !record.info.Model.empty();
+  const auto has_all = [&](const ChassisRecord& record) {
+    return has_required(record) && !record.info.Model.empty();
   };
-  const char* told = "perfect";
-  auto found = std::find_if(records.begin(), records.end(), tells_all);
-  if (found == records.end()) {
-    told = "fallback";
-    found = std::find_if(records.begin(), records.end(), tells_enough);
+  auto found = std::find_if(records.begin(), records.end(), has_all);
+  if (found != records.end()) {
+    LogFound("Found perfect chassis info in member: ", *found);
+    return &*found;
   }
-  if (found == records.end()) {
-    LogWarning(kChassis,
-               "No chassis member has required Manufacturer and Name fields");
-    return nullptr;
+  found = std::find_if(records.begin(), records.end(), has_required);
+  if (found != records.end()) {
+    LogFound("Found fallback chassis info in member: ", *found);
+    return &*found;
   }
-  LogInfo(kChassis, std::string("Found ") + told +
-                        " chassis info in member: " + RedactUri(found->path) +
-                        " (Manufacturer: " + found->info.Manufacturer +
-                        ", Model: " + found->info.Model +
-                        ", Name: " + found->info.Name + ")");
-  return &*found;
+  LogWarning(kChassis,
+             "No chassis member has required Manufacturer and Name fields");
+  return nullptr;
 }
 
 void NormalizeName(const std::vector<ChassisNameMapping>& mappings,
@@ -128,12 +131,12 @@ void NormalizeName(const std::vector<ChassisNameMapping>& mappings,
   const auto mapping = std::find_if(mappings.begin(), mappings.end(), applies);
   if (mapping == mappings.end()) return;
   info.Name = mapping->normalized_name;
-  std::string told = "Normalized chassis name to: " + info.Name +
+  std::string line = "Normalized chassis name to: " + info.Name +
                      " (name pattern: " + mapping->source_pattern;
   if (mapping->check_model) {
-    told += ", model pattern: " + mapping->model_pattern;
+    line += ", model pattern: " + mapping->model_pattern;
   }
-  LogInfo(kChassis, told + ")");
+  LogInfo(kChassis, line + ")");
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 
 #include <utility>
 
-#include "config/derived.h"
+#include "config/limits.h"
+#include "config/target.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
 
@@ -11,15 +12,14 @@ namespace quorvane {
 
 Config LoadConfigFor(const InventoryRequest& request) {
   Config config = LoadConfigAuto();
-  AimAt(request.ip, request.username, request.password, config);
+  OverrideTarget(config, request.ip, request.username, request.password);
   return config;
 }
 
 Response GetResource(const HttpClient& client, const std::string& url,
                      const Config& config) {
-  constexpr long kTimeoutMs = 15'000;
-  return client.get(url, {}, kTimeoutMs, config.username, config.password,
-                    config.auth_type);
+  return client.get(url, {}, kCollectionTimeoutMs, config.username,
+                    config.password, config.auth_type);
 }
 
 std::vector<std::string> ParseMemberPaths(const std::string& body) {

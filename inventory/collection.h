@@ -12,17 +12,18 @@
 
 namespace quorvane {
 
-/// The rules file beside the library, aimed at the server of `request`.
+/// The rules file next to the library, with the address and account of
+/// `request`.
 /// @throws as `LoadConfigAuto`.
 Config LoadConfigFor(const InventoryRequest& request);
 
-/// GET with the account of `config`; fifteen seconds at most.
+/// GET with the account of `config` and the time limit `kCollectionTimeoutMs`.
 /// @throws as `HttpClient::get`.
 Response GetResource(const HttpClient& client, const std::string& url,
                      const Config& config);
 
-/// The "@odata.id" of each member, in order; members without one are passed
-/// over. A body that is no JSON gives none, with a warning.
+/// The "@odata.id" of each member, in order. Skips members without one. Empty,
+/// with a warning in the log, if the body is not JSON.
 std::vector<std::string> ParseMemberPaths(const std::string& body);
 
 }  // namespace quorvane

@@ -2,8 +2,8 @@
 #include <string>
 #include <vector>
 
+#include "logging/save_document.h"
 #include "quorvane/inventory.h"
-#include "support/file.h"
 #include "support/json.h"
 
 namespace quorvane {

@@ -4,7 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "config/derived.h"
+#include "config/retry.h"
+#include "config/rule_for.h"
+#include "config/target.h"
 #include "inventory/collection.h"
 #include "logging/redact.h"
 #include "quorvane/inventory.h"
@@ -25,8 +27,8 @@ std::string JoinedForLog(const std::vector<std::string>& uris) {
   return joined;
 }
 
-// The first URI that answers 200. When none does, the last one is asked once
-// more, and what it answers, or throws, is the answer.
+// The response of the first URI that returns 200. If none does, the response to
+// another request to the last URI, whatever it returns or throws.
 Response GetInventoryCollection(const HttpClient& client, const Config& config,
                                 std::string& used_uri) {
   used_uri.clear();
@@ -39,20 +41,22 @@ Response GetInventoryCollection(const HttpClient& client, const Config& config,
     LogInfo(kInventory, "GET collection: " + UriForLog(url) + " (URI " +
                             std::to_string(i + 1) + "/" +
                             std::to_string(uris.size()) + ")");
-    std::string failed = "URI failed: " + RedactUri(used_uri);
     try {
-      Response answer = GetResource(client, url, config);
-      if (answer.status_code == 200) return answer;
-      failed += " (HTTP " + std::to_string(answer.status_code);
+      Response response = GetResource(client, url, config);
+      if (response.status_code == 200) return response;
+      LogWarning(kInventory, "URI failed: " + RedactUri(used_uri) + " (HTTP " +
+                                 std::to_string(response.status_code) +
+                                 "), trying next URI");
     } catch (const std::runtime_error& failure) {
-      failed += std::string(" (exception: ") + failure.what();
+      LogWarning(kInventory, "URI failed: " + RedactUri(used_uri) +
+                                 " (exception: " + failure.what() +
+                                 "), trying next URI");
     }
-    LogWarning(kInventory, failed + "), trying next URI");
   }
   return GetResource(client, base + used_uri, config);
 }
 
-// What the status of a collection leads to.
+// What to do after the response of a collection.
 enum class Decision { kRead, kRetry, kGiveUp };
 
 Decision Retry(const std::string& status) {
@@ -60,8 +64,8 @@ Decision Retry(const std::string& status) {
   return Decision::kRetry;
 }
 
-// A refused login is settled before the rules: another try would only bring the
-// account closer to being locked.
+// No rule can change what a refused login means: another attempt would bring
+// the account closer to being locked.
 Decision Decide(long status_code, const Config& config) {
   if (status_code == 401) {
     LogError(kInventory, "Authentication failed (HTTP 401 Unauthorized)");
@@ -102,14 +106,15 @@ std::vector<InventoryItem> FetchMembers(const HttpClient& client,
                                         const Config& config) {
   std::vector<InventoryItem> items;
   for (const std::string& path : paths) {
-    const Response answer = GetResource(client, UrlOf(path, config), config);
-    if (answer.status_code != 200 || answer.body.empty()) {
+    const Response response =
+        GetResource(client, ResolveUrl(config, path), config);
+    if (response.status_code != 200 || response.body.empty()) {
       LogWarning(kInventory, "GET member failed: " + RedactUri(path) +
                                  " (HTTP " +
-                                 std::to_string(answer.status_code) + ")");
+                                 std::to_string(response.status_code) + ")");
       continue;
     }
-    const JsonPtr member = ParseJson(answer.body);
+    const JsonPtr member = ParseJson(response.body);
     if (!member) {
       LogWarning(kInventory,
                  "Failed to parse member JSON for " + RedactUri(path));
@@ -135,7 +140,7 @@ void LogItems(const std::vector<InventoryItem>& items) {
   LogInfo(kInventory, std::string(48, '='));
 }
 
-// Whether the collection could be read; an empty body is worth another try.
+// False if the body is empty, which is worth another attempt.
 bool ReadCollection(const HttpClient& client, const Response& collection,
                     const Config& config, std::vector<InventoryItem>& items) {
   if (collection.body.empty()) {
@@ -157,9 +162,9 @@ bool FetchInventoryWithRetry(const Config& config,
                              std::vector<InventoryItem>& items) {
   items.clear();
   const HttpClient client;
-  for (long long tries = 0; tries <= config.max_retries; ++tries) {
-    if (tries > 0) {
-      SleepBeforeRetry(kInventory, config, static_cast<int>(tries - 1));
+  for (long long retries = 0; retries <= config.max_retries; ++retries) {
+    if (retries > 0) {
+      SleepBeforeRetry(kInventory, config, static_cast<int>(retries - 1));
     }
     std::string used_uri;
     const Response collection =

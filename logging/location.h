@@ -6,13 +6,13 @@
 
 namespace quorvane {
 
-/// Makes sure that nobody but root can redirect or tamper with a log at `path`:
-/// its folder (made with its ancestors, mode 0750, if it is missing) is a real
-/// folder of root's that not everybody may write to, and the file is no
-/// symbolic link to anything that exists.
+/// Checks that only root can redirect or change a log at `path`. The directory
+/// must belong to root, must not be a symbolic link, and must not be writable
+/// by all users. It is created, with its parents and mode 0750, if it is
+/// missing. The file must not be a symbolic link to an existing file.
 ///
-/// @return Empty when the location is safe; else what is wrong, with the path.
-std::string LogLocationFault(const std::string& path);
+/// @return Empty if the location is safe; else the error message.
+std::string CheckLogLocation(const std::string& path);
 
 }  // namespace quorvane
 

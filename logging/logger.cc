@@ -39,15 +39,16 @@ const char* LevelName(LogLevel level) {
   return "UNKNOWN";
 }
 
-// "2024-05-01 13:07:09.042". Without the heap, since the closing line is
-// written from a destructor, which must not run out of memory. The text of a
-// second is kept: telling local time costs more than the rest of a line.
+// "2024-05-01 13:07:09.042". Uses no heap: the destructor of the logger writes
+// the closing line, and must not run out of memory. Caches the text of a
+// second, because the conversion to local time costs more than the rest of a
+// line.
 class Timestamp {
  public:
   const char* Now() noexcept {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    if (now.tv_sec != second_ || length_ == 0) TellSecond(now.tv_sec);
+    if (now.tv_sec != second_ || length_ == 0) FormatSecond(now.tv_sec);
     const auto milliseconds = static_cast<int>(now.tv_nsec / 1'000'000);
     char* end = text_.data() + length_;
     end[0] = '.';
@@ -59,7 +60,7 @@ class Timestamp {
   }
 
  private:
-  void TellSecond(time_t second) noexcept {
+  void FormatSecond(time_t second) noexcept {
     tm local{};
     localtime_r(&second, &local);
     length_ =
@@ -72,43 +73,47 @@ class Timestamp {
   time_t second_ = 0;
 };
 
-// Whether the process has a limit on the size of its files, RLIMIT_FSIZE.
-// Reading it costs as much as writing a line. So only the first lines of each
-// clock tick (a few milliseconds) read it; the rest of a burst reuse the value.
+bool HasFileSizeLimit() noexcept {
+  rlimit limit{};
+  return getrlimit(RLIMIT_FSIZE, &limit) != 0 ||
+         limit.rlim_cur != RLIM_INFINITY;
+}
+
+// The clock tick, of a few milliseconds, at this moment. Needs no system call.
+long long CurrentTick() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+}
+
+// A cache of `HasFileSizeLimit`, which costs as much as writing a line. Only
+// the first lines of each clock tick read the limit.
 class FileSizeLimit {
  public:
   bool IsSet() noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (now.tv_nsec != tick_.tv_nsec || now.tv_sec != tick_.tv_sec) {
-      tick_ = now;
-      readings_ = 0;
-    }
-    if (readings_ < kReadingsPerTick) {
-      ++readings_;
-      rlimit limit{};
-      is_set_ = getrlimit(RLIMIT_FSIZE, &limit) != 0 ||
-                limit.rlim_cur != RLIM_INFINITY;
-    }
+    const long long tick = CurrentTick();
+    lines_in_tick_ = tick == tick_ ? lines_in_tick_ + 1 : 1;
+    tick_ = tick;
+    if (lines_in_tick_ <= kCheckedLinesPerTick) is_set_ = HasFileSizeLimit();
     return is_set_;
   }
 
  private:
-  static constexpr int kReadingsPerTick = 8;
-  timespec tick_{};
-  int readings_ = 0;
+  static constexpr long kCheckedLinesPerTick = 8;
+  long long tick_ = 0;
+  long lines_in_tick_ = 0;
   bool is_set_ = false;
 };
 
 // The file that holds the log.
 class LogFile {
  public:
-  // Never blocks on a FIFO that nobody reads: opening it fails instead.
+  // Does not block on a FIFO without a reader: opening it fails.
   bool Open(const std::string& path);
   [[nodiscard]] bool IsOpen() const noexcept { return file_.IsOpen(); }
 
-  // Appends whole lines: after an attempt that stopped within a line, the next
-  // one starts a new line. False when the text is not on disk.
+  // Appends whole lines. After a partly written line, starts a new line first.
+  // False if the text could not be written.
   bool Append(std::string_view lines) noexcept;
 
  private:
@@ -133,8 +138,8 @@ bool LogFile::Open(const std::string& path) {
 }
 
 bool LogFile::Append(std::string_view lines) noexcept {
-  // Blocking signals costs several system calls, and a line on a regular file
-  // one. Such a file raises no signal unless the process has a size limit.
+  // Blocking signals takes several system calls, and writing a line takes one.
+  // A regular file raises no signal unless the process has a size limit.
   std::optional<WriteSignalBlock> no_signals;
   if (!is_regular_ || size_limit_.IsSet()) no_signals.emplace();
   if (is_cut_short_ && !Write("\n")) return false;
@@ -147,7 +152,7 @@ bool LogFile::Write(std::string_view text) noexcept {
   return written == text.size();
 }
 
-void Complain(const std::string& text) {
+void PrintError(const std::string& text) {
   static_cast<void>(WriteAll(STDERR_FILENO, text + "\n"));
 }
 
@@ -171,7 +176,7 @@ class Logger::Impl {
   }
   bool IsInitialized() const {
     const std::scoped_lock lock(mutex_);
-    return initialised_;
+    return is_initialized_;
   }
   void log_write(LogLevel level, const std::string& component,
                  const std::string& message);
@@ -184,9 +189,9 @@ class Logger::Impl {
   std::string path_;
   LogLevel level_ = LogLevel::INFO;
   bool console_output_ = false;
-  bool initialised_ = false;
+  bool is_initialized_ = false;
   Timestamp clock_;
-  std::string line_;  // kept for its capacity
+  std::string line_;  // reused for its capacity
 };
 
 Logger::Impl::Impl(const std::string& path, LogLevel level, bool console_output,
@@ -195,17 +200,17 @@ Logger::Impl::Impl(const std::string& path, LogLevel level, bool console_output,
       level_(level),
       console_output_(console_output) {
   if (!skip_security_checks) {
-    const std::string fault = LogLocationFault(path_);
-    if (!fault.empty()) {
-      Complain(fault);
+    const std::string error = CheckLogLocation(path_);
+    if (!error.empty()) {
+      PrintError(error);
       return;
     }
   }
   if (!file_.Open(path_)) {
-    Complain("[logger] Failed to open log file: " + path_);
+    PrintError("[logger] Failed to open log file: " + path_);
     return;
   }
-  initialised_ = true;
+  is_initialized_ = true;
   WriteBanner();
 }
 
@@ -242,12 +247,13 @@ void Logger::Impl::log_write(LogLevel level, const std::string& component,
   if (!component.empty()) line_.append(" [").append(component).append("]");
   line_.append(" ").append(message).append("\n");
 
-  const bool on_disk = initialised_ && file_.Append(line_);
-  // A full disk must not swallow what happened.
-  if (console_output_ || !on_disk) {
-    const bool plain = level == LogLevel::DEBUG || level == LogLevel::INFO;
-    std::FILE* console = plain ? stdout : stderr;
-    const WriteSignalBlock no_signals;  // its reader may be gone
+  const bool is_on_disk = is_initialized_ && file_.Append(line_);
+  // With a full disk, the line must not be lost.
+  if (console_output_ || !is_on_disk) {
+    const bool is_informative =
+        level == LogLevel::DEBUG || level == LogLevel::INFO;
+    std::FILE* console = is_informative ? stdout : stderr;
+    const WriteSignalBlock no_signals;  // the console may be a closed pipe
     std::fwrite(line_.data(), 1, line_.size(), console);
     std::fflush(console);
   }
@@ -282,13 +288,14 @@ void Logger::LogError(const std::string& component,
 
 namespace {
 
-// Owned, but not by a smart pointer: that would end the logger at exit(3),
-// where other threads may still log, and in each forked child that exits.
+// An owning pointer, but not a smart pointer: its destructor would end the
+// logger at exit(3), while other threads may still log, and in each forked
+// child process that exits.
 Logger* global_logger = nullptr;
 thread_local Logger* thread_logger = nullptr;
 
 void ReplaceGlobalLogger(std::unique_ptr<Logger> logger) noexcept {
-  const std::unique_ptr<Logger> ended(
+  const std::unique_ptr<Logger> previous(
       std::exchange(global_logger, logger.release()));
 }
 
@@ -298,9 +305,9 @@ bool InitLogger(const std::string& path, LogLevel level, bool console_output,
                 bool skip_security_checks) {
   auto logger = std::make_unique<Logger>(path, level, console_output,
                                          skip_security_checks);
-  const bool initialised = logger->IsInitialized();
+  const bool is_initialized = logger->IsInitialized();
   ReplaceGlobalLogger(std::move(logger));
-  return initialised;
+  return is_initialized;
 }
 
 void ShutdownLogger() noexcept { ReplaceGlobalLogger(nullptr); }

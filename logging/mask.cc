@@ -9,8 +9,8 @@
 namespace quorvane {
 namespace {
 
-void ReportSkipped(const char* what, std::size_t position) {
-  static_cast<void>(std::fprintf(stderr, "%s%zu\n", what, position));
+void ReportSkipped(const char* message, std::size_t position) {
+  static_cast<void>(std::fprintf(stderr, "%s%zu\n", message, position));
 }
 
 }  // namespace

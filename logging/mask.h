@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two passes of MaskIP. `Text` is std::string_view, or in a test a view
-// that counts how many characters are read.
+// that counts the characters that are read.
 #ifndef QUORVANE_LOGGING_MASK_H_
 #define QUORVANE_LOGGING_MASK_H_
 
@@ -9,33 +9,26 @@
 #include <string>
 #include <string_view>
 
+#include "support/text.h"
+
 namespace quorvane::mask {
 
 inline constexpr auto kNone = std::string_view::npos;
 
-// Letters and digits of ASCII, whatever the locale.
-inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-inline bool IsHex(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-inline bool IsAlnum(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-/// Reports a text that only looks like an address, on standard error.
+/// Reports on standard error a text that looks like an address but is not one.
 /// @{
 void ReportSkippedIpv4(std::size_t position);
 void ReportSkippedIpv6(std::size_t position);
 /// @}
 
-// The value of a text of digits if it is one and no more than 255. Stops at the
-// first character that settles it.
+// Whether the text is a number up to 255. Stops at the first character that
+// decides it.
 template <typename Text>
 bool IsOctet(Text text) {
   int value = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
-    if (!IsDigit(c)) return false;
+    if (!IsAsciiDigit(c)) return false;
     value = value * 10 + (c - '0');
     if (value > 255) return false;
   }
@@ -50,12 +43,12 @@ template <typename Text>
 std::optional<Ipv4> Ipv4Around(Text text, std::size_t first_dot,
                                std::size_t second_dot, std::size_t third_dot) {
   std::size_t start = first_dot;
-  while (start > 0 && first_dot - start <= 3 && IsDigit(text[start - 1])) {
+  while (start > 0 && first_dot - start <= 3 && IsAsciiDigit(text[start - 1])) {
     --start;
   }
   if (first_dot - start > 3) return std::nullopt;
   std::size_t end = third_dot + 1;
-  while (end < text.size() && IsDigit(text[end])) ++end;
+  while (end < text.size() && IsAsciiDigit(text[end])) ++end;
   const auto between = [text](std::size_t dot, std::size_t next) {
     return text.substr(dot + 1, next - dot - 1);
   };
@@ -90,8 +83,8 @@ void MaskIpv4(Text text, std::string& masked) {
   }
 }
 
-// The IPv6 pass looks at the text as it came; the IPv4 pass may have put an 'X'
-// into the tail of an IPv4-mapped address.
+// Reads the original text, because the IPv4 pass may have written an 'X' into
+// the end of an IPv4-mapped address.
 template <typename Text>
 class Ipv6Pass {
  public:
@@ -128,12 +121,12 @@ class Ipv6Pass {
     return second != kNone && text_.find(':', second + 1) != kNone;
   }
 
-  // The address whose first group ends at `colon` and begins no earlier than
-  // `scan`; nothing when a group is no group.
+  // The address whose first group ends at `colon` and starts at `scan` or
+  // later. Nothing if one of its groups is invalid.
   std::optional<Address> AddressAround(std::size_t scan, std::size_t colon) {
     std::size_t start = colon;
-    while (start > scan && IsAlnum(text_[start - 1])) --start;
-    if (start < bad_until_ || !IsGroup(start, colon)) return std::nullopt;
+    while (start > scan && IsAsciiAlphanumeric(text_[start - 1])) --start;
+    if (start < invalid_until_ || !IsGroup(start, colon)) return std::nullopt;
 
     std::size_t end = colon;
     std::size_t colons = 0;
@@ -141,11 +134,12 @@ class Ipv6Pass {
       ++colons;
       const std::size_t group = end + 1;
       end = group;
-      while (end < text_.size() && end - group <= 4 && IsAlnum(text_[end])) {
+      while (end < text_.size() && end - group <= 4 &&
+             IsAsciiAlphanumeric(text_[end])) {
         ++end;
       }
       if (!IsGroup(group, end)) {
-        bad_until_ = group + 1;
+        invalid_until_ = group + 1;
         return std::nullopt;
       }
     }
@@ -158,21 +152,21 @@ class Ipv6Pass {
 
   [[nodiscard]] bool IsGroup(std::size_t start, std::size_t end) const {
     if (end - start > 4) return false;
-    while (start < end && IsHex(text_[start])) ++start;
+    while (start < end && IsAsciiHexDigit(text_[start])) ++start;
     return start == end;
   }
 
-  // An IPv4-mapped address ends in an IPv4 address (RFC 4291, section 2.2).
+  // An IPv4-mapped address ends with an IPv4 address (RFC 4291, section 2.2).
   [[nodiscard]] std::size_t EndOfDottedTail(std::size_t end) const {
     while (end + 1 < text_.size() && text_[end] == '.' &&
-           IsDigit(text_[end + 1])) {
+           IsAsciiDigit(text_[end + 1])) {
       ++end;
-      while (end < text_.size() && IsDigit(text_[end])) ++end;
+      while (end < text_.size() && IsAsciiDigit(text_[end])) ++end;
     }
     return end;
   }
 
-  // Hides up to and including the fourth colon; gives the address' end.
+  // Masks the address up to its fourth colon. Returns the end of the address.
   std::size_t Mask(const Address& address) {
     std::size_t colons = 0;
     for (std::size_t i = address.start; i < address.end && colons < 4; ++i) {
@@ -184,12 +178,12 @@ class Ipv6Pass {
 
   Text text_;
   std::string& masked_;
-  // Every candidate that begins before this runs into the same bad group; it is
-  // not read again, so that the pass stays linear.
-  std::size_t bad_until_ = 0;
+  // Every candidate that starts before this position contains the same invalid
+  // group. It is not read again, so that the pass is linear.
+  std::size_t invalid_until_ = 0;
 };
 
-/// `masked` is a copy of `text`; the addresses in it are hidden.
+/// Masks the addresses in `masked`, which is a copy of `text`.
 template <typename Text>
 void MaskAddresses(Text text, std::string& masked) {
   MaskIpv4(text, masked);

@@ -17,9 +17,9 @@ namespace {
 
 constexpr auto kNone = std::string_view::npos;
 
-// Where the authority may begin. What has no known scheme may be a user name
-// and its password.
-std::size_t AuthorityOf(std::string_view uri) {
+// Start of the text that may be an authority (RFC 3986, section 3.2). Without a
+// known scheme, that is the whole text: "user:password@host" has no scheme.
+std::size_t AuthorityStart(std::string_view uri) {
   constexpr auto kSchemes = std::to_array<std::string_view>(
       {"cifs", "file", "ftp", "ftps", "http", "https", "nfs", "scp", "sftp",
        "smb", "tftp"});
@@ -35,8 +35,8 @@ std::size_t AuthorityOf(std::string_view uri) {
                                                                  : 0;
 }
 
-// Where the host at `at` ends if it is an address; kNone for all else.
-std::size_t EndOfAddress(std::string_view uri, std::size_t at) {
+// End of the IP address that starts at `at`; kNone if there is none.
+std::size_t AddressEnd(std::string_view uri, std::size_t at) {
   if (uri.substr(at, 1) == "[") {
     const std::size_t end =
         uri.find_first_not_of("0123456789abcdefABCDEF:.", at + 1);
@@ -48,10 +48,10 @@ std::size_t EndOfAddress(std::string_view uri, std::size_t at) {
                                                         : kNone;
 }
 
-// Behind an authority that is an address with or without a port, and so holds
-// no password for certain; else `authority`.
-std::size_t BehindAddress(std::string_view uri, std::size_t authority) {
-  std::size_t end = EndOfAddress(uri, authority);
+// Start of the text that may contain a user name and a password. An authority
+// that is only an IP address and a port contains neither, so it is skipped.
+std::size_t UserinfoStart(std::string_view uri, std::size_t authority) {
+  std::size_t end = AddressEnd(uri, authority);
   if (end == kNone) return authority;
   if (uri.substr(end, 1) == ":") {
     end = std::min(uri.find_first_not_of("0123456789", end + 1), uri.size());
@@ -61,15 +61,16 @@ std::size_t BehindAddress(std::string_view uri, std::size_t authority) {
   return is_complete ? end : authority;
 }
 
-std::string RedactUser(const std::string& uri) {
+std::string RedactPassword(const std::string& uri) {
   std::size_t password = kNone;
   std::size_t last_at = uri.rfind('@');
   const bool has_at = last_at != kNone;
-  for (std::size_t i = BehindAddress(uri, AuthorityOf(uri)); i < uri.size();) {
+  const std::size_t start = UserinfoStart(uri, AuthorityStart(uri));
+  for (std::size_t i = start; i < uri.size();) {
     const Character character = CharacterAt(uri, i);
     const std::size_t end = i + character.length;
     if (character.value == ':' && password == kNone) password = end;
-    // Percent-encoded by mistake, it counts where no other '@' does.
+    // A percent-encoded '@' counts if the URI contains no other '@'.
     if (character.value == '@' && !has_at) last_at = i;
     i = end;
   }
@@ -77,11 +78,11 @@ std::string RedactUser(const std::string& uri) {
   return uri.substr(0, password).append(kRedacted).append(uri, last_at);
 }
 
-// Links that a share has signed carry the proof in their query. Encoded
-// separators count, for links that stand in the query of another.
+// A signed link of a share has its signature in the query. Encoded separators
+// count, because the query may contain another link.
 std::string RedactQuery(const std::string& uri) {
   std::string redacted;
-  std::size_t done = 0;
+  std::size_t copied = 0;
   std::optional<std::string> name;
   for (std::size_t at = 0; at < uri.size();) {
     const Character character = CharacterAt(uri, at);
@@ -90,21 +91,21 @@ std::string RedactQuery(const std::string& uri) {
       name.emplace();
     } else if (name && character.value == '=') {
       if (IsSecretParameter(*name)) {
-        redacted.append(uri, done, at - done).append(kRedacted);
-        done = at = std::min(uri.find('&', at), uri.size());
+        redacted.append(uri, copied, at - copied).append(kRedacted);
+        copied = at = std::min(uri.find('&', at), uri.size());
       }
       name.reset();
     } else if (name) {
       *name += character.value;
     }
   }
-  return redacted.append(uri, done);
+  return redacted.append(uri, copied);
 }
 
 }  // namespace
 
 std::string RedactUri(const std::string& uri) {
-  return RedactQuery(RedactUser(uri));
+  return RedactQuery(RedactPassword(uri));
 }
 
 std::string UriForLog(const std::string& uri) { return MaskIP(RedactUri(uri)); }

@@ -7,30 +7,31 @@
 
 namespace quorvane {
 
-/// What the log shows in place of a secret.
+/// The text that replaces a secret in the log.
 inline constexpr std::string_view kRedacted = "<REDACTED>";
 
-/// A URI as the log may show it, with each of these redacted:
-/// - What may be a password (RFC 3986, section 3.2.1): all between the first
-///   ':' behind a known scheme and the last '@'. A scheme is optional. This
-///   hides a password that its author forgot to percent-encode, and at times
-///   part of a path. A user name without a password stays.
-/// - The value of each query parameter whose name announces a secret
-///   (IsSecretParameter), up to the next '&'.
-/// Blanks, quotes, '<' and '(' may precede the URI.
+/// A URI for the log. Redacts:
+/// - What may be a password (RFC 3986, section 3.2.1): everything between the
+///   first ':' after a known scheme and the last '@'. The scheme is optional.
+///   This also redacts a password that is not percent-encoded, and sometimes a
+///   part of a path. A user name without a password is not redacted.
+/// - The value of each secret query parameter (IsSecretParameter), up to the
+///   next '&'.
+/// White space, quotes, '<' and '(' may precede the URI.
 std::string RedactUri(const std::string& uri);
 
-/// `RedactUri`, with the leading part of every address masked as well.
+/// `RedactUri`, with masked addresses (`MaskIP`).
 std::string UriForLog(const std::string& uri);
 
-/// A BMC's answer as the log may show it. A task shows the request that created
-/// it, and with it the account of the share (DSP2046, Task, Payload). Redacted
-/// are, also in JSON that is quoted within a JSON string:
-/// - the string value of each member whose name announces a secret
-///   (IsSecretMember), however the name is escaped;
-/// - the rest of a string that begins like such a header: "X-Auth-Token: ...";
-/// - secrets within each word that may be a URI (RedactUri).
-std::string RedactAnswer(const std::string& body);
+/// The body of a response for the log. A task contains the request that created
+/// it, and so the account of the share (DSP2046, Task, Payload). Redacts, also
+/// in JSON that is quoted in a JSON string:
+/// - the string value of each secret member (IsSecretMember), even if its name
+///   contains escapes;
+/// - the rest of a string that starts like a secret header:
+///   "X-Auth-Token: ...";
+/// - secrets in each word that may be a URI (RedactUri).
+std::string RedactResponse(const std::string& body);
 
 }  // namespace quorvane
 

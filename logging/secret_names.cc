@@ -11,24 +11,24 @@
 namespace quorvane {
 namespace {
 
-// Unmistakable, also where words run together as in "downloadtoken".
+// Unambiguous words, also within other letters, as in "downloadtoken".
 constexpr auto kLongWords = std::to_array<std::string_view>(
     {"accesskey", "apikey", "authkey", "authorization", "cookie", "credential",
      "encryptionkey", "passcode", "passphrase", "passwd", "password",
      "privatekey", "pwd", "secret", "secretkey", "sharedkey", "token"});
 
-// Also found in harmless words: "design", "monkey", "author", "compass".
+// Words that are also part of harmless words: "design", "monkey", "compass".
 constexpr auto kShortWords = std::to_array<std::string_view>(
     {"auth", "bearer", "cred", "hmac", "jsessionid", "jwt", "key", "oauth",
      "otp", "pass", "pin", "psw", "pw", "sas", "sessionid",
      "sharedaccesssignature", "sid", "sig", "signature"});
 
-// Positions in a paged collection.
+// Names of positions in a paged collection.
 constexpr auto kPaging =
     std::to_array<std::string_view>({"deltatoken", "skiptoken"});
 
 // "X-Auth-Token" becomes "xauthtoken".
-std::string LettersOf(std::string_view name) {
+std::string LowercaseLetters(std::string_view name) {
   std::string letters;
   for (const char c : name) {
     if (IsAsciiLetter(c)) letters += AsciiLower(c);
@@ -40,7 +40,7 @@ bool IsPaging(std::string_view letters) {
   return std::find(kPaging.begin(), kPaging.end(), letters) != kPaging.end();
 }
 
-// Whether a word may begin or end at `at`: "access|Key", "SAS|Token",
+// Whether a word may start or end at `at`: "access|Key", "SAS|Token",
 // "API|key", "x|-|amz".
 bool IsWordBoundary(std::string_view name, std::size_t at) {
   if (at == 0 || at >= name.size()) return true;
@@ -52,21 +52,21 @@ bool IsWordBoundary(std::string_view name, std::size_t at) {
          IsAsciiLower(name[at + 1]);
 }
 
-// Whether `word` stands at `at` as a whole word, or its plural does.
-bool HasWordAt(std::string_view name, std::string_view lowered, std::size_t at,
-               std::string_view word) {
-  if (lowered.substr(at, word.size()) != word) return false;
+// Whether `word`, or its plural, is a whole word at `at`.
+bool HasWordAt(std::string_view name, std::string_view lowercase,
+               std::size_t at, std::string_view word) {
+  if (lowercase.substr(at, word.size()) != word) return false;
   const std::size_t end = at + word.size();
   return IsWordBoundary(name, end) ||
-         (lowered[end] == 's' && IsWordBoundary(name, end + 1));
+         (lowercase[end] == 's' && IsWordBoundary(name, end + 1));
 }
 
 bool HasShortWord(std::string_view name) {
-  const std::string lowered = AsciiLower(name);
+  const std::string lowercase = AsciiLower(name);
   for (std::size_t at = 0; at < name.size(); ++at) {
     if (IsWordBoundary(name, at) &&
         std::any_of(kShortWords.begin(), kShortWords.end(), [&](auto word) {
-          return HasWordAt(name, lowered, at, word);
+          return HasWordAt(name, lowercase, at, word);
         })) {
       return true;
     }
@@ -74,21 +74,21 @@ bool HasShortWord(std::string_view name) {
   return false;
 }
 
-bool HasLongWord(std::string_view lowered) {
+bool HasLongWord(std::string_view lowercase) {
   return std::any_of(kLongWords.begin(), kLongWords.end(), [&](auto word) {
-    return lowered.find(word) != std::string_view::npos;
+    return lowercase.find(word) != std::string_view::npos;
   });
 }
 
 }  // namespace
 
 bool IsSecretParameter(std::string_view name) {
-  const std::string letters = LettersOf(name);
+  const std::string letters = LowercaseLetters(name);
   return !IsPaging(letters) && (HasLongWord(letters) || HasShortWord(name));
 }
 
 bool IsSecretMember(std::string_view name) {
-  std::string letters = LettersOf(name);
+  std::string letters = LowercaseLetters(name);
   if (IsPaging(letters)) return false;
   if (letters.ends_with('s')) letters.pop_back();
   return std::any_of(kLongWords.begin(), kLongWords.end(),
@@ -96,8 +96,8 @@ bool IsSecretMember(std::string_view name) {
 }
 
 bool MentionsSecret(std::string_view text) {
-  const std::string lowered = AsciiLower(text);
-  return HasLongWord(lowered) || lowered.find("pass") != std::string::npos;
+  const std::string lowercase = AsciiLower(text);
+  return HasLongWord(lowercase) || lowercase.find("pass") != std::string::npos;
 }
 
 }  // namespace quorvane

@@ -9,7 +9,7 @@ void AddOptions(CLI::App& app, SimulatorOptions& options) {
   app.add_option("--scenario", options.scenario,
                  "A scenario file, or the name of a built-in scenario")
       ->capture_default_str()
-      ->type_name("NAME");
+      ->type_name("SCENARIO");
   app.add_option("--port", options.port, "TCP port; 0 selects a free port")
       ->check(CLI::Range(0, 65535).description(""))
       ->capture_default_str()

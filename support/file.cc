@@ -9,8 +9,6 @@
 #include <csignal>
 #include <ctime>
 
-#include "quorvane/logging.h"
-
 namespace quorvane {
 
 bool Descriptor::Close() noexcept {
@@ -23,7 +21,7 @@ WriteSignalBlock::WriteSignalBlock() noexcept {
   sigaddset(&raised_here_, SIGPIPE);
   sigaddset(&raised_here_, SIGXFSZ);
   pthread_sigmask(SIG_BLOCK, &raised_here_, &previous_mask_);
-  // A signal that is already pending belongs to the host.
+  // A signal that is already pending belongs to the host process.
   sigset_t pending{};
   sigpending(&pending);
   for (const int signal : {SIGPIPE, SIGXFSZ}) {
@@ -58,12 +56,10 @@ bool WriteAll(int fd, std::string_view text) noexcept {
   return WriteBytes(fd, text) == text.size();
 }
 
-namespace {
-
-// Opening never waits for the reader of a FIFO, and changes nothing before it
-// is known what was opened.
-Descriptor OpenTarget(const std::string& path) {
-  constexpr mode_t kMode = 0666;  // less the umask, as for any document
+// Opening never waits for the reader of a FIFO, and the file is truncated only
+// after a check of its type.
+Descriptor OpenDocument(const std::string& path) {
+  constexpr mode_t kMode = 0666;  // reduced by the umask
   Descriptor file(open(path.c_str(),
                        O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK,
                        kMode));
@@ -77,19 +73,6 @@ Descriptor OpenTarget(const std::string& path) {
   }
   fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
   return file;
-}
-
-}  // namespace
-
-bool SaveDocument(const std::string& component, const std::string& path,
-                  std::string_view text) {
-  Descriptor file = OpenTarget(path);
-  if (!file.IsOpen()) {
-    LogError(component, "Cannot open output file: " + path);
-    return false;
-  }
-  const bool written = WriteAll(file.get(), text);
-  return file.Close() && written;
 }
 
 }  // namespace quorvane

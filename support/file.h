@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Files. Every descriptor is close-on-exec, so that nothing of an update leaks
-// into a process that the caller starts meanwhile.
+// Files. Every descriptor is close-on-exec: a process that the caller starts
+// during an update inherits none of them.
 #ifndef QUORVANE_SUPPORT_FILE_H_
 #define QUORVANE_SUPPORT_FILE_H_
 
@@ -12,7 +12,7 @@
 
 namespace quorvane {
 
-/// Owns a file descriptor; -1 means none.
+/// Owns a file descriptor; -1: none.
 class Descriptor {
  public:
   explicit Descriptor(int fd = -1) noexcept : fd_(fd) {}
@@ -31,17 +31,17 @@ class Descriptor {
   [[nodiscard]] int get() const noexcept { return fd_; }
   [[nodiscard]] bool IsOpen() const noexcept { return fd_ >= 0; }
 
-  /// Closes it now. False when the system reports a write that failed late.
+  /// Closes it now. False if the system reports a delayed write error.
   bool Close() noexcept;
 
  private:
   int fd_;
 };
 
-/// While it lives, a write that fails on this thread raises no signal: neither
-/// SIGPIPE (the reader of a pipe is gone) nor SIGXFSZ (the file reaches the
-/// limit of the process, RLIMIT_FSIZE). Both would end the host process, whose
-/// own signal handling stays as it is. Preserves errno.
+/// During its lifetime, a failed write on this thread raises no signal: neither
+/// SIGPIPE (a pipe has no reader) nor SIGXFSZ (the file reaches the limit of
+/// the process, RLIMIT_FSIZE). Both would end the host process. The signal
+/// handlers of the host process do not change. Preserves errno.
 class WriteSignalBlock {
  public:
   WriteSignalBlock() noexcept;
@@ -54,23 +54,20 @@ class WriteSignalBlock {
   sigset_t raised_here_{};
 };
 
-/// Writes `text`, across short writes and interruptions. A failed write may
-/// raise a signal.
-/// @return How many bytes were written; if not all, errno is set.
+/// Writes `text`, and continues after short writes and interruptions. A failed
+/// write can raise a signal.
+/// @return Number of bytes written; if not all, errno is set.
 std::size_t WriteBytes(int fd, std::string_view text) noexcept;
 
-/// Writes all of `text` and raises no signal. False, with errno set, when not
-/// all of it could be written.
+/// Writes all of `text` and raises no signal. False, with errno set, if a part
+/// could not be written.
 bool WriteAll(int fd, std::string_view text) noexcept;
 
-/// Makes `path` hold `text` and nothing else. Directories are not created.
-/// Character devices and pipes that have a reader (/dev/null, /dev/stdout) are
-/// written to; block devices and pipes without a reader are rejected. A target
-/// that is rejected or cannot be opened is logged as an error under
-/// `component`.
-/// @return Whether all of the text was written.
-bool SaveDocument(const std::string& component, const std::string& path,
-                  std::string_view text);
+/// Opens `path` for a document that replaces its content. Creates the file if
+/// it is missing, but no directories. Accepts regular files, character devices
+/// and pipes that have a reader (/dev/null, /dev/stdout).
+/// @return Closed for any other type, and if the file cannot be opened.
+Descriptor OpenDocument(const std::string& path);
 
 }  // namespace quorvane
 

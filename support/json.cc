@@ -14,9 +14,9 @@ struct FreeDeleter {
 };
 using JsonText = std::unique_ptr<char, FreeDeleter>;
 
-// cJSON keeps quiet about why it gave a null; malloc(3) leaves ENOMEM behind.
+// cJSON does not report why it returned null, but malloc(3) sets ENOMEM.
 template <typename Call>
-auto WithMemoryChecked(Call call) {
+auto CheckMemory(Call call) {
   errno = 0;
   auto result = call();
   if (!result && errno == ENOMEM) throw std::bad_alloc();
@@ -24,12 +24,12 @@ auto WithMemoryChecked(Call call) {
 }
 
 template <typename T>
-T* Checked(T* made) {
-  if (made == nullptr) throw std::bad_alloc();
-  return made;
+T* Checked(T* created) {
+  if (created == nullptr) throw std::bad_alloc();
+  return created;
 }
 
-// Takes over `item`, which cJSON would leave to us when it cannot add it.
+// Takes ownership of `item`. If cJSON cannot add it, it does not free it.
 cJSON* Append(cJSON* array, cJSON* item) {
   JsonPtr owned(Checked(item));
   if (cJSON_AddItemToArray(array, owned.get()) == 0) throw std::bad_alloc();
@@ -44,10 +44,10 @@ std::string Text(char* printed) {
 }  // namespace
 
 JsonPtr ParseJson(const std::string& text, std::size_t* error_position) {
-  // Not cJSON_GetErrorPtr: all threads share what it reads (and cJSON writes).
-  // The end pointer tells the same place.
+  // Not cJSON_GetErrorPtr, whose value all threads share. The end pointer is
+  // the same position.
   const char* end = text.c_str();
-  JsonPtr tree = WithMemoryChecked(
+  JsonPtr tree = CheckMemory(
       [&] { return JsonPtr(cJSON_ParseWithOpts(text.c_str(), &end, 0)); });
   if (error_position != nullptr) {
     *error_position = static_cast<std::size_t>(end - text.c_str());
@@ -125,7 +125,7 @@ cJSON* AppendObject(cJSON* array) {
 }
 
 std::string PrintJson(const cJSON* tree) {
-  return Text(WithMemoryChecked([&] { return cJSON_Print(tree); }));
+  return Text(CheckMemory([&] { return cJSON_Print(tree); }));
 }
 
 std::optional<std::string> PrintJsonWithin(const cJSON* tree,
@@ -140,7 +140,7 @@ std::optional<std::string> PrintJsonWithin(const cJSON* tree,
 }
 
 std::string PrintJsonUnformatted(const cJSON* tree) {
-  return Text(WithMemoryChecked([&] { return cJSON_PrintUnformatted(tree); }));
+  return Text(CheckMemory([&] { return cJSON_PrintUnformatted(tree); }));
 }
 
 }  // namespace quorvane

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ownership and typed reads of cJSON trees (RFC 8259). Names of members are
-// case-sensitive everywhere.
+// Ownership and typed reading of cJSON trees (RFC 8259). Names of members are
+// case-sensitive.
 //
-// cJSON answers a failed allocation like any other failure, with a null. Here
-// it becomes std::bad_alloc, so that a BMC's good answer never reads as a bad
-// one and no request goes out without what it should have held.
+// cJSON returns null for a failed allocation, as for any other error. Here it
+// becomes std::bad_alloc, so that a valid response never looks invalid, and no
+// request is sent incomplete.
 #ifndef QUORVANE_SUPPORT_JSON_H_
 #define QUORVANE_SUPPORT_JSON_H_
 
@@ -24,14 +24,14 @@ struct JsonDeleter {
 /// Owns a tree.
 using JsonPtr = std::unique_ptr<cJSON, JsonDeleter>;
 
-/// The tree of `text`, or null if it is no JSON; text behind a complete value
-/// is ignored. `error_position`, if given, receives the place (in bytes) where
-/// reading failed.
+/// The tree of `text`, or null if it is not JSON. Ignores text after a complete
+/// value. `error_position`, if given, receives the position of the parse error,
+/// in bytes.
 /// @throws std::bad_alloc
 JsonPtr ParseJson(const std::string& text,
                   std::size_t* error_position = nullptr);
 
-/// The member of that name; null if there is none or `object` is no object.
+/// The member of that name; null without one, or if `object` is not an object.
 const cJSON* Member(const cJSON* object, const char* name);
 
 /// The member if it is an object (an array); else null.
@@ -41,7 +41,8 @@ const cJSON* ArrayMember(const cJSON* object, const char* name);
 /// @}
 
 /// The elements of an array (the members of an object) for a range-based for;
-/// none for null. By link: an index would make each step walk from the start.
+/// none for null. Follows the links of cJSON: access by index would start from
+/// the first element each time.
 class Elements {
  public:
   explicit Elements(const cJSON* container)
@@ -70,20 +71,21 @@ class Elements {
   const cJSON* first_;
 };
 
-/// The value of a string, empty ones included; nothing for all else.
+/// The value of a string, which may be empty; nothing for any other type.
 /// @{
 std::optional<std::string> StringValue(const cJSON* item);
 std::optional<std::string> StringMember(const cJSON* object, const char* name);
 /// @}
 
-/// The whole part of a number, clamped to 32 bits; nothing for all else.
+/// The integer part of a number, clamped to 32 bits; nothing for any other
+/// type.
 std::optional<int> IntMember(const cJSON* object, const char* name);
 
-/// The truth of a boolean, or `fallback` for all else.
+/// The value of a boolean, or `fallback` for any other type.
 bool BoolMember(const cJSON* object, const char* name, bool fallback);
 
 /// Builders. Each adds one member to `object`, which must be an object, or
-/// throws std::bad_alloc; none ever leaves a member out.
+/// throws std::bad_alloc.
 /// @{
 JsonPtr NewObject();
 void AddString(cJSON* object, const char* name, const std::string& value);
@@ -98,16 +100,16 @@ cJSON* AddArray(cJSON* object, const char* name);
 cJSON* AppendObject(cJSON* array);
 /// @}
 
-/// Text of a tree: indented for people, or without a blank for the wire. "{}"
-/// for a tree that cannot be printed.
+/// The text of a tree: indented, or unformatted for a request. "{}" for a tree
+/// that cannot be printed.
 /// @throws std::bad_alloc
 /// @{
 std::string PrintJson(const cJSON* tree);
 std::string PrintJsonUnformatted(const cJSON* tree);
 /// @}
 
-/// `PrintJson` of at most `limit` bytes; nothing when it takes more.
-/// Indentation makes a deeply nested document many times as long as it came.
+/// `PrintJson` with at most `limit` bytes; nothing if the text is longer.
+/// Indentation makes a deeply nested document many times as long.
 std::optional<std::string> PrintJsonWithin(const cJSON* tree,
                                            std::size_t limit);
 

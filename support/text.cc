@@ -8,13 +8,11 @@ namespace quorvane {
 namespace {
 
 std::optional<int> HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  const char lower = AsciiLower(c);
-  if (lower >= 'a' && lower <= 'f') return lower - 'a' + 10;
-  return std::nullopt;
+  if (!IsAsciiHexDigit(c)) return std::nullopt;
+  return IsAsciiDigit(c) ? c - '0' : AsciiLower(c) - 'a' + 10;
 }
 
-// The byte that two hexadecimal digits at `at` denote.
+// The byte that two hexadecimal digits at `at` encode.
 std::optional<char> HexByteAt(std::string_view text, std::size_t at) {
   if (at + 2 > text.size()) return std::nullopt;
   const auto high = HexDigit(text[at]);
@@ -40,7 +38,7 @@ Character CharacterAt(std::string_view text, std::size_t at) {
   return {'\\', end - at};
 }
 
-std::string Decoded(std::string_view text) {
+std::string DecodeCharacters(std::string_view text) {
   std::string decoded;
   for (std::size_t at = 0; at < text.size();) {
     const Character character = CharacterAt(text, at);

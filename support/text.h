@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Letters of ASCII, independent of the locale, and escaped characters.
+// ASCII characters, independent of the locale, and escaped characters.
 #ifndef QUORVANE_SUPPORT_TEXT_H_
 #define QUORVANE_SUPPORT_TEXT_H_
 
@@ -14,32 +14,39 @@ constexpr bool IsAsciiLower(char c) { return c >= 'a' && c <= 'z'; }
 constexpr bool IsAsciiLetter(char c) {
   return IsAsciiUpper(c) || IsAsciiLower(c);
 }
+constexpr bool IsAsciiDigit(char c) { return c >= '0' && c <= '9'; }
+constexpr bool IsAsciiHexDigit(char c) {
+  return IsAsciiDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+constexpr bool IsAsciiAlphanumeric(char c) {
+  return IsAsciiLetter(c) || IsAsciiDigit(c);
+}
 
-/// Lower case; all other bytes stay.
+/// Converts letters to lower case. Leaves all other bytes unchanged.
 /// @{
 constexpr char AsciiLower(char c) {
   return IsAsciiUpper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 inline std::string AsciiLower(std::string_view text) {
-  std::string lowered(text);
-  for (char& c : lowered) c = AsciiLower(c);
-  return lowered;
+  std::string lowercase(text);
+  for (char& c : lowercase) c = AsciiLower(c);
+  return lowercase;
 }
 /// @}
 
-/// A character of a text, and how many bytes it takes there.
+/// A character, and the number of bytes that encode it.
 struct Character {
   char value;
   std::size_t length;
 };
 
-/// The character at `at`, which may be "%3A" or, in JSON that is quoted within
-/// JSON to any depth, "\u003a". Other escapes of JSON are not decoded: a row of
-/// backslashes counts as one, which keeps a loop over a text linear.
+/// The character at `at`. Decodes "%3A", and "\u003a" in JSON that is quoted in
+/// JSON at any depth. Does not decode other JSON escapes: several backslashes
+/// count as one character, which keeps a loop over a text linear.
 Character CharacterAt(std::string_view text, std::size_t at);
 
-/// All characters of `text`.
-std::string Decoded(std::string_view text);
+/// All characters of `text`, decoded.
+std::string DecodeCharacters(std::string_view text);
 
 }  // namespace quorvane
 

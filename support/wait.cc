@@ -8,8 +8,8 @@ namespace quorvane {
 
 void SleepSeconds(int seconds) {
   if (seconds <= 0) return;
-  timespec left{.tv_sec = seconds, .tv_nsec = 0};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  timespec remaining{.tv_sec = seconds, .tv_nsec = 0};
+  while (nanosleep(&remaining, &remaining) != 0 && errno == EINTR) {
   }
 }
 

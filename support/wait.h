@@ -4,8 +4,8 @@
 
 namespace quorvane {
 
-/// Blocks the calling thread for that many whole seconds; 0 or less: not at
-/// all. A signal does not shorten the wait. The only sleep of the library.
+/// Blocks the calling thread for `seconds`; returns at once if it is 0 or less.
+/// A signal does not shorten the wait. The library sleeps nowhere else.
 void SleepSeconds(int seconds);
 
 }  // namespace quorvane

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What machine a BMC belongs to.
+// The chassis: selection, normalized name, log, and errors.
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -19,13 +19,13 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 struct Member {
-  json resource;           // merged into an empty object
-  BmcResponse reply = {};  // used when `resource` is null
+  json resource;           // the body of the response
+  BmcResponse reply = {};  // the response if `resource` is null
 };
 
-class Chassis : public BmcTest {
+class ChassisTest : public BmcTest {
  protected:
-  void Answer(const std::vector<Member>& members) {
+  void SetMembers(const std::vector<Member>& members) {
     json collection = {{"Members", json::array()}};
     for (std::size_t i = 0; i < members.size(); ++i) {
       const std::string path = "/c/" + std::to_string(i);
@@ -47,34 +47,34 @@ class Chassis : public BmcTest {
   ChassisInfo info{"old", "old", "old"};
 };
 
-struct Selection {
+struct SelectionCase {
   const char* name;
   std::vector<Member> members;
-  std::vector<std::string> chosen;  // Manufacturer, Model, Name; or empty
-  std::string logged;
+  std::vector<std::string> expected;  // Manufacturer, Model, Name; or empty
+  std::string log_line;
 };
 
-TEST_F(Chassis, Selection) {
-  Rules("{}");
+TEST_F(ChassisTest, SelectsMostCompleteChassis) {
+  WriteRules("{}");
   const json all = {{"Manufacturer", "M"}, {"Model", "X"}, {"Name", "N"}};
-  const json enough = {{"Manufacturer", "M2"}, {"Name", "N2"}};
+  const json required = {{"Manufacturer", "M2"}, {"Name", "N2"}};
   const json wrong = {{"Manufacturer", 5}, {"Model", "X"}, {"Name", "N"}};
-  const std::vector<Selection> cases = {
-      {"perfect_beats_an_earlier_fallback",
-       {{enough}, {all}},
+  const std::vector<SelectionCase> cases = {
+      {"perfect before an earlier fallback",
+       {{required}, {all}},
        {"M", "X", "N"},
        "Found perfect chassis info in member: /c/1 (Manufacturer: M, Model: X, "
        "Name: N)"},
       {"fallback",
-       {{wrong}, {enough}},
+       {{wrong}, {required}},
        {"M2", "", "N2"},
        "Found fallback chassis info in member: /c/1 (Manufacturer: M2, Model: "
        ", Name: N2)"},
-      {"none_will_do",
+      {"none has the required fields",
        {{wrong}},
        {},
        "No chassis member has required Manufacturer and Name fields"},
-      {"bad_members_are_passed_over",
+      {"unreadable members are skipped",
        {{nullptr, {.fault = Fault::kDrop}},
         {nullptr, {.status = 500, .body = "x"}},
         {nullptr, {.status = 200}},
@@ -82,19 +82,19 @@ TEST_F(Chassis, Selection) {
         {all}},
        {"M", "X", "N"},
        "Failed to parse chassis member JSON for /c/3"},
-      {"no_members", {}, {}, "Chassis collection has no members"}};
-  for (const Selection& row : cases) {
+      {"no members", {}, {}, "Chassis collection has no members"}};
+  for (const SelectionCase& row : cases) {
     SCOPED_TRACE(row.name);
-    Answer(row.members);
+    SetMembers(row.members);
     info = {"old", "old", "old"};
     const bool found = Fetch();
-    EXPECT_EQ(found, !row.chosen.empty());
+    EXPECT_EQ(found, !row.expected.empty());
     const std::vector<std::string> expected =
-        row.chosen.empty() ? std::vector<std::string>{"old", "old", "old"}
-                           : row.chosen;
+        row.expected.empty() ? std::vector<std::string>{"old", "old", "old"}
+                             : row.expected;
     EXPECT_EQ((std::vector{info.Manufacturer, info.Model, info.Name}),
               expected);
-    EXPECT_THAT(Log("chassis"), Contains(row.logged));
+    EXPECT_THAT(Log("chassis"), Contains(row.log_line));
   }
   EXPECT_THAT(
       Log("chassis"),
@@ -103,10 +103,10 @@ TEST_F(Chassis, Selection) {
             Contains("Chassis member returned HTTP 200")));
 }
 
-TEST_F(Chassis, TellsEveryStep) {
-  Rules("{}");
+TEST_F(ChassisTest, LogsEveryStep) {
+  WriteRules("{}");
   const json all = {{"Manufacturer", "M"}, {"Model", "X"}, {"Name", "N"}};
-  Answer({{all}});
+  SetMembers({{all}});
   EXPECT_TRUE(Fetch());
   const std::string base = MaskIP(Url(""));
   EXPECT_THAT(
@@ -121,8 +121,8 @@ TEST_F(Chassis, TellsEveryStep) {
                               all.dump()));
 }
 
-TEST_F(Chassis, CollectionThatCannotBeRead) {
-  Rules("{}");
+TEST_F(ChassisTest, FailsIfCollectionCannotBeRead) {
+  WriteRules("{}");
   bmc.On("GET", "/redfish/v1/Chassis").Respond({.fault = Fault::kReset});
   EXPECT_FALSE(Fetch());
   bmc.On("GET", "/redfish/v1/Chassis").Respond(403, "x");
@@ -136,22 +136,22 @@ TEST_F(Chassis, CollectionThatCannotBeRead) {
   EXPECT_THAT(Log("inventory"), ElementsAre("Failed to parse collection JSON"));
   bmc.ClearRequests();
   EXPECT_FALSE(FetchChassisInfo({}, info));
-  EXPECT_THAT(Asked(), IsEmpty());
+  EXPECT_THAT(RequestLines(), IsEmpty());
 }
 
-TEST_F(Chassis, NameMappings) {
-  Rules(R"({"chassis_name_mappings": [
+TEST_F(ChassisTest, NormalizesName) {
+  WriteRules(R"({"chassis_name_mappings": [
     {"source_pattern": "RACK server", "normalized_name": "by model",
      "check_model": true, "model_pattern": "x9"},
     {"source_pattern": "rack server", "normalized_name": "no model pattern",
      "check_model": true},
     {"source_pattern": "rack", "normalized_name": "by name"},
-    {"source_pattern": "rack", "normalized_name": "never reached"}]})");
+    {"source_pattern": "rack", "normalized_name": "unused"}]})");
   struct Row {
     const char* name;
     const char* model;
     const char* normalized;
-    const char* logged;
+    const char* log_line;
   };
   for (const Row& row :
        {Row{"Rack Server 2U-A", "model X9", "by model",
@@ -161,11 +161,11 @@ TEST_F(Chassis, NameMappings) {
             "Normalized chassis name to: by name (name pattern: rack)"},
         Row{"Tower", "X9", "Tower", "Chassis Manufacturer: M, Model: X9"}}) {
     SCOPED_TRACE(row.normalized);
-    Answer(
+    SetMembers(
         {{{{"Manufacturer", "M"}, {"Model", row.model}, {"Name", row.name}}}});
     EXPECT_TRUE(Fetch());
     EXPECT_EQ(info.Name, row.normalized);
-    EXPECT_THAT(Log("chassis"), Contains(row.logged));
+    EXPECT_THAT(Log("chassis"), Contains(row.log_line));
   }
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the rules file promises: its words, its defaults, what it refuses and in
-// which words, where it is looked for.
+// The rules file: actions, defaults, validation and its messages, and the path.
+// The base URL, and the waits before a retry.
 #include <sys/stat.h>
 
+#include <climits>
 #include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -11,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "config/retry.h"
+#include "config/target.h"
 #include "tests/support/fixture.h"
 
 namespace quorvane::test {
@@ -23,20 +26,20 @@ using testing::StartsWith;
 class RulesFile : public LibraryTest {
  protected:
   Config Load(const std::string& text) const {
-    return LoadConfig(folder.Write("rules.json", text));
+    return LoadConfig(directory.Write("rules.json", text));
   }
-  // What loading `text` throws; empty when it loads.
-  std::string Refusal(const std::string& text) const {
+  // The error of loading `text`; empty if it loads.
+  std::string LoadError(const std::string& text) const {
     try {
       static_cast<void>(Load(text));
-    } catch (const std::runtime_error& refusal) {
-      return refusal.what();
+    } catch (const std::runtime_error& error) {
+      return error.what();
     }
     return {};
   }
 };
 
-// The smallest rules with one table as it is written, order and repeats kept.
+// The smallest rules with `text` as one table, which can repeat keys.
 std::string WithTable(const std::string& table, const std::string& text) {
   std::string rules = RulesJson();
   const std::string empty = '"' + table + "\": {}";
@@ -47,17 +50,17 @@ std::string WithTable(const std::string& table, const std::string& text) {
 struct Vocabulary {
   const char *name, *table;
   std::function<int(const std::string&)> number;
-  std::vector<std::string> words;
+  std::vector<std::string> names;
 };
 
 template <typename Action>
 Vocabulary Actions(const char* name, const char* table,
                    Action (*from_string)(const std::string&),
-                   std::vector<std::string> words) {
-  const auto number = [from_string](const std::string& word) {
-    return static_cast<int>(from_string(word));
+                   std::vector<std::string> names) {
+  const auto number = [from_string](const std::string& action) {
+    return static_cast<int>(from_string(action));
   };
-  return {name, table, number, std::move(words)};
+  return {name, table, number, std::move(names)};
 }
 
 std::vector<Vocabulary> Vocabularies() {
@@ -77,31 +80,31 @@ std::vector<Vocabulary> Vocabularies() {
               {"success", "poll_task", "retry_reboot", "manual_intervention"})};
 }
 
-TEST_F(RulesFile, ActionsAreNumberedInOrderAndOthersRefused) {
+TEST_F(RulesFile, NumbersActionsInOrderAndRejectsOthers) {
   for (const Vocabulary& actions : Vocabularies()) {
     SCOPED_TRACE(actions.name);
     int number = 0;
-    for (const std::string& word : actions.words) {
-      EXPECT_EQ(actions.number(word), number++) << word;
+    for (const std::string& action : actions.names) {
+      EXPECT_EQ(actions.number(action), number++) << action;
     }
-    const std::string& first = actions.words.front();
-    for (const std::string& word :
+    const std::string& first = actions.names.front();
+    for (const std::string& action :
          {"X" + first.substr(1), " " + first, first + " ", std::string()}) {
-      const std::string refusal =
-          std::string("Unknown ") + actions.name + ": \"" + word + '"';
-      EXPECT_THAT([&] { actions.number(word); },
-                  testing::ThrowsMessage<std::runtime_error>(refusal));
-      // One bad word fails the file, even where its key came before.
-      EXPECT_EQ(Refusal(WithTable(actions.table, R"({"1": 5, "200": ")" +
-                                                     first + R"(", "200": ")" +
-                                                     word + R"("})")),
-                refusal);
+      const std::string error =
+          std::string("Unknown ") + actions.name + ": \"" + action + '"';
+      EXPECT_THAT([&] { actions.number(action); },
+                  testing::ThrowsMessage<std::runtime_error>(error));
+      // An invalid action makes the file invalid, even for a repeated key.
+      EXPECT_EQ(LoadError(WithTable(actions.table,
+                                    R"({"1": 5, "200": ")" + first +
+                                        R"(", "200": ")" + action + R"("})")),
+                error);
     }
   }
 }
 
-// All of it but the rule tables; of the password its length.
-std::string Shown(const Config& c) {
+// All fields except the rule tables, and only the length of the password.
+std::string Summary(const Config& c) {
   return json({c.auth_type, c.username, c.password.size(), c.token, c.ip,
                c.ipv6, c.platform_identifier, c.max_retries, c.sleep_time,
                c.backoff_strategy, c.polling_interval,
@@ -111,7 +114,7 @@ std::string Shown(const Config& c) {
       .dump();
 }
 
-// Behind `scalars`: the default URIs and no chassis names.
+// `scalars`, followed by the default URIs and no chassis names.
 std::string WithDefaultUris(const std::string& scalars) {
   return scalars +
          R"(,["/redfish/v1/UpdateService/FirmwareInventory"],)"
@@ -120,15 +123,15 @@ std::string WithDefaultUris(const std::string& scalars) {
          R"(["/redfish/v1/Systems/system/Actions/ComputerSystem.Reset"],0])";
 }
 
-TEST_F(RulesFile, SmallestOneGivesTheDefaults) {
-  EXPECT_EQ(Shown(Load(RulesJson())),
+TEST_F(RulesFile, HasDefaults) {
+  EXPECT_EQ(Summary(Load(RulesJson())),
             WithDefaultUris(R"(["basic","root",7,"","192.0.2.1","","",3,5,)"
                             R"("exponential",30,600,true)"));
 }
 
-TEST_F(RulesFile, ScalarsAreTakenWhenTheirTypeFits) {
+TEST_F(RulesFile, UsesScalarsOfTheRightType) {
   EXPECT_EQ(
-      Shown(Load(RulesJson(R"({
+      Summary(Load(RulesJson(R"({
     "authentication": {"type": "oauth", "username": "", "password": "",
                        "token": "t", "Username": "other"},
     "target": {"ip": "", "ipv6": "2001:db8::1", "platform_identifier": "p"},
@@ -141,7 +144,7 @@ TEST_F(RulesFile, ScalarsAreTakenWhenTheirTypeFits) {
     "unknown": [1]})"))),
       WithDefaultUris(R"(["oauth","",0,"t","","2001:db8::1","p",2,2147483647,)"
                       R"("fixed",1,2147483647,false)"));
-  EXPECT_EQ(Shown(Load(RulesJson(R"({
+  EXPECT_EQ(Summary(Load(RulesJson(R"({
     "authentication": {"username": 5, "password": {}, "token": true},
     "target": {"ipv6": 6, "platform_identifier": []},
     "retry_config": {"max_retries": "0", "sleep_time": true,
@@ -152,10 +155,10 @@ TEST_F(RulesFile, ScalarsAreTakenWhenTheirTypeFits) {
       "reboot": {"reboot_required": "false"}},
     "chassis_name_mappings": {"source_pattern": "a", "normalized_name": "b"}
   })"))),
-            Shown(Load(RulesJson())));
+            Summary(Load(RulesJson())));
 }
 
-TEST_F(RulesFile, UriListsTakeOneOrSeveral) {
+TEST_F(RulesFile, AcceptsOneUriOrSeveral) {
   struct List {
     const char *section, *key;
     std::vector<std::string> Config::*uris;
@@ -184,7 +187,7 @@ TEST_F(RulesFile, UriListsTakeOneOrSeveral) {
   }
 }
 
-TEST_F(RulesFile, StatusKeysAreReadAsNumbers) {
+TEST_F(RulesFile, ReadsStatusKeysAsNumbers) {
   using enum UploadAction;
   const Config config = Load(WithTable("upload_rules", R"({
     "202": "track_task", "202": "retry_with_fix",
@@ -198,7 +201,7 @@ TEST_F(RulesFile, StatusKeysAreReadAsNumbers) {
   EXPECT_EQ(config.upload_rules, expected);
 }
 
-TEST_F(RulesFile, TaskStatesKeepTheirSpelling) {
+TEST_F(RulesFile, KeepsSpellingOfTaskStates) {
   using enum TaskAction;
   const Config config = Load(WithTable("task_states", R"({
     "Completed": "proceed_to_activation", "completed": "continue_polling",
@@ -210,7 +213,7 @@ TEST_F(RulesFile, TaskStatesKeepTheirSpelling) {
   EXPECT_EQ(config.task_states, expected);
 }
 
-TEST_F(RulesFile, ChassisNamesKeepTheirOrderAndDropIncompleteOnes) {
+TEST_F(RulesFile, KeepsOrderOfChassisNamesAndSkipsIncompleteOnes) {
   const Config config = Load(RulesJson(R"({"chassis_name_mappings": [
     {"source_pattern": "b", "normalized_name": "B", "check_model": true,
      "model_pattern": "m"},
@@ -226,7 +229,7 @@ TEST_F(RulesFile, ChassisNamesKeepTheirOrderAndDropIncompleteOnes) {
   EXPECT_THAT(shown, ElementsAre("b>B>model m", "a>A>"));
 }
 
-TEST_F(RulesFile, SectionsMustBeObjects) {
+TEST_F(RulesFile, RequiresObjectsAsSections) {
   for (const char* place :
        {"/authentication", "/target", "/retry_config", "/firmware_update",
         "/firmware_update/inventory_rules", "/firmware_update/multipart_update",
@@ -237,21 +240,21 @@ TEST_F(RulesFile, SectionsMustBeObjects) {
         "/firmware_update/activation/activation_rules",
         "/firmware_update/reboot", "/firmware_update/reboot/reboot_rules"}) {
     const json::json_pointer at(place);
-    const std::string refusal = '"' + at.back() + "\" must be a JSON object";
+    const std::string error = '"' + at.back() + "\" must be a JSON object";
     json rules = json::parse(RulesJson());
     for (const char* other : {"[]", R"("text")", "null", "5"}) {
       rules[at] = json::parse(other);
-      EXPECT_EQ(Refusal(rules.dump()), refusal) << other;
+      EXPECT_EQ(LoadError(rules.dump()), error) << other;
     }
     rules[at.parent_pointer()].erase(at.back());
-    EXPECT_EQ(Refusal(rules.dump()), refusal);
+    EXPECT_EQ(LoadError(rules.dump()), error);
   }
   for (const char* root : {"[]", "null", "5", R"("text")"}) {
-    EXPECT_EQ(Refusal(root), R"("authentication" must be a JSON object)");
+    EXPECT_EQ(LoadError(root), R"("authentication" must be a JSON object)");
   }
 }
 
-TEST_F(RulesFile, TellsTheFirstViolationOnly) {
+TEST_F(RulesFile, ReportsOnlyFirstViolation) {
   const char* const no_type =
       "authentication.type is required (non-empty string)";
   const char* const type = R"(authentication.type must be "basic" or "oauth")";
@@ -282,34 +285,35 @@ TEST_F(RulesFile, TellsTheFirstViolationOnly) {
            "max_polling_time_seconds": -5, "task_states": 5}}})",
        "task_monitoring.max_polling_time_seconds must be >= 1"},
   };
-  for (const auto& [patch, refusal] : cases) {
-    EXPECT_EQ(Refusal(RulesJson(patch)), refusal) << patch;
+  for (const auto& [patch, error] : cases) {
+    EXPECT_EQ(LoadError(RulesJson(patch)), error) << patch;
     EXPECT_EQ(Log().back(), "ERROR [config] Config validation failed for: " +
-                                folder.path() + "/rules.json");
+                                directory.path() + "/rules.json");
   }
   EXPECT_EQ(Log().size(), 2 * cases.size());
 }
 
-TEST_F(RulesFile, ThatCannotBeReadIsRefusedWithTheReason) {
-  const std::string none = folder.path() + "/none";
-  const std::string fifo = folder.path() + "/fifo";
+TEST_F(RulesFile, ReportsWhyItCannotBeRead) {
+  const std::string none = directory.path() + "/none";
+  const std::string fifo = directory.path() + "/fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "Config path is empty"},
       {none,
        "Cannot open config file: \"" + none + "\" (No such file or directory)"},
-      {folder.path(), "Read error on config file: \"" + folder.path() + '"'},
+      {directory.path(),
+       "Read error on config file: \"" + directory.path() + '"'},
       {fifo, "Read error on config file: \"" + fifo + '"'},
   };
-  for (const auto& [path, refusal] : cases) {
+  for (const auto& [path, error] : cases) {
     EXPECT_THAT([&file = path] { LoadConfig(file); },
-                testing::ThrowsMessage<std::runtime_error>(refusal));
+                testing::ThrowsMessage<std::runtime_error>(error));
     EXPECT_EQ(Log().back(), "INFO [config] Loading config from: " + path);
   }
 }
 
-// The message shows where reading failed, and never a secret.
-TEST_F(RulesFile, ThatIsNoJsonIsShownFromTheFaultOn) {
+// The message shows the position of the error, but never a secret.
+TEST_F(RulesFile, ReportsPositionOfJsonError) {
   const std::string long_line(150, 'x');
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", ""},
@@ -326,16 +330,16 @@ TEST_F(RulesFile, ThatIsNoJsonIsShownFromTheFaultOn) {
   };
   for (const auto& [text, shown] : cases) {
     const std::string message =
-        "JSON parse error in \"" + folder.path() + "/rules.json\": " + shown;
-    EXPECT_EQ(Refusal(text), message);
+        "JSON parse error in \"" + directory.path() + "/rules.json\": " + shown;
+    EXPECT_EQ(LoadError(text), message);
     EXPECT_EQ(LogText().substr(LogText().rfind("[ERROR  ]")),
               "[ERROR  ] [config] " + message + '\n');
   }
 }
 
-class RulesPlace : public LibraryTest {};
+class RulesPath : public LibraryTest {};
 
-TEST_F(RulesPlace, IsTheFolderOfTheLibraryAsTheLoaderNamesIt) {
+TEST_F(RulesPath, IsInDirectoryOfLibrary) {
   const std::vector<std::pair<const char*, const char*>> cases = {
       {"/opt/x/lib/libQuorvaneLib.so.1", "/opt/x/lib/brindle.config.json"},
       {"./a/../b/lib.so", "./a/../b/brindle.config.json"},
@@ -343,29 +347,69 @@ TEST_F(RulesPlace, IsTheFolderOfTheLibraryAsTheLoaderNamesIt) {
       {"/lib.so", "brindle.config.json"},
   };
   for (const auto& [library, rules] : cases) {
-    PretendLibraryFile(library);
+    OverrideLibraryPath(library);
     EXPECT_EQ(ResolveConfigPath(), rules) << library;
     EXPECT_EQ(Log().back(),
               std::string("DEBUG [config] Resolved config path: ") + rules);
   }
-  PretendLibraryFile(std::nullopt);  // the loader does not know: the program's
+  OverrideLibraryPath(std::nullopt);  // the directory of the program
   EXPECT_EQ(ResolveConfigPath(),
             std::filesystem::read_symlink("/proc/self/exe").parent_path() /
                 "brindle.config.json");
 }
 
-TEST_F(RulesPlace, IsReadAfreshEachTime) {
-  const std::string path = folder.path() + "/brindle.config.json";
+TEST_F(RulesPath, IsReadAtEachCall) {
+  const std::string path = directory.path() + "/brindle.config.json";
   EXPECT_THAT([] { LoadConfigAuto(); },
               testing::ThrowsMessage<std::runtime_error>(
                   StartsWith("Cannot open config file: \"" + path)));
-  Rules(R"({"target": {"ip": "192.0.2.7"}})");
+  WriteRules(R"({"target": {"ip": "192.0.2.7"}})");
   EXPECT_EQ(LoadConfigAuto().ip, "192.0.2.7");
-  Rules(R"({"target": {"ip": "192.0.2.8"}})");
+  WriteRules(R"({"target": {"ip": "192.0.2.8"}})");
   EXPECT_EQ(LoadConfigAuto().ip, "192.0.2.8");
   EXPECT_EQ(*(Log().end() - 4),
             "DEBUG [config] LoadConfigAuto: resolving path automatically");
   EXPECT_EQ(Log().back(), "INFO [config] Config loaded successfully");
+}
+
+TEST(BaseUrl, PrefersIpToIpv6) {
+  Config config;
+  config.ip = "192.0.2.1";
+  config.ipv6 = "2001:db8::1";
+  EXPECT_EQ(BuildBaseUrl(config), "https://192.0.2.1");
+  config.ip.clear();
+  EXPECT_EQ(BuildBaseUrl(config), "https://[2001:db8::1]");
+  config.ipv6.clear();
+  EXPECT_THAT([&] { BuildBaseUrl(config); },
+              testing::ThrowsMessage<std::runtime_error>(
+                  "Config has no target ip or ipv6"));
+}
+
+class RetryWait : public LibraryTest {};
+
+TEST_F(RetryWait, IsFixedOrDoublesUpToLimit) {
+  struct Case {
+    const char* strategy;
+    int sleep_time, attempt, wait;
+    const char* attempt_text;
+  };
+  for (const Case& row : std::vector<Case>{
+           {"exponential", 5, 0, 5, "1"},
+           {"exponential", 5, 2, 20, "3"},
+           {"exponential", 1, 30, 1 << 30, "31"},
+           {"exponential", 1, 31, INT_MAX, "32"},
+           {"exponential", INT_MAX, INT_MAX, INT_MAX, "2147483648"},
+           {"fixed", 5, 2, 5, "3"}}) {
+    Config config;
+    config.backoff_strategy = row.strategy;
+    config.sleep_time = row.sleep_time;
+    SleepBeforeRetry("update", config, row.attempt);
+    EXPECT_EQ(Waits().back(), row.wait);
+    EXPECT_EQ(Log("update").back(), "Retrying in " + std::to_string(row.wait) +
+                                        "s (attempt " + row.attempt_text +
+                                        "/3)");
+  }
+  EXPECT_EQ(Waits().size(), 6);
 }
 
 }  // namespace

@@ -14,19 +14,23 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(sys.argv[1])
-FOLDERS = ("config", "http", "inventory", "logging", "support", "update")
+MODULES = ("config", "http", "inventory", "logging", "support", "update")
 faults = []
 
 # Texts of INFO and DEBUG lines that do not stand in the call itself.
-CALM_FIELDS = ("asking", "next", "phase", "sent", "trying")
+CALM_FIELDS = ("body", "next", "request", "sending", "start", "status",
+               "trying")
 CALM = {
     "DEBUG  ", "INFO   ", "ERROR  ", " path=", " file=", " size=",
     "] [INFO   ] [logger] === Logger initialised  level=",
     "[%s] [INFO   ] [logger] === Logger shutdown ===\n",
     "Activation task: ", "Reboot task: ", "Normalized chassis name to: ", " (name pattern: ", ", model pattern: ",
     "[RF-TASK] State: ", "  PercentComplete: ", "[RF-TASK] Task ID: ",
-    "Exception -- upload retry needed", "Cancelled -- upload restart needed",
-    "Interrupted -- last chunk retry needed",
+    "  Result: Success", "  Result: Exception -- upload retry needed",
+    "  Result: Cancelled -- upload restart needed",
+    "  Result: Interrupted -- last chunk retry needed",
+    "Found perfect chassis info in member: ",
+    "Found fallback chassis info in member: ",
 }
 
 TOKEN = re.compile(
@@ -111,8 +115,8 @@ def check_source(headings, body, parts_of):
 
 def check_messages():
     by_file = {path.relative_to(ROOT).as_posix():
-               literals(path.read_text("utf-8")) for folder in FOLDERS
-               for path in sorted((ROOT / folder).glob("*.cc"))}
+               literals(path.read_text("utf-8")) for directory in MODULES
+               for path in sorted((ROOT / directory).glob("*.cc"))}
     found = [entry for entries in by_file.values() for entry in entries]
     parts_of = {name: {text for text, _ in entries if text}
                 for name, entries in by_file.items()}
@@ -122,12 +126,12 @@ def check_messages():
                            re.M | re.S)]
     headings = [text for texts, _ in sections for text in texts]
     # A sentence, or a part of one: two words, or one that a blank joins on.
-    told = {text for text, calm in found
+    documented = {text for text, calm in found
             if not calm and " " in text and re.search(r"[A-Za-z]{3}", text)}
-    for text in sorted(told - CALM):
+    for text in sorted(documented - CALM):
         if not any(text.strip() in heading for heading in headings):
             faults.append(f"docs/messages.md: no heading has {text!r}")
-    for text in sorted(CALM - told):
+    for text in sorted(CALM - documented):
         faults.append(f"docs_test.py: CALM text is in no source: {text!r}")
     for heading in headings:
         if headings.count(heading) > 1:
@@ -158,23 +162,23 @@ def check_rules():
             faults.append(f"docs/rules.md: {key}: the parser reads no such key")
             continue
         default = keys[key].strip().strip('"')
-        told = rows[row].split("|")[3].strip(' `"')
+        documented = rows[row].split("|")[3].strip(' `"')
         if re.fullmatch(r"\d+|true|false|[a-z]+|/\S+", default) \
-                and told != default:
+                and documented != default:
             faults.append(f"docs/rules.md: {row} tells the default "
-                          f"{told}, not {default}")
+                          f"{documented}, not {default}")
     actions = (ROOT / "config/actions.cc").read_text("utf-8")
     tables = [re.findall(r'"(\w+)"', table) for table in re.findall(
         r"std::string_view, \d+> k\w+ = \{(.*?)\}", actions, re.S)]
-    told = [re.findall(r"^\| `(\w+)` \|", table, re.M) for table in
+    documented = [re.findall(r"^\| `(\w+)` \|", table, re.M) for table in
             re.findall(r"^\| action \|.*\n\|[-|]+\n((?:\|.*\n)+)", page, re.M)]
-    if tables != told:
-        faults.append(f"docs/rules.md: the action tables hold {told}, "
+    if tables != documented:
+        faults.append(f"docs/rules.md: the action tables hold {documented}, "
                       f"config/actions.cc {tables}")
 
 
 def check_samples():
-    with tempfile.TemporaryDirectory() as folder:
+    with tempfile.TemporaryDirectory() as directory:
         for name in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
             page = (ROOT / name).read_text("utf-8")
             blocks = re.findall(r"^```json\n(.*?)^```", page, re.M | re.S)
@@ -183,7 +187,7 @@ def check_samples():
             if not whole:
                 faults.append(f"{name}: no complete rules file in it")
             for number, block in enumerate(whole, 1):
-                sample = pathlib.Path(folder) / "sample.json"
+                sample = pathlib.Path(directory) / "sample.json"
                 sample.write_text(block, "utf-8")
                 run = subprocess.run(
                     [sys.argv[2], "rules", "check", str(sample)],
@@ -201,26 +205,26 @@ FENCE = re.compile(r"^```(\w*)\n(.*?)^```", re.M | re.S)
 # Page, heading, source file, part of the source, and the names in that part:
 # the first column of the table below the heading lists exactly these names.
 TABLES = (
-    ("docs/exit-codes.md", "Codes", "tools/quorvane/exit_code.h",
+    ("docs/exit-codes.md", "Codes", "tools/quorvane/base/exit_code.h",
      r"enum class ExitCode \{(.*?)\}", r"= (\d+)"),
-    ("docs/exit-codes.md", "Outcomes", "tools/quorvane/verdict.cc",
+    ("docs/exit-codes.md", "Outcomes", "tools/quorvane/run/verdict.cc",
      r"NameOf\(Verdict::Outcome(.*?)^\}", r'return "(.+)"'),
     ("docs/json.md", "Update result", "update/export.cc", r"(.*)",
      r'Add\w+\(root\.get\(\), "(\w+)"'),
     ("docs/json.md", "Inventory", "inventory/export.cc", r"(.*)",
      r'Add\w+\(entry, "(\w+)"'),
-    ("docs/json.md", "Chassis", "tools/quorvane/chassis_command.cc", r"(.*)",
-     r'show\("\w+", "(\w+)"'),
-    ("docs/json.md", "Report", "tools/quorvane/report_text.cc",
+    ("docs/json.md", "Chassis", "tools/quorvane/commands/chassis.cc", r"(.*)",
+     r'\{"(\w+)", info'),
+    ("docs/json.md", "Report", "tools/quorvane/view/report_text.cc",
      r"JsonReport\((.*?)^\}", r'\{"(\w+)",'),
-    ("docs/json.md", "Fields of an event", "tools/quorvane/events.cc",
+    ("docs/json.md", "Fields of an event", "tools/quorvane/run/events.cc",
      r"ToJson\((.*?)^\}", r'(?:\{|json\[|add_text\(|add_number\()"(\w+)"'),
-    ("docs/json.md", "Event kinds", "tools/quorvane/events.cc",
+    ("docs/json.md", "Event kinds", "tools/quorvane/run/events.cc",
      r"kKindNames = \{(.*?)\}", r'"(\w+)"'),
-    ("docs/json.md", "Phases", "tools/quorvane/events.cc",
+    ("docs/json.md", "Phases", "tools/quorvane/run/events.cc",
      r"NameOf\(Phase phase(.*?)^\}", r'return "(.+)"'),
     ("docs/guides/read-a-report.md", "Values of ENDED",
-     "tools/quorvane/report_text.cc", r"EndingOf\((.*?)^\}", r'"([a-z ]+)"'),
+     "tools/quorvane/view/report_text.cc", r"EndingOf\((.*?)^\}", r'"([a-z ]+)"'),
     ("simulator/README.md", "Built-in scenarios", "simulator/CMakeLists.txt",
      r"(.*)", r"scenarios/([\w-]+)\.json"),
 )
@@ -234,7 +238,7 @@ def anchors(page):
 
 def check_references():
     """Links, anchors and names of source files."""
-    folders = "|".join(FOLDERS + ("bench", "cmake", "docs", "fuzz", "include",
+    directories = "|".join(MODULES + ("bench", "cmake", "docs", "fuzz", "include",
                                   "scripts", "simulator", "tests", "tools"))
     for page in [*PAGES, ROOT / "docs/update-flow.mmd"]:
         text = page.read_text("utf-8")
@@ -246,7 +250,7 @@ def check_references():
             if not target.exists() or (
                     anchor and anchor not in anchors(target)):
                 faults.append(f"{page}: the link {link} leads nowhere")
-        for name in re.findall(rf"(?<![\w/.-])(?:{folders})/[\w./*-]*\w", text):
+        for name in re.findall(rf"(?<![\w/.-])(?:{directories})/[\w./*-]*\w", text):
             if not any(ROOT.glob(name)):
                 faults.append(f"{page}: there is no file {name}")
     page = (ROOT / "docs/developing.md").read_text("utf-8")
@@ -278,15 +282,15 @@ def check_tables():
 
 def check_modules():
     page = (ROOT / "docs/developing.md").read_text("utf-8")
-    for folder in (*FOLDERS, "simulator"):
+    for directory in (*MODULES, "simulator"):
         code = "".join(path.read_text("utf-8") for path in
-                       (ROOT / folder).iterdir()
+                       (ROOT / directory).iterdir()
                        if path.suffix in (".cc", ".h"))
         used = set(re.findall(r'#include "(?:quorvane/)?(\w+)[/.]', code))
-        used &= set(FOLDERS) - {folder}
-        row = re.search(rf"^\| `{folder}` \|(.*)\|$", page, re.M)
+        used &= set(MODULES) - {directory}
+        row = re.search(rf"^\| `{directory}` \|(.*)\|$", page, re.M)
         if not row or set(re.findall(r"`(\w+)`", row[1])) != used:
-            faults.append(f"docs/developing.md: {folder} uses {sorted(used)}")
+            faults.append(f"docs/developing.md: {directory} uses {sorted(used)}")
 
 
 def check_commands():

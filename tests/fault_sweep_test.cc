@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every allocation and every call that can fail fails once, and then for good:
-// the n-th, n = 1, 2, 3 ..., until a run meets no fault. Whatever fails, the
-// library throws or tells; it never crashes, hangs, leaks, loses a task, sends
-// half a request or gives a password away.
+// Lets every allocation and every call that can fail do so: once, and then also
+// all calls after it. It is the n-th call, n = 1, 2, 3 ..., until a run has no
+// fault. Whatever fails, the library throws or reports it. It never crashes,
+// hangs, leaks, loses a task, sends an incomplete request, or exposes a
+// password.
 //
-// By default a sample is run: of each sweep the first few, and some fifty more
-// spread over the rest. QUORVANE_SWEEP_ALL=1 in the environment runs every one,
-// which takes a minute or two.
+// By default, each sweep runs a sample: the first calls, and some fifty of the
+// others. QUORVANE_SWEEP_ALL=1 in the environment runs all of them, which takes
+// a minute or two.
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,8 +41,8 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 
-constexpr std::size_t kFirst = 12;    // of which each is run
-constexpr std::size_t kSamples = 48;  // of the rest
+constexpr std::size_t kFirstCalls = 12;  // all of them fail in turn
+constexpr std::size_t kSamples = 48;     // of the later calls
 
 constexpr const char* kUpload = "/redfish/v1/upload";
 constexpr const char* kSimple = "/redfish/v1/simple";
@@ -67,18 +68,19 @@ constexpr const char* kRules = R"({
                              "model_pattern": "example"}]
 })";
 
-// "s3cret" of the BMC, also as it travels, and what opens the share.
+// The password of the BMC, also as it is sent, and those of the share.
 constexpr std::array<const char*, 4> kSecrets = {"s3cret", "YWRtaW46czNjcmV0",
                                                  "sh4re", "h1dden"};
 
-// Told when a fault kills the program, or hangs it, which no assertion could.
+// Printed if a fault crashes or hangs the program.
 std::array<char, 128> current_run;
 
 constexpr std::array<int, 5> kFatal = {SIGSEGV, SIGABRT, SIGBUS, SIGFPE,
                                        SIGALRM};
-constexpr unsigned kHangSeconds = 90;  // longer than the BMC's own patience
+constexpr unsigned kHangSeconds =
+    90;  // longer than the time limits of the simulated BMC
 
-void TellCurrentRun(int signal_number) {
+void PrintCurrentRun(int signal_number) {
   static_cast<void>(
       !::write(STDOUT_FILENO, current_run.data(),
                std::char_traits<char>::length(current_run.data())));
@@ -98,19 +100,19 @@ const char* Name(CallKind kind) {
   return "";
 }
 
-// A request as it can be compared with another one: all but the boundary of a
-// form, which libcurl draws by lot.
-std::string Told(const simulator::RecordedRequest& request) {
-  std::string told =
+// A request as text, without the boundary of a form, which libcurl picks at
+// random.
+std::string RequestText(const simulator::RecordedRequest& request) {
+  std::string text =
       request.method + " " + request.path + "?" + request.query + "\n";
   for (const auto& [name, value] : request.headers) {
-    told += name + ": " + value.substr(0, value.find("boundary=")) + "\n";
+    text += name + ": " + value.substr(0, value.find("boundary=")) + "\n";
   }
   for (const auto& part : request.parts) {
-    told += part.name + "|" + part.filename + "|" + part.content_type + "|" +
+    text += part.name + "|" + part.filename + "|" + part.content_type + "|" +
             part.content + "\n";
   }
-  return told + (request.parts.empty() ? request.body : "");
+  return text + (request.parts.empty() ? request.body : "");
 }
 
 std::ptrdiff_t OpenDescriptors() {
@@ -118,28 +120,27 @@ std::ptrdiff_t OpenDescriptors() {
                        fs::directory_iterator());
 }
 
-// How the BMC behaves.
-struct Manner {
-  bool takes_simple_update = true;
-  bool takes_forms = true;
+struct BmcBehavior {
+  bool accepts_simple_update = true;
+  bool accepts_multipart = true;
 };
 
-// What a run leaves in the caller's hands.
+// The results of an operation.
 struct Record {
   std::optional<UpdateResponse> update;
   std::optional<std::vector<InventoryItem>> items;
   bool saved = false;
 };
 
-class LoggerOfThread {
+class ScopedThreadLogger {
  public:
-  LoggerOfThread(const std::string& path, bool skip_checks)
+  ScopedThreadLogger(const std::string& path, bool skip_checks)
       : logger_(path, LogLevel::DEBUG, false, skip_checks) {
     SetThreadLogger(&logger_);
   }
-  ~LoggerOfThread() { SetThreadLogger(nullptr); }
-  LoggerOfThread(const LoggerOfThread&) = delete;
-  LoggerOfThread& operator=(const LoggerOfThread&) = delete;
+  ~ScopedThreadLogger() { SetThreadLogger(nullptr); }
+  ScopedThreadLogger(const ScopedThreadLogger&) = delete;
+  ScopedThreadLogger& operator=(const ScopedThreadLogger&) = delete;
 
  private:
   Logger logger_;
@@ -150,7 +151,7 @@ constexpr std::array<const char*, 8> kOperationNames = {
     "multipart", "binary",  "simple_update", "download"};
 
 struct Operation {
-  Manner manner;
+  BmcBehavior behavior;
   std::function<Record()> run;
 };
 
@@ -160,7 +161,7 @@ class FaultSweep
   FaultSweep();
   ~FaultSweep() override;
 
-  void Behave(const Manner& manner);
+  void SetResponses(const BmcBehavior& behavior);
   UpdateRequest LocalRequest() const;
   UpdateRequest ShareRequest() const;
   Record Update(const UpdateRequest& request) const;
@@ -168,58 +169,59 @@ class FaultSweep
   Record UseLoggers() const;
   std::vector<Operation> Operations() const;  ///< As named.
 
-  /// What a run met: calls of the kind, and the first one that failed.
-  struct Met {
-    std::size_t calls;
-    std::string struck_call;
+  struct RunCalls {
+    std::size_t count;        ///< Of the kind.
+    std::string failed_call;  ///< The first one; or empty.
   };
 
-  /// Runs once under `fault` and checks all promises.
-  Met RunOnce(std::size_t operation, const Fault& fault);
-  static bool CanRemove(const Fault& fault, const Met& met);
-  static void CheckBlocks(const std::vector<std::string>& live, const Met& met);
-  void CheckPromises(const std::optional<Record>& record,
-                     const std::string& thrown, const Fault& fault,
-                     const Met& met, const std::string& console);
+  /// Runs an operation once with `fault`, and checks everything.
+  RunCalls RunOnce(std::size_t operation, const Fault& fault);
+  static bool CanRemove(const Fault& fault, const RunCalls& calls);
+  static void CheckBlocks(const std::vector<std::string>& live,
+                          const RunCalls& calls);
+  void CheckResults(const std::optional<Record>& record,
+                    const std::string& thrown, const Fault& fault,
+                    const RunCalls& calls, const std::string& console);
 
-  TempFolder folder;
+  TempDirectory directory;
   simulator::SimulatedBmc bmc;
-  const std::string log = folder.path() + "/log";
-  const std::string out = folder.path() + "/record.json";
+  const std::string log = directory.path() + "/log";
+  const std::string out = directory.path() + "/record.json";
   const std::string image_name =
       "quorvane-sweep-" + std::to_string(getpid()) + ".blx";
   const std::string temp_image = "/tmp/" + image_name;
   const std::vector<Operation> operations = Operations();
   std::set<std::string> allowed_requests;
-  bool undisturbed = true;  // what is asked now is allowed later
-  std::map<std::string, int> endings;
+  bool records_requests = true;  // of runs without a fault
+  std::map<std::string, int> outcomes;
 };
 
 FaultSweep::FaultSweep() {
-  static_cast<void>(folder.Write("brindle.config.json", RulesJson(kRules)));
-  static_cast<void>(folder.Write("image.blx", std::string(40'000, 'i')));
-  PretendLibraryFile(folder.path() + "/libQuorvaneLib.so.1");
+  static_cast<void>(directory.Write("brindle.config.json", RulesJson(kRules)));
+  static_cast<void>(directory.Write("image.blx", std::string(40'000, 'i')));
+  OverrideLibraryPath(directory.path() + "/libQuorvaneLib.so.1");
   for (const int fatal : kFatal) {
-    std::signal(fatal, TellCurrentRun);
+    std::signal(fatal, PrintCurrentRun);
   }
 }
 
 FaultSweep::~FaultSweep() {
-  PretendLibraryFile("");
+  OverrideLibraryPath("");
   for (const int fatal : kFatal) {
     std::signal(fatal, SIG_DFL);
   }
 }
 
-void FaultSweep::Behave(const Manner& manner) {
+void FaultSweep::SetResponses(const BmcBehavior& behavior) {
   const std::string link =
       R"({"@odata.id": ")" + std::string(kTask) +
       R"(", "Id": "7", "Payload": {"JsonBody": "{\"Password\":\"sh4re\"}"},)"
       R"( "Oem": {"Password": "sh4re"}, "TaskState": )";
   const simulator::HeaderList location = {{"Location", kTask}};
-  bmc.On("POST", kUpload).Respond(manner.takes_forms ? 202 : 405, link + "0}");
+  bmc.On("POST", kUpload)
+      .Respond(behavior.accepts_multipart ? 202 : 405, link + "0}");
   bmc.On("PUT", kUpload).Respond(202, "", location);
-  if (manner.takes_simple_update) {
+  if (behavior.accepts_simple_update) {
     bmc.On("POST", kSimple).Respond(202, "", location);
   } else {
     bmc.On("POST", kSimple).Respond(404).Then(200);
@@ -247,7 +249,7 @@ UpdateRequest FaultSweep::LocalRequest() const {
   request.bmc_ip = bmc.Address();
   request.username = "admin";
   request.password = "s3cret";
-  request.local_file = folder.path() + "/image.blx";
+  request.local_file = directory.path() + "/image.blx";
   request.targets = {"/redfish/v1/target"};
   request.prefetched_inventory.resize(1);
   return request;
@@ -265,7 +267,7 @@ UpdateRequest FaultSweep::ShareRequest() const {
 
 Record FaultSweep::Update(const UpdateRequest& request) const {
   const RecordedWaits waits;
-  const LoggerOfThread logger(log, true);
+  const ScopedThreadLogger logger(log, true);
   Record record;
   record.update = PerformUpdate(request);
   record.saved = SaveUpdateResponseJson(out, *record.update);
@@ -274,7 +276,7 @@ Record FaultSweep::Update(const UpdateRequest& request) const {
 
 Record FaultSweep::ReadInventory() const {
   const RecordedWaits waits;
-  const LoggerOfThread logger(log, true);
+  const ScopedThreadLogger logger(log, true);
   Record record;
   std::vector<InventoryItem> items;
   if (FetchInventory(
@@ -290,12 +292,12 @@ Record FaultSweep::UseLoggers() const {
   struct GlobalLogger {
     ~GlobalLogger() { ShutdownLogger(); }
   };
-  const GlobalLogger ended_even_if_something_throws;
+  const GlobalLogger shutdown;
   InitLogger(log, LogLevel::DEBUG, true, true);
   LogWarning("update", MaskIP("https://10.1.2.3/ [2001:db8:1:2:3:4:5:6]"));
   SetLogLevel(LogLevel::INFO);
   {
-    const LoggerOfThread logger(folder.path() + "/new/deep/log", false);
+    const ScopedThreadLogger logger(directory.path() + "/new/deep/log", false);
     LogInfo("update", std::string(300, 'x'));
     LogError("", GetLogPath());
   }
@@ -309,7 +311,7 @@ std::vector<Operation> FaultSweep::Operations() const {
   return {
       {{},
        [this] {
-         const LoggerOfThread logger(log, true);
+         const ScopedThreadLogger logger(log, true);
          static_cast<void>(LoadConfigAuto());
          return Record();
        }},
@@ -317,7 +319,7 @@ std::vector<Operation> FaultSweep::Operations() const {
       {{}, [this] { return ReadInventory(); }},
       {{},
        [this] {
-         const LoggerOfThread logger(log, true);
+         const ScopedThreadLogger logger(log, true);
          ChassisInfo info;
          static_cast<void>(FetchChassisInfo(
              {.ip = bmc.Address(), .username = "admin", .password = "s3cret"},
@@ -325,20 +327,21 @@ std::vector<Operation> FaultSweep::Operations() const {
          return Record();
        }},
       {{}, local},
-      {{.takes_forms = false}, local},
+      {{.accepts_multipart = false}, local},
       {{}, share},
-      {{.takes_simple_update = false}, share}};
+      {{.accepts_simple_update = false}, share}};
 }
 
-FaultSweep::Met FaultSweep::RunOnce(std::size_t operation, const Fault& fault) {
-  Behave(operations[operation].manner);
-  for (const std::string& old : {log, out, folder.path() + "/new"}) {
+FaultSweep::RunCalls FaultSweep::RunOnce(std::size_t operation,
+                                         const Fault& fault) {
+  SetResponses(operations[operation].behavior);
+  for (const std::string& old : {log, out, directory.path() + "/new"}) {
     fs::remove_all(old);
   }
   std::snprintf(current_run.data(), current_run.size(),
                 "\nDied: %s, %s call %zu%s\n", kOperationNames[operation],
                 Name(fault.kind), fault.nth,
-                fault.for_good ? " and all that follow" : "");
+                fault.is_lasting ? " and all later calls" : "");
   const std::ptrdiff_t descriptors = OpenDescriptors();
   const auto start = steady_clock::now();
   std::optional<Record> record;
@@ -353,56 +356,58 @@ FaultSweep::Met FaultSweep::RunOnce(std::size_t operation, const Fault& fault) {
   }
   injection.End();
   alarm(0);
-  const Met met{.calls = injection.calls(),
-                .struck_call = injection.struck_call()};
+  const RunCalls calls{.count = injection.CallCount(),
+                       .failed_call = injection.FailedCall()};
   EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
   try {
     if (failure) std::rethrow_exception(failure);
   } catch (const std::bad_alloc& out_of_memory) {
     thrown = "bad_alloc";
-  } catch (const std::runtime_error& told) {
-    thrown = told.what();
+  } catch (const std::runtime_error& error) {
+    thrown = error.what();
   } catch (...) {
-    ADD_FAILURE() << "threw what is not promised";
+    ADD_FAILURE() << "threw an undocumented exception";
   }
   failure = nullptr;
-  SCOPED_TRACE(met.struck_call);
-  CheckPromises(record, thrown, fault, met, injection.console());
+  SCOPED_TRACE(calls.failed_call);
+  CheckResults(record, thrown, fault, calls, injection.ConsoleText());
   record.reset();
-  CheckBlocks(injection.LiveBlocks(), met);
-  // The BMC's side of a connection may begin and end a moment after the
-  // library's.
-  std::ptrdiff_t left = OpenDescriptors();
-  while (left > descriptors &&
+  CheckBlocks(injection.LiveBlocks(), calls);
+  // The BMC may open and close its side of a connection later than the library.
+  std::ptrdiff_t remaining = OpenDescriptors();
+  while (remaining > descriptors &&
          steady_clock::now() - start < std::chrono::seconds(8)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    left = OpenDescriptors();
+    remaining = OpenDescriptors();
   }
-  EXPECT_LE(left, descriptors) << "leaked";
-  return met;
+  EXPECT_LE(remaining, descriptors) << "leaked";
+  return calls;
 }
 
-// Whether the temporary image could be removed: a file that the system does not
-// confirm to be the run's own stays.
-bool FaultSweep::CanRemove(const Fault& fault, const Met& met) {
+// Whether the library can remove the temporary image: it keeps a file that may
+// belong to another run.
+bool FaultSweep::CanRemove(const Fault& fault, const RunCalls& calls) {
   return fault.kind != CallKind::kFiles ||
-         (!fault.for_good && met.struck_call != "unlink" &&
-          met.struck_call != "lstat" && met.struck_call != "fstat");
+         (!fault.is_lasting && calls.failed_call != "unlink" &&
+          calls.failed_call != "lstat" && calls.failed_call != "fstat");
 }
 
-// libcurl 7.88 itself loses a block in two places when it runs out of memory; a
-// handle that the library forgot would be a great many.
+// libcurl 7.88 itself leaks one block in two places if memory runs out. A
+// leaked handle would be many blocks.
 void FaultSweep::CheckBlocks(const std::vector<std::string>& live,
-                             const Met& met) {
-  const bool is_libcurls = met.struck_call.find("libcurl") != std::string::npos;
-  if (is_libcurls && live.size() == 1 && live[0].starts_with("libcurl")) return;
+                             const RunCalls& calls) {
+  const bool is_leak_of_libcurl =
+      calls.failed_call.find("libcurl") != std::string::npos;
+  if (is_leak_of_libcurl && live.size() == 1 && live[0].starts_with("libcurl"))
+    return;
   EXPECT_THAT(live, testing::IsEmpty());
 }
 
-void FaultSweep::CheckPromises(const std::optional<Record>& record,
-                               const std::string& thrown, const Fault& fault,
-                               const Met& met, const std::string& console) {
-  std::string told = console + thrown + ReadAll(log) + ReadAll(out);
+void FaultSweep::CheckResults(const std::optional<Record>& record,
+                              const std::string& thrown, const Fault& fault,
+                              const RunCalls& calls,
+                              const std::string& console) {
+  std::string output = console + thrown + ReadAll(log) + ReadAll(out);
   const auto requests = bmc.Requests();
   bmc.ClearRequests();
   const auto sent = [&](const char* path) {
@@ -410,60 +415,62 @@ void FaultSweep::CheckPromises(const std::optional<Record>& record,
                        [&](const auto& r) { return r.path == path; });
   };
   for (const auto& request : requests) {
-    if (undisturbed) allowed_requests.insert(Told(request));
-    EXPECT_TRUE(allowed_requests.contains(Told(request))) << Told(request);
+    if (records_requests) allowed_requests.insert(RequestText(request));
+    EXPECT_TRUE(allowed_requests.contains(RequestText(request)))
+        << RequestText(request);
   }
-  std::string ending = thrown.empty() ? "came through" : "threw";
+  std::string outcome = thrown.empty() ? "succeeded" : "threw";
   if (record && record->update) {
     const UpdateResponse& update = *record->update;
     const std::string json = UpdateResponseToJson(update);
-    told += json;
+    output += json;
     EXPECT_EQ(update.accepted, update.task_uri == kTask) << json;
     EXPECT_TRUE(!update.accepted || sent(kUpload) || sent(kSimple)) << json;
     EXPECT_TRUE(!update.reboot_performed || sent(kReset)) << json;
     EXPECT_FALSE(update.message.empty()) << json;
     EXPECT_TRUE(!record->saved || ReadAll(out) == json);
-    if (!update.reboot_performed) ending = "told a failure";
+    if (!update.reboot_performed) outcome = "reported a failure";
   }
   if (record && record->items && record->saved) {
     EXPECT_EQ(ReadAll(out), InventoryToJson(*record->items));
   }
-  ++endings[ending];
+  ++outcomes[outcome];
   for (const char* secret : kSecrets) {
-    EXPECT_THAT(told, testing::Not(testing::HasSubstr(secret)));
+    EXPECT_THAT(output, testing::Not(testing::HasSubstr(secret)));
   }
-  EXPECT_TRUE(!fs::exists(temp_image) || !CanRemove(fault, met)) << "left";
+  EXPECT_TRUE(!fs::exists(temp_image) || !CanRemove(fault, calls))
+      << "not removed";
   fs::remove(temp_image);
 }
 
-TEST_P(FaultSweep, BreaksNoPromise) {
-  const auto& [index, kind, for_good] = GetParam();
+TEST_P(FaultSweep, KeepsAllGuarantees) {
+  const auto& [index, kind, is_lasting] = GetParam();
   const auto operation = static_cast<std::size_t>(index);
-  // What may be asked is what undisturbed runs ask, be the BMC as it may.
+  // Only requests of runs without a fault are allowed.
   for (std::size_t other = 0; other < operations.size(); ++other) {
     RunOnce(other, {});
   }
-  undisturbed = false;
-  endings.clear();
-  const std::size_t total = RunOnce(operation, {.kind = kind}).calls;
+  records_requests = false;
+  outcomes.clear();
+  const std::size_t total = RunOnce(operation, {.kind = kind}).count;
   const bool everything = std::getenv("QUORVANE_SWEEP_ALL") != nullptr;
   const std::size_t stride = everything ? 1 : total / kSamples + 1;
   std::size_t runs = 0;
-  for (std::size_t nth = 1;; nth += nth < kFirst ? 1 : stride) {
+  for (std::size_t nth = 1;; nth += nth < kFirstCalls ? 1 : stride) {
     SCOPED_TRACE(testing::Message() << Name(kind) << " call " << nth
-                                    << (for_good ? " and on" : ""));
-    const Met met =
-        RunOnce(operation, {.kind = kind, .nth = nth, .for_good = for_good});
-    if (met.struck_call.empty()) break;
+                                    << (is_lasting ? " and later" : ""));
+    const RunCalls calls = RunOnce(
+        operation, {.kind = kind, .nth = nth, .is_lasting = is_lasting});
+    if (calls.failed_call.empty()) break;
     ++runs;
-    ASSERT_LT(nth, 20 * total + 100) << "no end of it";
+    ASSERT_LT(nth, 20 * total + 100) << "endless";
     if (HasFailure()) break;
   }
   std::cout << kOperationNames[operation] << ", " << Name(kind)
-            << (for_good ? " for good: " : " once: ") << total << " calls, "
+            << (is_lasting ? " lasting: " : " once: ") << total << " calls, "
             << runs << " runs:";
-  for (const auto& [ending, count] : endings) {
-    std::cout << ' ' << count << ' ' << ending << ';';
+  for (const auto& [outcome, count] : outcomes) {
+    std::cout << ' ' << count << ' ' << outcome << ';';
   }
   std::cout << '\n';
 }
@@ -478,7 +485,7 @@ INSTANTIATE_TEST_SUITE_P(
       return std::string(kOperationNames[static_cast<std::size_t>(
                  std::get<0>(row.param))]) +
              "_" + Name(std::get<1>(row.param)) +
-             (std::get<2>(row.param) ? "_for_good" : "_once");
+             (std::get<2>(row.param) ? "_lasting" : "_once");
     });
 
 }  // namespace

@@ -1,14 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the way onto the network promises: the bytes that the BMC receives, what
-// is made of its answer, and what a failure says. Over real TLS.
+// HTTP requests over real TLS: the bytes that the BMC receives, the response,
+// and the errors.
 #include <curl/curl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -37,33 +32,25 @@ using testing::StartsWith;
 constexpr long kTimeoutMs = 10'000;
 constexpr const char* kPath = "/redfish/v1/x";
 
-// A request for huge pages.
-struct HugePages {
-  const char* start;
-  std::size_t size;
-};
-std::vector<HugePages> huge_pages;
-bool has_huge_pages = true;
-
-struct Sent {
+struct Arguments {
   std::string url;
   std::string username = "admin", password = "s3cret", auth_type = "basic";
   Headers headers = {};
   long timeout_ms = kTimeoutMs;
 };
 
-// One operation, its words in the log, and what it puts on the wire.
+// An operation, its log messages, and its request.
 struct Operation {
-  const char *method, *words, *failed, *content_type, *body;
-  std::string file;  // what the log says of it
-  std::function<Response(const Sent&)> run;
+  const char *method, *log_name, *failure, *content_type, *body;
+  std::string file_log;  // the file in the log
+  std::function<Response(const Arguments&)> run;
 };
 
 class HttpTest : public BmcTest {
  protected:
   std::vector<Operation> Operations() const {
     const auto calling = [this](auto operation, auto... what) {
-      return [=, this](const Sent& s) {
+      return [=, this](const Arguments& s) {
         return (client.*operation)(s.url, what..., s.headers, s.timeout_ms,
                                    s.username, s.password, s.auth_type);
       };
@@ -81,7 +68,7 @@ class HttpTest : public BmcTest {
          "application/octet-stream", "firmware", " file=" + image + " size=8",
          calling(&HttpClient::post_binary_file, image)},
         {"POST", "MULTIPART POST ", "Multipart POST failed: ", nullptr, nullptr,
-         " file=" + image, [this](const Sent& s) {
+         " file=" + image, [this](const Arguments& s) {
            return client.post_multipart(s.url, image, "UpdateFile", s.headers,
                                         s.timeout_ms, s.username, s.password,
                                         s.auth_type, "");
@@ -90,8 +77,8 @@ class HttpTest : public BmcTest {
   Response Get(const std::string& path) const {
     return client.get(Url(path), {}, kTimeoutMs, "", "", "");
   }
-  Response Form(const std::string& file, const std::string& field,
-                const std::string& parameters) const {
+  Response PostForm(const std::string& file, const std::string& field,
+                    const std::string& parameters) const {
     return client.post_multipart(Url(kPath), file, field, {}, kTimeoutMs, "",
                                  "", "", parameters);
   }
@@ -99,20 +86,20 @@ class HttpTest : public BmcTest {
     return client.post_binary_file(Url(kPath), file, {}, kTimeoutMs, "", "",
                                    "");
   }
-  // All methods answer alike.
-  void AlwaysAnswer(const BmcResponse& reply) {
+  // Sets the response to all methods.
+  void SetResponse(const BmcResponse& reply) {
     for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
       bmc.On(method, kPath).Respond(reply);
     }
   }
-  RecordedRequest Received() const { return bmc.Requests().back(); }
+  RecordedRequest LastRequest() const { return bmc.Requests().back(); }
 
   const HttpClient client;
-  const std::string image = folder.Write("image.blx", "firmware");
+  const std::string image = directory.Write("image.blx", "firmware");
 };
 
-// What `run` throws; empty when it does not.
-std::string FailureOf(const std::function<void()>& run) {
+// The error that `run` throws; empty without one.
+std::string ErrorOf(const std::function<void()>& run) {
   try {
     run();
   } catch (const std::runtime_error& failure) {
@@ -130,16 +117,16 @@ std::vector<std::string> Values(const RecordedRequest& request,
   return values;
 }
 
-TEST_F(HttpTest, OperationsArriveAsTheyWereMeant) {
-  AlwaysAnswer({.status = 202, .body = "ok"});
+TEST_F(HttpTest, SendsRequests) {
+  SetResponse({.status = 202, .body = "ok"});
   const std::string url = MaskIP(Url(kPath)) + "?a=b%20c:d";
   std::vector<std::string> log;
   for (const Operation& operation : Operations()) {
-    SCOPED_TRACE(operation.words);
+    SCOPED_TRACE(operation.log_name);
     const Response response = operation.run({.url = Url(kPath) + "?a=b%20c:d"});
     EXPECT_EQ(response.status_code, 202);
     EXPECT_EQ(response.body, "ok");
-    const RecordedRequest request = Received();
+    const RecordedRequest request = LastRequest();
     EXPECT_EQ(request.method + request.path + '?' + request.query,
               operation.method + std::string(kPath) + "?a=b%20c:d");
     EXPECT_EQ(Header(request, "Expect"), "");
@@ -148,18 +135,18 @@ TEST_F(HttpTest, OperationsArriveAsTheyWereMeant) {
       EXPECT_EQ(Header(request, "Content-Type"), operation.content_type);
       EXPECT_EQ(request.body, operation.body);
     }
-    const std::string said = std::string("DEBUG [http] ") + operation.words;
-    log.push_back(said + url + operation.file);
-    log.push_back(said + url + " -> HTTP 202");
+    const std::string line = std::string("DEBUG [http] ") + operation.log_name;
+    log.push_back(line + url + operation.file_log);
+    log.push_back(line + url + " -> HTTP 202");
     EXPECT_EQ(Log(), log);
   }
   EXPECT_EQ(bmc.Requests().size(), 6);
 }
 
-TEST_F(HttpTest, CredentialsAreSentForBasicOnly) {
-  AlwaysAnswer({});
+TEST_F(HttpTest, SendsCredentialsOnlyForBasic) {
+  SetResponse({});
   struct Case {
-    const char *username, *type, *from_get, *from_others;
+    const char *username, *type, *of_get, *of_others;
   };
   for (const Case& row :
        std::vector<Case>{{"admin", "basic", "Basic YWRtaW46czNjcmV0",
@@ -171,31 +158,31 @@ TEST_F(HttpTest, CredentialsAreSentForBasicOnly) {
     for (const Operation& operation : Operations()) {
       operation.run(
           {.url = Url(kPath), .username = row.username, .auth_type = row.type});
-      EXPECT_EQ(Header(Received(), "Authorization"),
-                std::string(operation.method) == "GET" ? row.from_get
-                                                       : row.from_others)
-          << operation.words << row.username << ' ' << row.type;
+      EXPECT_EQ(
+          Header(LastRequest(), "Authorization"),
+          std::string(operation.method) == "GET" ? row.of_get : row.of_others)
+          << operation.log_name << row.username << ' ' << row.type;
     }
   }
   EXPECT_THAT(LogText(), Not(HasSubstr("s3cret")));
 }
 
-TEST_F(HttpTest, ExtraHeadersAreSentInOrder) {
-  AlwaysAnswer({});
+TEST_F(HttpTest, SendsExtraHeadersInOrder) {
+  SetResponse({});
   for (const Operation& operation : Operations()) {
-    SCOPED_TRACE(operation.words);
+    SCOPED_TRACE(operation.log_name);
     operation.run({.url = Url(kPath),
                    .headers = {{"X-A", "1"}, {"Accept", ""}, {"X-A", "2: 3"}}});
-    EXPECT_THAT(Values(Received(), "X-A"), ElementsAre("1", "2: 3"));
-    EXPECT_THAT(Values(Received(), "Accept"), IsEmpty());
+    EXPECT_THAT(Values(LastRequest(), "X-A"), ElementsAre("1", "2: 3"));
+    EXPECT_THAT(Values(LastRequest(), "Accept"), IsEmpty());
     if (operation.body == nullptr || *operation.body == '\0') continue;
     operation.run({.url = Url(kPath), .headers = {{"content-TYPE", "x/y"}}});
-    EXPECT_THAT(Values(Received(), "content-TYPE"), ElementsAre("x/y"));
-    EXPECT_THAT(Values(Received(), "Content-Type"), IsEmpty());
+    EXPECT_THAT(Values(LastRequest(), "content-TYPE"), ElementsAre("x/y"));
+    EXPECT_THAT(Values(LastRequest(), "Content-Type"), IsEmpty());
   }
 }
 
-TEST_F(HttpTest, HeadersWithALineBreakAreRefusedUnsent) {
+TEST_F(HttpTest, RejectsHeadersWithLineBreak) {
   for (const auto& [name, value] : Headers{{"X-Break", "a\r\nX-Evil: 1"},
                                            {"X-Break", "a\n"},
                                            {"X-Break", "a\r"},
@@ -203,7 +190,7 @@ TEST_F(HttpTest, HeadersWithALineBreakAreRefusedUnsent) {
                                            {"X-Break\nX-Evil", "1"}}) {
     for (const Operation& operation : Operations()) {
       EXPECT_THAT(
-          FailureOf([&, &name = name, &value = value] {
+          ErrorOf([&, &name = name, &value = value] {
             operation.run({.url = Url(kPath), .headers = {{name, value}}});
           }),
           AllOf(HasSubstr("X-Break"), Not(HasSubstr("\n"))));
@@ -212,15 +199,15 @@ TEST_F(HttpTest, HeadersWithALineBreakAreRefusedUnsent) {
   EXPECT_THAT(bmc.Requests(), IsEmpty());
 }
 
-TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
-  AlwaysAnswer({});
+TEST_F(HttpTest, SendsBodiesAndFilesOfAnySize) {
+  SetResponse({});
   for (const std::string& body : {std::string(), std::string("a\0b\r\n", 5),
                                   std::string(3'000'000, 'x')}) {
     static_cast<void>(
         client.post(Url(kPath), body, "a/b", {}, kTimeoutMs, "", "", ""));
-    const RecordedRequest posted = Received();
-    Put(folder.Write("any", body));
-    for (const RecordedRequest& request : {posted, Received()}) {
+    const RecordedRequest posted = LastRequest();
+    Put(directory.Write("any", body));
+    for (const RecordedRequest& request : {posted, LastRequest()}) {
       EXPECT_TRUE(request.body == body) << request.body_size;
       EXPECT_EQ(Header(request, "Content-Length"), std::to_string(body.size()));
       EXPECT_THAT(Values(request, "Transfer-Encoding"), IsEmpty());
@@ -228,13 +215,13 @@ TEST_F(HttpTest, BodiesAndFilesOfAnySizeArriveBare) {
   }
 }
 
-TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
+TEST_F(HttpTest, ReturnsResponsesOfEveryStatus) {
   struct Case {
-    BmcResponse answer;
+    BmcResponse reply;
     std::string content_type, location;
   };
   const std::string json = "application/json";
-  for (const auto& [answer, content_type, location] : std::vector<Case>{
+  for (const auto& [reply, content_type, location] : std::vector<Case>{
            {{200, std::string("a\0b", 3)}, json, ""},
            {{201, "", {{"location", " /t/1 "}}}, "", "/t/1"},
            {{204}, "", ""},
@@ -245,11 +232,11 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
             ""},
            {{500, std::string(2'000'000, 'x')}, json, ""},
            {{503, "", {{"Location", "/a"}, {"Location", "/b"}}}, "", "/b"}}) {
-    AlwaysAnswer(answer);
+    SetResponse(reply);
     for (const Operation& operation : Operations()) {
       const Response response = operation.run({.url = Url(kPath)});
-      EXPECT_EQ(response.status_code, answer.status);
-      EXPECT_EQ(response.body, answer.body);
+      EXPECT_EQ(response.status_code, reply.status);
+      EXPECT_EQ(response.body, reply.body);
       EXPECT_EQ(response.content_type, content_type);
       EXPECT_EQ(response.location, location);
     }
@@ -257,13 +244,13 @@ TEST_F(HttpTest, AnswersAreReturnedWhateverTheirStatus) {
 }
 
 // RFC 9112, section 7.1.
-TEST_F(HttpTest, AnswersOfUnknownLengthAreWhole) {
-  AlwaysAnswer({.body = "2\r\nab\r\n1;x=y\r\nc\r\n0\r\n\r\n",
-                .headers = {{"Transfer-Encoding", "Chunked"}}});
+TEST_F(HttpTest, ReadsChunkedResponses) {
+  SetResponse({.body = "2\r\nab\r\n1;x=y\r\nc\r\n0\r\n\r\n",
+               .headers = {{"Transfer-Encoding", "Chunked"}}});
   EXPECT_EQ(Get(kPath).body, "abc");
 }
 
-TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
+TEST_F(HttpTest, RejectsHarmfulHeaders) {
   const std::string encoding = "its Transfer-Encoding is not \"chunked\"";
   const std::string size = "its header exceeds 1 MiB";
   const simulator::HeaderList chunked = {{"Transfer-Encoding", "chunked"}};
@@ -284,9 +271,9 @@ TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
            {encoding,
             {.body = "0\r\nTransfer-Encoding: br\r\n\r\n", .headers = chunked}},
            {size, {.body = "0\r\n" + trailers + "\r\n", .headers = chunked}}}) {
-    AlwaysAnswer(reply);
+    SetResponse(reply);
     EXPECT_EQ(
-        FailureOf([&] { Get(kPath); }),
+        ErrorOf([&] { Get(kPath); }),
         std::string("GET failed: ") + curl_easy_strerror(CURLE_WRITE_ERROR));
     const std::vector<std::string> log = Log("http");
     ASSERT_GE(log.size(), 2);
@@ -295,7 +282,7 @@ TEST_F(HttpTest, ResponsesWithHarmfulHeadersAreRejected) {
   }
 }
 
-TEST(HeaderLine, IsCapturedByItsName) {
+TEST(HeaderLine, IsCapturedByName) {
   struct Case {
     const char *line, *content_type, *location;
   };
@@ -319,22 +306,22 @@ TEST(HeaderLine, IsCapturedByItsName) {
   }
 }
 
-TEST_F(HttpTest, RedirectsKeepThePost) {
+TEST_F(HttpTest, KeepsMethodAfterRedirect) {
   for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
     bmc.On(method, "/new").Respond(201, "final");
   }
   for (const int status : {301, 302, 303, 307, 308}) {
-    AlwaysAnswer({status, "moved", {{"Location", "/new?q"}}});
+    SetResponse({status, "moved", {{"Location", "/new?q"}}});
     for (const Operation& operation : Operations()) {
       const std::string method = operation.method;
       if (status < 307 && method == "PUT") continue;
       const bool becomes_get = status == 303 && method != "PATCH";
-      SCOPED_TRACE(operation.words + std::to_string(status));
+      SCOPED_TRACE(operation.log_name + std::to_string(status));
       const Response response = operation.run({.url = Url(kPath)});
       EXPECT_EQ(response.status_code, 201);
       EXPECT_EQ(response.body, "final");
       EXPECT_EQ(response.location, "/new?q");
-      const RecordedRequest request = Received();
+      const RecordedRequest request = LastRequest();
       EXPECT_EQ(request.path + '?' + request.query, "/new?q");
       EXPECT_EQ(request.method, becomes_get ? "GET" : method);
       EXPECT_NE(Header(request, "Authorization"), "");
@@ -347,25 +334,26 @@ TEST_F(HttpTest, RedirectsKeepThePost) {
   }
 }
 
-TEST_F(HttpTest, RedirectsElsewhereCarryCallerHeadersButNoCredentials) {
+TEST_F(HttpTest, SendsNoCredentialsToOtherServers) {
   const SimulatedBmc other_host({}, {.bind_address = "127.0.0.2"});
   const SimulatedBmc other_port;
   for (const SimulatedBmc* other : {&other_host, &other_port}) {
     const std::string there = "https://" + other->Address() + "/image";
-    AlwaysAnswer({307, "", {{"Location", there}}});
+    SetResponse({307, "", {{"Location", there}}});
     for (const Operation& operation : Operations()) {
       operation.run({.url = Url(kPath),
                      .headers = {{"X-Auth-Token", "t"}, {"Cookie", "c"}}});
-      EXPECT_EQ(Header(Received(), "Authorization"), "Basic YWRtaW46czNjcmV0");
+      EXPECT_EQ(Header(LastRequest(), "Authorization"),
+                "Basic YWRtaW46czNjcmV0");
       operation.run({.url = "https://u:p@" + bmc.Address() + kPath,
                      .auth_type = "",
                      .headers = {{"X-Auth-Token", "t"}}});
-      EXPECT_EQ(Header(Received(), "Authorization"), "Basic dTpw");
+      EXPECT_EQ(Header(LastRequest(), "Authorization"), "Basic dTpw");
       operation.run(
           {.url = Url(kPath),
            .auth_type = "",
            .headers = {{"X-Auth-Token", "t"}, {"authorization", "Bearer b"}}});
-      EXPECT_EQ(Header(Received(), "Authorization"), "Bearer b");
+      EXPECT_EQ(Header(LastRequest(), "Authorization"), "Bearer b");
     }
     EXPECT_EQ(other->Requests().size(), 18);
     for (const RecordedRequest& request : other->Requests()) {
@@ -376,79 +364,60 @@ TEST_F(HttpTest, RedirectsElsewhereCarryCallerHeadersButNoCredentials) {
   }
 }
 
-TEST_F(HttpTest, RedirectsEndAfterThirtyAndStayWithHttp) {
+TEST_F(HttpTest, LimitsRedirectsToThirtyAndHttp) {
   const BmcResponse again = {.status = 302, .headers = {{"Location", kPath}}};
-  auto answers = bmc.On("GET", kPath);
-  answers.Respond(again);
-  for (int i = 1; i < 30; ++i) answers.Then(again);
-  answers.Then(200, "there");
+  auto responses = bmc.On("GET", kPath);
+  responses.Respond(again);
+  for (int i = 1; i < 30; ++i) responses.Then(again);
+  responses.Then(200, "there");
   EXPECT_EQ(Get(kPath).body, "there");
 
   bmc.ClearRequests();
-  answers.Respond(again);
-  EXPECT_EQ(FailureOf([&] { Get(kPath); }),
+  responses.Respond(again);
+  EXPECT_EQ(ErrorOf([&] { Get(kPath); }),
             std::string("GET failed: ") +
                 curl_easy_strerror(CURLE_TOO_MANY_REDIRECTS));
   EXPECT_EQ(bmc.Requests().size(), 31);
 
-  const std::string refused = std::string("GET failed: ") +
-                              curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL);
+  const std::string unsupported =
+      std::string("GET failed: ") +
+      curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL);
   for (const std::string url : {"file:///etc/hostname", "ftp://127.0.0.1:1/",
                                 "gopher://127.0.0.1:1/"}) {
-    answers.Respond(302, "", {{"Location", url}});
-    EXPECT_EQ(FailureOf([&] { Get(kPath); }), refused) << url;
+    responses.Respond(302, "", {{"Location", url}});
+    EXPECT_EQ(ErrorOf([&] { Get(kPath); }), unsupported) << url;
     EXPECT_EQ(
-        FailureOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
-        refused);
+        ErrorOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
+        unsupported);
   }
 }
 
-TEST_F(HttpTest, LargeBodiesUseHugePagesIfThereAreAny) {
-  constexpr std::size_t kHugePage = 2U << 20U;
-  for (const bool available : {true, false}) {
-    has_huge_pages = available;
-    for (const std::size_t size : {kHugePage - 1, kHugePage, 3 * kHugePage}) {
-      huge_pages.clear();
-      AlwaysAnswer({.body = std::string(size, 'x')});
-      const std::string body = Get(kPath).body;
-      EXPECT_TRUE(body == std::string(size, 'x'));
-      ASSERT_EQ(huge_pages.size(), size < kHugePage ? 0 : 1);
-      if (huge_pages.empty()) continue;
-      const auto [start, advised] = huge_pages.front();
-      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(start) % 4096, 0);
-      EXPECT_GE(start, body.data());
-      EXPECT_LE(start + advised, body.data() + body.capacity());
-      EXPECT_GT(advised, size - 2 * 4096);
-    }
-  }
-  has_huge_pages = true;
-}
-
-TEST_F(HttpTest, TheEnvironmentNamesNoProxy) {
+TEST_F(HttpTest, IgnoresProxyOfEnvironment) {
   bmc.On("GET", kPath).Respond(200);
   for (const char* variable :
        {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
     setenv(variable, "http://127.0.0.1:1", 1);
-    EXPECT_EQ(FailureOf([&] { Get(kPath); }), "") << variable;
+    EXPECT_EQ(ErrorOf([&] { Get(kPath); }), "") << variable;
     unsetenv(variable);
   }
 }
 
-// One line and one exception per failure, of the same words, and neither tells
-// the password, be it in the URL.
-TEST_F(HttpTest, FailuresOfTheTransferAreThrownAndLogged) {
+// Each error gives one line and one exception with the same text, without the
+// password, even if that is in the URL.
+TEST_F(HttpTest, ThrowsAndLogsTransferErrors) {
   const std::string host = bmc.Address();
   const std::string shown =
       " url=https://admin:<REDACTED>@" + MaskIP(host) + kPath;
   for (const Fault fault : {Fault::kDrop, Fault::kCutShort, Fault::kNotHttp}) {
-    AlwaysAnswer({.body = "cut short", .fault = fault});
+    SetResponse({.body = "cut short", .fault = fault});
     for (const Operation& operation : Operations()) {
-      SCOPED_TRACE(operation.words + std::to_string(static_cast<int>(fault)));
+      SCOPED_TRACE(operation.log_name +
+                   std::to_string(static_cast<int>(fault)));
       const std::size_t before = Log("http").size();
-      const std::string failure = FailureOf([&] {
+      const std::string failure = ErrorOf([&] {
         operation.run({.url = "https://admin:s3cret@" + host + kPath});
       });
-      EXPECT_THAT(failure, StartsWith(operation.failed));
+      EXPECT_THAT(failure, StartsWith(operation.failure));
       EXPECT_EQ(Log("http").size(), before + 1);
       EXPECT_EQ(Log().back(), "ERROR [http] " + failure + shown);
     }
@@ -456,37 +425,25 @@ TEST_F(HttpTest, FailuresOfTheTransferAreThrownAndLogged) {
   EXPECT_THAT(LogText(), Not(HasSubstr("s3cret")));
 }
 
-TEST_F(HttpTest, TheTimeLimitIsOneOfTheWholeTransfer) {
+TEST_F(HttpTest, LimitsTimeOfWholeTransfer) {
   const std::string timed_out = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
   for (const BmcResponse& reply : std::vector<BmcResponse>{
            {.delay = std::chrono::seconds(2)},
            {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}}) {
-    AlwaysAnswer(reply);
+    SetResponse(reply);
     for (const Operation& operation : Operations()) {
-      EXPECT_EQ(FailureOf([&] {
+      EXPECT_EQ(ErrorOf([&] {
                   operation.run({.url = Url(kPath), .timeout_ms = 100});
                 }),
-                operation.failed + timed_out);
+                operation.failure + timed_out);
     }
   }
   bmc.On("GET", kPath).Respond({.delay = std::chrono::milliseconds(200)});
   EXPECT_EQ(client.get(Url(kPath), {}, 0, "", "", "").status_code, 200);
 }
 
-TEST_F(HttpTest, UnreachableHostsAndOddUrlsAreFailures) {
-  const std::string gone = "https://" + SimulatedBmc().Address();
-  EXPECT_EQ(
-      FailureOf([&] { return client.get(gone, {}, kTimeoutMs, "", "", ""); }),
-      std::string("GET failed: ") + curl_easy_strerror(CURLE_COULDNT_CONNECT));
-  for (const char* url : {"", "https://", "https://[::1/", "https://a b/"}) {
-    EXPECT_THAT(FailureOf([&] { return client.get(url, {}, 0, "", "", ""); }),
-                StartsWith("GET failed: "))
-        << url;
-  }
-}
-
-TEST_F(HttpTest, AFormHoldsTheParametersAndTheFile) {
-  AlwaysAnswer({.status = 202});
+TEST_F(HttpTest, SendsParametersAndFileInForm) {
+  SetResponse({.status = 202});
   const std::string large = std::string(3'000'000, '\0') + "end";
   const std::string json = R"({"Targets":["/a"]})";
   struct Case {
@@ -496,9 +453,9 @@ TEST_F(HttpTest, AFormHoldsTheParametersAndTheFile) {
        std::vector<Case>{{large, "firmware", json, json},
                          {"", "UpdateFile", json + '\0' + "x", json},
                          {"x", "UpdateFile", "", ""}}) {
-    const std::string file = folder.Write("an image.blx", row.content);
-    EXPECT_EQ(Form(file, row.field, row.parameters).status_code, 202);
-    std::vector<simulator::FormPart> parts = Received().parts;
+    const std::string file = directory.Write("an image.blx", row.content);
+    EXPECT_EQ(PostForm(file, row.field, row.parameters).status_code, 202);
+    std::vector<simulator::FormPart> parts = LastRequest().parts;
     ASSERT_EQ(parts.size(), row.sent_parameters.empty() ? 1 : 2);
     EXPECT_EQ(parts.back().name, row.field);
     EXPECT_EQ(parts.back().filename, "an image.blx");
@@ -511,20 +468,20 @@ TEST_F(HttpTest, AFormHoldsTheParametersAndTheFile) {
   }
 }
 
-TEST_F(HttpTest, WhatIsNoReadableFileIsNotSent) {
-  AlwaysAnswer({});
-  const std::string fifo = folder.path() + "/fifo";
+TEST_F(HttpTest, RejectsUnreadableFiles) {
+  SetResponse({});
+  const std::string fifo = directory.path() + "/fifo";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   for (const std::string& path :
-       {folder.path() + "/none", folder.path(), fifo, std::string()}) {
+       {directory.path() + "/none", directory.path(), fifo, std::string()}) {
     const std::size_t before = Log().size();
-    EXPECT_EQ(FailureOf([&] { Put(path); }),
+    EXPECT_EQ(ErrorOf([&] { Put(path); }),
               "Cannot open file for binary upload: " + path);
     EXPECT_EQ(Log().size(), before);
 
     const std::string failure = std::string("Multipart POST failed: ") +
                                 curl_easy_strerror(CURLE_READ_ERROR);
-    EXPECT_EQ(FailureOf([&] { Form(path, "UpdateFile", "{}"); }), failure);
+    EXPECT_EQ(ErrorOf([&] { PostForm(path, "UpdateFile", "{}"); }), failure);
     const std::string url = MaskIP(Url(kPath));
     EXPECT_EQ(Log().back(), "ERROR [http] " + failure + " url=" + url);
     EXPECT_EQ(Log().size(), before + 2);
@@ -532,12 +489,12 @@ TEST_F(HttpTest, WhatIsNoReadableFileIsNotSent) {
   EXPECT_THAT(bmc.Requests(), IsEmpty());
 }
 
-// The BMC asks for the file once more and changes it before it says so.
-TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
+// The file changes before the BMC redirects the upload.
+TEST_F(HttpTest, SendsChangedFileAtOriginalLengthOrFails) {
   const std::string read_error = curl_easy_strerror(CURLE_READ_ERROR);
   for (const Operation& operation : Operations()) {
-    if (operation.file.empty()) continue;
-    SCOPED_TRACE(operation.words);
+    if (operation.file_log.empty()) continue;
+    SCOPED_TRACE(operation.log_name);
     for (const char* changed : {"firm", "", "firmware, longer"}) {
       std::ofstream(image) << "firmware";
       SimulatedBmc changing({}, {.observer = [&](const auto& /*exchange*/) {
@@ -546,12 +503,12 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
       changing.On(operation.method, kPath)
           .Respond(307, "", {{"Location", kPath}})
           .Then(202);
-      const std::string failure = FailureOf([&] {
+      const std::string failure = ErrorOf([&] {
         operation.run({.url = "https://" + changing.Address() + kPath});
       });
       const auto requests = changing.Requests();
       const bool shorter = std::string(changed).size() < 8;
-      EXPECT_EQ(failure, shorter ? operation.failed + read_error : "");
+      EXPECT_EQ(failure, shorter ? operation.failure + read_error : "");
       ASSERT_EQ(requests.size(), shorter ? 1 : 2);
       EXPECT_EQ(requests.front().body_size, requests.back().body_size);
     }
@@ -560,16 +517,3 @@ TEST_F(HttpTest, AFileThatChangesIsSentAtItsFirstLengthOrNotAtAll) {
 
 }  // namespace
 }  // namespace quorvane::test
-
-extern "C" int madvise(void* start, std::size_t size, int advice) noexcept {
-  using quorvane::test::has_huge_pages;
-  if (advice == MADV_HUGEPAGE) {
-    quorvane::test::huge_pages.push_back(
-        {static_cast<const char*>(start), size});
-    if (!has_huge_pages) {
-      errno = EINVAL;
-      return -1;
-    }
-  }
-  return static_cast<int>(syscall(SYS_madvise, start, size, advice));
-}

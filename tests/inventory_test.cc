@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What reading the firmware inventory promises: which URIs are asked, what the
-// rules make of an answer, which members become items, and what is told.
+// The firmware inventory: the order of the URIs, the rules for each status, the
+// members that become items, and the log.
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -58,26 +58,26 @@ class InventoryTest : public BmcTest {
   auto Fetching() {
     return [this] { static_cast<void>(Fetch()); };
   }
-  static std::string Asking(const std::string& url, const char* which) {
+  static std::string GetLine(const std::string& url, const char* which) {
     return "GET collection: " + MaskIP(url) + " (URI " + which + ")";
   }
 
-  // Not empty, so that every road shows whether it clears the list.
+  // Not empty, so that each test shows whether the list is cleared.
   std::vector<InventoryItem> items = std::vector<InventoryItem>(1);
 };
 
-TEST_F(InventoryTest, NeedsAnAddressAndRules) {
+TEST_F(InventoryTest, RequiresAddressAndRules) {
   EXPECT_THAT([&] { static_cast<void>(FetchInventory({}, items)); },
               Throws("FetchInventory: InventoryRequest.ip must not be empty"));
   EXPECT_THAT(Log(), IsEmpty());
   EXPECT_THAT(Fetching(), Throws("Cannot open config file: "));
   EXPECT_THAT(items, IsEmpty());
-  EXPECT_THAT(Asked(), IsEmpty());
+  EXPECT_THAT(RequestLines(), IsEmpty());
   EXPECT_THAT(Log("inventory"), IsEmpty());
 }
 
-TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
-  Rules(R"({
+TEST_F(InventoryTest, ReadsMembersWithAccountOfRequest) {
+  WriteRules(R"({
     "authentication": {"type": "oauth", "username": "file", "token": "t"},
     "target": {"ip": "192.0.2.9", "ipv6": "2001:db8::9"},
     "firmware_update": {
@@ -99,7 +99,7 @@ TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
   EXPECT_EQ(items[0].Version, "1.2.3");
   EXPECT_EQ(items[0].target_id, "/m/1");
   EXPECT_EQ(items[1].uri, elsewhere);
-  EXPECT_THAT(Asked(),
+  EXPECT_THAT(RequestLines(),
               ElementsAre("GET /redfish/v1/first", "GET /redfish/v1/first/BMC",
                           "GET /elsewhere/NIC"));
   EXPECT_EQ(Header(bmc.Requests()[0], "Authorization"),
@@ -109,7 +109,7 @@ TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
       ElementsAre("========== INVENTORY FETCH START ==========", "Config mode",
                   "Target IP  : " + MaskIP(bmc.Address()), "Username   : admin",
                   "Inv URIs   : [/redfish/v1/first, /redfish/v1/second]",
-                  Asking(Url(kFirst), "1/2"),
+                  GetLine(Url(kFirst), "1/2"),
                   "Collection HTTP status: 200 (used URI: /redfish/v1/first)",
                   "Members found: 2",
                   "========== INVENTORY FETCH COMPLETE ==========",
@@ -126,8 +126,8 @@ TEST_F(InventoryTest, IsReadMemberByMemberWithTheRequestsAccount) {
                                         Not(testing::HasSubstr("hidden"))));
 }
 
-TEST_F(InventoryTest, MembersThatCannotBeReadAreLeftOut) {
-  Rules(kOneUri);
+TEST_F(InventoryTest, SkipsUnreadableMembers) {
+  WriteRules(kOneUri);
   bmc.On("GET", kFirst).Respond(200, Collection({kMember}));
   const std::string failed = "GET member failed: /redfish/v1/first/BMC (HTTP ";
   const std::vector<std::tuple<int, const char*, std::string>> cases = {
@@ -144,8 +144,8 @@ TEST_F(InventoryTest, MembersThatCannotBeReadAreLeftOut) {
   }
 }
 
-TEST_F(InventoryTest, WhatAMemberDoesNotTellIsEmpty) {
-  Rules(kOneUri);
+TEST_F(InventoryTest, LeavesMissingPropertiesEmpty) {
+  WriteRules(kOneUri);
   bmc.On("GET", kFirst).Respond(200, Collection({kMember}));
   for (const char* body :
        {"[]", R"({"Name": 5, "SoftwareId": null, "Version": {}})",
@@ -160,8 +160,8 @@ TEST_F(InventoryTest, WhatAMemberDoesNotTellIsEmpty) {
   }
 }
 
-TEST_F(InventoryTest, CollectionsMayHoldNothingOfUse) {
-  Rules(kOneUri);
+TEST_F(InventoryTest, AcceptsCollectionWithoutMembers) {
+  WriteRules(kOneUri);
   for (const char* body :
        {"{}", "[]", R"({"Members": []})", R"({"Members": {"@odata.id": "/a"}})",
         R"({"members": [{"@odata.id": "/a"}]})",
@@ -179,8 +179,8 @@ TEST_F(InventoryTest, CollectionsMayHoldNothingOfUse) {
   EXPECT_EQ(bmc.Requests().size(), 7);
 }
 
-TEST_F(InventoryTest, TheNextUriIsAskedWithoutAWait) {
-  Rules(kThreeUris);
+TEST_F(InventoryTest, TriesNextUriWithoutWait) {
+  WriteRules(kThreeUris);
   bmc.On("GET", kFirst).Respond(404);
   bmc.On("GET", kSecond).Respond({.fault = Fault::kDrop});
   bmc.On("GET", kThird).Respond(200, Collection({kMember}));
@@ -193,17 +193,18 @@ TEST_F(InventoryTest, TheNextUriIsAskedWithoutAWait) {
   EXPECT_THAT(Log("inventory"),
               IsSupersetOf({uri_failed(kFirst, " (HTTP 404), trying next URI"),
                             uri_failed(kSecond, " (exception: GET failed: "),
-                            StartsWith(Asking(Url(kThird), "3/3"))}));
+                            StartsWith(GetLine(Url(kThird), "3/3"))}));
 }
 
-// When no URI answers 200, what the last one answers to one more try counts.
-TEST_F(InventoryTest, TheLastUriHasTheLastWord) {
-  Rules(kThreeUris);
+// If no URI returns 200, the response to a second request to the last URI
+// counts.
+TEST_F(InventoryTest, UsesSecondResponseOfLastUri) {
+  WriteRules(kThreeUris);
   bmc.On("GET", kFirst).Respond(404);
   bmc.On("GET", kSecond).Respond(500);
   bmc.On("GET", kThird).Respond(503).Then(401);
   EXPECT_FALSE(Fetch());
-  EXPECT_THAT(Asked(),
+  EXPECT_THAT(RequestLines(),
               ElementsAre("GET /redfish/v1/first", "GET /redfish/v1/second",
                           "GET /redfish/v1/third", "GET /redfish/v1/third"));
   EXPECT_EQ(*(Log("inventory").end() - 2),
@@ -219,18 +220,9 @@ TEST_F(InventoryTest, TheLastUriHasTheLastWord) {
   EXPECT_THAT(Waits(), IsEmpty());
 }
 
-TEST_F(InventoryTest, AMemberThatBringsNoAnswerEndsIt) {
-  Rules(kOneUri);
-  bmc.On("GET", kFirst).Respond(200, Collection({kMember, "/gone", kMember}));
-  bmc.On("GET", "/gone").Respond({.fault = Fault::kDrop});
-  EXPECT_THAT(Fetching(), Throws("GET failed: "));
-  EXPECT_THAT(items, IsEmpty());
-  EXPECT_EQ(bmc.Requests().size(), 3);
-}
-
-// What each status does by the rules, with one retry. Lines at WARNING and
-// above are told; a URI that did not answer 200 is told besides.
-TEST_F(InventoryTest, TheRulesDecide) {
+// The effect of each status and rule, with one retry. Checks all lines at
+// WARNING and above, except those for a URI that did not return 200.
+TEST_F(InventoryTest, AppliesRules) {
   const std::string one = Collection({kMember});
   const std::string empty = "WARNING [inventory] 200 but empty body, retrying";
   const std::string returned = "[inventory] Collection returned HTTP ";
@@ -238,8 +230,8 @@ TEST_F(InventoryTest, TheRulesDecide) {
   struct Case {
     std::string rule;
     int status;
-    std::string body, last;
-    std::size_t tries, items;
+    std::string body, log_line;
+    std::size_t attempts, items;
   };
   for (const Case& row : std::vector<Case>{
            {"", 200, one, "", 1, 1},
@@ -263,39 +255,39 @@ TEST_F(InventoryTest, TheRulesDecide) {
       rules["firmware_update"]["inventory_rules"] = {
           {std::to_string(row.status), row.rule}};
     }
-    Rules(rules.dump());
+    WriteRules(rules.dump());
     bmc.On("GET", kFirst).Respond(row.status, row.body);
     std::vector<std::string> expected;
-    if (!row.last.empty()) expected.assign(row.tries, row.last);
-    if (row.tries == 2) {
+    if (!row.log_line.empty()) expected.assign(row.attempts, row.log_line);
+    if (row.attempts == 2) {
       expected.emplace_back(
           "ERROR [inventory] Inventory fetch failed after 1 retries");
     }
-    const long logged = std::ssize(Log());
-    const std::size_t waited = Waits().size();
+    const long lines_before = std::ssize(Log());
+    const std::size_t waits_before = Waits().size();
     EXPECT_EQ(Fetch(), row.items == 1);
     EXPECT_EQ(items.size(), row.items);
-    std::vector<std::string> told = Log();
-    told.erase(told.begin(), told.begin() + logged);
-    std::erase_if(told, [](const std::string& line) {
+    std::vector<std::string> lines = Log();
+    lines.erase(lines.begin(), lines.begin() + lines_before);
+    std::erase_if(lines, [](const std::string& line) {
       return line[0] == 'I' || line[0] == 'D' ||
              line.find("URI failed") != std::string::npos;
     });
-    EXPECT_EQ(told, expected);
-    EXPECT_EQ(Waits().size() - waited, row.tries - 1);
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(Waits().size() - waits_before, row.attempts - 1);
   }
 }
 
-TEST_F(InventoryTest, ALaterTrySucceedsAfterWaitsThatDouble) {
-  Rules(R"({"firmware_update": {"inventory_uri": "/redfish/v1/first"}})");
-  auto answers = bmc.On("GET", kFirst);
-  answers.Respond(500);
+TEST_F(InventoryTest, DoublesWaitsBetweenAttempts) {
+  WriteRules(R"({"firmware_update": {"inventory_uri": "/redfish/v1/first"}})");
+  auto collection = bmc.On("GET", kFirst);
+  collection.Respond(500);
   EXPECT_FALSE(Fetch());
-  EXPECT_EQ(bmc.Requests().size(), 8);  // four tries, each asks twice
+  EXPECT_EQ(bmc.Requests().size(), 8);  // four attempts with two requests each
   EXPECT_THAT(Waits(), ElementsAre(5, 10, 20));
   EXPECT_EQ(Log("inventory").back(), "Inventory fetch failed after 3 retries");
 
-  answers.Respond(500).Then(500).Then(200, Collection({kMember}));
+  collection.Respond(500).Then(500).Then(200, Collection({kMember}));
   EXPECT_TRUE(Fetch());
   EXPECT_EQ(items.size(), 1);
   EXPECT_THAT(Waits(), ElementsAre(5, 10, 20, 5));

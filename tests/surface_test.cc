@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The shipped library from outside: where it looks for its rules, and that its
-// functions work through the shared object.
+// The shipped library: the path of its rules file, and calls and exceptions
+// across the shared object.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <quorvane/quorvane.h>
@@ -14,7 +14,7 @@ namespace {
 using testing::EndsWith;
 using testing::StartsWith;
 
-TEST(ShippedLibrary, FindsTheRulesFileBesideItself) {
+TEST(ShippedLibrary, FindsRulesFileInItsDirectory) {
   EXPECT_THAT(ResolveConfigPath(), StartsWith("/"));
   EXPECT_THAT(ResolveConfigPath(), EndsWith("/brindle.config.json"));
   const Config config = LoadConfigAuto();
@@ -22,7 +22,7 @@ TEST(ShippedLibrary, FindsTheRulesFileBesideItself) {
   EXPECT_EQ(config.task_states.size(), 13);
 }
 
-TEST(ShippedLibrary, ThrowsAcrossItsBorder) {
+TEST(ShippedLibrary, ThrowsToItsCaller) {
   std::vector<InventoryItem> items;
   EXPECT_THROW(static_cast<void>(FetchInventory({}, items)),
                std::runtime_error);

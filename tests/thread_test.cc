@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What may be done on several threads at once; also run under ThreadSanitizer.
+// Use of the library on several threads; also run with ThreadSanitizer.
 #include <algorithm>
 #include <sstream>
 #include <stdexcept>
@@ -18,7 +18,7 @@ constexpr int kThreads = 4;
 
 // Runs `work(0)`, `work(1)` ... at the same time.
 template <typename Work>
-void OnThreads(const Work& work) {
+void RunOnThreads(const Work& work) {
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) threads.emplace_back(work, i);
   for (std::thread& thread : threads) thread.join();
@@ -34,16 +34,16 @@ std::vector<std::string> MessagesOf(const std::string& log) {
   return messages;
 }
 
-// Every line whole, each thread's in order, none lost.
+// Every line is complete, none is lost, and those of a thread are in order.
 TEST(Threads, ShareOneLogger) {
   constexpr int kLines = 300;
-  const TempFolder folder;
-  const std::string path = folder.path() + "/log";
+  const TempDirectory directory;
+  const std::string path = directory.path() + "/log";
   Logger logger(path, LogLevel::DEBUG, false, true);
-  OnThreads([&](int thread) {
+  RunOnThreads([&](int thread) {
     SetThreadLogger(&logger);
     for (int line = 0; line < kLines; ++line) {
-      // Changed meanwhile, and never so that an error is dropped.
+      // Changes the level during logging, but never drops errors.
       logger.SetLogLevel(line % 2 == 0 ? LogLevel::ERROR : LogLevel::DEBUG);
       LogError("t", std::to_string(thread) + " " + std::to_string(line) + " " +
                         std::string(static_cast<std::size_t>(line), 'x'));
@@ -66,14 +66,14 @@ TEST(Threads, ShareOneLogger) {
   EXPECT_THAT(next, testing::Each(kLines));
 }
 
-// A logger of its own for each thread; the process-wide one hears the rest.
-TEST(Threads, KeepTheirLoggersApart) {
-  const TempFolder folder;
+// Each thread has its own logger; the process-wide logger gets the other lines.
+TEST(Threads, UseSeparateLoggers) {
+  const TempDirectory directory;
   const auto path = [&](int thread) {
-    return folder.path() + "/" + std::to_string(thread);
+    return directory.path() + "/" + std::to_string(thread);
   };
-  InitLogger(folder.path() + "/global", LogLevel::DEBUG, false, true);
-  OnThreads([&](int thread) {
+  InitLogger(directory.path() + "/global", LogLevel::DEBUG, false, true);
+  RunOnThreads([&](int thread) {
     LogInfo("t", "before");
     {
       Logger own(path(thread), LogLevel::INFO, false, true);
@@ -91,18 +91,18 @@ TEST(Threads, KeepTheirLoggersApart) {
     EXPECT_THAT(MessagesOf(ReadAll(path(thread))),
                 ElementsAre(std::to_string(thread)));
   }
-  const auto global = MessagesOf(ReadAll(folder.path() + "/global"));
+  const auto global = MessagesOf(ReadAll(directory.path() + "/global"));
   EXPECT_EQ(std::count(global.begin(), global.end(), "before"), kThreads);
   EXPECT_EQ(std::count(global.begin(), global.end(), "after"), kThreads);
   EXPECT_EQ(global.size(), 2 * kThreads);
 }
 
-// Each gets the answer to what it asked, whatever the others do; a failure on
-// one is none of the others'.
+// Each thread gets the response to its own request, and a failure on one thread
+// does not affect the others.
 TEST(Threads, ShareOneClient) {
-  const TempFolder folder;
-  const std::string image = folder.Write("image", std::string(100'000, 'i'));
-  Logger logger(folder.path() + "/log", LogLevel::DEBUG, false, true);
+  const TempDirectory directory;
+  const std::string image = directory.Write("image", std::string(100'000, 'i'));
+  Logger logger(directory.path() + "/log", LogLevel::DEBUG, false, true);
   simulator::SimulatedBmc bmc;
   for (int i = 0; i < kThreads; ++i) {
     const std::string path = "/" + std::to_string(i);
@@ -112,7 +112,7 @@ TEST(Threads, ShareOneClient) {
   }
   bmc.On("GET", "/dropped").Respond({.fault = simulator::Fault::kDrop});
   const HttpClient client;
-  OnThreads([&](int thread) {
+  RunOnThreads([&](int thread) {
     SetThreadLogger(&logger);
     const std::string path = "/" + std::to_string(thread);
     const std::string url = "https://" + bmc.Address();
@@ -137,10 +137,10 @@ TEST(Threads, ShareOneClient) {
   }
 }
 
-// Four servers at once, as the reference of `PerformUpdate` allows.
-TEST(Threads, UpdateServersAtOnce) {
-  const TempFolder folder;
-  static_cast<void>(folder.Write("brindle.config.json", RulesJson(R"({
+// Four servers at once, as documented at `PerformUpdate`.
+TEST(Threads, UpdateSeveralServersAtOnce) {
+  const TempDirectory directory;
+  static_cast<void>(directory.Write("brindle.config.json", RulesJson(R"({
     "firmware_update": {
       "multipart_update": {
         "upload_uri": "/redfish/v1/UpdateService/update-multipart",
@@ -148,14 +148,14 @@ TEST(Threads, UpdateServersAtOnce) {
       "task_monitoring": {
         "task_states": {"Completed": "proceed_to_activation"}},
       "reboot": {"reboot_rules": {"204": "success"}}}})")));
-  PretendLibraryFile(folder.path() + "/libQuorvaneLib.so.1");
-  const std::string image = folder.Write("image", std::string(100'000, 'i'));
+  OverrideLibraryPath(directory.path() + "/libQuorvaneLib.so.1");
+  const std::string image = directory.Write("image", std::string(100'000, 'i'));
   std::vector<simulator::SimulatedBmc> bmcs(kThreads);
-  const HttpClient around_them_all;
-  OnThreads([&](int thread) {
+  const HttpClient keeps_libcurl_initialized;
+  RunOnThreads([&](int thread) {
     const RecordedWaits waits;
-    Logger logger(folder.path() + "/" + std::to_string(thread), LogLevel::INFO,
-                  false, true);
+    Logger logger(directory.path() + "/" + std::to_string(thread),
+                  LogLevel::INFO, false, true);
     SetThreadLogger(&logger);
     const auto& bmc = bmcs[static_cast<std::size_t>(thread)];
     UpdateRequest request;
@@ -169,7 +169,7 @@ TEST(Threads, UpdateServersAtOnce) {
     EXPECT_EQ(bmc.StoredImageSize(), 100'000);
     SetThreadLogger(nullptr);
   });
-  PretendLibraryFile("");
+  OverrideLibraryPath("");
 }
 
 }  // namespace

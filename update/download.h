@@ -12,26 +12,26 @@
 
 namespace quorvane {
 
-/// A downloaded image in the shared temporary folder, removed when this is.
-/// While it lives, its file is locked (flock(2)), so that no other run takes it
-/// for a left-over of one that died. Without locks on that file system, no run
-/// removes a left-over.
+/// A downloaded image in the shared temporary directory. The destructor removes
+/// the file. The file is locked (flock(2)), so that no other run removes it as
+/// the leftover of a crashed run. On a file system without locks, no run
+/// removes a leftover.
 class TemporaryImage {
  public:
-  /// Creates the file, readable by its owner alone; a left-over of that name
-  /// is removed first.
-  /// @return Nothing when that name is not available: another run holds it, it
-  ///   is a folder, or another user's file (which root removes, unless it is
-  ///   locked).
+  /// Creates the file, readable only by its owner. Removes a leftover of that
+  /// name first.
+  /// @return Nothing if the name is not available: another run uses it, it is a
+  ///   directory, or it is the file of another user (which root removes, unless
+  ///   it is locked).
   static std::optional<TemporaryImage> Create(const std::string& path);
 
   TemporaryImage(TemporaryImage&&) = default;
   TemporaryImage& operator=(TemporaryImage&&) = delete;
   ~TemporaryImage();
 
-  /// False when not all of it reached the disk.
+  /// False if a part could not be written.
   [[nodiscard]] bool Write(std::string_view image) const;
-  [[nodiscard]] long long size() const;  ///< Bytes; -1: not known.
+  [[nodiscard]] long long size() const;  ///< Bytes; -1: unknown.
 
  private:
   TemporaryImage(std::string path, Descriptor file);
@@ -40,12 +40,12 @@ class TemporaryImage {
   Descriptor file_;
 };
 
-/// Where the image of that URI is kept: in the temporary folder, under the last
-/// segment of the URI without its query.
+/// The path for the image of a URI: the last segment of the URI, without the
+/// query, in the temporary directory.
 ImagePath TemporaryPath(const std::string& image_uri);
 
 /// Downloads `image_uri`, without credentials, to `path`.
-/// @return Nothing, with an error in the log, when that failed in any way.
+/// @return Nothing if the download or the write failed, which is logged.
 std::optional<TemporaryImage> DownloadImageToTemp(const HttpClient& client,
                                                   const std::string& image_uri,
                                                   const ImagePath& path);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string>
 
+#include "logging/save_document.h"
 #include "quorvane/update.h"
-#include "support/file.h"
 #include "support/json.h"
-#include "update/helpers.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 

@@ -2,29 +2,48 @@
 #include <string>
 #include <vector>
 
+#include "config/limits.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
-#include "update/helpers.h"
 #include "update/phases.h"
+#include "update/requests.h"
 #include "update/upload.h"
 
 namespace quorvane {
 namespace {
 
-constexpr UploadMessages kMessages{
-    .phase = "Multipart upload",
-    .name = "Upload",
+constexpr UploadMessages kMultipartUploadMessages{
+    .start = "Multipart upload -- ",
+    .status = "Upload HTTP status: ",
+    .body = "Upload response body: ",
     .walk = {.trying = "Trying upload URI: ",
              .exhausted = "Upload URI exhausted retries: ",
              .next = "Trying next upload URI"},
-    .no_more_uris = [](long status_code) {
-      return "Upload failed: HTTP " + std::to_string(status_code) +
-             " - no more URIs to try.";
-    }};
+    .no_endpoint =
+        [](const std::string& status) {
+          return "Upload returned " + status +
+                 " - endpoint not available, trying next URI";
+        },
+    .bad_request = "Upload returned 400, retrying",
+    .too_large = "Upload returned 413 (too large), retrying",
+    .retry =
+        [](const std::string& status) {
+          return "Upload returned " + status + ", retrying with backoff";
+        },
+    .accepted = "Upload accepted",
+    .accepted_only = "Upload accepted (no task URI in response)",
+    .no_more_uris =
+        [](const std::string& status) {
+          return "Upload failed: HTTP " + status + " - no more URIs to try.";
+        },
+    .all_failed =
+        [](const std::string& count) {
+          return "Upload failed after trying all " + count + " URI(s)";
+        }};
 
-// A MultipartUpload endpoint wants its parameters in any case, and is told to
-// apply the image at the next reset (DSP0266, "Operation apply time"); others
-// are told the targets, if there are any.
+// A MultipartUpload endpoint always requires parameters, and gets the request
+// to apply the image at the next reset (DSP0266, "Operation apply time"). Other
+// endpoints get the targets, if there are any.
 std::string UpdateParameters(const std::string& uri,
                              const std::vector<std::string>& targets) {
   const bool is_multipart_upload =
@@ -44,18 +63,18 @@ std::string UpdateParameters(const std::string& uri,
 
 }  // namespace
 
-void RunMultipartUpload(const ImagePath& image, UpdateRun& run) {
-  const auto send = [&](const UriAttempt& at) {
+PhaseResult RunMultipartUpload(const ImagePath& image, UpdateRun& run) {
+  const auto send = [&](const UriAttempt& attempt) {
     const Config& config = run.config;
     const std::string parameters =
-        UpdateParameters(at.uri, run.request.targets);
-    return AnswerOrNone([&] {
+        UpdateParameters(attempt.uri, run.request.targets);
+    return ResponseOrStatusZero([&] {
       return run.client.post_multipart(
-          at.url, image.path, "UpdateFile", {}, kImageTimeoutMs,
+          attempt.url, image.path, "UpdateFile", {}, kImageTimeoutMs,
           config.username, config.password, config.auth_type, parameters);
     });
   };
-  RunUpload(kMessages, image, send, run);
+  return RunUpload(kMultipartUploadMessages, image, send, run);
 }
 
 }  // namespace quorvane

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "config/derived.h"
+#include "config/target.h"
 #include "logging/redact.h"
 #include "quorvane/config.h"
 #include "quorvane/http.h"
@@ -17,14 +17,13 @@
 #include "quorvane/logging.h"
 #include "quorvane/update.h"
 #include "update/download.h"
-#include "update/helpers.h"
 #include "update/phases.h"
 #include "update/update_run.h"
 
 namespace quorvane {
 namespace {
 
-// Some outcomes skip the restart and the summary.
+// Some outcomes skip the reboot and the summary.
 enum class NextPhase { kReboot, kStop };
 
 void CheckRequest(const UpdateRequest& request) {
@@ -70,20 +69,19 @@ std::string AbsolutePath(const std::string& path) {
              : path;
 }
 
-// As a multipart form, or else as a raw body. Whether the BMC accepted it.
-bool UploadImage(const ImagePath& image, const char* fallback_warning,
-                 UpdateRun& run) {
-  RunMultipartUpload(image, run);
-  if (!run.result.accepted) {
-    LogWarning(kUpdate, fallback_warning);
-    RunBinaryUpload(image, run);
+// A multipart upload, and if that fails, a binary upload.
+PhaseResult UploadImage(const ImagePath& image, const char* fallback_warning,
+                        UpdateRun& run) {
+  if (RunMultipartUpload(image, run) == PhaseResult::kSucceeded) {
+    return PhaseResult::kSucceeded;
   }
-  return run.result.accepted;
+  LogWarning(kUpdate, fallback_warning);
+  return RunBinaryUpload(image, run);
 }
 
-// From an accepted upload to the restart: the task, then the activation.
-NextPhase FollowUpload(UpdateRun& run) {
-  if (!MonitorTask(run)) {
+// The phases between an accepted upload and the reboot: task, activation.
+NextPhase FinishUpload(UpdateRun& run) {
+  if (MonitorTask(run) == PhaseResult::kFailed) {
     const std::string& state = run.result.task_state;
     if (state == "Exception" || state == "Cancelled" ||
         state == "Interrupted") {
@@ -91,7 +89,8 @@ NextPhase FollowUpload(UpdateRun& run) {
       return NextPhase::kStop;
     }
   }
-  if (!run.request.targets.empty() && !RunActivation(run)) {
+  if (!run.request.targets.empty() &&
+      RunActivation(run) == PhaseResult::kFailed) {
     return NextPhase::kStop;
   }
   return NextPhase::kReboot;
@@ -101,10 +100,10 @@ NextPhase UpdateFromLocalFile(UpdateRun& run) {
   const std::string path = AbsolutePath(run.request.local_file);
   struct stat package {};
   if (stat(path.c_str(), &package) != 0) {
-    const std::string problem = "BLX binary file not found: ";
-    run.result.message = problem + path;
-    // A URI that was given as a file ends up here.
-    LogError(kUpdate, problem + RedactUri(path));
+    const std::string not_found = "BLX binary file not found: ";
+    run.result.message = not_found + path;
+    // `local_file` may be a URI by mistake.
+    LogError(kUpdate, not_found + RedactUri(path));
     return NextPhase::kStop;
   }
   LogInfo(kUpdate, "Uploading BLX via Redfish");
@@ -115,8 +114,8 @@ NextPhase UpdateFromLocalFile(UpdateRun& run) {
 
   if (UploadImage({.path = path, .for_log = path},
                   "Multipart upload failed, falling back to binary POST upload",
-                  run)) {
-    return FollowUpload(run);
+                  run) == PhaseResult::kSucceeded) {
+    return FinishUpload(run);
   }
   LogError(kUpdate,
            "Local file upload failed. system does not support local file "
@@ -126,40 +125,43 @@ NextPhase UpdateFromLocalFile(UpdateRun& run) {
   return NextPhase::kStop;
 }
 
-// For a BMC that rejects SimpleUpdate. Whether it accepted the image.
-bool UploadDownloadedImage(UpdateRun& run) {
+// For a BMC that rejects SimpleUpdate.
+PhaseResult UploadDownloadedImage(UpdateRun& run) {
   const ImagePath path = TemporaryPath(run.request.image_uri);
+  PhaseResult result = PhaseResult::kFailed;
   {
     const auto image =
         DownloadImageToTemp(run.client, run.request.image_uri, path);
     if (!image) {
       run.result.message =
           "SimpleUpdate not supported and image download failed";
-      return false;
+      return PhaseResult::kFailed;
     }
-    UploadImage(path,
-                "Multipart upload of downloaded file failed, trying binary "
-                "POST",
-                run);
+    result = UploadImage(path,
+                         "Multipart upload of downloaded file failed, trying "
+                         "binary POST",
+                         run);
   }
   LogInfo(kUpdate, "Cleaned up temp file: " + path.for_log);
-  return run.result.accepted;
+  return result;
 }
 
 NextPhase UpdateFromShare(UpdateRun& run) {
-  RunSimpleUpdate(run);
-  if (run.result.accepted) {
-    const bool has_succeeded = run.result.task_uri.empty() || MonitorTask(run);
+  if (RunSimpleUpdate(run) == PhaseResult::kSucceeded) {
+    const bool has_succeeded = run.result.task_uri.empty() ||
+                               MonitorTask(run) == PhaseResult::kSucceeded;
     return has_succeeded ? NextPhase::kReboot : NextPhase::kStop;
   }
   LogWarning(kUpdate,
              "SimpleUpdate failed, falling back to download + local upload");
-  return UploadDownloadedImage(run) ? FollowUpload(run) : NextPhase::kStop;
+  return UploadDownloadedImage(run) == PhaseResult::kSucceeded
+             ? FinishUpload(run)
+             : NextPhase::kStop;
 }
 
 void LogSummary(const UpdateRun& run) {
   const UpdateResponse& result = run.result;
-  const auto yes_or_no = [](bool truth) { return truth ? "Yes" : "No"; };
+  const auto yes_or_no = [](bool value) { return value ? "Yes" : "No"; };
   LogInfo(kUpdate, "========== FIRMWARE UPDATE SUMMARY ==========");
   LogInfo(kUpdate,
           std::string("Accepted        : ") + yes_or_no(result.accepted));
@@ -182,7 +184,7 @@ void LogSummary(const UpdateRun& run) {
 UpdateResponse PerformUpdate(const UpdateRequest& request) {
   CheckRequest(request);
   Config config = LoadConfigAuto();
-  AimAt(request.bmc_ip, request.username, request.password, config);
+  OverrideTarget(config, request.bmc_ip, request.username, request.password);
   const HttpClient client;
   UpdateRun run{.client = client, .request = request, .config = config};
   LogInfo(kUpdate, "========== FIRMWARE UPDATE START ==========");
@@ -190,7 +192,8 @@ UpdateResponse PerformUpdate(const UpdateRequest& request) {
   const NextPhase next = request.local_file.empty() ? UpdateFromShare(run)
                                                     : UpdateFromLocalFile(run);
   if (next == NextPhase::kReboot) {
-    RunRebootPhase(run);
+    // The summary reports a failure as well.
+    static_cast<void>(RunRebootPhase(run));
     LogSummary(run);
   }
   return std::move(run.result);

@@ -3,18 +3,20 @@
 #include <string>
 #include <vector>
 
-#include "config/derived.h"
+#include "config/rule_for.h"
 #include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
-#include "update/helpers.h"
 #include "update/phases.h"
+#include "update/requests.h"
+#include "update/response_body.h"
+#include "update/tracked_task.h"
 #include "update/uri_walk.h"
 
 namespace quorvane {
 namespace {
 
-constexpr WalkMessages kMessages{
+constexpr WalkMessages kSimpleUpdateMessages{
     .trying = "Trying SimpleUpdate URI: ",
     .exhausted = "SimpleUpdate URI exhausted retries: ",
     .next = "Trying next SimpleUpdate URI"};
@@ -37,7 +39,8 @@ JsonPtr SimpleUpdateBody(const UpdateRequest& request) {
   return body;
 }
 
-// What is logged is built without the secrets; nothing has to be taken out.
+// Builds the logged payload without the secrets. Nothing has to be removed from
+// a finished text.
 void LogPayload(const UpdateRequest& request) {
   UpdateRequest logged;
   logged.image_uri = RedactUri(request.image_uri);
@@ -56,51 +59,52 @@ class SimpleUpdate {
  public:
   explicit SimpleUpdate(UpdateRun& run) : run_(run) {}
 
-  Step Handle(const Response& answer, const UriAttempt& at) {
-    const std::string status = std::to_string(answer.status_code);
-    run_.result.http_status = answer.status_code;
+  Step Decide(const Response& response, const UriAttempt& attempt) {
+    const std::string status = std::to_string(response.status_code);
+    run_.result.http_status = response.status_code;
     LogInfo(kUpdate, "SimpleUpdate HTTP status: " + status);
-    if (answer.status_code >= 400 && !answer.body.empty()) {
+    if (response.status_code >= 400 && !response.body.empty()) {
       LogInfo(kUpdate,
-              "SimpleUpdate response body: " + RedactAnswer(answer.body));
+              "SimpleUpdate response body: " + RedactResponse(response.body));
     }
-    if (answer.status_code == 404) return HandleNotFound(at);
-    switch (RuleFor(run_.config.activation_rules, answer.status_code)
+    if (response.status_code == 404) return HandleNotFound(attempt);
+    switch (RuleFor(run_.config.activation_rules, response.status_code)
                 .value_or(ActivationAction::retry_or_fail)) {
       case ActivationAction::check_reboot:
-        return Accept(answer, LogTask::kNo, "Update completed immediately");
+        return Accept(response, LogTask::kNo, "Update completed immediately");
       case ActivationAction::poll_task:
-        return Accept(answer, LogTask::kYes, "Update accepted, task created");
+        return Accept(response, LogTask::kYes, "Update accepted, task created");
       case ActivationAction::retry_activation:
-        return Retry("400", answer);
+        return Retry("SimpleUpdate returned 400, retrying", response);
       case ActivationAction::retry_or_fail:
-        return Retry(status, answer);
+        return Retry("SimpleUpdate returned " + status + ", retrying",
+                     response);
     }
     return Step::kRetry;
   }
 
  private:
-  // Only an absent action is settled before the rules are asked.
-  Step HandleNotFound(const UriAttempt& at) {
+  // No rule can change what a 404 means.
+  Step HandleNotFound(const UriAttempt& attempt) {
     LogWarning(kUpdate,
                "SimpleUpdate returned 404 - action not supported, trying next "
                "URI");
-    if (!at.is_last_uri) return Step::kNextUri;
+    if (!attempt.is_last_uri) return Step::kNextUri;
     run_.result.message =
         "SimpleUpdate not supported by this device (HTTP 404)";
     return Step::kDone;
   }
 
-  Step Accept(const Response& answer, LogTask log_task, const char* message) {
+  Step Accept(const Response& response, LogTask log_task, const char* message) {
     run_.result.accepted = true;
-    TrackTask(answer, log_task, run_);
+    TrackTask(response, log_task, run_);
     run_.result.message = message;
     return Step::kDone;
   }
 
-  Step Retry(const std::string& status, const Response& answer) {
-    LogWarning(kUpdate, "SimpleUpdate returned " + status + ", retrying");
-    run_.result.message = ExtractErrorMessage(answer.body);
+  Step Retry(const std::string& warning, const Response& response) {
+    LogWarning(kUpdate, warning);
+    run_.result.message = ExtractErrorMessage(response.body);
     return Step::kRetry;
   }
 
@@ -119,19 +123,20 @@ void TryEachUri(UpdateRun& run) {
     LogWarning(kUpdate, "SimpleUpdate Targets: EMPTY (no targets provided)");
   }
   SimpleUpdate update(run);
-  const bool ended =
-      WalkUris(run.config, uris, kMessages, [&](const UriAttempt& at) {
-        Response answer;
+  const bool has_ended = WalkUris(
+      run.config, uris, kSimpleUpdateMessages, [&](const UriAttempt& attempt) {
+        Response response;
         try {
-          answer = PostAction(run, at.url, body);
+          response = PostAction(run, attempt.url, body);
         } catch (const std::runtime_error& failure) {
-          LogWarning(kUpdate, "SimpleUpdate URI failed: " + RedactUri(at.uri) +
-                                  " (exception: " + failure.what() + ")");
+          LogWarning(kUpdate,
+                     "SimpleUpdate URI failed: " + RedactUri(attempt.uri) +
+                         " (exception: " + failure.what() + ")");
           return Step::kNextUri;
         }
-        return update.Handle(answer, at);
+        return update.Decide(response, attempt);
       });
-  if (!ended && run.result.message.empty()) {
+  if (!has_ended && run.result.message.empty()) {
     run.result.message =
         "SimpleUpdate failed after trying all " + count + " URI(s)";
   }
@@ -139,7 +144,7 @@ void TryEachUri(UpdateRun& run) {
 
 }  // namespace
 
-void RunSimpleUpdate(UpdateRun& run) {
+PhaseResult RunSimpleUpdate(UpdateRun& run) {
   run.ResetResult();
   try {
     TryEachUri(run);
@@ -147,6 +152,7 @@ void RunSimpleUpdate(UpdateRun& run) {
     run.result.accepted = false;
     run.result.message = std::string("SimpleUpdate failed: ") + failure.what();
   }
+  return SucceededIf(run.result.accepted);
 }
 
 }  // namespace quorvane

@@ -1,128 +1,129 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
-#include <optional>
 #include <string>
 #include <utility>
 
-#include "config/derived.h"
+#include "config/limits.h"
+#include "config/rule_for.h"
+#include "config/target.h"
 #include "logging/redact.h"
 #include "quorvane/logging.h"
 #include "support/json.h"
 #include "support/wait.h"
-#include "update/helpers.h"
 #include "update/phases.h"
+#include "update/requests.h"
+#include "update/response_body.h"
+#include "update/tracked_task.h"
 
 namespace quorvane {
 namespace {
 
-constexpr long kTimeoutMs = 30'000;
-
-// How monitoring ended; nothing while it goes on.
-using Verdict = std::optional<bool>;
+// What one poll means for the task.
+enum class TaskVerdict { kKeepPolling, kSucceeded, kFailed };
 
 class TaskMonitor {
  public:
   explicit TaskMonitor(UpdateRun& run) : run_(run) {}
 
-  Verdict Handle(const Response& answer) {
-    switch (answer.status_code) {
+  TaskVerdict Decide(const Response& response) {
+    switch (response.status_code) {
       case 200:
       case 202:
-        return HandleDocument(answer.body);
+        return HandleDocument(response.body);
       case 404:
         return HandleNotFound();
       default:
         LogWarning(kUpdate, "Task poll returned HTTP " +
-                                std::to_string(answer.status_code));
-        return std::nullopt;
+                                std::to_string(response.status_code));
+        return TaskVerdict::kKeepPolling;
     }
   }
 
  private:
-  Verdict HandleDocument(const std::string& body) {
+  TaskVerdict HandleDocument(const std::string& body) {
     const JsonPtr task = ParseJson(body);
     const std::string state =
         StringMember(task.get(), "TaskState").value_or("");
     if (state.empty()) {
       LogWarning(kUpdate, "Could not parse TaskState from response");
-      return std::nullopt;
+      return TaskVerdict::kKeepPolling;
     }
     if (run_.result.task_id.empty()) SetTaskId(body, run_);
-    std::string told = "[RF-TASK] State: " + state;
+    std::string line = "[RF-TASK] State: " + state;
     const int percent = IntMember(task.get(), "PercentComplete").value_or(-1);
     if (percent >= 0) {
       run_.result.percent_complete = percent;
-      told += "  PercentComplete: " + std::to_string(percent) + "%";
+      line += "  PercentComplete: " + std::to_string(percent) + "%";
     }
-    LogInfo(kUpdate, told);
+    LogInfo(kUpdate, line);
     run_.result.task_state = state;
     LogDocument(task.get(), body);
-    return Decide(state);
+    return DecideByState(state);
   }
 
   void LogDocument(const cJSON* task, const std::string& body) const {
-    // Some times the length is plenty for any document but a hostile one.
-    constexpr std::size_t kMostKept = 1U << 26;
+    // Indentation makes only a hostile document longer than this.
+    constexpr std::size_t kMaxSize = 1U << 26;
     const auto text =
-        PrintJsonWithin(task, std::min(4 * body.size() + 4096, kMostKept));
-    const std::string told = "[RF-TASK] Task ID: " + run_.task_id_for_log;
+        PrintJsonWithin(task, std::min(4 * body.size() + 4096, kMaxSize));
+    const std::string line = "[RF-TASK] Task ID: " + run_.task_id_for_log;
     if (text) {
-      LogInfo(kUpdate, told + "\nResponse body:\n" + RedactAnswer(*text));
+      LogInfo(kUpdate, line + "\nResponse body:\n" + RedactResponse(*text));
     } else {
       LogDebug(kUpdate, "cJSON_Print failed, using raw body");
-      LogInfo(kUpdate, told + "  Response body: " + RedactAnswer(body));
+      LogInfo(kUpdate, line + "  Response body: " + RedactResponse(body));
     }
   }
 
-  Verdict Decide(const std::string& state) {
+  TaskVerdict DecideByState(const std::string& state) {
     switch (RuleFor(run_.config.task_states, state)
                 .value_or(TaskAction::continue_polling)) {
       case TaskAction::proceed_to_activation:
-        return End(true, "Success", "Task completed successfully");
+        LogResult("  Result: Success");
+        run_.result.message = "Task completed successfully";
+        return TaskVerdict::kSucceeded;
       case TaskAction::retry_upload:
-        return End(false, "Exception -- upload retry needed",
-                   "Task exception -- upload retry needed");
+        LogResult("  Result: Exception -- upload retry needed");
+        run_.result.message = "Task exception -- upload retry needed";
+        return TaskVerdict::kFailed;
       case TaskAction::restart_upload:
-        return End(false, "Cancelled -- upload restart needed",
-                   "Task cancelled -- upload restart needed");
+        LogResult("  Result: Cancelled -- upload restart needed");
+        run_.result.message = "Task cancelled -- upload restart needed";
+        return TaskVerdict::kFailed;
       case TaskAction::retry_last_chunk:
-        return End(false, "Interrupted -- last chunk retry needed",
-                   "Task interrupted -- last chunk retry needed");
+        LogResult("  Result: Interrupted -- last chunk retry needed");
+        run_.result.message = "Task interrupted -- last chunk retry needed";
+        return TaskVerdict::kFailed;
       case TaskAction::continue_polling:
         return HandleUnfinished(state);
     }
-    return std::nullopt;
+    return TaskVerdict::kKeepPolling;
   }
 
-  Verdict End(bool good, const char* told, const char* message) {
-    LogInfo(kUpdate,
-            "[RF-TASK] State: " + run_.result.task_state + "  Result: " + told);
-    run_.result.message = message;
-    return good;
+  void LogResult(const char* result) const {
+    LogInfo(kUpdate, "[RF-TASK] State: " + run_.result.task_state + result);
   }
 
-  // Some BMCs leave a task waiting until the system restarts: it will not move
-  // before that, so its third such poll in a row ends the watch.
-  Verdict HandleUnfinished(const std::string& state) {
+  // Some BMCs keep a task in such a state until the system reboots, so polling
+  // ends after a few polls.
+  TaskVerdict HandleUnfinished(const std::string& state) {
     if (state != "Scheduled" && state != "Starting") {
       staged_polls_ = 0;
-      return std::nullopt;
+      return TaskVerdict::kKeepPolling;
     }
-    if (++staged_polls_ <= 2) return std::nullopt;
+    if (++staged_polls_ < kStagedPolls) return TaskVerdict::kKeepPolling;
     LogInfo(kUpdate, "[RF-TASK] Task stable in '" + state +
                          "' state -- firmware staged, waiting for reboot");
     run_.result.message =
         "Firmware staged successfully (scheduled, waiting for reboot)";
-    return true;
+    return TaskVerdict::kSucceeded;
   }
 
-  // A BMC that restarts forgets its tasks; past half way that is taken as the
-  // firmware being applied.
-  Verdict HandleNotFound() {
-    if (run_.result.percent_complete < 50) {
+  TaskVerdict HandleNotFound() {
+    if (run_.result.percent_complete < kAppliedPercent) {
       run_.result.message = "Update Method Not Supported (HTTP 404)";
       LogError(kUpdate, run_.result.message);
-      return false;
+      return TaskVerdict::kFailed;
     }
     LogInfo(kUpdate, "Task returned 404 after reaching " +
                          std::to_string(run_.result.percent_complete) +
@@ -131,7 +132,7 @@ class TaskMonitor {
     run_.result.message = "Task completed (system rebooted during activation)";
     run_.result.task_state = "Completed";
     run_.result.percent_complete = 100;
-    return true;
+    return TaskVerdict::kSucceeded;
   }
 
   UpdateRun& run_;
@@ -140,21 +141,21 @@ class TaskMonitor {
 
 }  // namespace
 
-bool MonitorTask(UpdateRun& run) {
+PhaseResult MonitorTask(UpdateRun& run) {
   const Config& config = run.config;
   UpdateResponse& result = run.result;
   if (result.task_uri.empty()) {
     LogInfo(kUpdate, "No task URI to poll, skipping task monitoring");
-    return true;
+    return PhaseResult::kSucceeded;
   }
-  const std::string url = UrlOf(result.task_uri, config);
+  const std::string url = ResolveUrl(config, result.task_uri);
   const int interval = std::max(config.polling_interval, 1);
   const long long max_attempts = config.max_polling_time_seconds / interval;
-  const std::string interval_told = std::to_string(interval) + "s";
+  const std::string interval_text = std::to_string(interval) + "s";
   LogInfo(kUpdate, "[RF-UPDATE] Task created: " + RedactUri(result.task_uri));
-  LogInfo(kUpdate, "[RF-UPDATE] Polling interval: " + interval_told);
+  LogInfo(kUpdate, "[RF-UPDATE] Polling interval: " + interval_text);
   LogInfo(kUpdate, "Polling task: " + UriForLog(url) +
-                       " (interval=" + interval_told + ")");
+                       " (interval=" + interval_text + ")");
 
   TaskMonitor monitor(run);
   for (long long attempt = 1; attempt <= max_attempts; ++attempt) {
@@ -162,18 +163,26 @@ bool MonitorTask(UpdateRun& run) {
                          std::to_string(attempt) + "/" +
                          std::to_string(max_attempts) + ")");
     SleepSeconds(interval);
-    const Response answer = AnswerOrNone([&] {
-      return run.client.get(url, {}, kTimeoutMs, config.username,
+    const Response response = ResponseOrStatusZero([&] {
+      return run.client.get(url, {}, kPollTimeoutMs, config.username,
                             config.password, config.auth_type);
     });
-    if (const Verdict verdict = monitor.Handle(answer)) return *verdict;
+    switch (monitor.Decide(response)) {
+      case TaskVerdict::kSucceeded:
+        return PhaseResult::kSucceeded;
+      case TaskVerdict::kFailed:
+        return PhaseResult::kFailed;
+      case TaskVerdict::kKeepPolling:
+        break;
+    }
   }
   result.message = "Task polling timed out";
-  return false;
+  return PhaseResult::kFailed;
 }
 
-bool MonitorTaskOf(const Response& answer, const char* label, UpdateRun& run) {
-  std::string link = ExtractTaskUri(answer.body, run.config);
+PhaseResult MonitorTaskOf(const Response& response, const char* label,
+                          UpdateRun& run) {
+  std::string link = ExtractTaskUri(response.body, run.config);
   if (!link.empty()) {
     LogInfo(kUpdate, label + RedactUri(link));
     run.result.task_uri = std::move(link);

@@ -10,19 +10,22 @@
 
 namespace quorvane {
 
-/// One call of `PerformUpdate`: what its phases read, and the result that they
-/// build up.
+/// Component of all log lines of an update.
+inline constexpr const char* kUpdate = "update";
+
+/// One call of `PerformUpdate`: the input of its phases, and the result that
+/// they fill in.
 struct UpdateRun {
   const HttpClient& client;
   const UpdateRequest& request;
   const Config& config;
   UpdateResponse result = {};
-  /// `result.task_id`, redacted. Kept, because an ID taken from a link shows
-  /// only together with that link which part of it is secret, and a later phase
-  /// may replace the link.
+  /// `result.task_id`, redacted. It is stored, because only the whole link of a
+  /// task shows which part of its ID is secret, and a later phase can replace
+  /// the link.
   std::string task_id_for_log = {};
 
-  /// Forgets the result of the phases so far.
+  /// Discards the result of earlier phases.
   void ResetResult() {
     result = {};
     task_id_for_log.clear();
@@ -32,7 +35,7 @@ struct UpdateRun {
 /// An image file to upload.
 struct ImagePath {
   std::string path;
-  std::string for_log;  ///< Differs if the name was cut from a secret.
+  std::string for_log;  ///< Differs if the name is part of a secret.
 };
 
 }  // namespace quorvane

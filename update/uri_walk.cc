@@ -3,25 +3,36 @@
 
 #include <cstddef>
 
-#include "config/derived.h"
+#include "config/retry.h"
+#include "config/target.h"
 #include "logging/redact.h"
 #include "quorvane/logging.h"
-#include "update/helpers.h"
+#include "update/update_run.h"
 
 namespace quorvane {
 namespace {
 
 using Attempt = std::function<Step(const UriAttempt&)>;
 
-// kRetry here means that no try is left.
-Step TryUri(const Config& config, const UriAttempt& at,
-            const Attempt& attempt) {
-  if (config.max_retries < 0) return Step::kRetry;
-  for (int tries = 0;; ++tries) {
-    const Step step = attempt(at);
-    if (step != Step::kRetry || tries >= config.max_retries) return step;
-    SleepBeforeRetry(kUpdate, config, tries);
+// The result of all attempts at one URI.
+enum class UriResult { kDone, kSkipped, kNoAttemptLeft };
+
+UriResult TryUri(const Config& config, const UriAttempt& uri,
+                 const Attempt& attempt) {
+  for (long long retries = 0; retries <= config.max_retries; ++retries) {
+    if (retries > 0) {
+      SleepBeforeRetry(kUpdate, config, static_cast<int>(retries - 1));
+    }
+    switch (attempt(uri)) {
+      case Step::kDone:
+        return UriResult::kDone;
+      case Step::kNextUri:
+        return UriResult::kSkipped;
+      case Step::kRetry:
+        break;
+    }
   }
+  return UriResult::kNoAttemptLeft;
 }
 
 }  // namespace
@@ -30,17 +41,22 @@ bool WalkUris(const Config& config, const std::vector<std::string>& uris,
               const WalkMessages& messages, const Attempt& attempt) {
   const std::string base = BuildBaseUrl(config);
   for (std::size_t i = 0; i < uris.size(); ++i) {
-    const UriAttempt at{.uri = uris[i],
-                        .url = base + uris[i],
-                        .is_last_uri = i + 1 == uris.size()};
-    LogInfo(kUpdate, messages.trying + UriForLog(at.url) + " (" +
+    const UriAttempt uri{.uri = uris[i],
+                         .url = base + uris[i],
+                         .is_last_uri = i + 1 == uris.size()};
+    LogInfo(kUpdate, messages.trying + UriForLog(uri.url) + " (" +
                          std::to_string(i + 1) + "/" +
                          std::to_string(uris.size()) + ")");
-    const Step step = TryUri(config, at, attempt);
-    if (step == Step::kDone) return true;
-    if (step == Step::kNextUri) continue;
-    LogWarning(kUpdate, messages.exhausted + RedactUri(at.uri));
-    if (!at.is_last_uri) LogInfo(kUpdate, messages.next);
+    switch (TryUri(config, uri, attempt)) {
+      case UriResult::kDone:
+        return true;
+      case UriResult::kSkipped:
+        break;
+      case UriResult::kNoAttemptLeft:
+        LogWarning(kUpdate, messages.exhausted + RedactUri(uri.uri));
+        if (!uri.is_last_uri) LogInfo(kUpdate, messages.next);
+        break;
+    }
   }
   return false;
 }

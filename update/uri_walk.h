@@ -10,31 +10,31 @@
 
 namespace quorvane {
 
-/// What follows one attempt.
+/// The step after one attempt.
 enum class Step {
-  kRetry,    ///< Try this URI again, while it has tries left.
-  kNextUri,  ///< Leave this URI at once.
-  kDone,     ///< The phase has ended, well or not.
+  kRetry,    ///< Another attempt at this URI, unless this was the last one.
+  kNextUri,  ///< The next URI, without another attempt at this one.
+  kDone,     ///< None: the phase has ended, with or without success.
 };
 
-/// One attempt's place in the walk.
+/// The URI of an attempt.
 struct UriAttempt {
-  const std::string& uri;  ///< As the rules file has it.
-  std::string url;         ///< With the base URL before it.
+  const std::string& uri;  ///< From the rules file.
+  std::string url;         ///< The base URL and `uri`.
   bool is_last_uri;
 };
 
-/// What a phase logs on the way.
+/// The log messages of a walk.
 struct WalkMessages {
-  const char* trying;     ///< Before a URI's first try: then the URL.
-  const char* exhausted;  ///< After its last try: then the URI.
-  const char* next;       ///< Behind that, if more URIs follow.
+  const char* trying;     ///< Before the first attempt at a URI, plus the URL.
+  const char* exhausted;  ///< After the last attempt at a URI, plus the URI.
+  const char* next;       ///< After `exhausted`, if there is another URI.
 };
 
-/// The retry discipline of all phases: each URI in order, `max_retries` + 1
-/// tries for each, a wait between tries of one URI and none between URIs.
-/// @param attempt  Makes one try and tells what follows.
-/// @return True when an attempt ended the phase; false when all were in vain.
+/// The retry rules of all phases: each URI in order, `max_retries` + 1 attempts
+/// at each, a wait between attempts at one URI, and no wait between URIs.
+/// @param attempt  Sends one request and returns the next step.
+/// @return True if an attempt ended the phase; false if no URI is left.
 bool WalkUris(const Config& config, const std::vector<std::string>& uris,
               const WalkMessages& messages,
               const std::function<Step(const UriAttempt&)>& attempt);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The rules file: what to ask of a BMC, and what to do with its answers.
+/// The rules file: the URIs of a BMC, and the actions for its responses.
 #ifndef QUORVANE_CONFIG_H_
 #define QUORVANE_CONFIG_H_
 
@@ -13,50 +13,50 @@
 
 namespace quorvane {
 
-// The action vocabularies. An enumerator is spelled as in the rules file and
-// keeps its number for good: callers in other languages store it.
+// The actions. The name of an enumerator is that of the rules file. Numbers
+// never change, because callers in other languages store them.
 
-/// What the status of the firmware inventory collection means.
+/// The action for the HTTP status of the firmware inventory collection.
 enum class InventoryAction : std::int32_t {
   validate_firmware = 0,     ///< Read the members.
-  retry_inventory = 1,       ///< Wait and read the collection again.
-  fail_or_manual_check = 2,  ///< Give up; someone must look at the machine.
+  retry_inventory = 1,       ///< Wait, then read the collection again.
+  fail_or_manual_check = 2,  ///< Fail; check the server manually.
 };
 
-/// What the status of an image upload means.
+/// The action for the HTTP status of an upload.
 enum class UploadAction : std::int32_t {
-  track_task = 0,          ///< Accepted; follow the task it names.
-  retry_with_fix = 1,      ///< Wait and send it again; keep the BMC's reason.
-  split_and_retry = 2,     ///< As above, told as "too large"; nothing is split.
-  retry_with_backoff = 3,  ///< Wait and send it again; so do unnamed statuses.
+  track_task = 0,          ///< Accepted; monitor the task of the response.
+  retry_with_fix = 1,      ///< Retry; keep the error message of the BMC.
+  split_and_retry = 2,     ///< Retry; report "too large". Splits nothing.
+  retry_with_backoff = 3,  ///< Retry. The action without a rule.
 };
 
-/// What the TaskState of a watched task means (DSP0266, "Tasks").
+/// The action for the TaskState of a monitored task (DSP0266, "Tasks").
 enum class TaskAction : std::int32_t {
-  continue_polling = 0,       ///< Still at work; so do unnamed states.
-  proceed_to_activation = 1,  ///< It ended well.
-  retry_upload = 2,           ///< It failed.
-  restart_upload = 3,         ///< It was cancelled.
-  retry_last_chunk = 4,       ///< It was interrupted.
+  continue_polling = 0,       ///< In progress. The action without a rule.
+  proceed_to_activation = 1,  ///< The task succeeded.
+  retry_upload = 2,           ///< The task failed.
+  restart_upload = 3,         ///< The task was cancelled.
+  retry_last_chunk = 4,       ///< The task was interrupted.
 };
 
-/// What the status of a SimpleUpdate or an activation request means.
+/// The action for the HTTP status of a SimpleUpdate or an activation.
 enum class ActivationAction : std::int32_t {
-  check_reboot = 0,      ///< Done; no task to follow.
-  poll_task = 1,         ///< Accepted; follow the task it names.
-  retry_activation = 2,  ///< Wait and ask again.
-  retry_or_fail = 3,     ///< Wait and ask again; so do unnamed statuses.
+  check_reboot = 0,      ///< Done, without a task.
+  poll_task = 1,         ///< Accepted; monitor the task of the response.
+  retry_activation = 2,  ///< Retry.
+  retry_or_fail = 3,     ///< Retry. The action without a rule.
 };
 
-/// What the status of a reset request means.
+/// The action for the HTTP status of a reboot request.
 enum class RebootAction : std::int32_t {
-  success = 0,              ///< The system restarts.
-  poll_task = 1,            ///< It restarts as a task; follow that.
-  retry_reboot = 2,         ///< Wait and ask again.
-  manual_intervention = 3,  ///< Leave this URI; so do unnamed statuses.
+  success = 0,              ///< The system reboots.
+  poll_task = 1,            ///< The reboot is a task; monitor it.
+  retry_reboot = 2,         ///< Retry.
+  manual_intervention = 3,  ///< Next URI. The action without a rule.
 };
 
-/// The action of that exact name (letter case and blanks count).
+/// The action with exactly that name (letter case and spaces matter).
 /// @throws std::runtime_error e.g. `Unknown inventory_action: "retry"`.
 /// @{
 QUORVANE_EXPORT InventoryAction InvActionFromString(const std::string& name);
@@ -67,45 +67,44 @@ ActivationActionFromString(const std::string& name);
 QUORVANE_EXPORT RebootAction RebootActionFromString(const std::string& name);
 /// @}
 
-/// How one chassis name, as a BMC reports it, becomes the name that reports
-/// and rules use. Patterns are plain parts of a text, ASCII case ignored.
+/// Replaces a chassis name that a BMC reports. Patterns are plain substrings;
+/// ASCII letter case does not matter.
 struct ChassisNameMapping {
-  std::string source_pattern;   ///< Part of the chassis' Name; never empty.
-  std::string normalized_name;  ///< What replaces the Name; never empty.
-  bool check_model = false;     ///< Must `model_pattern` match as well?
-  std::string model_pattern;    ///< Part of the chassis' Model.
+  std::string source_pattern;   ///< Substring of Name; never empty.
+  std::string normalized_name;  ///< Replacement of Name; never empty.
+  bool check_model = false;     ///< Whether the model must match, too.
+  std::string model_pattern;    ///< Substring of Model.
 };
 
-/// A rules file in memory; each field is named after its key. A plain value
-/// that owns all it holds. The initial values are those that the file's
-/// defaults do not replace; `LoadConfig` gives the rest.
+/// The content of a rules file; each field has the name of its key. Defaults of
+/// the file that differ from the initial values here come from `LoadConfig`.
 ///
-/// A rule table maps what was met (an HTTP status, RFC 9110 section 15; or a
-/// TaskState, case-sensitive) to what follows. In an upload as a form, an
-/// activation and a reset, key 0 stands for a transfer without any answer.
+/// A rule table maps an HTTP status (RFC 9110, section 15) or a TaskState
+/// (case-sensitive) to an action. For a multipart upload, an activation and a
+/// reboot, the key 0 is a request without a response.
 struct Config {
   std::string auth_type;  ///< "basic" or "oauth"; "oauth" sends no credentials.
-  std::string username;   ///< BMC account (RFC 7617); file's default: "root".
-  std::string password;   ///< Never logged; file's default: "brindle".
-  std::string token;      ///< Kept for "oauth"; no request sends it.
+  std::string username;   ///< BMC account; default of the file: "root".
+  std::string password;   ///< Never logged; default of the file: "brindle".
+  std::string token;      ///< For "oauth"; no request sends it.
   std::string ip;    ///< IPv4 address or host name, with ":port" if needed.
   std::string ipv6;  ///< IPv6 address without brackets; used if `ip` is empty.
-  std::string platform_identifier;  ///< Free text for the caller.
-  int max_retries = 3;              ///< Tries after the first; >= 1.
-  int sleep_time = 5;               ///< Base wait, seconds; >= 1.
+  std::string platform_identifier;  ///< Any text, for the caller.
+  int max_retries = 3;              ///< Attempts after the first; >= 1.
+  int sleep_time = 5;               ///< First wait, seconds; >= 1.
   std::string backoff_strategy = "exponential";  ///< Or "fixed".
-  std::vector<std::string> inventory_uri;  ///< Collections, in order of trial.
+  std::vector<std::string> inventory_uri;        ///< Collections, in order.
   std::unordered_map<int, InventoryAction> inventory_rules;
   std::vector<std::string> upload_uri;  ///< Upload endpoints, in order.
   std::unordered_map<int, UploadAction> upload_rules;
   std::vector<std::string>
-      task_uri;               ///< The first one prefixes a bare task Id.
+      task_uri;               ///< The first one is the prefix of a task Id.
   int polling_interval = 30;  ///< Wait before each poll, seconds; >= 1.
-  int max_polling_time_seconds = 600;  ///< Polls = this / interval, truncated.
+  int max_polling_time_seconds = 600;  ///< Polls: this / interval.
   std::unordered_map<std::string, TaskAction> task_states;
   std::vector<std::string> activation_uri;  ///< SimpleUpdate and activation.
   std::unordered_map<int, ActivationAction> activation_rules;
-  bool reboot_required = true;          ///< Restart the system at the end?
+  bool reboot_required = true;          ///< Whether to reboot the system.
   std::vector<std::string> reboot_uri;  ///< ComputerSystem.Reset actions.
   std::unordered_map<int, RebootAction> reboot_rules;
   std::vector<ChassisNameMapping> chassis_name_mappings;  ///< First match wins.
@@ -117,19 +116,19 @@ struct Config {
 ///   - "Config path is empty";
 ///   - `Cannot open config file: "PATH" (REASON)`, `Read error on config file:
 ///     "PATH"`;
-///   - `JSON parse error in "PATH": ` and up to 100 bytes of what could not be
-///     read, cut short where a password or token would show;
-///   - the first violation found, e.g. `"reboot" must be a JSON object`.
-/// Logs where it reads from and how that ended.
+///   - `JSON parse error in "PATH": ` and up to 100 bytes of the text at the
+///     error, or none if the file may contain a password or a token;
+///   - the first violation, e.g. `"reboot" must be a JSON object`.
+/// Logs the path and the outcome.
 QUORVANE_EXPORT Config LoadConfig(const std::string& path);
 
-/// `LoadConfig(ResolveConfigPath())`, afresh at each call.
+/// `LoadConfig(ResolveConfigPath())`. Reads the file at each call.
 /// @throws as `LoadConfig`.
 QUORVANE_EXPORT Config LoadConfigAuto();
 
-/// Where the rules file belongs: "brindle.config.json" in the folder from which
-/// this library was loaded, as the loader names it (symbolic links are kept).
-/// Does not look whether the file exists.
+/// The default path of the rules file: "brindle.config.json" in the directory
+/// from which this library was loaded, as the loader names it (symbolic links
+/// are not resolved). Does not check whether the file exists.
 QUORVANE_EXPORT std::string ResolveConfigPath();
 
 }  // namespace quorvane

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// What firmware a server runs, and what machine it is (DSP2046,
+/// The firmware inventory and the chassis of a server (DSP2046,
 /// SoftwareInventory and Chassis).
 #ifndef QUORVANE_INVENTORY_H_
 #define QUORVANE_INVENTORY_H_
@@ -12,56 +12,58 @@
 
 namespace quorvane {
 
-/// Which BMC to read, and as whom.
+/// The BMC to read, and its account.
 struct InventoryRequest {
   std::string ip;  ///< Address or host name, with ":port" if needed.
   std::string username;
   std::string password;
 };
 
-/// One firmware as the BMC lists it. What the BMC left out, or gave as
-/// something else than a string, is empty.
+/// One item of the firmware inventory. A property that the BMC does not report,
+/// or not as a string, is empty.
 struct InventoryItem {
-  std::string uri;         ///< "@odata.id", exactly as the collection lists it.
-  std::string Name;        ///< As people know it, e.g. "BMC firmware".
-  std::string SoftwareId;  ///< What tells two images apart that share a name.
-  std::string Version;     ///< Free text; no order can be read from it.
+  std::string uri;         ///< "@odata.id" of the item in the collection.
+  std::string Name;        ///< Readable name, e.g. "BMC firmware".
+  std::string SoftwareId;  ///< Distinguishes images with the same name.
+  std::string Version;     ///< Any text; versions cannot be ordered.
   std::string target_id;   ///< "@odata.id" of the first RelatedItem.
 };
 
-/// Reads the firmware inventory of one server by the rules file beside the
-/// library. Address and credentials come from `request`, and the credentials
-/// are sent as HTTP basic authentication whatever the rules file says.
+/// Reads the firmware inventory of one server, with the rules file next to the
+/// library. Uses the address and credentials of `request`, and sends the
+/// credentials as HTTP basic authentication, whatever the rules file specifies.
 ///
-/// A member that cannot be read is left out, with a warning in the log.
+/// Skips a member that returns an error, with a warning in the log.
 ///
-/// @param request  Read only; `ip` must not be empty.
-/// @param items    The caller's list; emptied, and filled on success.
-/// @return True when the collection was read, be it empty; false when the
-///   login was refused (401, 403), a rule gave up or the retries ran out.
-/// @throws std::runtime_error when `request.ip` is empty, when the rules file
-///   cannot be loaded, or when a member, or the last collection URI at its
-///   last resort, brought no answer.
+/// @param request  `ip` must not be empty.
+/// @param items    Cleared, then filled on success.
+/// @return True if the collection was read, even if it is empty; false if the
+///   BMC refused the login (401, 403), if a rule ended the inventory, or if all
+///   attempts failed.
+/// @throws std::runtime_error if `request.ip` is empty, if the rules file
+/// cannot
+///   be loaded, or if there is no response from a member, or from the last
+///   collection URI at its second request.
 [[nodiscard]] QUORVANE_EXPORT bool FetchInventory(
     const InventoryRequest& request, std::vector<InventoryItem>& items);
 
 /// The items as one JSON object, {"inventory": [...]}, indented, without a
-/// newline at its end. Each item has "id", "Name", "SoftwareId", "Version" and
-/// "target_id", empty ones included. Strings are expected in UTF-8.
-/// @throws std::bad_alloc when memory runs out.
+/// final newline. Each item has "id", "Name", "SoftwareId", "Version" and
+/// "target_id", even if they are empty. Strings must be UTF-8.
+/// @throws std::bad_alloc if memory runs out.
 QUORVANE_EXPORT std::string InventoryToJson(
     const std::vector<InventoryItem>& items);
 
-/// Writes `InventoryToJson` to `path`, over what is there. Directories are
-/// not created. The path may also name a character device or a pipe that has a
-/// reader, such as /dev/stdout; a block device or a pipe without a reader is
-/// rejected.
-/// @return Whether the whole text was written. A path that cannot be opened or
-///   is rejected is logged as an error; a failed write is not logged.
+/// Writes `InventoryToJson` to `path`, and replaces the content of the file.
+/// Does not create directories. The path can also be a character device, or a
+/// pipe that has a reader, such as /dev/stdout. Rejects a block device and a
+/// pipe without a reader.
+/// @return Whether the whole text was written. Logs an error for a path that
+///   cannot be opened or is rejected; does not log a failed write.
 [[nodiscard]] QUORVANE_EXPORT bool SaveInventoryJson(
     const std::string& path, const std::vector<InventoryItem>& items);
 
-/// What machine a BMC belongs to.
+/// The machine of a BMC.
 struct ChassisInfo {
   std::string Manufacturer;
   std::string Model;  ///< May be empty.
@@ -69,14 +71,15 @@ struct ChassisInfo {
 };
 
 /// Identifies the server: the first chassis with Manufacturer, Model and Name,
-/// else the first with Manufacturer and Name. The first mapping of the rules
-/// file that matches replaces the name.
+/// else the first one with Manufacturer and Name. The first matching mapping of
+/// the rules file replaces the name.
 ///
-/// @param request  Read only.
-/// @param info     The caller's record; written on success alone.
-/// @return False when no chassis will do, when the BMC does not answer or
-///   refuses, which is logged; also, without a word, for an empty `request.ip`.
-/// @throws std::runtime_error when the rules file cannot be loaded.
+/// @param info  Written only on success.
+/// @return False if no chassis has the fields, or if the BMC returns an error
+/// or
+///   no response, which is logged; also false, without a log line, if
+///   `request.ip` is empty.
+/// @throws std::runtime_error if the rules file cannot be loaded.
 [[nodiscard]] QUORVANE_EXPORT bool FetchChassisInfo(
     const InventoryRequest& request, ChassisInfo& info);
 

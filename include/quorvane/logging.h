@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The log of a run: one line per event, on disk as soon as it is written.
+/// The log of a run: one line per event, written to disk at once.
 #ifndef QUORVANE_LOGGING_H_
 #define QUORVANE_LOGGING_H_
 
@@ -11,9 +11,9 @@
 
 #include "quorvane/export.h"
 
-// Names that build systems and other headers like to define as macros. They
-// are macros again after this header. A program that defines one of them can
-// write `static_cast<quorvane::LogLevel>(0)` instead of the enumerator.
+// Build systems and other headers often define these names as macros. This
+// header restores the macros at its end. A program that defines one of them can
+// use `static_cast<quorvane::LogLevel>(0)` instead of the enumerator.
 #pragma push_macro("DEBUG")
 #pragma push_macro("INFO")
 #pragma push_macro("WARNING")
@@ -25,38 +25,40 @@
 
 namespace quorvane {
 
-/// How much a line matters; a logger drops what lies below its minimum.
+/// The level of a line. A logger drops lines below its minimum level.
 enum class LogLevel : std::int32_t {
-  DEBUG = 0,    ///< Requests and where the rules file was found.
-  INFO = 1,     ///< What the run does, step by step.
-  WARNING = 2,  ///< Something failed and the run goes on another way.
-  ERROR = 3,    ///< Something failed for good.
+  DEBUG = 0,    ///< Requests, and the path of the rules file.
+  INFO = 1,     ///< The steps of the run.
+  WARNING = 2,  ///< Something failed, and the run continues.
+  ERROR = 3,    ///< Something failed, without another attempt.
 };
 
-/// Writes lines to a file, and to the console on request, when there is no file
-/// and when the disk does not take a line. A line reads
+/// Writes lines to a file. Also writes them to the console: on request, if
+/// there is no file, and if a line cannot be written to disk. The format of a
+/// line is
 ///
 ///     [2024-05-01 13:07:09.042] [WARNING] [update] Upload returned 503, ...
 ///
-/// in local time. A message is written as it is: line breaks in it are kept and
-/// nothing is masked or escaped. All members may be called from several threads
-/// at once; lines never interleave.
+/// in local time. A message is not changed: line breaks remain, and nothing is
+/// masked or escaped. Several threads can call all members at once; lines never
+/// interleave.
 class QUORVANE_EXPORT Logger {
  public:
   /// Opens the log file for appending; a new one gets mode 0640.
   ///
-  /// Never throws for a path that cannot be used: the reason goes to standard
-  /// error and every line to the console.
+  /// Does not throw if the file cannot be used: the reason goes to standard
+  /// error, and every line to the console.
   ///
   /// @param path                  The file; empty: the default,
   ///                              /var/log/zelk/pvo/brindle_log.txt.
   /// @param level                 The minimum level.
   /// @param console_output        Also write to the console: DEBUG and INFO to
   ///                              standard output, the rest to standard error.
-  /// @param skip_security_checks  False: the file's folder is made if it is
-  ///                              missing (mode 0750), and must be a real
-  ///                              folder of root that not everybody may write
-  ///                              to; the file must not be a symbolic link.
+  /// @param skip_security_checks  False: a missing directory of the file is
+  ///                              created (mode 0750). The directory must
+  ///                              belong to root, and must not be a symbolic
+  ///                              link or writable by all users. The file must
+  ///                              not be a symbolic link.
   Logger(const std::string& path, LogLevel level, bool console_output,
          bool skip_security_checks);
   ~Logger();  ///< Writes a closing line.
@@ -64,10 +66,10 @@ class QUORVANE_EXPORT Logger {
   Logger& operator=(const Logger&) = delete;
 
   void SetLogLevel(LogLevel level) noexcept;  ///< Changes the minimum level.
-  std::string GetLogPath() const;       ///< The path in use, default resolved.
-  bool IsInitialized() const noexcept;  ///< Is the file open?
+  std::string GetLogPath() const;  ///< The path, also if it is the default.
+  bool IsInitialized() const noexcept;  ///< Whether the file is open.
 
-  /// Write one line. An empty `component` leaves its brackets out.
+  /// Write one line, without brackets if `component` is empty.
   /// @{
   void LogDebug(const std::string& component, const std::string& message);
   void LogInfo(const std::string& component, const std::string& message);
@@ -80,20 +82,21 @@ class QUORVANE_EXPORT Logger {
   std::unique_ptr<Impl> impl_;
 };
 
-/// Starts the process-wide logger, or replaces it: the new one is opened
-/// before the old one writes its closing line. Arguments as of `Logger`.
-/// Must not race with logging or with `ShutdownLogger`.
-/// @return Whether the file is open; false: lines go to the console instead.
+/// Starts the process-wide logger, or replaces it: the new one opens its file
+/// before the old one writes its closing line. The arguments are those of
+/// `Logger`. Do not call it while another thread logs or calls
+/// `ShutdownLogger`.
+/// @return Whether the file is open; false: lines go to the console.
 QUORVANE_EXPORT bool InitLogger(const std::string& path = std::string(),
                                 LogLevel level = LogLevel::INFO,
                                 bool console_output = false,
                                 bool skip_security_checks = false);
 
-/// Ends the process-wide logger, if there is one, with its closing line; later
-/// lines are dropped. The end of the process does not do this: a process that
-/// exits without this call leaves no closing line, and its threads may log
-/// until they end. Call it before unloading the library with dlclose(3). Must
-/// not race with logging or with `InitLogger`.
+/// Ends the process-wide logger, if there is one, with its closing line. Later
+/// lines are dropped. A process that exits without this call writes no closing
+/// line, and its threads can log until they end. Call it before you unload the
+/// library with dlclose(3). Do not call it while another thread logs or calls
+/// `InitLogger`.
 QUORVANE_EXPORT void ShutdownLogger() noexcept;
 
 /// Changes the minimum level of the process-wide logger, if there is one.
@@ -102,15 +105,16 @@ QUORVANE_EXPORT void SetLogLevel(LogLevel level) noexcept;
 /// The path of the process-wide logger; empty without one.
 QUORVANE_EXPORT std::string GetLogPath();
 
-/// Makes the calling thread log to `logger` instead of the process-wide one;
-/// null ends that. The caller owns it and keeps it alive while it is set.
+/// Makes the calling thread log to `logger` instead of the process-wide logger;
+/// null restores that. The caller owns `logger`, which must exist while it is
+/// set.
 QUORVANE_EXPORT void SetThreadLogger(Logger* logger) noexcept;
 
-/// The calling thread's logger, else the process-wide one, else null. Owned by
-/// whoever made it.
+/// The logger of the calling thread, else the process-wide one, else null. The
+/// caller does not own it.
 QUORVANE_EXPORT Logger* GetThreadLogger() noexcept;
 
-/// Write one line to `GetThreadLogger()`; dropped when that is null.
+/// Write one line to `GetThreadLogger()`, if that is not null.
 /// @{
 QUORVANE_EXPORT void LogDebug(const std::string& component,
                               const std::string& message);
@@ -122,11 +126,11 @@ QUORVANE_EXPORT void LogError(const std::string& component,
                               const std::string& message);
 /// @}
 
-/// Hides the leading part of every address in a text: the first two octets of
-/// an IPv4 address become 'X' ("https://XX.X.0.5/"), the first four groups of
-/// an IPv6 address '_'. The length never changes. What looks like an address
-/// and is none (2.10.0.1234) stays, and is told on standard error. Takes time
-/// in proportion to the length of the text.
+/// Masks the start of every address in a text: 'X' replaces the first two
+/// octets of an IPv4 address ("https://XX.X.0.5/"), '_' the first four groups
+/// of an IPv6 address. The length does not change. Text that looks like an
+/// address but is not one (2.10.0.1234) remains, and is reported on standard
+/// error. The time is linear in the length of the text.
 QUORVANE_EXPORT std::string MaskIP(std::string_view text);
 
 }  // namespace quorvane

@@ -2,14 +2,14 @@
 /// @file
 /// The whole public interface of libQuorvaneLib.so.1.
 ///
-/// A caller starts the log (`InitLogger`), reads the inventory
-/// (`FetchInventory`) or updates a server (`PerformUpdate`), keeps what came
-/// back as JSON (`SaveUpdateResponseJson`) and ends the log
-/// (`ShutdownLogger`). The rules file `brindle.config.json` beside the library
-/// decides how an update recovers; see `quorvane/config.h`.
+/// A program starts the log (`InitLogger`), reads the inventory
+/// (`FetchInventory`) or updates a server (`PerformUpdate`), saves the result
+/// as JSON (`SaveUpdateResponseJson`), and ends the log (`ShutdownLogger`). The
+/// rules file `brindle.config.json` next to the library specifies how an update
+/// reacts to errors; see `quorvane/config.h`.
 ///
-/// Every call blocks and runs on the caller's thread; the library starts none.
-/// No call but `SetThreadLogger` retains what it is given.
+/// Every call blocks and runs on the thread of the caller; the library starts
+/// no threads. Only `SetThreadLogger` keeps a reference to its argument.
 #ifndef QUORVANE_QUORVANE_H_
 #define QUORVANE_QUORVANE_H_
 

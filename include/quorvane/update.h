@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// One firmware update, from the image to the restart of the system.
+/// One firmware update, from the image to the reboot of the system.
 #ifndef QUORVANE_UPDATE_H_
 #define QUORVANE_UPDATE_H_
 
@@ -12,73 +12,74 @@
 
 namespace quorvane {
 
-/// What to update, and from where. The caller owns it; nothing is changed. No
-/// text may hold a NUL: what follows one is not sent.
+/// The server, the image and the targets of an update. Strings must not contain
+/// NUL: the text after it is not sent.
 struct UpdateRequest {
   std::string bmc_ip;    ///< Address or host name, with ":port" if needed.
   std::string username;  ///< BMC account.
-  std::string password;  ///< Its password; never logged.
-  /// Where the image lies on a share or web server. The BMC fetches it itself
-  /// (SimpleUpdate); refused, the library downloads and uploads it.
+  std::string password;  ///< Password of the account; never logged.
+  /// URI of the image on a share or web server. The BMC downloads it itself
+  /// (SimpleUpdate). If the BMC rejects that, the library downloads the image
+  /// and uploads it.
   std::string image_uri;
-  std::string local_file;      ///< Update package; goes before `image_uri`.
-  std::string share_username;  ///< For the share, if it asks; else empty.
+  std::string local_file;      ///< Update package; precedes `image_uri`.
+  std::string share_username;  ///< Account of the share; may be empty.
   std::string share_password;  ///< Its password; never logged.
-  /// Redfish URIs of what is to be updated. Empty: the BMC decides, and an
-  /// upload is not followed by an activation request.
+  /// Redfish URIs of the components to update. Empty: the BMC decides, and no
+  /// activation follows an upload.
   std::vector<std::string> targets;
-  /// Shall the BMC check the share's certificate (DSP2046, SimpleUpdate,
-  /// VerifyRemoteServerCertificate)?
+  /// Whether the BMC verifies the certificate of the share (DSP2046,
+  /// SimpleUpdate, VerifyRemoteServerCertificate).
   bool verify_remote_server_certificate = false;
-  /// Inventory that the caller has read already; empty: it is read first.
+  /// Inventory from an earlier call; empty: the update reads it first.
   std::vector<InventoryItem> prefetched_inventory;
 };
 
-/// How an update ended.
+/// The result of an update.
 struct UpdateResponse {
-  bool accepted = false;  ///< The BMC took the image or the SimpleUpdate.
-  /// Status of the last phase's decisive request; 0: no answer arrived.
+  bool accepted = false;  ///< The BMC accepted the image or SimpleUpdate.
+  /// Status of the last upload or SimpleUpdate request; 0: no response.
   long http_status = 0;
-  std::string task_uri;           ///< Task of the update, or of the restart.
+  std::string task_uri;           ///< Task of the update, or of the reboot.
   std::string task_id;            ///< Its Id.
-  std::string task_state;         ///< Last TaskState seen (DSP2046, Task).
-  int percent_complete = -1;      ///< Last PercentComplete; -1: never told.
-  std::string message;            ///< The outcome in words.
-  bool reboot_performed = false;  ///< The restart was accepted.
+  std::string task_state;         ///< Last TaskState (DSP2046, Task).
+  int percent_complete = -1;      ///< Last PercentComplete; -1: not reported.
+  std::string message;            ///< The outcome as text.
+  bool reboot_performed = false;  ///< The BMC accepted the reboot.
 };
 
-/// Updates the firmware of one server by the rules file beside the library:
-/// inventory, upload or SimpleUpdate with their fall-backs, the task, the
-/// activation, the restart. Blocks until the end, which may take hours; the
-/// rules file bounds it, and every step stands in the log.
+/// Updates the firmware of one server, with the rules file next to the library:
+/// inventory, upload or SimpleUpdate with their fallbacks, task, activation,
+/// reboot. Blocks until the end, which can take hours. The rules file limits
+/// the time, and the log contains every step.
 ///
-/// Credentials are sent as HTTP basic authentication, whatever the rules file
-/// says. Calls for different servers may run on several threads at once if an
-/// `HttpClient` lives around them all. Two that must download an image of the
-/// same name at the same time do not both succeed: the file in /tmp is one.
+/// Sends the credentials as HTTP basic authentication, whatever the rules file
+/// specifies. Several threads can update different servers at once, if an
+/// `HttpClient` exists the whole time. Two updates cannot download images of
+/// the same name at the same time, because both use the same file in /tmp.
 ///
-/// @return How it ended. A refusal, a failed task or a BMC that cannot be
-///   reached is told here, not thrown.
+/// @return The result. It also reports a rejection, a failed task, and a BMC
+///   that cannot be reached; none of these is thrown.
 /// @throws std::runtime_error
 ///   - "PerformUpdate: bmc_ip must not be empty";
 ///   - "PerformUpdate: either image_uri or local_file must be set";
-///   - what `LoadConfigAuto` throws.
-/// @throws std::bad_alloc when memory runs out.
+///   - the errors of `LoadConfigAuto`.
+/// @throws std::bad_alloc if memory runs out.
 [[nodiscard]] QUORVANE_EXPORT UpdateResponse
 PerformUpdate(const UpdateRequest& request);
 
-/// The record as one JSON object, indented, without a newline at its end.
-/// "percent_complete" is null while unknown. Strings are expected in UTF-8.
-/// @throws std::bad_alloc when memory runs out.
+/// The result as one JSON object, indented, without a final newline.
+/// "percent_complete" is null if unknown. Strings must be UTF-8.
+/// @throws std::bad_alloc if memory runs out.
 QUORVANE_EXPORT std::string UpdateResponseToJson(
     const UpdateResponse& response);
 
-/// Writes `UpdateResponseToJson` to `path`, over what is there. Directories are
-/// not created. The path may also name a character device or a pipe that has a
-/// reader, such as /dev/stdout; a block device or a pipe without a reader is
-/// rejected.
-/// @return Whether the whole text was written. A path that cannot be opened or
-///   is rejected is logged as an error; a failed write is not logged.
+/// Writes `UpdateResponseToJson` to `path`, and replaces the content of the
+/// file. Does not create directories. The path can also be a character device,
+/// or a pipe that has a reader, such as /dev/stdout. Rejects a block device and
+/// a pipe without a reader.
+/// @return Whether the whole text was written. Logs an error for a path that
+///   cannot be opened or is rejected; does not log a failed write.
 [[nodiscard]] QUORVANE_EXPORT bool SaveUpdateResponseJson(
     const std::string& path, const UpdateResponse& response);
 

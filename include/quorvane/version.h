@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The version of these headers. The build and the packages read it from here.
+/// The version. The build and the packages read it from this header.
 #ifndef QUORVANE_VERSION_H_
 #define QUORVANE_VERSION_H_
 

@@ -21,7 +21,7 @@
 #include <string_view>
 #include <type_traits>
 
-// glibc's own, behind the names that are replaced here.
+// The functions of glibc whose names are replaced here.
 extern "C" {
 void* __libc_malloc(std::size_t size);                     // NOLINT
 void* __libc_calloc(std::size_t count, std::size_t size);  // NOLINT
@@ -32,14 +32,14 @@ void __libc_free(void* block);                             // NOLINT
 namespace quorvane::test {
 namespace {
 
-// All state is static: nothing here may allocate while allocations fail.
-thread_local bool injecting = false;  // calls are counted and may fail
-thread_local bool tracking = false;   // freed blocks are looked up
+// All state is static, because this code must not allocate memory.
+thread_local bool injecting = false;  // counts calls, and lets them fail
+thread_local bool tracking = false;   // records freed blocks
 
-Fault plan;
+Fault injected_fault;
 std::size_t call_count = 0;
-const char* first_struck = nullptr;
-const void* first_struck_caller = nullptr;  // of allocations alone
+const char* first_failed = nullptr;
+const void* first_failed_caller = nullptr;  // only for allocations
 std::array<char, 1U << 18> console_text;
 std::size_t console_size = 0;
 
@@ -49,7 +49,7 @@ struct Range {
 std::array<Range, 16> counted_code;
 std::size_t counted_code_size = 0;
 
-int NoteCountedCode(dl_phdr_info* object, std::size_t /*size*/, void* /*all*/) {
+int AddCountedCode(dl_phdr_info* object, std::size_t /*size*/, void* /*all*/) {
   constexpr std::array<std::string_view, 3> kCounted = {"libcurl", "libcjson",
                                                         "libstdc++"};
   const std::string_view name = object->dlpi_name;
@@ -68,67 +68,69 @@ int NoteCountedCode(dl_phdr_info* object, std::size_t /*size*/, void* /*all*/) {
 }
 
 bool IsCounted(const void* caller) {
-  const auto place = reinterpret_cast<std::uintptr_t>(caller);
+  const auto address = reinterpret_cast<std::uintptr_t>(caller);
   return std::any_of(
       counted_code.begin(), counted_code.begin() + counted_code_size,
-      [place](auto r) { return r.start <= place && place < r.end; });
+      [address](auto r) { return r.start <= address && address < r.end; });
 }
 
-bool Strikes(CallKind kind, const char* name, int error) {
-  if (!injecting || plan.kind != kind) return false;
+bool MustFail(CallKind kind, const char* name, int error) {
+  if (!injecting || injected_fault.kind != kind) return false;
   ++call_count;
-  const bool strikes =
-      plan.nth != 0 &&
-      (plan.for_good ? call_count >= plan.nth : call_count == plan.nth);
-  if (!strikes) return false;
-  if (first_struck == nullptr) first_struck = name;
+  const bool must_fail =
+      injected_fault.nth != 0 &&
+      (injected_fault.is_lasting ? call_count >= injected_fault.nth
+                                 : call_count == injected_fault.nth);
+  if (!must_fail) return false;
+  if (first_failed == nullptr) first_failed = name;
   errno = error;
   return true;
 }
 
-// Open addressing; a freed block leaves kGone behind, so that chains hold.
+// A hash table with open addressing. kFreed replaces a freed block, so that
+// later entries of a chain are still found.
 struct Block {
   void* address;
   const void* caller;
 };
 std::array<Block, 1U << 16> blocks;
-void* const kGone = &blocks;
+void* const kFreed = &blocks;
 
 std::size_t SlotOf(const void* block) {
   return (reinterpret_cast<std::uintptr_t>(block) >> 4U) % blocks.size();
 }
 
-void Follow(void* block, const void* caller) {
+void Track(void* block, const void* caller) {
   std::size_t slot = SlotOf(block);
-  while (blocks[slot].address != nullptr && blocks[slot].address != kGone) {
+  while (blocks[slot].address != nullptr && blocks[slot].address != kFreed) {
     slot = (slot + 1) % blocks.size();
   }
   blocks[slot] = {block, caller};
 }
 
-void Forget(const void* block) {
+void Untrack(const void* block) {
   std::size_t slot = SlotOf(block);
   while (blocks[slot].address != nullptr) {
     if (blocks[slot].address == block) {
-      blocks[slot].address = kGone;
+      blocks[slot].address = kFreed;
       return;
     }
     slot = (slot + 1) % blocks.size();
   }
 }
 
-// Makes the call unless it is to fail. `replaced` is what the block had been.
-template <typename Allocate>
-void* Allocated(const char* name, const void* caller, void* replaced,
-                Allocate allocate) {
+// Makes the call unless it must fail. `replaced` is the old block of a realloc.
+template <typename Allocator>
+void* Allocate(const char* name, const void* caller, void* replaced,
+               Allocator allocate) {
   const bool counted = injecting && IsCounted(caller);
-  if (counted && Strikes(CallKind::kMemory, name, ENOMEM)) {
-    if (first_struck_caller == nullptr) first_struck_caller = caller;
+  if (counted && MustFail(CallKind::kMemory, name, ENOMEM)) {
+    if (first_failed_caller == nullptr) first_failed_caller = caller;
     return nullptr;
   }
   void* block = allocate();
-  if (tracking && replaced != nullptr && block != nullptr) Forget(replaced);
-  if (counted && block != nullptr) Follow(block, caller);
+  if (tracking && replaced != nullptr && block != nullptr) Untrack(replaced);
+  if (counted && block != nullptr) Track(block, caller);
   return block;
 }
 
@@ -139,12 +141,12 @@ auto Next(const char* name) {
   return next;
 }
 
-// Makes the call unless it is to fail.
+// Makes the call unless it must fail.
 template <auto* kSelf, typename... Arguments>
 auto Call(CallKind kind, int error, const char* name, Arguments... arguments) {
   const auto next = Next<kSelf>(name);
   using Result = decltype(next(arguments...));
-  if (!Strikes(kind, name, error)) return next(arguments...);
+  if (!MustFail(kind, name, error)) return next(arguments...);
   if constexpr (std::is_pointer_v<Result>) {
     return Result{nullptr};
   } else {
@@ -160,10 +162,11 @@ std::string ObjectOf(const void* code) {
   return std::string(path.substr(path.rfind('/') + 1));
 }
 
-std::size_t KeepForConsole(const void* bytes, std::size_t size) {
-  const std::size_t kept = std::min(size, console_text.size() - console_size);
-  std::memcpy(console_text.data() + console_size, bytes, kept);
-  console_size += kept;
+std::size_t AppendToConsole(const void* bytes, std::size_t size) {
+  const std::size_t captured =
+      std::min(size, console_text.size() - console_size);
+  std::memcpy(console_text.data() + console_size, bytes, captured);
+  console_size += captured;
   return size;
 }
 
@@ -171,18 +174,18 @@ int Print(FILE* file, const char* format, va_list rest) {
   if (!injecting || file != stderr) return std::vfprintf(file, format, rest);
   std::array<char, 256> text{};
   const int size = std::vsnprintf(text.data(), text.size(), format, rest);
-  KeepForConsole(text.data(), std::strlen(text.data()));
+  AppendToConsole(text.data(), std::strlen(text.data()));
   return size;
 }
 
 }  // namespace
 
 FaultInjection::FaultInjection(const Fault& fault) {
-  if (counted_code_size == 0) dl_iterate_phdr(NoteCountedCode, nullptr);
-  plan = fault;
+  if (counted_code_size == 0) dl_iterate_phdr(AddCountedCode, nullptr);
+  injected_fault = fault;
   call_count = 0;
-  first_struck = nullptr;
-  first_struck_caller = nullptr;
+  first_failed = nullptr;
+  first_failed_caller = nullptr;
   console_size = 0;
   blocks.fill({});
   injecting = tracking = true;
@@ -191,22 +194,22 @@ FaultInjection::FaultInjection(const Fault& fault) {
 FaultInjection::~FaultInjection() { injecting = tracking = false; }
 
 void FaultInjection::End() { injecting = false; }
-std::size_t FaultInjection::calls() const { return call_count; }
-std::string FaultInjection::struck_call() const {
-  std::string told = first_struck != nullptr ? first_struck : "";
-  if (first_struck_caller != nullptr) {
-    told += " of " + ObjectOf(first_struck_caller);
+std::size_t FaultInjection::CallCount() const { return call_count; }
+std::string FaultInjection::FailedCall() const {
+  std::string call = first_failed != nullptr ? first_failed : "";
+  if (first_failed_caller != nullptr) {
+    call += " of " + ObjectOf(first_failed_caller);
   }
-  return told;
+  return call;
 }
-std::string FaultInjection::console() const {
+std::string FaultInjection::ConsoleText() const {
   return {console_text.data(), console_size};
 }
 
 std::vector<std::string> FaultInjection::LiveBlocks() const {
   std::vector<std::string> owners;
   for (const Block& block : blocks) {
-    if (block.address != nullptr && block.address != kGone) {
+    if (block.address != nullptr && block.address != kFreed) {
       owners.push_back(ObjectOf(block.caller));
     }
   }
@@ -221,22 +224,20 @@ using quorvane::test::CallKind;
 extern "C" {
 
 void* malloc(std::size_t size) noexcept {
-  return quorvane::test::Allocated("malloc", __builtin_return_address(0),
-                                   nullptr,
-                                   [&] { return __libc_malloc(size); });
+  return quorvane::test::Allocate("malloc", __builtin_return_address(0),
+                                  nullptr, [&] { return __libc_malloc(size); });
 }
 void* calloc(std::size_t count, std::size_t size) noexcept {
-  return quorvane::test::Allocated("calloc", __builtin_return_address(0),
-                                   nullptr,
-                                   [&] { return __libc_calloc(count, size); });
+  return quorvane::test::Allocate("calloc", __builtin_return_address(0),
+                                  nullptr,
+                                  [&] { return __libc_calloc(count, size); });
 }
 void* realloc(void* block, std::size_t size) noexcept {
-  return quorvane::test::Allocated("realloc", __builtin_return_address(0),
-                                   block,
-                                   [&] { return __libc_realloc(block, size); });
+  return quorvane::test::Allocate("realloc", __builtin_return_address(0), block,
+                                  [&] { return __libc_realloc(block, size); });
 }
 char* strdup(const char* text) noexcept {
-  return static_cast<char*>(quorvane::test::Allocated(
+  return static_cast<char*>(quorvane::test::Allocate(
       "strdup", __builtin_return_address(0), nullptr, [&] {
         const std::size_t size = std::strlen(text) + 1;
         void* copy = __libc_malloc(size);
@@ -245,7 +246,7 @@ char* strdup(const char* text) noexcept {
 }
 void free(void* block) noexcept {
   if (quorvane::test::tracking && block != nullptr) {
-    quorvane::test::Forget(block);
+    quorvane::test::Untrack(block);
   }
   __libc_free(block);
 }
@@ -264,9 +265,9 @@ FILE* fopen(const char* path, const char* mode) {
 }
 std::size_t fread(void* buffer, std::size_t size, std::size_t count,
                   FILE* file) {
-  constexpr int kErrorSeen = 0x20;  // what makes ferror(3) true in glibc
-  if (quorvane::test::Strikes(CallKind::kFiles, "fread", EIO)) {
-    file->_flags |= kErrorSeen;
+  constexpr int kErrorFlag = 0x20;  // ferror(3) of glibc tests it
+  if (quorvane::test::MustFail(CallKind::kFiles, "fread", EIO)) {
+    file->_flags |= kErrorFlag;
     return 0;
   }
   return quorvane::test::Next<&fread>("fread")(buffer, size, count, file);
@@ -274,8 +275,8 @@ std::size_t fread(void* buffer, std::size_t size, std::size_t count,
 std::size_t fwrite(const void* bytes, std::size_t size, std::size_t count,
                    FILE* file) {
   if (quorvane::test::injecting && (file == stdout || file == stderr)) {
-    if (quorvane::test::Strikes(CallKind::kFiles, "fwrite", EIO)) return 0;
-    return quorvane::test::KeepForConsole(bytes, size * count) / size;
+    if (quorvane::test::MustFail(CallKind::kFiles, "fwrite", EIO)) return 0;
+    return quorvane::test::AppendToConsole(bytes, size * count) / size;
   }
   return quorvane::test::Next<&fwrite>("fwrite")(bytes, size, count, file);
 }
@@ -286,7 +287,7 @@ int fprintf(FILE* file, const char* format, ...) {
   va_end(rest);
   return size;
 }
-// The name of fprintf in code that is built with _FORTIFY_SOURCE.
+// fprintf in code that is built with _FORTIFY_SOURCE.
 int __fprintf_chk(FILE* file, int /*flag*/, const char* format, ...) {
   va_list rest;
   va_start(rest, format);
@@ -299,7 +300,7 @@ ssize_t read(int fd, void* buffer, std::size_t size) {
 }
 ssize_t write(int fd, const void* bytes, std::size_t size) {
   if (quorvane::test::injecting && fd == STDERR_FILENO) {
-    return static_cast<ssize_t>(quorvane::test::KeepForConsole(bytes, size));
+    return static_cast<ssize_t>(quorvane::test::AppendToConsole(bytes, size));
   }
   return Call<&write>(CallKind::kFiles, ENOSPC, "write", fd, bytes, size);
 }
@@ -318,7 +319,7 @@ int lstat(const char* path, struct stat* found) noexcept {
 int flock(int fd, int operation) noexcept {
   return Call<&flock>(CallKind::kFiles, ENOLCK, "flock", fd, operation);
 }
-// Of its commands only those that make a descriptor can fail on an open one.
+// Only commands that create a descriptor can fail for an open one.
 int fcntl(int fd, int command, ...) {
   va_list rest;
   va_start(rest, command);
@@ -345,11 +346,11 @@ char* __realpath_chk(const char* path, char* resolved,
 int ftruncate(int fd, off_t size) noexcept {
   return Call<&ftruncate>(CallKind::kFiles, EIO, "ftruncate", fd, size);
 }
-// The descriptor is gone even so, as on Linux (close(2), "Dealing with error
-// returns").
+// Closes the descriptor even if it fails, as on Linux (close(2), "Dealing with
+// error returns").
 int close(int fd) {
   const int closed = quorvane::test::Next<&close>("close")(fd);
-  return quorvane::test::Strikes(CallKind::kFiles, "close", EIO) ? -1 : closed;
+  return quorvane::test::MustFail(CallKind::kFiles, "close", EIO) ? -1 : closed;
 }
 
 // --- network -------------------------------------------------------------

@@ -14,34 +14,35 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t kStampLength = sizeof("[2024-05-01 13:07:09.042] ") - 1;
+constexpr std::size_t kTimestampLength =
+    sizeof("[2024-05-01 13:07:09.042] ") - 1;
 
 // "[...] [WARNING] [update] text" becomes "WARNING [update] text".
 std::string WithoutTime(const std::string& line) {
-  if (line.size() < kStampLength || line[0] != '[') return line;
-  const std::string level = line.substr(kStampLength + 1, 7);
-  return level.substr(0, level.find(' ')) + line.substr(kStampLength + 9);
+  if (line.size() < kTimestampLength || line[0] != '[') return line;
+  const std::string level = line.substr(kTimestampLength + 1, 7);
+  return level.substr(0, level.find(' ')) + line.substr(kTimestampLength + 9);
 }
 
 }  // namespace
 
-TempFolder::TempFolder() {
+TempDirectory::TempDirectory() {
   std::string pattern =
       (std::filesystem::temp_directory_path() / "quorvane-test-XXXXXX")
           .string();
   if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
+    throw std::runtime_error("cannot create a temporary directory");
   }
   path_ = pattern;
 }
 
-TempFolder::~TempFolder() {
+TempDirectory::~TempDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempFolder::Write(const std::string& name,
-                              const std::string& text) const {
+std::string TempDirectory::Write(const std::string& name,
+                                 const std::string& text) const {
   std::string file = path_ + "/" + name;
   std::ofstream(file, std::ios::binary) << text;
   return file;
@@ -70,23 +71,23 @@ std::string RulesJson(const std::string& patch) {
 }
 
 LibraryTest::LibraryTest()
-    : logger_(std::make_unique<Logger>(folder.path() + "/log", LogLevel::DEBUG,
-                                       false, true)) {
+    : logger_(std::make_unique<Logger>(directory.path() + "/log",
+                                       LogLevel::DEBUG, false, true)) {
   SetThreadLogger(logger_.get());
-  PretendLibraryFile(folder.path() + "/libQuorvaneLib.so.1");
+  OverrideLibraryPath(directory.path() + "/libQuorvaneLib.so.1");
 }
 
 LibraryTest::~LibraryTest() {
   SetThreadLogger(nullptr);
-  PretendLibraryFile("");
+  OverrideLibraryPath("");
 }
 
-void LibraryTest::Rules(const std::string& patch) {
-  static_cast<void>(folder.Write("brindle.config.json", RulesJson(patch)));
+void LibraryTest::WriteRules(const std::string& patch) {
+  static_cast<void>(directory.Write("brindle.config.json", RulesJson(patch)));
 }
 
 std::string LibraryTest::LogText() const {
-  return ReadAll(folder.path() + "/log");
+  return ReadAll(directory.path() + "/log");
 }
 
 std::vector<std::string> LibraryTest::Log() const {
@@ -110,12 +111,12 @@ std::vector<std::string> LibraryTest::Log(const std::string& component) const {
   return lines;
 }
 
-std::vector<std::string> BmcTest::Asked() const {
-  std::vector<std::string> asked;
+std::vector<std::string> BmcTest::RequestLines() const {
+  std::vector<std::string> lines;
   for (const auto& request : bmc.Requests()) {
-    asked.push_back(request.method + " " + request.path);
+    lines.push_back(request.method + " " + request.path);
   }
-  return asked;
+  return lines;
 }
 
 std::string BmcTest::Url(const std::string& path) const {
@@ -123,7 +124,7 @@ std::string BmcTest::Url(const std::string& path) const {
 }
 
 std::string TaskLink(const std::string& uri) {
-  return json{{"@odata.id", uri}, {"Id", "not asked"}}.dump();
+  return json{{"@odata.id", uri}, {"Id", "other Id"}}.dump();
 }
 
 std::string Task(const std::string& state, int percent) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the library share: a private folder, the log of the thread
-// under test, rules beside the "library", recorded waits, a simulated BMC.
+// Shared by the tests of the library: a temporary directory, the log of the
+// thread under test, a rules file, recorded waits, a simulated BMC.
 #ifndef QUORVANE_TESTS_SUPPORT_FIXTURE_H_
 #define QUORVANE_TESTS_SUPPORT_FIXTURE_H_
 
@@ -17,16 +17,16 @@
 
 namespace quorvane::test {
 
-/// A new folder, removed with all that is in it.
-class TempFolder {
+/// A new directory. The destructor removes it with its content.
+class TempDirectory {
  public:
-  TempFolder();
-  ~TempFolder();
-  TempFolder(const TempFolder&) = delete;
-  TempFolder& operator=(const TempFolder&) = delete;
+  TempDirectory();
+  ~TempDirectory();
+  TempDirectory(const TempDirectory&) = delete;
+  TempDirectory& operator=(const TempDirectory&) = delete;
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// Writes a file and gives its path.
+  /// Writes a file and returns its path.
   [[nodiscard]] std::string Write(const std::string& name,
                                   const std::string& text) const;
 
@@ -36,23 +36,23 @@ class TempFolder {
 
 std::string ReadAll(const std::string& path);
 
-/// The smallest rules file, as JSON; `patch` is merged over it (RFC 7396).
+/// The smallest rules file as JSON, with `patch` merged into it (RFC 7396).
 std::string RulesJson(const std::string& patch = "{}");
 
-/// A test of the library. Everything is logged, from DEBUG on; waits return at
-/// once; the rules file lies in `folder`.
+/// A test of the library. Logs all levels. Waits return at once. The library
+/// reads its rules file in `directory`.
 class LibraryTest : public testing::Test {
  protected:
   LibraryTest();
   ~LibraryTest() override;
 
-  /// Puts `RulesJson(patch)` beside the library.
-  void Rules(const std::string& patch);
+  /// Writes `RulesJson(patch)` as the rules file of the library.
+  void WriteRules(const std::string& patch);
 
-  /// The lines of this test without their times: "WARNING [update] Upload
-  /// returned 405 - ...". Further lines of a message are lines of their own.
+  /// The log lines without their times: "WARNING [update] Upload returned 405 -
+  /// ...". A message of several lines gives several entries.
   [[nodiscard]] std::vector<std::string> Log() const;
-  /// The lines of one component at INFO and above, without its tag.
+  /// The messages of one component at INFO and above.
   [[nodiscard]] std::vector<std::string> Log(
       const std::string& component) const;
   [[nodiscard]] std::string LogText() const;
@@ -60,19 +60,19 @@ class LibraryTest : public testing::Test {
     return waits_.seconds();
   }
 
-  TempFolder folder;
+  TempDirectory directory;
   RecordedWaits waits_;
 
  private:
   std::unique_ptr<Logger> logger_;
 };
 
-/// A test against a BMC.
+/// A test with a simulated BMC.
 class BmcTest : public LibraryTest {
  protected:
-  /// "GET /redfish/v1/..." of each request, in order.
-  [[nodiscard]] std::vector<std::string> Asked() const;
-  /// "https://127.0.0.1:PORT" and the path.
+  /// Method and path of each request, in order: "GET /redfish/v1/...".
+  [[nodiscard]] std::vector<std::string> RequestLines() const;
+  /// "https://127.0.0.1:PORT", followed by the path.
   [[nodiscard]] std::string Url(const std::string& path) const;
 
   simulator::SimulatedBmc bmc;

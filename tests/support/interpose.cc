@@ -19,27 +19,28 @@ RecordedWaits::RecordedWaits() { recorder = this; }
 RecordedWaits::~RecordedWaits() { recorder = nullptr; }
 void RecordedWaits::InterruptNext(int times) { interruptions_ = times; }
 
-int Sleep(RecordedWaits& waits, const timespec* wanted, timespec* left) {
-  waits.seconds_.push_back(wanted->tv_sec);
+int Sleep(RecordedWaits& waits, const timespec* requested,
+          timespec* remaining) {
+  waits.seconds_.push_back(requested->tv_sec);
   if (waits.interruptions_ == 0) return 0;
   --waits.interruptions_;
-  *left = {.tv_sec = wanted->tv_sec - 1, .tv_nsec = 0};
+  *remaining = {.tv_sec = requested->tv_sec - 1, .tv_nsec = 0};
   errno = EINTR;
   return -1;
 }
 
-void PretendLibraryFile(std::optional<std::string> file) {
+void OverrideLibraryPath(std::optional<std::string> file) {
   library_file = std::move(file);
 }
 
 }  // namespace quorvane::test
 
-extern "C" int nanosleep(const timespec* wanted, timespec* left) {
+extern "C" int nanosleep(const timespec* requested, timespec* remaining) {
   using quorvane::test::recorder;
   if (recorder != nullptr) {
-    return quorvane::test::Sleep(*recorder, wanted, left);
+    return quorvane::test::Sleep(*recorder, requested, remaining);
   }
-  const int error = clock_nanosleep(CLOCK_REALTIME, 0, wanted, left);
+  const int error = clock_nanosleep(CLOCK_REALTIME, 0, requested, remaining);
   errno = error;
   return error == 0 ? 0 : -1;
 }
@@ -52,7 +53,7 @@ extern "C" int dladdr(const void* address, Dl_info* info) {
   if (found == 0 ||
       real(reinterpret_cast<const void*>(&nanosleep), &self) == 0 ||
       info->dli_fbase != self.dli_fbase) {
-    return found;  // somebody else's code, such as OpenSSL's
+    return found;  // code of another library
   }
   const auto& file = quorvane::test::library_file;
   if (!file) return 0;
@@ -61,9 +62,9 @@ extern "C" int dladdr(const void* address, Dl_info* info) {
 }
 
 #ifdef __SANITIZE_THREAD__
-// The server's library comes without ThreadSanitizer's marks, so that it does
-// not see how that library guards its static variables. What is under test runs
-// on none of its threads.
+// The library of the simulated BMC is not built with ThreadSanitizer, which so
+// does not see how that library protects its static variables. The code under
+// test does not run on its threads.
 extern "C" const char* __tsan_default_suppressions() {
   return "race:libcpp-httplib.so\n";
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Calls of libc that the test program answers itself.
+// Replaces functions of libc in the test program.
 #ifndef QUORVANE_TESTS_SUPPORT_INTERPOSE_H_
 #define QUORVANE_TESTS_SUPPORT_INTERPOSE_H_
 
@@ -9,8 +9,8 @@
 
 namespace quorvane::test {
 
-/// While it lives, nanosleep(2) on this thread returns at once and the seconds
-/// that were asked for are kept. Other threads sleep as they always did.
+/// During its lifetime, nanosleep(2) on this thread returns at once, and its
+/// seconds are recorded. Other threads really sleep.
 class RecordedWaits {
  public:
   RecordedWaits();
@@ -18,20 +18,20 @@ class RecordedWaits {
   RecordedWaits(const RecordedWaits&) = delete;
   RecordedWaits& operator=(const RecordedWaits&) = delete;
 
-  /// The next waits are broken off by a signal, each after one second.
+  /// A signal interrupts the next waits, each after one second.
   void InterruptNext(int times);
   [[nodiscard]] const std::vector<long>& seconds() const { return seconds_; }
 
  private:
-  friend int Sleep(RecordedWaits& waits, const timespec* wanted,
-                   timespec* left);
+  friend int Sleep(RecordedWaits& waits, const timespec* requested,
+                   timespec* remaining);
   std::vector<long> seconds_;
   int interruptions_ = 0;
 };
 
-/// What dladdr(3) names as the file that holds the library's code. Empty: the
-/// truth, which is the test program. Nothing: dladdr fails.
-void PretendLibraryFile(std::optional<std::string> file);
+/// Sets the path that dladdr(3) returns for the code of the library. Empty: the
+/// real one, which is the test program. Nothing: dladdr fails.
+void OverrideLibraryPath(std::optional<std::string> file);
 
 }  // namespace quorvane::test
 

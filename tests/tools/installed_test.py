@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Installs a build and uses the tool as a person would: an update against each
-ready scenario, every other command, and what is told when something is wrong.
+"""Installs a build and uses the tool as a user would: an update against each
+built-in scenario, every other command, and the error messages.
 
 Usage: installed_test.py BUILD_FOLDER SOURCE_FOLDER
 """
@@ -28,7 +28,7 @@ MODES = {"shared": 0o666, "kept": 0o640}
 ODD_LOG = "[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: \u202eOutcome: done.\n"
 faults = []
 
-# Scenario, options of the update, exit code, what is told.
+# Scenario, options of the update, exit code, part of the output.
 SCENARIOS = [
     ("clean", "--file fw", 0, "Outcome: done. The update is done; the system"),
     ("clean", f"--file fw --target {BIOS}", 0, "  Activation: HTTP 202"),
@@ -55,7 +55,7 @@ SCENARIOS = [
     ("huge-inventory", "--file fw", 0, "  Inventory: 1003 items"),
 ]
 
-# Command, exit code, what is told; {to} is a machine and its account.
+# Command, exit code, part of the output; {to} is a machine and its account.
 COMMANDS = [
     ("inventory {to} --password-file pw", 0, "System BIOS      2.4.1"),
     ("inventory {to} --password-file pw --json", 0, '"BMC firmware"'),
@@ -72,7 +72,7 @@ COMMANDS = [
     ("inventory {to} --password-file pw --output kept", 0, ""),
     ("inventory {to} --output link", 2, "Cannot write link: it is a symbolic"),
     ("inventory {to} --output fifo", 2, "not a regular file"),
-    ("inventory {to} --output open/new", 2, "in the folder open. Use another"),
+    ("inventory {to} --output open/new", 2, "in the directory open. Use another"),
     ("inventory {to} --password-file pw --output /dev/null", 0, ""),
     ("update {to} --password-file pw --file fw --result link", 2, "symbolic"),
     ("report c1.log --html link", 2, "symbolic"),
@@ -82,39 +82,39 @@ COMMANDS = [
     ("inventory {to} --password-file fifo", 2, "not a regular file"),
     ("inventory {to} --password-file shared", 2, "chmod go-w shared"),
     ("inventory {to} --password s3cret", 2, "--password-file FILE"),
-    ("inventory {to} --pasword-file=s3cret", 2, "did you mean --password-file"),
+    ("inventory {to} --pasword-file=s3cret", 2, "did you mean \"--password-file\"?"),
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
     ("inventory {to}", 2, "--password-stdin"),
     ("inventory {to} --password-file pw --rules bad.json", 2,
-     '"authentication" must be a JSON object. `quorvane rules check bad.json`'),
-    ("inventory {to} --password-file pw --rules none", 2, "its name and rights"),
+     'must be a JSON object. For details, run `quorvane rules check bad.json`'),
+    ("inventory {to} --password-file pw --rules none", 2, "Check its name and mode"),
     ("inventory {to} --rules away.json", 2, '"@h/steal" does not begin with'),
     ("inventory {to} --rules away.json --force --password-file pw", 0, "BIOS"),
     ("inventory {to} --rules shared", 2, "chmod go-w shared"),
-    ("inventory {to} --rules open/rules.json", 2, "files in the folder /"),
-    ("inventory --bmc https://h --user a", 2, "give the address alone"),
-    ("inventory --bmc a:s3cret@h --user a", 2, "give the address alone"),
+    ("inventory {to} --rules open/rules.json", 2, "files in the directory /"),
+    ("inventory --bmc https://h --user a", 2, "give only the address"),
+    ("inventory --bmc a:s3cret@h --user a", 2, "give only the address"),
     ("inventory --bmc h --user a:s3cret", 2, "without a colon"),
     ("inventory --bmc 127.0.0.1:1 --user a --password-file pw --rules "
      "rules.json", 3, "Check the address"),
     ("chassis {to} --password-file pw", 0, "Manufacturer  "),
-    ("update {to} --password-file pw", 2, "--image-file FILE: what to install"),
-    ("update {to} --password-file pw --file empty", 2, "empty is empty"),
+    ("update {to} --password-file pw", 2, "Nothing to install. Use --file FILE"),
+    ("update {to} --password-file pw --file empty", 2, "the file is empty"),
     ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
     ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
     ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
     ("update {to} --image-file secret", 2, "first line of the image file"),
-    ("update {to} --image fw", 2, "goes to --file"),
-    ("report pw", 2, "holds no log"),
-    ("report .", 2, "Cannot read the log . (Is a directory)"),
-    ("rules check bad.json", 2, "does not load"),
-    ("rules check .", 2, "does not load"),
+    ("update {to} --image fw", 2, "for a local file, use --file"),
+    ("report pw", 2, "it is not a log of this tool"),
+    ("report .", 2, "Cannot read the log .: Is a directory."),
+    ("rules check bad.json", 2, "cannot be loaded"),
+    ("rules check .", 2, "cannot be loaded"),
     ("rules check small.json", 1, "small.json:1:"),
-    ("rules check rules.json", 0, "nothing in it looks wrong"),
+    ("rules check rules.json", 0, "no faults found"),
     ("rules explain rules.json", 0, "Polled up to 7 times, 1 s before each."),
     ("simulate --scenario nonsense", 2, "ready ones: busy-then-fine, clean"),
-    ("nonsense", 2, "There is no command nonsense."),
-    ("udpate", 2, "did you mean update"),
+    ("nonsense", 2, 'Unknown command "nonsense".'),
+    ("udpate", 2, 'did you mean "update"?'),
     ("--version", 0, "quorvane "),
 ]
 
@@ -157,7 +157,7 @@ def wait_for(condition):
         time.sleep(0.02)
 
 
-def meet(number, scenario, options, code, told):
+def meet(number, scenario, options, code, output):
     log, result = HOME / f"{number}.log", HOME / f"{number}.json"
     with Machine(scenario, number) as bmc:
         # A signed link, as a file since it is a secret.
@@ -171,8 +171,8 @@ def meet(number, scenario, options, code, told):
                     *(options.format(link=link) + account).split()])
     name = f"{scenario} {options}: exit {done.returncode}, printed:"
     written = log.read_text()
-    expect(done.returncode == code and told in done.stdout, name, done.stdout)
-    expect("s3cret" not in done.stdout + written, name, "a password is told")
+    expect(done.returncode == code and output in done.stdout, name, done.stdout)
+    expect("s3cret" not in done.stdout + written, name, "a password is printed")
     accepted = json.loads(result.read_text())["accepted"]
     expect(accepted == (code in (0, 4) or scenario == "task-fails"),
            name, "accepted", accepted)
@@ -239,9 +239,9 @@ def use_a_terminal():
 
 def try_commands():
     with Machine("odd.json", "commands") as bmc:
-        for command, code, told in COMMANDS:
+        for command, code, output in COMMANDS:
             done = run(command.format(to=f"--bmc {bmc} --user admin").split())
-            expect(done.returncode == code and told in done.stdout and
+            expect(done.returncode == code and output in done.stdout and
                    "s3cret" not in done.stdout,
                    f"{command}: exit {done.returncode}", done.stdout)
     for name in ("target", "shared"):
@@ -254,12 +254,16 @@ def try_commands():
                  "rules.json".split(), env={**os.environ, "TMPDIR": "open"})
     expect(unsafe.returncode == 2 and "for temporary files" in unsafe.stdout,
            "unsafe TMPDIR", unsafe.stdout)
-    completed = subprocess.run(
-        ["bash", "-c", 'source "$1"; COMP_WORDS=(quorvane simulate --scenario '
-         'st); COMP_CWORD=3; _quorvane; echo "${COMPREPLY[*]}"', "bash",
-         HOME / "prefix/share/bash-completion/completions/quorvane"],
-        cwd=HOME, capture_output=True, text=True).stdout
-    expect(completed == "staged-until-reboot\n", "completion", completed)
+    for words, expected in (("simulate --scenario st", "staged-until-reboot"),
+                            ("inven", "inventory"), ("report --js", "--json"),
+                            ("report --sc", ""), ("rules check sma", "small.json"),
+                            ("update --log-level w", "warning")):
+        completed = subprocess.run(
+            ["bash", "-c", 'source "$1"; shift; COMP_WORDS=(quorvane "$@"); '
+             'COMP_CWORD=$#; _quorvane; echo "${COMPREPLY[*]}"', "bash",
+             HOME / "prefix/share/bash-completion/completions/quorvane",
+             *words.split()], cwd=HOME, capture_output=True, text=True).stdout
+        expect(completed == expected + "\n", f"completion of {words}", completed)
 
 
 def prepare():

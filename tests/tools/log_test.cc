@@ -15,10 +15,10 @@
 
 #include "quorvane/logging.h"
 #include "tests/tools/log_text.h"
-#include "tools/quorvane/progress.h"
-#include "tools/quorvane/record_stream.h"
-#include "tools/quorvane/report.h"
-#include "tools/quorvane/text.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/view/progress.h"
+#include "tools/quorvane/view/report.h"
+#include "tools/quorvane/worker/record_stream.h"
 
 namespace quorvane::tool {
 namespace {

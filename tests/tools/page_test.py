@@ -57,9 +57,9 @@ def log():
                    for second, message in enumerate(messages))
 
 
-def browse(folder, page, *flags):
+def browse(directory, page, *flags):
     """Output, console lines, and the URLs that the page asked for."""
-    (folder / "page.html").write_text(page)
+    (directory / "page.html").write_text(page)
     with tempfile.TemporaryDirectory(prefix="page-profile-") as profile:
         net_log = pathlib.Path(profile) / "net.json"
         done = subprocess.run(
@@ -69,7 +69,7 @@ def browse(folder, page, *flags):
              # Nor does what the browser itself wants to ask leave the machine.
              "--host-resolver-rules=MAP * ~NOTFOUND",
              f"--user-data-dir={profile}", f"--log-net-log={net_log}",
-             "--enable-logging=stderr", *flags, f"file://{folder}/page.html"],
+             "--enable-logging=stderr", *flags, f"file://{directory}/page.html"],
             capture_output=True, text=True, timeout=100)
         net = json.loads(net_log.read_text())
     start = net["constants"]["logEventTypes"]["URL_REQUEST_START_JOB"]
@@ -91,20 +91,20 @@ def first_pixel(png):
     return zlib.decompressobj().decompress(packed, 4)[1:].hex()
 
 
-def test(folder):
-    (folder / "log").write_text(log())
-    subprocess.run([TOOL, "report", "log", "--html", "made.html"], cwd=folder,
+def test(directory):
+    (directory / "log").write_text(log())
+    subprocess.run([TOOL, "report", "log", "--html", "made.html"], cwd=directory,
                    check=True, stdout=subprocess.DEVNULL)
-    page = (folder / "made.html").read_text()
+    page = (directory / "made.html").read_text()
     for scheme, paper in (("1", "ffffff"), ("0", "12171f")):
         _, console, asked = browse(
-            folder, page, f"--blink-settings=preferredColorScheme={scheme}",
-            f"--screenshot={folder}/shot.png")
+            directory, page, f"--blink-settings=preferredColorScheme={scheme}",
+            f"--screenshot={directory}/shot.png")
         assert not console and not asked, (console, asked)
-        pixel = first_pixel((folder / "shot.png").read_bytes())
+        pixel = first_pixel((directory / "shot.png").read_bytes())
         assert pixel == paper, (scheme, pixel)
 
-    document = browse(folder, page, "--dump-dom")[0]
+    document = browse(directory, page, "--dump-dom")[0]
     drawing = re.search("<svg.*</svg>", document, re.S)[0]
     rows = re.findall(r'<text x="0"[^>]*>([^<]*)</text>(.*?)(?=<text x="0"|$)',
                       drawing, re.S)
@@ -114,10 +114,10 @@ def test(folder):
 
     # A page that did ask would be caught: its policy tells, else the request.
     leaky = page.replace("</body>", "<img src='http://leak.invalid/y'></body>")
-    assert browse(folder, leaky, "--dump-dom")[1:] != ([], []), "policy"
-    bare = re.sub(r"<meta http-equiv[^>]*>", "", leaky)
-    assert browse(folder, bare, "--dump-dom")[2] == ["http://leak.invalid/y"]
+    assert browse(directory, leaky, "--dump-dom")[1:] != ([], []), "policy"
+    open_page = re.sub(r"<meta http-equiv[^>]*>", "", leaky)
+    assert browse(directory, open_page, "--dump-dom")[2] == ["http://leak.invalid/y"]
 
 
-with tempfile.TemporaryDirectory(prefix="page-") as folder:
-    test(pathlib.Path(folder))
+with tempfile.TemporaryDirectory(prefix="page-") as directory:
+    test(pathlib.Path(directory))

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/quorvane/rules_check.h"
-#include "tools/quorvane/rules_explain.h"
-#include "tools/quorvane/rules_schema.h"
+#include "tools/quorvane/rules/check.h"
+#include "tools/quorvane/rules/explain.h"
+#include "tools/quorvane/rules/schema.h"
 
 namespace quorvane::tool {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/tools/log_text.h"
-#include "tools/quorvane/report.h"
+#include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
 namespace {

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/app.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string_view>
+#include <vector>
+
+#include "tools/quorvane/base/closest.h"
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/completion.h"
+#include "tools/quorvane/worker/worker.h"
+
+namespace quorvane::tool {
+namespace {
+
+// If a standard stream is closed, the first file that the program opens gets
+// its number, and messages would go into that file.
+void EnsureStandardStreams() {
+  int descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  }
+  if (descriptor >= 0) close(descriptor);
+}
+
+ExitCode PrintError(ExitCode code, std::string_view text) {
+  fmt::print(stderr, "quorvane: {}\n", Printable(text));
+  return code;
+}
+
+// Shows the type of an option after its name, but not what it excludes: the
+// error message names that.
+class HelpText : public CLI::Formatter {
+ public:
+  HelpText() { label("SUBCOMMAND", "COMMAND"); }
+  std::string make_option_opts(const CLI::Option* option) const override {
+    std::string text;
+    if (!option->get_type_name().empty() && option->get_type_size() != 0) {
+      text = ' ' + option->get_type_name();
+    }
+    if (!option->get_default_str().empty()) {
+      text += '=' + option->get_default_str();
+    }
+    return option->get_required() ? text + " (required)" : text;
+  }
+};
+
+// The command on the command line, and its full name ("quorvane rules check").
+struct ParsedCommand {
+  const CLI::App* command;
+  std::string name;
+};
+
+ParsedCommand CommandOf(const CLI::App& app) {
+  ParsedCommand parsed{&app, app.get_name()};
+  while (!parsed.command->get_subcommands().empty()) {
+    parsed.command = parsed.command->get_subcommands().front();
+    parsed.name += ' ' + parsed.command->get_name();
+  }
+  return parsed;
+}
+
+std::vector<std::string> NamesIn(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    if (!option->get_group().empty()) names.push_back(option->get_name());
+  }
+  for (const CLI::App* subcommand : command.get_subcommands({})) {
+    names.push_back(subcommand->get_name());
+  }
+  return names;
+}
+
+// Why the command line cannot be parsed. A word without dashes may be a
+// misplaced password, so the text repeats it only where a command must be; it
+// never repeats what follows "=".
+std::string UsageError(const CLI::App& command, const CLI::ParseError& error) {
+  const bool needs_command = !command.get_subcommands({}).empty();
+  for (const std::string& word : command.remaining()) {
+    const bool is_option = word.rfind("--", 0) == 0;
+    if (!is_option && !needs_command) continue;
+    const std::string name = word.substr(0, word.find('='));
+    const std::string closest = ClosestOf(NamesIn(command), name);
+    return fmt::format(
+        "Unknown {} \"{}\"{}", is_option ? "option" : "command", name,
+        closest.empty() ? "." : fmt::format("; did you mean \"{}\"?", closest));
+  }
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+    return "Unexpected argument; quote values that contain spaces.";
+  }
+  return needs_command ? "A command is missing."
+                       : error.what() + std::string(".");
+}
+
+ExitCode ParseAndRun(int argc, char** argv) {
+  ExitCode exit_code = ExitCode::kDone;
+  const std::unique_ptr<CLI::App> app = MakeApp(exit_code);
+  try {
+    app->parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
+      app->exit(error);  // prints the help or the version
+      return exit_code;
+    }
+    const auto [command, name] = CommandOf(*app);
+    return PrintError(ExitCode::kUsage,
+                      fmt::format("{} Run `{} --help` for usage.",
+                                  UsageError(*command, error), name));
+  }
+  return exit_code;
+}
+
+}  // namespace
+
+std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
+  auto app = std::make_unique<CLI::App>(
+      "Updates server firmware through a BMC that speaks Redfish.", "quorvane");
+  app->set_version_flag("--version", "quorvane " QUORVANE_VERSION);
+  app->require_subcommand(1);
+  app->formatter(std::make_shared<HelpText>());
+  app->footer(
+      "For the options of a command, run `quorvane COMMAND --help`. For "
+      "details, "
+      "see\nquorvane(1). To try a command, run `quorvane simulate`, a "
+      "simulated "
+      "BMC.");
+  AddUpdateCommand(*app, exit_code);
+  AddInventoryCommand(*app, exit_code);
+  AddChassisCommand(*app, exit_code);
+  AddRulesCommands(*app, exit_code);
+  AddReportCommand(*app, exit_code);
+  AddSimulateCommand(*app, exit_code);
+  for (CLI::App* command : app->get_subcommands({})) {
+    command->group("Commands")->footer("");
+    for (CLI::App* subcommand : command->get_subcommands({})) {
+      subcommand->group("Commands");
+    }
+  }
+  return app;
+}
+
+ExitCode RunTool(int argc, char** argv) {
+  EnsureStandardStreams();
+  // Core dumps and debuggers of the same user must not show a password.
+  prctl(PR_SET_DUMPABLE, 0);
+  try {
+    if (argc == 2 && std::string_view(argv[1]) == kWorkerArgument) {
+      return RunWorker();
+    }
+    if (argc == 2 && std::string_view(argv[1]) == kCompletionArgument) {
+      ExitCode unused = ExitCode::kDone;
+      fmt::print("{}", BashCompletion(*MakeApp(unused)));
+      return ExitCode::kDone;
+    }
+    return ParseAndRun(argc, argv);
+  } catch (const ToolError& error) {
+    return PrintError(error.code(), error.what());
+  } catch (const std::exception& error) {
+    return PrintError(ExitCode::kFailed, error.what());
+  }
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_CALL_H_
+#define QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_CALL_H_
+
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "quorvane/inventory.h"
+#include "tools/quorvane/base/exit_code.h"
+#include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/run/records.h"
+#include "tools/quorvane/worker/protocol.h"
+
+namespace quorvane::tool {
+
+/// A library call that only reads from a BMC: makes the call, writes its log
+/// and finds in the log why it failed.
+class BmcCall {
+ public:
+  /// @param subject  What the call reads, e.g. "inventory", for messages.
+  BmcCall(const BmcOptions& options, std::string subject)
+      : options_(options), subject_(std::move(subject)) {}
+
+  /// @tparam Call  Type of the call, e.g. `InventoryCall`.
+  /// @return What the library returned.
+  /// @throws ToolError if it threw or was interrupted.
+  template <typename Result, typename Call>
+  Result Make() {
+    return std::get<Result>(MakeCall(Call{PrepareRequest()}));
+  }
+
+  /// Prints why the library could not read the data.
+  ExitCode PrintFailure() const;
+
+ private:
+  InventoryRequest PrepareRequest() const;
+  WorkerResponse MakeCall(LibraryCall call);
+
+  const BmcOptions& options_;
+  std::string subject_;
+  std::string log_path_ = {};
+  std::vector<Record> problems_ = {};  // warnings and errors
+};
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_CALL_H_

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/commands/bmc_options.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string_view>
+
+#include "quorvane/config.h"
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/commands/password.h"
+
+namespace quorvane::tool {
+namespace {
+
+// Like `UserFault`, it does not repeat the argument, which may contain a
+// password.
+std::string AddressFault(const std::string& address) {
+  const bool is_plain =
+      !address.empty() &&
+      std::all_of(address.begin(), address.end(), [](const char c) {
+        return c > ' ' && c != '\x7f' &&
+               std::string_view("@?#\\/").find(c) == std::string_view::npos;
+      });
+  return is_plain ? std::string()
+                  : "give only the address, such as 192.0.2.7 or "
+                    "[2001:db8::7]:8443";
+}
+
+// Replaces the name of a log level by its number. The text of
+// CLI::CheckedTransformer would list the numbers too, and accept them.
+std::string LevelNumber(std::string& name) {
+  constexpr std::array kNames = {"debug", "info", "warning", "error"};
+  const auto* const level = std::find(kNames.begin(), kNames.end(), name);
+  if (level == kNames.end()) {
+    return "use debug, info, warning or error, not " + name;
+  }
+  name = std::to_string(level - kNames.begin());
+  return {};
+}
+
+// A URI without a leading "/" would extend the host name.
+void RequirePaths(const Config& rules, const std::string& file) {
+  for (const auto* uris :
+       {&rules.inventory_uri, &rules.upload_uri, &rules.task_uri,
+        &rules.activation_uri, &rules.reboot_uri}) {
+    for (const std::string& uri : *uris) {
+      if (uri.rfind('/', 0) == 0) continue;
+      throw ToolError(
+          ExitCode::kUsage,
+          fmt::format(
+              "Cannot use the rules file {}: the URI \"{}\" does not begin "
+              "with \"/\", so it could send the password and the image to "
+              "another host. Correct the URI, or use --force to accept it.",
+              file, uri));
+    }
+  }
+}
+
+}  // namespace
+
+std::string UserFault(const std::string& user) {
+  return user.find(':') == std::string::npos
+             ? std::string()
+             : "give only the name, without a colon; the password has its own "
+               "option";
+}
+
+void RejectPasswordArgument(CLI::App& command, const std::string& option) {
+  command
+      .add_option_function<std::string>(
+          option,
+          [option](const std::string& /*password*/) {
+            throw ToolError(ExitCode::kUsage,
+                            "Cannot use " + option +
+                                ": every process list shows the arguments. "
+                                "Use " +
+                                option + "-file FILE instead.");
+          })
+      ->group("");
+}
+
+void AddBmcOptions(CLI::App& command, BmcOptions& options) {
+  command
+      .add_option("--bmc", options.bmc,
+                  "Address or host name of the BMC, or HOST:PORT")
+      ->required()
+      ->check(CLI::Validator(AddressFault, ""))
+      ->type_name("ADDRESS");
+  command.add_option("--user", options.user, "Account on the BMC")
+      ->required()
+      ->check(CLI::Validator(UserFault, ""))
+      ->type_name("NAME");
+  auto* file = command.add_option("--password-file", options.password_file,
+                                  "File that contains the password (default: "
+                                  "prompt)");
+  file->type_name("FILE");
+  command
+      .add_flag("--password-stdin", options.password_stdin,
+                "Read the password from standard input")
+      ->excludes(file);
+  command
+      .add_option("--rules", options.rules,
+                  "Rules file to use instead of the installed one")
+      ->type_name("FILE");
+  command.add_flag("--force", options.force,
+                   "Accept rules with URIs that do not begin with \"/\"");
+  command
+      .add_option("--log", options.log,
+                  "Append the log to this file (default: a new private "
+                  "file)")
+      ->type_name("FILE");
+  RejectPasswordArgument(command, "--password");
+  command
+      .add_option("--log-level", options.log_level,
+                  "Lowest level in the log: debug (default), info, warning "
+                  "or error")
+      ->transform(CLI::Validator(LevelNumber, ""))
+      ->type_name("LEVEL");
+}
+
+std::string ReadPassword(const BmcOptions& options) {
+  if (!options.password_file.empty()) {
+    return PasswordFromFile(options.password_file);
+  }
+  if (options.password_stdin) return PasswordFromStdin();
+  return PasswordFromTerminal(options.user + " on " + options.bmc);
+}
+
+std::string RulesError(const std::string& file, const std::string& reason) {
+  return fmt::format(
+      "Cannot use the rules: {}. {}", reason,
+      access(file.c_str(), R_OK) == 0
+          ? "For details, run `quorvane rules check " + file + "`."
+          : "Check its name and mode.");
+}
+
+Config LoadRules(const BmcOptions& options) {
+  if (!options.rules.empty()) RequireTrusted(options.rules, "rules");
+  const std::string file =
+      options.rules.empty() ? ResolveConfigPath() : options.rules;
+  Config rules;
+  try {
+    rules = LoadConfig(file);
+  } catch (const std::runtime_error& error) {
+    throw ToolError(ExitCode::kUsage, RulesError(file, error.what()));
+  }
+  if (!options.force) RequirePaths(rules, file);
+  return rules;
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// Options of every command that connects to a BMC.
+#ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
+#define QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
+
+#include <string>
+
+#include "quorvane/config.h"
+#include "quorvane/logging.h"
+#include "tools/quorvane/base/cli_fwd.h"
+
+namespace quorvane::tool {
+
+struct BmcOptions {
+  std::string bmc;  ///< Address or host name, with ":port" if needed.
+  std::string user;
+  std::string password_file;
+  bool password_stdin = false;
+  std::string rules;   ///< Rules file; empty: the installed one.
+  bool force = false;  ///< Accept rules that could send requests elsewhere.
+  std::string log;     ///< Log file; empty: a private one.
+  LogLevel log_level = LogLevel::DEBUG;  ///< The lowest level in `log`.
+};
+
+/// Adds the options to `command`. `options` must outlive it.
+void AddBmcOptions(CLI::App& command, BmcOptions& options);
+
+/// Adds an option that no help page shows. Its error explains that a password
+/// must come from a file, and does not repeat the password.
+void RejectPasswordArgument(CLI::App& command, const std::string& option);
+
+/// Why `user` cannot be the name of an account; empty if it can.
+std::string UserFault(const std::string& user);
+
+/// Reads the password from the source that the options name, else from the
+/// terminal.
+/// @throws ToolError
+std::string ReadPassword(const BmcOptions& options);
+
+/// The error for the rules file `file`, which cannot be loaded.
+std::string RulesError(const std::string& file, const std::string& reason);
+
+/// Loads the rules before anything else happens, so that a mistake is found
+/// before the password is needed. Rejects a --rules file that other users can
+/// change and, unless forced, URIs that could lead to another host.
+/// @throws ToolError
+Config LoadRules(const BmcOptions& options);
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/core.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "quorvane/config.h"
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/rules/check.h"
+#include "tools/quorvane/rules/explain.h"
+#include "tools/quorvane/rules/schema.h"
+
+namespace quorvane::tool {
+namespace {
+
+// An unreadable file has no findings: LoadConfig already reported why.
+std::vector<Finding> LintFile(const std::string& path) {
+  const auto text = FileText(path);
+  return text ? LintRules(*text) : std::vector<Finding>();
+}
+
+// The error of the library has no line number; the findings do.
+ExitCode CheckFile(const std::string& path) {
+  ExitCode code = ExitCode::kDone;
+  try {
+    static_cast<void>(LoadConfig(path));
+  } catch (const std::runtime_error& error) {
+    code = ExitCode::kUsage;
+    fmt::print("{}: cannot be loaded: {}\n", Printable(path),
+               Printable(error.what()));
+  }
+  for (const Finding& finding : LintFile(path)) {
+    if (code == ExitCode::kDone) code = ExitCode::kFailed;
+    fmt::print("{}:{}:{}: {}\n", Printable(path), finding.place.line,
+               finding.place.column, Printable(finding.text));
+  }
+  if (code == ExitCode::kDone) {
+    fmt::print("{}: no faults found.\n", Printable(path));
+  }
+  return code;
+}
+
+ExitCode ExplainFile(const std::string& path) {
+  try {
+    fmt::print("{}", ExplainRules(LoadConfig(path)));
+  } catch (const std::runtime_error& error) {
+    throw ToolError(ExitCode::kUsage, RulesError(path, error.what()));
+  }
+  return ExitCode::kDone;
+}
+
+ExitCode PrintSchema() {
+  fmt::print("{}\n", RulesSchema().dump(2));
+  return ExitCode::kDone;
+}
+
+}  // namespace
+
+void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
+  auto* rules = app.add_subcommand("rules", "Check and explain a rules file");
+  rules->require_subcommand(1);
+  const auto path = std::make_shared<std::string>();
+  const auto add = [&](const char* name, const char* description,
+                       ExitCode (*run)(const std::string& path)) {
+    auto* command = rules->add_subcommand(name, description);
+    command->add_option("FILE", *path, "The rules file")
+        ->required()
+        ->type_name("");
+    command->callback([path, run, &exit_code] { exit_code = run(*path); });
+  };
+  add("check", "Load a rules file and report its faults", CheckFile);
+  add("explain", "Describe what an update does with a rules file", ExplainFile);
+  rules->add_subcommand("schema", "Print the JSON Schema of rules files")
+      ->callback([&exit_code] { exit_code = PrintSchema(); });
+}
+
+}  // namespace quorvane::tool

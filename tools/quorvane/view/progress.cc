@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/view/progress.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "tools/quorvane/base/terminal.h"
+#include "tools/quorvane/base/text.h"
+
+namespace quorvane::tool {
+namespace {
+
+bool IsSet(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+std::string CutTo(std::size_t columns, const std::string& line) {
+  return Columns(line) < columns ? line : Excerpt(line, columns - 4);
+}
+
+std::string Bar(int percent, std::size_t columns) {
+  const std::size_t width = std::clamp<std::size_t>(columns / 2, 10, 40);
+  const auto full =
+      static_cast<std::size_t>(std::clamp(percent, 0, 100)) * width / 100;
+  return fmt::format("[{}{}] {:3d} %", std::string(full, '#'),
+                     std::string(width - full, '-'), percent);
+}
+
+std::string WhatIsTried(const PhaseRun& phase, int tries) {
+  std::string tried = fmt::format("{:<13}", NameOf(phase.phase));
+  if (phase.phase == Phase::kTask) {
+    const auto poll = std::find_if(
+        phase.spans.rbegin(), phase.spans.rend(),
+        [](const Span& one) { return one.kind == Span::Kind::kPollWait; });
+    if (poll != phase.spans.rend()) {
+      tried += fmt::format("poll {} of {}  ", poll->index, poll->count);
+    }
+  } else if (phase.uri_index > 0) {
+    tried += fmt::format("URI {} of {}, attempt {} of {}  ", phase.uri_index,
+                         phase.uri_count, phase.attempt, tries);
+  }
+  return tried + Printable(PathOf(phase.uri));
+}
+
+std::string WhatIsAwaited(const PhaseRun& phase, double now) {
+  if (phase.spans.empty() || !phase.spans.back().is_open) return {};
+  const Span& span = phase.spans.back();
+  const double passed = std::max(now - span.begin, 0.0);
+  const double left = span.planned_seconds - passed;
+  if (span.kind == Span::Kind::kRequest || left <= 0) {
+    return fmt::format(
+        "waiting for the answer, {}",
+        Duration(std::floor(
+            span.kind == Span::Kind::kRequest ? passed : std::abs(left))));
+  }
+  return fmt::format(
+      "{} in {} of {}",
+      span.kind == Span::Kind::kPollWait ? "next poll" : "next try",
+      Duration(std::floor(left)), Duration(span.planned_seconds));
+}
+
+constexpr std::size_t kIndent = 11;  // behind the time
+
+void Print(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+class LiveProgress final : public Progress {
+ public:
+  explicit LiveProgress(int tries) : tries_(tries) {}
+  ~LiveProgress() override { Print(Erasure()); }
+
+  void OnEvent(const Event& event, const Run& run) override {
+    if (event.level >= LogLevel::WARNING) {
+      Print(Erasure() + fmt::format("{}{}{}\n", kYellow,
+                                    Wrapped(PlainLine(event, run),
+                                            TerminalColumns(), kIndent),
+                                    kPlain));
+      Draw(run);
+    } else if (SecondsOf(StampNow()) - drawn_at_ > kRedrawSeconds) {
+      Draw(run);
+    }
+  }
+  void OnTick(const Run& run) override { Draw(run); }
+  void Finish() override { Print(Erasure()); }
+
+ private:
+  static constexpr const char* kYellow = "\x1b[33m";
+  static constexpr const char* kPlain = "\x1b[0m";
+  static constexpr double kRedrawSeconds = 0.1;
+
+  // Back to the block's first line, and all gone below.
+  std::string Erasure() {
+    const int lines = std::exchange(lines_, 0);
+    return lines == 0 ? std::string() : fmt::format("\x1b[{}A\r\x1b[J", lines);
+  }
+
+  void Draw(const Run& run) {
+    drawn_at_ = SecondsOf(StampNow());
+    std::string screen = Erasure();
+    for (const std::string& line :
+         LiveBlock(run, tries_, drawn_at_, TerminalColumns())) {
+      screen += line + "\n";
+      ++lines_;
+    }
+    Print(screen);
+  }
+
+  int tries_;
+  int lines_ = 0;
+  double drawn_at_ = 0;
+};
+
+class PlainProgress : public Progress {
+ public:
+  explicit PlainProgress(bool quiet) : quiet_(quiet) {}
+
+  void OnEvent(const Event& event, const Run& run) override {
+    if (quiet_ && event.level < LogLevel::WARNING) return;
+    const std::string line = PlainLine(event, run);
+    if (!line.empty()) {
+      Print(Wrapped(line, TerminalColumns(), kIndent) + "\n");
+    }
+  }
+  void OnTick(const Run& /*run*/) override {}
+  void Finish() override {}
+
+ private:
+  bool quiet_;
+};
+
+// What the event tells, without its time.
+std::string StepOf(const Event& event, const Run& run) {
+  const std::string place =
+      event.index < 0 ? std::string()
+                      : fmt::format(" ({} of {})", event.index, event.count);
+  switch (event.kind) {
+    case EventKind::kUriTried:
+      return fmt::format("{}: {}{}", NameOf(event.phase),
+                         Printable(PathOf(event.uri)), place);
+    case EventKind::kStatus:
+      return event.status == 0
+                 ? fmt::format("{}: no answer", NameOf(event.phase))
+                 : fmt::format("{}: HTTP {}", NameOf(event.phase),
+                               event.status);
+    case EventKind::kWaitBegins:
+      return fmt::format("Waiting {} before retry{}", Duration(event.seconds),
+                         place);
+    case EventKind::kItemsRead:
+      return fmt::format("Inventory: {} items", event.count);
+    case EventKind::kTaskBegins:
+      return "Task: following " + Printable(PathOf(event.uri));
+    case EventKind::kTaskState:
+      return event.percent < 0
+                 ? "Task: " + Printable(event.state)
+                 : fmt::format("Task: {} {} %", Printable(event.state),
+                               event.percent);
+    case EventKind::kLoginRefused:
+      return fmt::format(
+          "Inventory: the BMC refused the login (HTTP {}). The uploads go on "
+          "with the same account; Ctrl-C ends the run before they lock it.",
+          event.status);
+    case EventKind::kPhaseBegins:
+      return event.phase == Phase::kDownload
+                 ? "Download: " + Printable(event.uri)
+                 : std::string();
+    default:
+      break;
+  }
+  if (event.level < LogLevel::WARNING) return {};
+  // The phase that it befell, unless the message itself begins with it.
+  const std::string phase =
+      run.phases.empty() ? "" : NameOf(run.phases.back().phase);
+  const bool is_told = event.text.rfind(phase, 0) == 0;
+  return fmt::format("{}{}{}", is_told ? "" : phase, is_told ? "" : ": ",
+                     Excerpt(event.text, 400));
+}
+
+}  // namespace
+
+ProgressStyle ChooseStyle(bool quiet) {
+  if (quiet) return ProgressStyle::kQuiet;
+  const char* terminal = std::getenv("TERM");
+  const bool is_drawable = isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+                           std::string_view(terminal) != "dumb";
+  return is_drawable && !IsSet("NO_COLOR") && !IsSet("CI")
+             ? ProgressStyle::kLive
+             : ProgressStyle::kPlain;
+}
+
+std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int tries) {
+  if (style == ProgressStyle::kLive) {
+    return std::make_unique<LiveProgress>(tries);
+  }
+  return std::make_unique<PlainProgress>(style == ProgressStyle::kQuiet);
+}
+
+std::vector<std::string> LiveBlock(const Run& run, int tries, double now,
+                                   std::size_t columns) {
+  std::vector<std::string> lines;
+  const auto add = [&](const std::string& line) {
+    if (!line.empty()) lines.push_back(CutTo(columns, line));
+  };
+  if (!run.phases.empty()) {
+    const PhaseRun& phase = run.phases.back();
+    add(WhatIsTried(phase, tries));
+    if (!phase.task.empty()) {
+      int percent = -1;
+      for (const TaskPoint& point : phase.task) {
+        percent = std::max(percent, point.percent);
+      }
+      const std::string state = Printable(phase.task.back().state);
+      add(percent < 0 ? state : Bar(percent, columns) + "  " + state);
+    }
+    add(WhatIsAwaited(phase, now));
+  }
+  const double elapsed = run.begin == 0 ? 0 : std::max(now - run.begin, 0.0);
+  add("elapsed " + Duration(std::floor(elapsed)));
+  return lines;
+}
+
+std::string PlainLine(const Event& event, const Run& run) {
+  const std::string step = StepOf(event, run);
+  if (step.empty()) return {};
+  constexpr std::size_t kClock = 11;  // behind the date
+  constexpr std::size_t kClockLength = 8;
+  return fmt::format("{} {} {}", event.stamp.substr(kClock, kClockLength),
+                     event.level >= LogLevel::WARNING ? "!" : " ", step);
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/view/report.h"
+
+namespace quorvane::tool {
+namespace {
+
+using Ending = PhaseRun::Ending;
+
+std::string EndingOf(const PhaseRun& phase) {
+  switch (phase.ending) {
+    case Ending::kOpen:
+      return "cut off";
+    case Ending::kTaken:
+      return "granted";
+    case Ending::kWell:
+      return phase.phase == Phase::kTask       ? "ended well"
+             : phase.phase == Phase::kDownload ? "fetched"
+                                               : "read";
+    case Ending::kBadly:
+      return "failed";
+    case Ending::kStaged:
+      return "staged";
+    case Ending::kGone:
+      return "gone";
+    case Ending::kMissing:
+      return "vanished";
+    case Ending::kTimedOut:
+      return "time is up";
+    case Ending::kRefused:
+      return !phase.spans.empty() && phase.spans.back().status == 0
+                 ? "no answer"
+                 : "refused";
+  }
+  return {};
+}
+
+// "404, 202, 200 x 4"
+std::string StatusesOf(const PhaseRun& phase) {
+  std::string statuses;
+  const std::vector<Span>& spans = phase.spans;
+  for (auto span = spans.begin(); span != spans.end();) {
+    if (span->kind != Span::Kind::kRequest || span->status < 0) {
+      ++span;
+      continue;
+    }
+    const long status = span->status;
+    int times = 0;
+    while (span != spans.end() &&
+           (span->kind != Span::Kind::kRequest || span->status == status)) {
+      if (span->kind == Span::Kind::kRequest) ++times;
+      ++span;
+    }
+    statuses += statuses.empty() ? "" : ", ";
+    statuses += status == 0 ? "no answer" : std::to_string(status);
+    if (times > 1) statuses += fmt::format(" x {}", times);
+  }
+  return statuses;
+}
+
+std::string ProgressOf(const PhaseRun& phase) {
+  if (phase.task.empty()) return {};
+  const TaskPoint& last = phase.task.back();
+  return last.percent < 0
+             ? "; " + Printable(last.state)
+             : fmt::format("; {} {} %", Printable(last.state), last.percent);
+}
+
+constexpr const char* kRow = "{}{:>8} {:>8} {:>8}  {:<15} {:<10} {}";
+
+// "4.1 s", "12:30", "1:05:09": narrow enough for a column.
+std::string Clock(double seconds) {
+  const auto whole = std::lround(seconds);
+  if (whole < 60) return Duration(seconds);
+  return whole < 3600 ? fmt::format("{}:{:02}", whole / 60, whole % 60)
+                      : fmt::format("{}:{:02}:{:02}", whole / 3600,
+                                    whole / 60 % 60, whole % 60);
+}
+
+std::string AnsweredAt(const PhaseRun& phase, const PhaseRow& row) {
+  if (phase.uri_count < 2) return row.answered;
+  return fmt::format("{}{}URI {} of {}", row.answered,
+                     row.answered.empty() ? "" : "; ", phase.uri_index,
+                     phase.uri_count);
+}
+
+}  // namespace
+
+Report ReadReport(std::string_view log) {
+  Report report;
+  RunBuilder builder;
+  ReadRecords(log, [&](const Record& record) {
+    report.events.push_back(EventFrom(record));
+    builder.Take(report.events.back());
+  });
+  report.run = builder.run();
+  report.verdict = JudgeRun(report.run, std::nullopt);
+  return report;
+}
+
+PhaseRow RowOf(const PhaseRun& phase) {
+  std::size_t requests = 0;
+  double waited = 0;
+  for (const Span& span : phase.spans) {
+    if (span.kind == Span::Kind::kRequest) {
+      ++requests;
+    } else {
+      waited += span.end - span.begin;
+    }
+  }
+  std::string asked =
+      fmt::format("{} request{}", requests, requests == 1 ? "" : "s");
+  if (phase.uri_index > 0) {
+    asked += fmt::format(", URI {} of {}", phase.uri_index, phase.uri_count);
+  }
+  std::string name = NameOf(phase.phase);
+  if (phase.task_of == Phase::kActivation || phase.task_of == Phase::kRestart) {
+    name = fmt::format("{} task", NameOf(phase.task_of));
+  }
+  return {.name = name,
+          .asked = asked,
+          .answered = StatusesOf(phase) + ProgressOf(phase),
+          .ended = EndingOf(phase),
+          .waited = waited};
+}
+
+std::string TextReport(const Report& report, std::size_t columns) {
+  const Run& run = report.run;
+  std::string text =
+      run.title.empty() ? "" : Wrapped(Printable(run.title), columns, 2) + '\n';
+  if (run.earlier_runs > 0) {
+    text += fmt::format("The log holds {} earlier run{}; this is the last.\n",
+                        run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
+  }
+  if (!run.phases.empty()) {
+    text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE", "ENDED",
+                        "ANSWERED") +
+            '\n';
+  }
+  for (const PhaseRun& phase : run.phases) {
+    const PhaseRow row = RowOf(phase);
+    text += Wrapped(fmt::format(kRow, "", Clock(phase.begin - run.begin),
+                                Clock(phase.end - phase.begin),
+                                row.waited == 0 ? "-" : Clock(row.waited),
+                                row.name, row.ended, AnsweredAt(phase, row)),
+                    columns, 14) +
+            '\n';
+    for (const Remark& remark : phase.remarks) {
+      if (remark.level < LogLevel::WARNING) continue;
+      text +=
+          Wrapped(fmt::format("{:>8}    ! {}", Clock(remark.time - run.begin),
+                              Excerpt(remark.text, 200)),
+                  columns, 14) +
+          '\n';
+    }
+  }
+  return text + '\n' + TextOf(report.verdict, columns);
+}
+
+std::string JsonReport(const Report& report) {
+  nlohmann::json json = {{"outcome", NameOf(report.verdict.outcome)},
+                         {"headline", report.verdict.headline},
+                         {"cause", report.verdict.cause},
+                         {"events", nlohmann::json::array()}};
+  for (const Event& event : report.events) {
+    if (event.kind == EventKind::kOther) continue;
+    json["events"].push_back(ToJson(event));
+  }
+  return json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+}  // namespace quorvane::tool

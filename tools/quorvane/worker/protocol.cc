@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/worker/protocol.h"
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+// The library's JSON documents have their own form, see quorvane/update.h; the
+// two processes exchange plain members.
+namespace quorvane {
+
+// NOLINTBEGIN(readability-identifier-naming): names that nlohmann/json expects.
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryRequest, ip, username, password)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryItem, uri, Name, SoftwareId,
+                                   Version, target_id)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisInfo, Manufacturer, Model, Name)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpdateRequest, bmc_ip, username, password,
+                                   image_uri, local_file, share_username,
+                                   share_password, targets,
+                                   verify_remote_server_certificate,
+                                   prefetched_inventory)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(UpdateResponse, accepted, http_status,
+                                   task_uri, task_id, task_state,
+                                   percent_complete, message, reboot_performed)
+
+namespace tool {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryCall, request)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisCall, request)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryResult, was_read, items)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisResult, was_read, info)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(WorkerError, message, is_out_of_memory)
+// NOLINTEND(readability-identifier-naming)
+
+namespace {
+
+using Json = nlohmann::json;
+
+// A variant is [index of the alternative, value].
+template <typename... Types>
+Json VariantToJson(const std::variant<Types...>& value) {
+  return {value.index(),
+          std::visit([](const auto& one) { return Json(one); }, value)};
+}
+
+template <typename Variant, std::size_t index = 0>
+Variant VariantFromJson(const Json& json) {
+  if constexpr (index == std::variant_size_v<Variant>) {
+    throw std::runtime_error("unknown message type");
+  } else {
+    if (json.at(0) != index) return VariantFromJson<Variant, index + 1>(json);
+    return json.at(1).get<std::variant_alternative_t<index, Variant>>();
+  }
+}
+
+std::string Bytes(const Json& json) {
+  std::string bytes;
+  Json::to_cbor(json, bytes);
+  return bytes;
+}
+
+}  // namespace
+
+std::string Encode(const WorkerRequest& request) {
+  return Bytes({VariantToJson(request.call), request.rules_directory});
+}
+
+std::string Encode(const WorkerResponse& response) {
+  return Bytes(VariantToJson(response));
+}
+
+WorkerRequest DecodeRequest(std::string_view bytes) {
+  const Json json = Json::from_cbor(bytes);
+  return {.call = VariantFromJson<LibraryCall>(json.at(0)),
+          .rules_directory = json.at(1)};
+}
+
+WorkerResponse DecodeResponse(std::string_view bytes) {
+  return VariantFromJson<WorkerResponse>(Json::from_cbor(bytes));
+}
+
+}  // namespace tool
+}  // namespace quorvane
