@@ -12,11 +12,11 @@ namespace {
 constexpr std::string_view kLineEnd = "\r\n";
 
 // The value of a parameter such as boundary=x or name="x" (RFC 9110, 5.6.6).
-// Only `"` and `\` are escaped within quotes.
+// In quotes, only `"` and `\` are escaped.
 std::string Parameter(std::string_view field, std::string_view name) {
   std::size_t at = std::min(field.find(';'), field.size());
   while (at < field.size()) {
-    ++at;  // past the ';'
+    ++at;  // skip the ';'
     const std::size_t equals = std::min(field.find('=', at), field.size());
     const std::string_view key = Trim(field.substr(at, equals - at));
     std::string value;

@@ -10,11 +10,11 @@
 
 namespace quorvane::simulator {
 
-/// Header fields in the order in which they stood or shall stand on the wire.
+/// Header fields, in the order in which they are received or sent.
 using HeaderList = std::vector<std::pair<std::string, std::string>>;
 
-/// One part of a multipart/form-data body (RFC 7578). `filename` and
-/// `content_type` are empty where the part did not state them.
+/// A part of a multipart/form-data body (RFC 7578). `filename` and
+/// `content_type` are empty if the part does not specify them.
 struct FormPart {
   std::string name;
   std::string filename;
@@ -22,50 +22,50 @@ struct FormPart {
   std::string content;
 };
 
-/// A request as it arrived.
+/// A received request.
 struct RecordedRequest {
   std::string method;
-  std::string path;    ///< The target up to its "?", percent signs untouched.
-  std::string query;   ///< The rest after the "?", or empty.
-  HeaderList headers;  ///< Every field, repeated ones included.
-  /// Protocols that the TLS handshake offered (RFC 7301): "h2,http/1.1".
+  std::string path;    ///< The target up to the "?", not decoded.
+  std::string query;   ///< The target after the "?", or empty.
+  HeaderList headers;  ///< Every field, including repeated ones.
+  /// Protocols that the client offered (ALPN, RFC 7301): "h2,http/1.1".
   std::string alpn = {};
-  std::string body;  ///< The very bytes, chunks joined (RFC 9112, 7.1).
-  std::size_t body_size = 0;    ///< Bytes received, though `body` was cut.
+  std::string body;  ///< As received, with chunks joined (RFC 9112, 7.1).
+  std::size_t body_size = 0;  ///< Bytes received, even if `body` is shortened.
   std::vector<FormPart> parts;  ///< Filled for multipart/form-data.
 };
 
-/// The first value of the field `name`, whatever its case (RFC 9110, 5.1);
-/// empty when the request has none.
+/// The first value of the field `name`, in any case (RFC 9110, 5.1); empty if
+/// there is none.
 std::string Header(const RecordedRequest& request, std::string_view name);
 std::string Header(const HeaderList& headers, std::string_view name);
 
-/// What goes wrong with an answer on the wire.
+/// A fault in the transmission of a response.
 enum class Fault {
   kNone,
-  kDrop,      ///< The connection ends (FIN) before the first byte.
+  kDrop,      ///< The connection is closed (FIN) before the first byte.
   kReset,     ///< The connection is reset (RST) before the first byte.
-  kCutShort,  ///< The length of the whole body is promised, half is sent.
-  kGarbage,   ///< The body is replaced by bytes that are no JSON.
-  kNotHttp,   ///< A line of another protocol instead of an answer.
-  kSlowDrip,  ///< The body comes byte by byte, `drip` apart.
+  kCutShort,  ///< Only half of the announced body is sent.
+  kGarbage,   ///< The body is replaced by invalid JSON.
+  kNotHttp,   ///< A line of another protocol is sent instead.
+  kSlowDrip,  ///< The body is sent byte by byte, `drip` apart.
 };
 
-/// An answer. Content-Length, "Connection: close" and, for a body, the content
-/// type application/json are added unless `headers` names them.
+/// A response. Content-Length, "Connection: close" and, for a body, the content
+/// type application/json are added unless `headers` contains them.
 struct BmcResponse {
   int status = 200;
   std::string body = {};
   HeaderList headers = {};
   Fault fault = Fault::kNone;
   std::chrono::milliseconds delay{0};  ///< Before the first byte.
-  std::chrono::milliseconds drip{20};  ///< Between two bytes of a slow drip.
+  std::chrono::milliseconds drip{20};  ///< Between two bytes of kSlowDrip.
 };
 
 /// Parses a multipart/form-data body whose Content-Type is `content_type`.
-/// Empty when the type is another one, has no boundary, or the body is
-/// malformed: a missing close delimiter counts as malformed, as a BMC could not
-/// tell such a form from one that was cut off.
+/// Empty if the type is another one or has no boundary, or if the body is
+/// malformed. A body without the close delimiter is malformed, because it may
+/// have been cut off.
 std::vector<FormPart> ParseMultipart(std::string_view content_type,
                                      std::string_view body);
 

@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Levenshtein's distance, one row at a time.
+// Levenshtein distance, computed row by row.
 std::size_t EditDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -27,15 +27,15 @@ std::size_t EditDistance(const std::string& a, const std::string& b) {
   return row.back();
 }
 
-std::string Quoted(const std::vector<std::string>& words) {
+std::string Quoted(const std::vector<std::string>& names) {
   std::string list;
-  for (const std::string& word : words) {
-    list += (list.empty() ? "\"" : ", \"") + word + '"';
+  for (const std::string& name : names) {
+    list += (list.empty() ? "\"" : ", \"") + name + '"';
   }
   return list;
 }
 
-// What stands there, short enough for a message.
+// The value as JSON, shortened for a message.
 std::string ShortText(const Json& value) {
   constexpr std::size_t kMaxLength = 40;
   std::string text =
@@ -97,7 +97,7 @@ void ObjectReader::Read(const char* key, std::optional<int>& out, int min,
                         int max) {
   const Json* value = Find(key);
   if (value == nullptr) return;
-  // As double first: an integer beyond 64 bits is parsed as one.
+  // An integer that does not fit into 64 bits is parsed as a double.
   const double number = value->is_number() ? value->get<double>() : min - 1.0;
   if (!value->is_number_integer() || number < min || number > max) {
     Fail(key, "must be an integer from " + std::to_string(min) + " to " +
@@ -110,7 +110,7 @@ void ObjectReader::Read(const char* key, std::uint64_t& out) {
   const Json* value = Find(key);
   if (value == nullptr) return;
   if (!value->is_number_unsigned()) {
-    Fail(key, "must be an integer of 0 or more, not " + ShortText(*value));
+    Fail(key, "must be an integer, 0 or more, not " + ShortText(*value));
   }
   out = value->get<std::uint64_t>();
 }
@@ -121,7 +121,7 @@ void ObjectReader::Read(const char* key, double& out) {
   if (value == nullptr) return;
   const double number = value->is_number() ? value->get<double>() : -1.0;
   if (!(number >= 0 && number <= kYear)) {
-    Fail(key, "must be a number of seconds, 0 or more, at most a year, not " +
+    Fail(key, "must be a number of seconds from 0 to 31536000, not " +
                   ShortText(*value));
   }
   out = number;
@@ -148,13 +148,13 @@ void ObjectReader::ReadObjectText(const char* key, std::string& out) {
 }
 
 void ObjectReader::Require(const char* key) const {
-  if (!Has(key)) Fail(key, "is required here");
+  if (!Has(key)) Fail(key, "is required");
 }
 
 void ObjectReader::RejectUnknownKeys() const {
   for (const auto& [key, value] : json_.items()) {
     if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
-    std::string problem = "unknown key";
+    std::string problem = "unknown key.";
     const auto nearest =
         std::min_element(known_.begin(), known_.end(),
                          [&, name = key](const auto& a, const auto& b) {
@@ -163,9 +163,9 @@ void ObjectReader::RejectUnknownKeys() const {
     constexpr std::size_t kMaxDistance = 3;
     if (nearest != known_.end() &&
         EditDistance(key, *nearest) <= kMaxDistance) {
-      problem += "; did you mean \"" + *nearest + "\"?";
+      problem += " Did you mean \"" + *nearest + "\"?";
     }
-    Fail(key, problem + " Allowed here: " + Quoted(known_));
+    Fail(key, problem + " Allowed keys: " + Quoted(known_));
   }
 }
 

@@ -12,14 +12,14 @@
 
 namespace quorvane::simulator {
 
-/// Reads one JSON object strictly. Each Read fills its target when the key is
-/// there, leaves it alone when not, and throws ScenarioError when the value is
-/// of another kind. The keys that were asked for are the ones allowed, so a new
-/// key is one line at its reader.
+/// Reads a JSON object strictly. Each Read sets its output if the key exists,
+/// leaves it unchanged if not, and throws ScenarioError if the type is wrong.
+/// The keys that are read are the allowed keys, so that a new key takes one
+/// line.
 class ObjectReader {
  public:
-  /// @param place  Where the object stands: "file.json: $.task.steps[0]".
-  /// @throws ScenarioError when `json` is no object.
+  /// @param path  Names the object in errors: "file.json: $.task.steps[0]".
+  /// @throws ScenarioError if `json` is not an object.
   ObjectReader(const nlohmann::ordered_json& json, std::string path);
 
   void Read(const char* key, std::string& out);
@@ -32,10 +32,10 @@ class ObjectReader {
   void Read(const char* key, std::uint64_t& out);
   void Read(const char* key, double& out);  ///< Zero or more.
   void Read(const char* key, std::vector<std::string>& out);
-  /// The text of a JSON object.
+  /// A JSON object, as text.
   void ReadObjectText(const char* key, std::string& out);
 
-  /// An array, each entry read by `read(ObjectReader&) -> T`.
+  /// An array. Each entry is read by `read(ObjectReader&) -> T`.
   template <typename T, typename ReadEntry>
   void ReadList(const char* key, std::vector<T>& out, ReadEntry read) {
     const auto* list = Find(key);
@@ -50,7 +50,7 @@ class ObjectReader {
     }
   }
 
-  /// An object, read by `read(ObjectReader&)`.
+  /// An object. It is read by `read(ObjectReader&)`.
   template <typename ReadMembers>
   void ReadObject(const char* key, ReadMembers read) {
     const auto* object = Find(key);
@@ -62,13 +62,13 @@ class ObjectReader {
 
   [[nodiscard]] bool Has(const char* key) const { return json_.contains(key); }
 
-  /// Notes `key` as known; null when the object lacks it.
+  /// Marks `key` as known. Returns null if the object lacks it.
   const nlohmann::ordered_json* Find(const char* key);
 
-  /// @throws ScenarioError when the object lacks `key`.
+  /// @throws ScenarioError if the object lacks `key`.
   void Require(const char* key) const;
 
-  /// @throws ScenarioError for a key nobody asked for, naming the nearest one.
+  /// @throws ScenarioError for a key that is not known; suggests the closest.
   void RejectUnknownKeys() const;
 
   [[noreturn]] void Fail(const std::string& key,

@@ -27,7 +27,7 @@ std::string MemberPath(std::string_view collection, std::string_view id) {
 
 BmcResponse JsonResponse(int status, const Json& body, HeaderList headers) {
   headers.emplace_back("OData-Version", "4.0");
-  // A scenario may hold names that are no UTF-8; a BMC sends them as well.
+  // A scenario may contain invalid UTF-8, as a real BMC may send it.
   return {.status = status,
           .body = body.dump(2, ' ', false, Json::error_handler_t::replace),
           .headers = std::move(headers)};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The road of a request through the machine, and what changes the machine.
+// Handling of requests, and changes of the state.
 #include "simulator/redfish_service.h"
 
 #include <algorithm>
@@ -41,7 +41,7 @@ void AddGeneratedMembers(Inventory& inventory) {
 
 RedfishService::Outcome MethodNotAllowed(const std::string& allow) {
   return {ErrorResponse(405, "OperationNotAllowed",
-                        "The resource does not take this method.",
+                        "The resource does not support this method.",
                         "Use one of: " + allow + '.', {{"Allow", allow}}),
           {}};
 }
@@ -57,8 +57,8 @@ RedfishService::Outcome MalformedJson() {
                     "Send a JSON object.");
 }
 
-// Nothing when the text is no JSON object. An empty body counts as "{}", as
-// actions without parameters may be posted without one.
+// An empty body counts as "{}", because an action without parameters may be
+// posted without a body.
 std::optional<Json> ParseObject(const std::string& text) {
   try {
     Json json = ParseJson(text.empty() ? "{}" : text);
@@ -80,7 +80,7 @@ const FormPart* FindPart(const RecordedRequest& request,
 std::string ImageBytes(const Image& image) {
   if (!image.text.empty()) return image.text;
   std::string bytes(image.size, '\0');
-  unsigned int value = 1;  // any fixed sequence that does not compress away
+  unsigned int value = 1;  // any fixed sequence that does not compress well
   for (char& byte : bytes) {
     value = value * 1664525U + 1013904223U;
     byte = static_cast<char>(value >> 24U);
@@ -104,7 +104,7 @@ RedfishService::RedfishService(Scenario scenario, Clock now)
 
 RedfishService::Outcome RedfishService::Respond(
     const RecordedRequest& request) {
-  if (auto absent = RespondWhileRebooting()) return *absent;
+  if (auto unavailable = RespondWhileRebooting()) return *unavailable;
   const FaultRule* fault = MatchFault(request, /*before_body=*/false);
   if (fault == nullptr) return Handle(request);
   if (!fault->machine_acts) return {fault->response, "fault"};
@@ -123,8 +123,8 @@ std::optional<BmcResponse> RedfishService::RespondBeforeBody(
   return fault->response;
 }
 
-// A rule counts only the requests that reach it, so two rules in a row tell a
-// story: the first two are refused, the next one is dropped.
+// A rule counts only the requests to which no earlier rule applied, so that
+// rules in a row describe a sequence: reject two requests, then drop the next.
 const FaultRule* RedfishService::MatchFault(const RecordedRequest& request,
                                             bool before_body) {
   for (CountedFault& fault : faults_) {
@@ -136,8 +136,8 @@ const FaultRule* RedfishService::MatchFault(const RecordedRequest& request,
         (rule.first > 0 && fault.applied >= rule.first)) {
       continue;
     }
-    const int beyond = fault.seen++ - rule.after;
-    if (beyond < 0 || beyond % std::max(rule.every, 1) != 0) continue;
+    const int position = fault.matched++ - rule.after;
+    if (position < 0 || position % std::max(rule.every, 1) != 0) continue;
     ++fault.applied;
     return &rule;
   }
@@ -175,7 +175,7 @@ std::string RedfishService::PhaseOf(const RecordedRequest& request) const {
   return is_reset ? "reboot" : "";
 }
 
-bool RedfishService::Authorized(const RecordedRequest& request) const {
+bool RedfishService::IsAuthorized(const RecordedRequest& request) const {
   const std::string value = Header(request, "Authorization");
   const std::string_view field = value;
   constexpr std::string_view kScheme = "Basic ";
@@ -186,19 +186,20 @@ bool RedfishService::Authorized(const RecordedRequest& request) const {
 }
 
 std::optional<RedfishService::Outcome> RedfishService::RespondWhileRebooting() {
-  if (unavailable_until_ && now_() >= *unavailable_until_)
+  if (unavailable_until_ && now_() >= *unavailable_until_) {
     unavailable_until_.reset();
+  }
   if (!unavailable_until_) {
     if (unavailable_requests_ == 0) return {};
     --unavailable_requests_;
   }
   if (!scenario_.reboot.answers_503) {
-    return Outcome{{.fault = Fault::kDrop}, "no answer: restarting"};
+    return Outcome{{.fault = Fault::kDrop}, "no response: rebooting"};
   }
   return Outcome{ErrorResponse(503, "ServiceTemporarilyUnavailable",
-                               "The service is starting.", "Try again later.",
+                               "The service is starting.", "Retry later.",
                                {{"Retry-After", "10"}}),
-                 "restarting"};
+                 "rebooting"};
 }
 
 RedfishService::Outcome RedfishService::Handle(const RecordedRequest& request) {
@@ -212,15 +213,15 @@ RedfishService::Outcome RedfishService::Handle(const RecordedRequest& request) {
               "image served"};
     }
   }
-  // DSP0266: the root of the service is open to everyone.
+  // DSP0266: the service root requires no authentication.
   const bool is_public =
       IsRead(request) && (path == "/redfish" || path == kServiceRoot);
-  if (!is_public && !Authorized(request)) {
+  if (!is_public && !IsAuthorized(request)) {
     return {ErrorResponse(401, "NoValidSession",
                           "The request lacks valid credentials.",
                           "Send the user and password of an account.",
                           {{"WWW-Authenticate", "Basic realm=\"Redfish\""}}),
-            "credentials refused"};
+            "credentials rejected"};
   }
   return Route(request, path);
 }
@@ -248,11 +249,11 @@ RedfishService::Outcome RedfishService::Route(const RecordedRequest& request,
   }
   const auto resource = Resource(path, request.query);
   if (!resource) {
-    return {
-        ErrorResponse(404, "ResourceMissingAtURI",
-                      "There is nothing at " + Printable(request.path) + '.',
-                      "Begin at " + std::string(kServiceRoot) + '.'),
-        {}};
+    return {ErrorResponse(
+                404, "ResourceMissingAtURI",
+                "There is no resource at " + Printable(request.path) + '.',
+                "Start at " + std::string(kServiceRoot) + '.'),
+            {}};
   }
   if (!IsRead(request)) return MethodNotAllowed("GET, HEAD");
   return {JsonResponse(200, *resource), {}};
@@ -266,15 +267,15 @@ RedfishService::Outcome RedfishService::Upload(const RecordedRequest& request) {
     return StoreImage(request.body, {});
   }
   if (!Contains(scenario_.upload.multipart_paths, request.path)) {
-    return {ErrorResponse(415, "GeneralError", "This URI takes the bare image.",
+    return {ErrorResponse(415, "GeneralError",
+                          "This URI accepts binary uploads only.",
                           "Send the image as application/octet-stream."),
-            "a form where the bare image is due"};
+            "multipart upload to a binary path"};
   }
   if (request.method != "POST") return MethodNotAllowed("POST");
   const FormPart* file = FindPart(request, "UpdateFile");
   if (!is_multipart || file == nullptr) {
-    return BadRequest("PropertyMissing",
-                      "There is no form part UpdateFile in the request.",
+    return BadRequest("PropertyMissing", "The request has no part UpdateFile.",
                       "Send multipart/form-data with UpdateFile.");
   }
   std::vector<std::string> targets;
@@ -297,7 +298,7 @@ RedfishService::Outcome RedfishService::StoreImage(
     return {ErrorResponse(413, "PayloadTooLarge",
                           "The image has " + std::to_string(image.size()) +
                               " bytes; at most " + std::to_string(limit) +
-                              " are taken.",
+                              " are accepted.",
                           "Send a smaller image."),
             "image too large"};
   }
@@ -321,18 +322,18 @@ RedfishService::Outcome RedfishService::UpdateAction(
       activates ? scenario_.activation.status : scenario_.simple_update.status;
   if (status >= 400) {
     return {ErrorResponse(status, "ActionNotSupported",
-                          "The action is not supported on this machine.",
+                          "The action is not supported by this BMC.",
                           "Upload the image instead."),
-            "action refused"};
+            "action rejected"};
   }
   if (activates && image_size_ == 0) {
     return BadRequest("ActionParameterMissing",
-                      "There is no ImageURI, nor an uploaded image to start.",
-                      "Name an ImageURI or upload an image first.");
+                      "ImageURI is missing, and no image was uploaded.",
+                      "Send an ImageURI, or upload an image first.");
   }
   if (!activates) {
-    if (auto refused = RejectParameters((*body)["ImageURI"], targets)) {
-      return *refused;
+    if (auto rejection = RejectParameters((*body)["ImageURI"], targets)) {
+      return *rejection;
     }
   }
   if (auto busy = RespondIfBusy()) return *busy;
@@ -359,8 +360,8 @@ std::optional<RedfishService::Outcome> RedfishService::RejectParameters(
   }
   if (action.requires_targets && targets.empty()) {
     return BadRequest("ActionParameterMissing",
-                      "The action needs the parameter Targets.",
-                      "Name at least one target.");
+                      "The action requires the parameter Targets.",
+                      "Send at least one target.");
   }
   return {};
 }
@@ -374,9 +375,9 @@ RedfishService::Outcome RedfishService::Accept(int status,
             .step_start = now_()};
   if (status != 202) {
     FinishUpdate(task);
-    if (status == 204) return {{.status = 204}, "done at once"};
+    if (status == 204) return {{.status = 204}, "completed immediately"};
     return {JsonResponse(status, {{"Message", "The update is complete."}}),
-            "done at once"};
+            "completed immediately"};
   }
   ++next_task_;
   const TaskScript& script = scenario_.task;
@@ -411,7 +412,7 @@ std::optional<RedfishService::Outcome> RedfishService::RespondIfBusy() const {
   }
   return Outcome{
       ErrorResponse(503, "ServiceTemporarilyUnavailable",
-                    "An update is running already.",
+                    "An update is already running.",
                     "Wait for task " + running->first + '.', headers),
       "busy with task " + running->first};
 }
@@ -439,7 +440,7 @@ RedfishService::Outcome RedfishService::ResetSystem(
   const bool stays_on = was_on && (type == "On" || type == "ForceOn");
   if (switches_off || stays_on) return {{.status = 204}, "reset: " + type};
   Reboot(/*by_itself=*/false);
-  return {{.status = 204}, "reset: " + type + ", the machine restarts"};
+  return {{.status = 204}, "reset: " + type + ", the BMC reboots"};
 }
 
 void RedfishService::Reboot(bool by_itself) {
@@ -458,12 +459,12 @@ void RedfishService::Reboot(bool by_itself) {
         FinishUpdate(task);
       }
     } else if (IsRunning(task)) {
-      // The machine goes down by itself in order to apply the image; a reset
-      // from outside tears the work apart.
+      // A BMC reboots by itself to apply the image. A reset by a client aborts
+      // the update.
       if (by_itself) {
         FinishUpdate(task);
       } else {
-        task.aborted = true;
+        task.is_aborted = true;
       }
     }
   }

@@ -16,8 +16,8 @@
 
 namespace quorvane::simulator {
 
-/// The machine behind the wire: its resources, tasks and restarts. Not safe on
-/// several threads; its owner holds a lock.
+/// The Redfish service of the simulated BMC: resources, tasks and reboots. Not
+/// thread-safe: the owner holds a lock.
 class RedfishService {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
@@ -25,15 +25,15 @@ class RedfishService {
 
   struct Outcome {
     BmcResponse response;
-    std::string note = {};  ///< What happened, for a log line; may be empty.
+    std::string note = {};  ///< What the BMC did, for a log line; may be empty.
   };
 
   RedfishService(Scenario scenario, Clock now);
 
-  /// What the machine answers, the scenario's faults included.
+  /// The response to a request, including the faults of the scenario.
   Outcome Respond(const RecordedRequest& request);
 
-  /// A fault that strikes before the body is read, if there is one.
+  /// The response of a fault rule that applies before the body is read, if any.
   std::optional<BmcResponse> RespondBeforeBody(const RecordedRequest& request);
 
   [[nodiscard]] const std::string& StoredImageSha256() const {
@@ -48,26 +48,26 @@ class RedfishService {
   struct Task {
     std::string id;
     std::vector<std::string> targets;
-    bool installs = true;  ///< Completion leaves an update to apply.
+    bool installs = true;  ///< Completion installs the image.
     std::size_t step = 0;
     int polls_in_step = 0;
     TimePoint step_start;
-    bool aborted = false;        ///< Cut off by a reset.
+    bool is_aborted = false;     ///< By a reset.
     bool caused_reboot = false;  ///< RebootBehavior::by_itself_at was reached.
-    bool is_monitor_finished = false;  ///< The final answer was given.
+    bool is_monitor_finished = false;  ///< The final response was sent.
   };
   struct CountedFault {
     FaultRule rule;
-    int seen = 0;
+    int matched = 0;
     int applied = 0;
   };
 
-  // machine.cc: the road of a request, and what changes the machine.
+  // redfish_service.cc: handling of requests, and changes of the state.
   Outcome Handle(const RecordedRequest& request);
   Outcome Route(const RecordedRequest& request, const std::string& path);
   const FaultRule* MatchFault(const RecordedRequest& request, bool before_body);
   [[nodiscard]] std::string PhaseOf(const RecordedRequest& request) const;
-  [[nodiscard]] bool Authorized(const RecordedRequest& request) const;
+  [[nodiscard]] bool IsAuthorized(const RecordedRequest& request) const;
   std::optional<Outcome> RespondWhileRebooting();
   Outcome Upload(const RecordedRequest& request);
   Outcome StoreImage(const std::string& image,
@@ -81,7 +81,7 @@ class RedfishService {
   void Reboot(bool by_itself);
   void ApplyPendingUpdate();
 
-  // tasks.cc
+  // tasks.cc: progress of tasks.
   Outcome PollTask(const std::string& id, bool as_monitor);
   [[nodiscard]] TaskStep StepOf(const Task& task) const;
   [[nodiscard]] Json TaskBody(const Task& task) const;
@@ -92,7 +92,7 @@ class RedfishService {
   void EnterStep(Task& task, std::size_t step);
   void FinishUpdate(const Task& task);
 
-  // resources.cc: the documents, read only.
+  // resources.cc: the resources that a client can read.
   [[nodiscard]] std::optional<Json> Resource(const std::string& path,
                                              const std::string& query) const;
   [[nodiscard]] Json UpdateService() const;
@@ -108,7 +108,7 @@ class RedfishService {
   bool power_is_on_ = true;
   std::size_t image_size_ = 0;
   std::string image_sha256_;
-  /// Targets of an update that is installed and shows after a restart.
+  /// Targets of an installed update that appears after a reboot.
   std::optional<std::vector<std::string>> pending_targets_;
   int reboots_ = 0;
   int unavailable_requests_ = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The documents a client can read. Shapes: DMTF's public schemas (DSP8010).
+// The resources that a client can read, after the public schemas (DSP8010).
 #include <algorithm>
 #include <charconv>
 #include <utility>
@@ -39,7 +39,7 @@ void Merge(Json& resource, const std::string& properties) {
   if (!properties.empty()) resource.merge_patch(Json::parse(properties));
 }
 
-// $skip of the OData query options, as it stands in a nextLink of ours.
+// $skip (an OData query option), as in the nextLink of a collection.
 std::size_t ParseSkip(std::string_view query) {
   constexpr std::string_view kKey = "$skip=";
   std::size_t skip = 0;
@@ -91,7 +91,7 @@ std::optional<Json> InventoryResource(const std::string& path,
   const std::string id = MemberId(path, base);
   const auto found =
       std::find_if(inventory.members.begin(), inventory.members.end(),
-                   // An id may end in a slash, which its path has lost by now.
+                   // `path` is normalized, so an id may not end with a slash.
                    [&](const auto& m) { return NormalizePath(m.id) == id; });
   if (id.empty() || found == inventory.members.end()) return {};
   return InventoryDocument(path, *found);

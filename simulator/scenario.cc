@@ -107,7 +107,7 @@ TaskStep ReadStep(ObjectReader& in) {
   in.Read("state", step.state);
   in.Read("percent", step.percent, -1, 100);
   if (in.Has("polls") && in.Has("seconds")) {
-    in.Fail("seconds", "a step lasts polls or seconds, not both");
+    in.Fail("seconds", "set either polls or seconds, not both");
   }
   if (in.Has("seconds")) step.polls = 0;
   in.Read("polls", step.polls, 1, kMaxCount);
@@ -121,7 +121,7 @@ TaskStep ReadStep(ObjectReader& in) {
 
 void ReadTask(ObjectReader& in, TaskScript& task) {
   in.ReadList("steps", task.steps, ReadStep);
-  if (task.steps.empty()) in.Fail("steps", "must hold at least one step");
+  if (task.steps.empty()) in.Fail("steps", "must contain at least one step");
   in.Read("location", task.location, {"monitor", "task", "none"});
   in.Read("task_in_body", task.task_in_body);
   in.Read("monitor_final_status", task.monitor_final_status, 200, 204);
@@ -134,7 +134,7 @@ void ReadTask(ObjectReader& in, TaskScript& task) {
 void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
   in.Read("by_itself_at", reboot.by_itself_at, 0, 100);
   if (in.Has("requests") && in.Has("seconds")) {
-    in.Fail("seconds", "an absence lasts requests or seconds, not both");
+    in.Fail("seconds", "set either requests or seconds, not both");
   }
   in.Read("requests", reboot.requests, 0, kMaxCount);
   in.Read("seconds", reboot.seconds);
@@ -163,9 +163,9 @@ void ReadResponse(ObjectReader& in, BmcResponse& response) {
     for (const auto& [name, value] : headers->items()) {
       const std::string text =
           value.is_string() ? value.get<std::string>() : std::string("\n");
-      // A line break would let the value run on into further fields.
+      // A line break would add header fields.
       if ((name + text).find_first_of("\r\n") != std::string::npos) {
-        in.Fail("headers." + name, "must be a string of one line");
+        in.Fail("headers." + name, "must be a string without line breaks");
       }
       response.headers.emplace_back(name, text);
     }
@@ -197,17 +197,18 @@ FaultRule ReadFault(ObjectReader& in) {
   }
   ReadResponse(in, rule.response);
   if (name.empty() && !in.Has("status") && !in.Has("delay_ms")) {
-    in.Fail("fault", "is required here, unless status or delay_ms is given");
+    in.Fail("fault", "is required unless status or delay_ms is set");
   }
-  // With nothing to say instead, the machine speaks and its words suffer. Where
-  // no answer arrives at all, the request is lost rather than the answer.
-  const bool silent = rule.response.fault == Fault::kDrop ||
-                      rule.response.fault == Fault::kReset ||
-                      rule.response.fault == Fault::kNotHttp;
-  rule.machine_acts = !in.Has("status") && !silent && !rule.before_body;
+  // Without a status, the fault distorts the normal response. If no response
+  // arrives at all, the default is to lose the request, not the response.
+  const bool loses_response = rule.response.fault == Fault::kDrop ||
+                              rule.response.fault == Fault::kReset ||
+                              rule.response.fault == Fault::kNotHttp;
+  rule.machine_acts = !in.Has("status") && !loses_response && !rule.before_body;
   in.Read("machine_acts", rule.machine_acts);
   if (rule.machine_acts && rule.before_body) {
-    in.Fail("machine_acts", "cannot act on a body that is never read");
+    in.Fail("machine_acts",
+            "cannot be true together with before_body, which skips the body");
   }
   return rule;
 }
@@ -217,14 +218,14 @@ std::string ReadFile(const std::string& path) {
   std::string text((std::istreambuf_iterator<char>(file)),
                    std::istreambuf_iterator<char>());
   if (!file.is_open() || file.bad()) {
-    throw ScenarioError(path + ": cannot be read");
+    throw ScenarioError(path + ": cannot read the scenario file");
   }
   return text;
 }
 
-// Where ready scenarios may lie: the data directory of the prefix this program
-// was installed to, or of the build tree it runs in; both are found by walking
-// up from the program, so neither path is compiled in.
+// Directories of built-in scenarios: the data directory of the installation or
+// of the build tree. The search walks up from the program, so that an
+// installation can be moved.
 std::vector<fs::path> ScenarioDirectories() {
   constexpr int kMaxLevels = 4;
   std::vector<fs::path> directories;
@@ -245,7 +246,7 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
   try {
     tree = ParseJson(json);
   } catch (const std::runtime_error& error) {
-    throw ScenarioError(origin + ": no valid JSON: " + error.what());
+    throw ScenarioError(origin + ": invalid JSON: " + error.what());
   }
   Scenario scenario;
   ObjectReader in(tree, origin + ": $");
@@ -295,22 +296,22 @@ Scenario LoadScenario(const std::string& path) {
 std::string FindScenario(const std::string& file_or_name) {
   std::error_code error;
   if (fs::is_regular_file(file_or_name, error)) return file_or_name;
-  std::set<std::string> ready;
+  std::set<std::string> built_in;
   for (const fs::path& directory : ScenarioDirectories()) {
     for (const auto& entry : fs::directory_iterator(directory, error)) {
       const fs::path& path = entry.path();
       if (path.filename() == "scenario.schema.json") continue;
       if (path.stem() == file_or_name) return path;
-      ready.insert(path.stem());
+      built_in.insert(path.stem());
     }
   }
   std::string names;
-  for (const std::string& name : ready) {
+  for (const std::string& name : built_in) {
     names += (names.empty() ? "" : ", ") + name;
   }
-  throw ScenarioError("there is no scenario file \"" + Printable(file_or_name) +
-                      "\", nor a ready scenario of that name; ready ones: " +
-                      (names.empty() ? "none found" : names));
+  throw ScenarioError(
+      "no scenario file or built-in scenario \"" + Printable(file_or_name) +
+      "\". Built-in scenarios: " + (names.empty() ? "none found" : names));
 }
 
 }  // namespace quorvane::simulator

@@ -12,8 +12,8 @@
 
 namespace quorvane::simulator {
 
-// Shared with the handle a test may keep, so that a script can grow while the
-// server answers from it.
+// Shared with the ScriptedResponses that a test keeps, so that a test can add
+// responses while the server runs.
 struct ScriptedResponses::State {
   std::mutex mutex;
   std::deque<BmcResponse> responses;
@@ -95,7 +95,7 @@ class SimulatedBmc::Impl final : public RequestHandler {
       scripts_;
   std::deque<RecordedRequest> requests_;
   RedfishService service_;
-  TlsServer server_;  // last: its threads use all of the above
+  TlsServer server_;  // last, because its threads use all of the above
 };
 
 ScriptedResponses& ScriptedResponses::Respond(BmcResponse response) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The script of a task: which step it is in, and what a poll makes of it.
+// The progress of tasks: the current step, and the response to a poll.
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -10,8 +10,8 @@
 namespace quorvane::simulator {
 namespace {
 
-// TaskState values in which no work goes on (Task schema; "Interrupted" is
-// listed because nothing here resumes such a task).
+// TaskState values of a task that has ended (Task schema). "Interrupted" is one
+// of them because the simulator does not resume such a task.
 constexpr std::array<std::string_view, 5> kEndStates = {
     "Completed", "Exception", "Cancelled", "Killed", "Interrupted"};
 
@@ -35,9 +35,9 @@ RedfishService::Outcome RedfishService::PollTask(const std::string& id,
   const auto found = tasks_.find(id);
   if (found == tasks_.end() ||
       (as_monitor && found->second.is_monitor_finished)) {
-    return {ErrorResponse(
-                404, "ResourceMissingAtURI", "There is no task " + id + '.',
-                "Ask for the tasks that exist: " + std::string(kTasks)),
+    return {ErrorResponse(404, "ResourceMissingAtURI",
+                          "There is no task " + id + '.',
+                          "List the existing tasks: " + std::string(kTasks)),
             "no such task"};
   }
   Task& task = found->second;
@@ -58,19 +58,19 @@ RedfishService::Outcome RedfishService::PollTask(const std::string& id,
   const auto& down_at = scenario_.reboot.by_itself_at;
   if (down_at && shown.percent >= *down_at && !task.caused_reboot) {
     task.caused_reboot = true;
-    Reboot(/*by_itself=*/true);  // may forget the task
-    note += ", then the machine restarts by itself";
+    Reboot(/*by_itself=*/true);  // may delete the task
+    note += ", then the BMC reboots by itself";
   }
   return {std::move(response), std::move(note)};
 }
 
 TaskStep RedfishService::StepOf(const Task& task) const {
   TaskStep step = scenario_.task.steps.at(task.step);
-  if (task.aborted) {
+  if (task.is_aborted) {
     step.state = "Exception";
     step.health = "Critical";
     step.message_id = "Update.1.0.ApplyFailed";
-    step.message = "The update was cut off by a reset.";
+    step.message = "A reset aborted the update.";
   }
   return step;
 }
@@ -97,7 +97,7 @@ RedfishService::Json RedfishService::TaskBody(const Task& task) const {
 }
 
 bool RedfishService::IsStaged(const Task& task) const {
-  return !task.aborted && scenario_.task.steps.at(task.step).until_reboot;
+  return !task.is_aborted && scenario_.task.steps.at(task.step).until_reboot;
 }
 
 bool RedfishService::IsRunning(const Task& task) const {
@@ -112,7 +112,7 @@ void RedfishService::AdvanceByClock(Task& task) {
     if (step.polls > 0 || now_() < task.step_start + length) return;
     const TimePoint next_start = task.step_start + length;
     EnterStep(task, task.step + 1);
-    task.step_start = next_start;  // a late look must not stretch the rest
+    task.step_start = next_start;  // a late poll must not delay later steps
   }
 }
 

@@ -88,11 +88,11 @@ std::string FormatHeader(const BmcResponse& response, bool without_content) {
   return head + "\r\n";
 }
 
-// The fields as they stood on the wire, order and repetition kept, which
-// cpp-httplib's own map does not.
+// The fields in their order and with repetitions, which the map of cpp-httplib
+// loses.
 HeaderList ParseHeaderFields(std::string_view head) {
   HeaderList fields;
-  std::size_t line = head.find('\n');  // past the request line
+  std::size_t line = head.find('\n');  // skip the request line
   while (line != std::string_view::npos && line + 1 < head.size()) {
     const std::size_t end = std::min(head.find('\n', line + 1), head.size());
     std::string_view text = head.substr(line + 1, end - line - 1);
@@ -106,8 +106,8 @@ HeaderList ParseHeaderFields(std::string_view head) {
   return fields;
 }
 
-// A thread for each connection, so that idle ones do not block the others. Only
-// the accepting thread uses it.
+// A thread for each connection, so that an idle connection does not block the
+// others. Only the accepting thread calls it.
 class ConnectionThreads final : public httplib::TaskQueue {
  public:
   void enqueue(std::function<void()> serve) override {
@@ -144,7 +144,7 @@ class TlsServer::Connection final : public httplib::Stream {
 
   ~Connection() override {
     tls_.reset();
-    server_.UnregisterSocket(socket_);  // before the number can be taken again
+    server_.UnregisterSocket(socket_);  // before the number is reused
     ::close(socket_);
   }
 
@@ -172,12 +172,12 @@ class TlsServer::Connection final : public httplib::Stream {
     return SSL_TLSEXT_ERR_NOACK;
   }
 
-  /// Called by cpp-httplib once the head is parsed.
+  /// Called by cpp-httplib when the header is parsed.
   void PrepareRequest(httplib::Request& request) {
     is_header_complete_ = true;
     request.ssl = tls_.get();
-    // cpp-httplib would decode a form or a compressed body by itself and keep
-    // its bytes from us.
+    // Otherwise cpp-httplib decodes multipart and compressed bodies, and the
+    // received bytes are lost.
     request.headers.erase("Content-Type");
     request.headers.erase("Content-Encoding");
   }
@@ -207,10 +207,10 @@ class TlsServer::Connection final : public httplib::Stream {
         Reset();
         return;
       case Fault::kNotHttp:
-        WriteAll("220 ready; this is no HTTP\r\n");
+        WriteAll("220 ready; this is not HTTP\r\n");
         return;
       case Fault::kGarbage:
-        SendWhole(method, WithGarbage(response));
+        SendComplete(method, WithGarbage(response));
         return;
       case Fault::kCutShort:
         WriteAll(FormatHeader(response, HasNoContent(method, response.status)));
@@ -221,19 +221,19 @@ class TlsServer::Connection final : public httplib::Stream {
         SendByteByByte(method, response);
         return;
       case Fault::kNone:
-        SendWhole(method, response);
+        SendComplete(method, response);
         return;
     }
   }
 
-  /// Ends the connection in good order, unless a fault forbids it.
+  /// Closes the connection properly, unless a fault has broken it.
   void Finish() {
     if (is_broken_) return;
     ERR_clear_error();
     SSL_shutdown(tls_.get());
     ::shutdown(socket_, SHUT_WR);
-    // A close with unread bytes would turn into an RST, which can overtake the
-    // answer on its way to the client (RFC 9112, 9.6).
+    // Closing a socket with unread bytes sends an RST, which can destroy the
+    // response before the client reads it (RFC 9112, 9.6).
     std::array<char, 4096> rest{};
     const timeval limit = {.tv_sec = 1, .tv_usec = 0};
     setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -254,8 +254,8 @@ class TlsServer::Connection final : public httplib::Stream {
     return count > 0 ? count : -1;
   }
 
-  /// cpp-httplib's own words: "100 Continue" and the refusal of a malformed
-  /// request. What it would say after an answer of ours is swallowed.
+  /// Sends what cpp-httplib itself creates: "100 Continue" and the response to
+  /// a malformed request. Discards what it creates after our response.
   ssize_t write(const char* bytes, std::size_t size) override {
     if (has_responded_) return static_cast<ssize_t>(size);
     return WriteAll({bytes, size}) ? static_cast<ssize_t>(size) : -1;
@@ -291,24 +291,24 @@ class TlsServer::Connection final : public httplib::Stream {
     return true;
   }
 
-  void SendWhole(const std::string& method, const BmcResponse& response) {
+  void SendComplete(const std::string& method, const BmcResponse& response) {
     const bool without_content = HasNoContent(method, response.status);
-    std::string answer = FormatHeader(response, without_content);
-    if (!without_content) answer += response.body;
-    WriteAll(answer);
+    std::string message = FormatHeader(response, without_content);
+    if (!without_content) message += response.body;
+    WriteAll(message);
   }
 
   void SendByteByByte(const std::string& method, const BmcResponse& response) {
     const bool without_content = HasNoContent(method, response.status);
-    bool alive = WriteAll(FormatHeader(response, without_content));
+    bool is_connected = WriteAll(FormatHeader(response, without_content));
     if (without_content) return;
     for (const char& byte : response.body) {
-      alive = alive && server_.WaitUnlessStopped(response.drip) &&
-              WriteAll({&byte, 1});
+      is_connected = is_connected && server_.WaitUnlessStopped(response.drip) &&
+                     WriteAll({&byte, 1});
     }
   }
 
-  // A close with a zero linger time discards and sends RST (socket(7)).
+  // With a linger time of zero, close() sends an RST (socket(7)).
   void Reset() {
     is_broken_ = true;
     const linger discard = {.l_onoff = 1, .l_linger = 0};
@@ -328,7 +328,7 @@ class TlsServer::Connection final : public httplib::Stream {
 TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
                      int port)
     : handler_(handler), tls_(CreateSelfSignedTlsContext()) {
-  // cpp-httplib's default, SO_REUSEPORT, would let two simulators share a port.
+  // The default of cpp-httplib, SO_REUSEPORT, lets two simulators share a port.
   set_socket_options([](socket_t socket_fd) {
     const int on = 1;
     setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -343,11 +343,11 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
   if (port_ <= 0) {
     throw std::runtime_error("cannot listen on " + bind_address + " port " +
                              std::to_string(port) +
-                             ": is the address one of this machine's, and the "
-                             "port free? (port 0 takes any free one)");
+                             ": the address does not belong to this host, or "
+                             "the port is in use. Port 0 selects a free one.");
   }
-  // stop() does nothing before the accept loop runs; the loop makes its queue
-  // as it starts, which is the sign waited for here.
+  // stop() has no effect before the accept loop runs. The loop creates its
+  // queue when it starts, so wait for that.
   auto running = std::make_shared<std::promise<void>>();
   std::future<void> started = running->get_future();
   new_task_queue = [running] {
@@ -405,8 +405,8 @@ void TlsServer::Respond(const httplib::Request& request,
     connection.Send(request.method, *early);
     return;
   }
-  // Without either field a request has no body (RFC 9112, 6.3); cpp-httplib
-  // would wait for one until the client hangs up.
+  // Without either field a request has no body (RFC 9112, 6.3), but cpp-httplib
+  // waits for one until the client closes the connection.
   const bool has_body = request.has_header("Content-Length") ||
                         request.has_header("Transfer-Encoding");
   if (read_body != nullptr && has_body &&
@@ -414,7 +414,7 @@ void TlsServer::Respond(const httplib::Request& request,
         recorded.body.append(bytes, size);
         return true;
       })) {
-    return;  // cut off on its way: there is nobody to answer
+    return;  // the connection is broken
   }
   recorded.body_size = recorded.body.size();
   recorded.parts =

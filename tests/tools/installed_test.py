@@ -112,7 +112,7 @@ COMMANDS = [
     ("rules check small.json", 1, "small.json:1:"),
     ("rules check rules.json", 0, "no faults found"),
     ("rules explain rules.json", 0, "Polled up to 7 times, 1 s before each."),
-    ("simulate --scenario nonsense", 2, "ready ones: busy-then-fine, clean"),
+    ("simulate --scenario nonsense", 2, "Built-in scenarios: busy-then-fine, clean"),
     ("nonsense", 2, 'Unknown command "nonsense".'),
     ("udpate", 2, 'did you mean "update"?'),
     ("--version", 0, "quorvane "),
