@@ -187,7 +187,7 @@ int Listen() {
 int main(int argc, char** argv) {
   const int members = argc > 1 ? std::atoi(argv[1]) : 0;
   std::signal(SIGPIPE, SIG_IGN);
-  const auto tls = quorvane::simulator::SelfSignedContext();
+  const auto tls = quorvane::simulator::CreateSelfSignedTlsContext();
   SSL_CTX_set_read_ahead(tls.get(), 1);
   const int listener = Listen();
   std::thread([] {

@@ -22,9 +22,10 @@ using ExtensionPtr =
 constexpr auto kX509Version3 = 2L;  // counted from 0 (RFC 5280, 4.1.2.1)
 constexpr auto kDay = 24L * 60 * 60;
 
-void Require(bool done, const char* step) {
-  if (!done) {
-    throw std::runtime_error(std::string("cannot make a certificate: ") + step);
+void Require(bool is_done, const char* step) {
+  if (!is_done) {
+    throw std::runtime_error(std::string("cannot create the certificate: ") +
+                             step);
   }
 }
 
@@ -33,8 +34,7 @@ CertificatePtr SelfSigned(EVP_PKEY* key) {
   X509* x509 = certificate.get();
   Require(x509 != nullptr && X509_set_version(x509, kX509Version3) == 1,
           "allocation");
-  // A serial per start: browsers refuse two certificates of one issuer with
-  // the same number.
+  // Browsers reject two certificates of one issuer with the same serial number.
   Require(ASN1_INTEGER_set_int64(X509_get_serialNumber(x509),
                                  std::time(nullptr)) == 1,
           "serial number");
@@ -65,7 +65,7 @@ CertificatePtr SelfSigned(EVP_PKEY* key) {
 
 }  // namespace
 
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> SelfSignedContext() {
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext() {
   const KeyPtr key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   Require(key != nullptr, "EC key");
   const CertificatePtr certificate = SelfSigned(key.get());

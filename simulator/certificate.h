@@ -8,11 +8,11 @@
 
 namespace quorvane::simulator {
 
-/// A TLS 1.2+ server context with a fresh EC P-256 key and a self-signed
-/// certificate for 127.0.0.1, ::1 and localhost, valid for a day. Nothing is
-/// written to disk.
-/// @throws std::runtime_error when OpenSSL refuses a step.
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> SelfSignedContext();
+/// Creates a server context for TLS 1.2 and later, with a new EC P-256 key and
+/// a self-signed certificate for 127.0.0.1, ::1 and localhost. It is valid for
+/// a day and never written to disk.
+/// @throws std::runtime_error if OpenSSL fails.
+std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext();
 
 }  // namespace quorvane::simulator
 

@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// Levenshtein's distance, one row at a time.
+// Levenshtein distance, computed row by row.
 std::size_t EditDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -27,29 +27,29 @@ std::size_t EditDistance(const std::string& a, const std::string& b) {
   return row.back();
 }
 
-std::string Quoted(const std::vector<std::string>& words) {
+std::string Quoted(const std::vector<std::string>& names) {
   std::string list;
-  for (const std::string& word : words) {
-    list += (list.empty() ? "\"" : ", \"") + word + '"';
+  for (const std::string& name : names) {
+    list += (list.empty() ? "\"" : ", \"") + name + '"';
   }
   return list;
 }
 
-// What stands there, short enough for a message.
-std::string Shown(const Json& value) {
-  constexpr std::size_t kLongest = 40;
+// The value as JSON, shortened for a message.
+std::string ShortText(const Json& value) {
+  constexpr std::size_t kMaxLength = 40;
   std::string text =
       Printable(value.dump(-1, ' ', false, Json::error_handler_t::replace));
-  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
+  if (text.size() > kMaxLength) text = text.substr(0, kMaxLength) + "...";
   return text;
 }
 
 }  // namespace
 
-ObjectReader::ObjectReader(const Json& json, std::string place)
-    : json_(json), place_(std::move(place)) {
+ObjectReader::ObjectReader(const Json& json, std::string path)
+    : json_(json), path_(std::move(path)) {
   if (!json_.is_object()) {
-    throw ScenarioError(place_ + ": must be an object, not " + Shown(json_));
+    throw ScenarioError(path_ + ": must be an object, not " + ShortText(json_));
   }
 }
 
@@ -63,7 +63,7 @@ void ObjectReader::Read(const char* key, std::string& out) {
   const Json* value = Find(key);
   if (value == nullptr) return;
   if (!value->is_string()) {
-    Fail(key, "must be a string, not " + Shown(*value));
+    Fail(key, "must be a string, not " + ShortText(*value));
   }
   out = value->get<std::string>();
 }
@@ -82,27 +82,26 @@ void ObjectReader::Read(const char* key, bool& out) {
   const Json* value = Find(key);
   if (value == nullptr) return;
   if (!value->is_boolean()) {
-    Fail(key, "must be true or false, not " + Shown(*value));
+    Fail(key, "must be true or false, not " + ShortText(*value));
   }
   out = value->get<bool>();
 }
 
-void ObjectReader::Read(const char* key, int& out, int lowest, int highest) {
+void ObjectReader::Read(const char* key, int& out, int min, int max) {
   std::optional<int> value;
-  Read(key, value, lowest, highest);
+  Read(key, value, min, max);
   out = value.value_or(out);
 }
 
-void ObjectReader::Read(const char* key, std::optional<int>& out, int lowest,
-                        int highest) {
+void ObjectReader::Read(const char* key, std::optional<int>& out, int min,
+                        int max) {
   const Json* value = Find(key);
   if (value == nullptr) return;
-  // As double first: an integer beyond 64 bits is parsed as one.
-  const double number =
-      value->is_number() ? value->get<double>() : lowest - 1.0;
-  if (!value->is_number_integer() || number < lowest || number > highest) {
-    Fail(key, "must be an integer from " + std::to_string(lowest) + " to " +
-                  std::to_string(highest) + ", not " + Shown(*value));
+  // An integer that does not fit into 64 bits is parsed as a double.
+  const double number = value->is_number() ? value->get<double>() : min - 1.0;
+  if (!value->is_number_integer() || number < min || number > max) {
+    Fail(key, "must be an integer from " + std::to_string(min) + " to " +
+                  std::to_string(max) + ", not " + ShortText(*value));
   }
   out = value->get<int>();
 }
@@ -111,7 +110,7 @@ void ObjectReader::Read(const char* key, std::uint64_t& out) {
   const Json* value = Find(key);
   if (value == nullptr) return;
   if (!value->is_number_unsigned()) {
-    Fail(key, "must be an integer of 0 or more, not " + Shown(*value));
+    Fail(key, "must be an integer, 0 or more, not " + ShortText(*value));
   }
   out = value->get<std::uint64_t>();
 }
@@ -122,8 +121,8 @@ void ObjectReader::Read(const char* key, double& out) {
   if (value == nullptr) return;
   const double number = value->is_number() ? value->get<double>() : -1.0;
   if (!(number >= 0 && number <= kYear)) {
-    Fail(key, "must be a number of seconds, 0 or more, at most a year, not " +
-                  Shown(*value));
+    Fail(key, "must be a number of seconds from 0 to 31536000, not " +
+                  ShortText(*value));
   }
   out = number;
 }
@@ -134,7 +133,8 @@ void ObjectReader::Read(const char* key, std::vector<std::string>& out) {
   const bool is_list = value->is_array() &&
                        std::all_of(value->begin(), value->end(),
                                    [](const Json& e) { return e.is_string(); });
-  if (!is_list) Fail(key, "must be an array of strings, not " + Shown(*value));
+  if (!is_list)
+    Fail(key, "must be an array of strings, not " + ShortText(*value));
   out = value->get<std::vector<std::string>>();
 }
 
@@ -142,39 +142,40 @@ void ObjectReader::ReadObjectText(const char* key, std::string& out) {
   const Json* value = Find(key);
   if (value == nullptr) return;
   if (!value->is_object()) {
-    Fail(key, "must be an object, not " + Shown(*value));
+    Fail(key, "must be an object, not " + ShortText(*value));
   }
   out = value->dump();
 }
 
 void ObjectReader::Require(const char* key) const {
-  if (!Has(key)) Fail(key, "is required here");
+  if (!Has(key)) Fail(key, "is required");
 }
 
-void ObjectReader::Finish() const {
+void ObjectReader::RejectUnknownKeys() const {
   for (const auto& [key, value] : json_.items()) {
     if (std::find(known_.begin(), known_.end(), key) != known_.end()) continue;
-    std::string complaint = "unknown key";
+    std::string problem = "unknown key.";
     const auto nearest =
         std::min_element(known_.begin(), known_.end(),
                          [&, name = key](const auto& a, const auto& b) {
                            return EditDistance(name, a) < EditDistance(name, b);
                          });
-    constexpr std::size_t kFar = 3;
-    if (nearest != known_.end() && EditDistance(key, *nearest) <= kFar) {
-      complaint += "; did you mean \"" + *nearest + "\"?";
+    constexpr std::size_t kMaxDistance = 3;
+    if (nearest != known_.end() &&
+        EditDistance(key, *nearest) <= kMaxDistance) {
+      problem += " Did you mean \"" + *nearest + "\"?";
     }
-    Fail(key, complaint + " Allowed here: " + Quoted(known_));
+    Fail(key, problem + " Allowed keys: " + Quoted(known_));
   }
 }
 
 void ObjectReader::Fail(const std::string& key,
-                        const std::string& complaint) const {
-  throw ScenarioError(PlaceOf(key) + ": " + complaint);
+                        const std::string& problem) const {
+  throw ScenarioError(PathOf(key) + ": " + problem);
 }
 
-std::string ObjectReader::PlaceOf(const std::string& key) const {
-  return place_ + '.' + Printable(key);
+std::string ObjectReader::PathOf(const std::string& key) const {
+  return path_ + '.' + Printable(key);
 }
 
 }  // namespace quorvane::simulator

@@ -12,30 +12,30 @@
 
 namespace quorvane::simulator {
 
-/// Reads one JSON object strictly. Each Read fills its target when the key is
-/// there, leaves it alone when not, and throws ScenarioError when the value is
-/// of another kind. The keys that were asked for are the ones allowed, so a new
-/// key is one line at its reader.
+/// Reads a JSON object strictly. Each Read sets its output if the key exists,
+/// leaves it unchanged if not, and throws ScenarioError if the type is wrong.
+/// The keys that are read are the allowed keys, so that a new key takes one
+/// line.
 class ObjectReader {
  public:
-  /// @param place  Where the object stands: "file.json: $.task.steps[0]".
-  /// @throws ScenarioError when `json` is no object.
-  ObjectReader(const nlohmann::ordered_json& json, std::string place);
+  /// @param path  Names the object in errors: "file.json: $.task.steps[0]".
+  /// @throws ScenarioError if `json` is not an object.
+  ObjectReader(const nlohmann::ordered_json& json, std::string path);
 
   void Read(const char* key, std::string& out);
   /// One of `allowed`.
   void Read(const char* key, std::string& out,
             const std::vector<std::string>& allowed);
   void Read(const char* key, bool& out);
-  void Read(const char* key, int& out, int lowest, int highest);
-  void Read(const char* key, std::optional<int>& out, int lowest, int highest);
+  void Read(const char* key, int& out, int min, int max);
+  void Read(const char* key, std::optional<int>& out, int min, int max);
   void Read(const char* key, std::uint64_t& out);
   void Read(const char* key, double& out);  ///< Zero or more.
   void Read(const char* key, std::vector<std::string>& out);
-  /// The text of a JSON object.
+  /// A JSON object, as text.
   void ReadObjectText(const char* key, std::string& out);
 
-  /// An array, each entry read by `read(ObjectReader&) -> T`.
+  /// An array. Each entry is read by `read(ObjectReader&) -> T`.
   template <typename T, typename ReadEntry>
   void ReadList(const char* key, std::vector<T>& out, ReadEntry read) {
     const auto* list = Find(key);
@@ -43,42 +43,42 @@ class ObjectReader {
     if (!list->is_array()) Fail(key, "must be an array of objects");
     out.clear();
     for (const auto& entry : *list) {
-      ObjectReader reader(
-          entry, PlaceOf(key) + '[' + std::to_string(out.size()) + ']');
+      ObjectReader reader(entry,
+                          PathOf(key) + '[' + std::to_string(out.size()) + ']');
       out.push_back(read(reader));
-      reader.Finish();
+      reader.RejectUnknownKeys();
     }
   }
 
-  /// An object, read by `read(ObjectReader&)`.
+  /// An object. It is read by `read(ObjectReader&)`.
   template <typename ReadMembers>
   void ReadObject(const char* key, ReadMembers read) {
     const auto* object = Find(key);
     if (object == nullptr) return;
-    ObjectReader reader(*object, PlaceOf(key));
+    ObjectReader reader(*object, PathOf(key));
     read(reader);
-    reader.Finish();
+    reader.RejectUnknownKeys();
   }
 
   [[nodiscard]] bool Has(const char* key) const { return json_.contains(key); }
 
-  /// Notes `key` as known; null when the object lacks it.
+  /// Marks `key` as known. Returns null if the object lacks it.
   const nlohmann::ordered_json* Find(const char* key);
 
-  /// @throws ScenarioError when the object lacks `key`.
+  /// @throws ScenarioError if the object lacks `key`.
   void Require(const char* key) const;
 
-  /// @throws ScenarioError for a key nobody asked for, naming the nearest one.
-  void Finish() const;
+  /// @throws ScenarioError for a key that is not known; suggests the closest.
+  void RejectUnknownKeys() const;
 
   [[noreturn]] void Fail(const std::string& key,
-                         const std::string& complaint) const;
+                         const std::string& problem) const;
 
  private:
-  [[nodiscard]] std::string PlaceOf(const std::string& key) const;
+  [[nodiscard]] std::string PathOf(const std::string& key) const;
 
   const nlohmann::ordered_json& json_;
-  std::string place_;
+  std::string path_;
   std::vector<std::string> known_;
 };
 

@@ -19,7 +19,7 @@ Json ParseJson(const std::string& text) {
       return true;
     });
   } catch (const Json::parse_error& error) {
-    // The text begins with a tag in brackets and "parse error at line ...".
+    // Remove the exception id in brackets before "parse error at line ...".
     const std::string reason = error.what();
     throw std::runtime_error(Printable(reason.substr(reason.find("] ") + 2)));
   }

@@ -7,10 +7,10 @@
 
 namespace quorvane::simulator {
 
-/// Parses text that comes from a file or a client. Printing and copying a
-/// document are recursive, so deep nesting would overflow the stack.
-/// @throws std::runtime_error when `text` is not valid JSON or nests deeper
-///     than 100 levels. The message is printable.
+/// Parses JSON from a file or a client. Limits the nesting, because printing
+/// and copying a document are recursive and could overflow the stack.
+/// @throws std::runtime_error with a printable message if `text` is not valid
+///     JSON or is nested deeper than 100 levels.
 nlohmann::ordered_json ParseJson(const std::string& text);
 
 }  // namespace quorvane::simulator

@@ -7,7 +7,7 @@ namespace quorvane::simulator {
 
 using Json = nlohmann::ordered_json;
 
-std::string NormalPath(const std::string& path) {
+std::string NormalizePath(const std::string& path) {
   return path.size() > 1 && path.ends_with('/')
              ? path.substr(0, path.size() - 1)
              : path;
@@ -25,29 +25,29 @@ std::string MemberPath(std::string_view collection, std::string_view id) {
   return std::string(collection) + '/' + std::string(id);
 }
 
-Reply JsonReply(int status, const Json& body, HeaderList headers) {
+BmcResponse JsonResponse(int status, const Json& body, HeaderList headers) {
   headers.emplace_back("OData-Version", "4.0");
-  // A scenario may hold names that are no UTF-8; a BMC sends them as well.
+  // A scenario may contain invalid UTF-8, as a real BMC may send it.
   return {.status = status,
           .body = body.dump(2, ' ', false, Json::error_handler_t::replace),
           .headers = std::move(headers)};
 }
 
-Reply ErrorReply(int status, const std::string& message_key,
-                 const std::string& message, const std::string& resolution,
-                 HeaderList headers) {
+BmcResponse ErrorResponse(int status, const std::string& message_key,
+                          const std::string& message,
+                          const std::string& resolution, HeaderList headers) {
   const Json details = {{"@odata.type", "#Message.v1_1_2.Message"},
                         {"MessageId", "Base.1.8." + message_key},
                         {"Message", message},
                         {"MessageArgs", Json::array()},
                         {"Severity", "Critical"},
                         {"Resolution", resolution}};
-  return JsonReply(status,
-                   {{"error",
-                     {{"code", "Base.1.8.GeneralError"},
-                      {"message", message},
-                      {"@Message.ExtendedInfo", Json::array({details})}}}},
-                   std::move(headers));
+  return JsonResponse(status,
+                      {{"error",
+                        {{"code", "Base.1.8.GeneralError"},
+                         {"message", message},
+                         {"@Message.ExtendedInfo", Json::array({details})}}}},
+                      std::move(headers));
 }
 
 std::vector<std::string> StringArray(const Json& object, const char* key) {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
@@ -24,24 +24,25 @@ inline constexpr std::string_view kTasks = "/redfish/v1/TaskService/Tasks";
 inline constexpr std::string_view kTaskMonitors =
     "/redfish/v1/TaskService/TaskMonitors";
 
-/// The path without a slash at its end, as DSP0266 lets a client write it.
-std::string NormalPath(const std::string& path);
+/// Removes a trailing slash, which DSP0266 lets a client add.
+std::string NormalizePath(const std::string& path);
 
-/// What stands behind `collection` and a slash; empty when `path` is no member.
+/// The id of the member `path` of `collection`; empty if it is not a member.
 std::string MemberId(const std::string& path, std::string_view collection);
 
 std::string MemberPath(std::string_view collection, std::string_view id);
 
-Reply JsonReply(int status, const nlohmann::ordered_json& body,
-                HeaderList headers = {});
+BmcResponse JsonResponse(int status, const nlohmann::ordered_json& body,
+                         HeaderList headers = {});
 
 /// An error object (DSP0266, "Error responses") with one message of the Base
-/// registry, e.g. "ResourceMissingAtURI".
-Reply ErrorReply(int status, const std::string& message_key,
-                 const std::string& message, const std::string& resolution,
-                 HeaderList headers = {});
+/// registry, such as "ResourceMissingAtURI".
+BmcResponse ErrorResponse(int status, const std::string& message_key,
+                          const std::string& message,
+                          const std::string& resolution,
+                          HeaderList headers = {});
 
-/// The strings of the array `key`; empty when there is none.
+/// The strings in the array `key`; empty if there is no such array.
 std::vector<std::string> StringArray(const nlohmann::ordered_json& object,
                                      const char* key);
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The documents a client can read. Shapes: DMTF's public schemas (DSP8010).
+// The resources that a client can read, after the public schemas (DSP8010).
 #include <algorithm>
 #include <charconv>
 #include <utility>
 
-#include "simulator/machine.h"
 #include "simulator/redfish.h"
+#include "simulator/redfish_service.h"
 
 namespace quorvane::simulator {
 namespace {
@@ -14,10 +14,10 @@ using Json = nlohmann::ordered_json;
 
 Json Link(std::string_view path) { return {{"@odata.id", path}}; }
 
-Json Healthy() { return {{"State", "Enabled"}, {"Health", "OK"}}; }
+Json HealthyStatus() { return {{"State", "Enabled"}, {"Health", "OK"}}; }
 
-Json Head(const std::string& path, const std::string& type,
-          const std::string& id, const std::string& name) {
+Json NewResource(const std::string& path, const std::string& type,
+                 const std::string& id, const std::string& name) {
   return {
       {"@odata.id", path}, {"@odata.type", type}, {"Id", id}, {"Name", name}};
 }
@@ -39,8 +39,8 @@ void Merge(Json& resource, const std::string& properties) {
   if (!properties.empty()) resource.merge_patch(Json::parse(properties));
 }
 
-// $skip of the OData query options, as it stands in a nextLink of ours.
-std::size_t SkipOf(std::string_view query) {
+// $skip (an OData query option), as in the nextLink of a collection.
+std::size_t ParseSkip(std::string_view query) {
   constexpr std::string_view kKey = "$skip=";
   std::size_t skip = 0;
   if (query.starts_with(kKey)) {
@@ -53,7 +53,7 @@ std::size_t SkipOf(std::string_view query) {
 Json InventoryCollection(const std::string& path, const std::string& query,
                          const Inventory& inventory) {
   const auto& members = inventory.members;
-  const std::size_t begin = std::min(SkipOf(query), members.size());
+  const std::size_t begin = std::min(ParseSkip(query), members.size());
   const std::size_t page = inventory.page_size > 0
                                ? static_cast<std::size_t>(inventory.page_size)
                                : members.size();
@@ -71,13 +71,14 @@ Json InventoryCollection(const std::string& path, const std::string& query,
 }
 
 Json InventoryDocument(const std::string& path, const InventoryMember& member) {
-  Json document = Head(path, "#SoftwareInventory.v1_3_0.SoftwareInventory",
-                       member.id, member.name);
+  Json document =
+      NewResource(path, "#SoftwareInventory.v1_3_0.SoftwareInventory",
+                  member.id, member.name);
   document["Version"] = member.version;
   document["Manufacturer"] = member.manufacturer;
   document["Updateable"] = member.updateable;
   document["SoftwareId"] = "software-" + member.id;
-  document["Status"] = Healthy();
+  document["Status"] = HealthyStatus();
   Merge(document, member.properties);
   return document;
 }
@@ -90,16 +91,16 @@ std::optional<Json> InventoryResource(const std::string& path,
   const std::string id = MemberId(path, base);
   const auto found =
       std::find_if(inventory.members.begin(), inventory.members.end(),
-                   // An id may end in a slash, which its path has lost by now.
-                   [&](const auto& m) { return NormalPath(m.id) == id; });
+                   // `path` is normalized, so an id may not end with a slash.
+                   [&](const auto& m) { return NormalizePath(m.id) == id; });
   if (id.empty() || found == inventory.members.end()) return {};
   return InventoryDocument(path, *found);
 }
 
 Json ServiceRoot() {
-  Json root =
-      Head(std::string(kServiceRoot) + '/', "#ServiceRoot.v1_9_0.ServiceRoot",
-           "RootService", "Root Service");
+  Json root = NewResource(std::string(kServiceRoot) + '/',
+                          "#ServiceRoot.v1_9_0.ServiceRoot", "RootService",
+                          "Root Service");
   root["RedfishVersion"] = "1.11.0";
   root["Systems"] = Link(kSystems);
   root["Chassis"] = Link(kChassisCollection);
@@ -110,19 +111,19 @@ Json ServiceRoot() {
 
 Json TaskService() {
   Json service =
-      Head(std::string(kTaskService), "#TaskService.v1_2_0.TaskService",
-           "TaskService", "Task Service");
+      NewResource(std::string(kTaskService), "#TaskService.v1_2_0.TaskService",
+                  "TaskService", "Task Service");
   service["ServiceEnabled"] = true;
   service["CompletedTaskOverWritePolicy"] = "Oldest";
-  service["Status"] = Healthy();
+  service["Status"] = HealthyStatus();
   service["Tasks"] = Link(kTasks);
   return service;
 }
 
 }  // namespace
 
-std::optional<Json> Machine::Resource(const std::string& path,
-                                      const std::string& query) const {
+std::optional<Json> RedfishService::Resource(const std::string& path,
+                                             const std::string& query) const {
   if (path == "/redfish") return Json{{"v1", std::string(kServiceRoot) + '/'}};
   if (path == kServiceRoot) return ServiceRoot();
   if (path == kUpdateService) return UpdateService();
@@ -145,15 +146,15 @@ std::optional<Json> Machine::Resource(const std::string& path,
                            scenario_.software);
 }
 
-Json Machine::UpdateService() const {
-  Json service =
-      Head(std::string(kUpdateService), "#UpdateService.v1_8_1.UpdateService",
-           "UpdateService", "Update Service");
+Json RedfishService::UpdateService() const {
+  Json service = NewResource(std::string(kUpdateService),
+                             "#UpdateService.v1_8_1.UpdateService",
+                             "UpdateService", "Update Service");
   service["ServiceEnabled"] = true;
-  service["Status"] = Healthy();
+  service["Status"] = HealthyStatus();
   service["FirmwareInventory"] = Link(kFirmwareInventory);
   service["SoftwareInventory"] = Link(kSoftwareInventory);
-  const UploadWays& upload = scenario_.upload;
+  const UploadEndpoints& upload = scenario_.upload;
   if (!upload.multipart_paths.empty()) {
     service["MultipartHttpPushUri"] = upload.multipart_paths.front();
   }
@@ -168,13 +169,13 @@ Json Machine::UpdateService() const {
   return service;
 }
 
-Json Machine::System() const {
+Json RedfishService::System() const {
   const std::string path = MemberPath(kSystems, scenario_.system_id);
-  Json system = Head(path, "#ComputerSystem.v1_14_0.ComputerSystem",
-                     scenario_.system_id, "System");
+  Json system = NewResource(path, "#ComputerSystem.v1_14_0.ComputerSystem",
+                            scenario_.system_id, "System");
   system["SystemType"] = "Physical";
   system["PowerState"] = power_is_on_ ? "On" : "Off";
-  system["Status"] = Healthy();
+  system["Status"] = HealthyStatus();
   for (const InventoryMember& member : scenario_.firmware.members) {
     if (member.id == "BIOS") system["BiosVersion"] = member.version;
   }
@@ -185,7 +186,8 @@ Json Machine::System() const {
   return system;
 }
 
-std::optional<Json> Machine::ChassisResource(const std::string& path) const {
+std::optional<Json> RedfishService::ChassisResource(
+    const std::string& path) const {
   if (path == kChassisCollection) {
     std::vector<std::string> ids;
     for (const Chassis& chassis : scenario_.chassis) ids.push_back(chassis.id);
@@ -196,15 +198,15 @@ std::optional<Json> Machine::ChassisResource(const std::string& path) const {
       std::find_if(scenario_.chassis.begin(), scenario_.chassis.end(),
                    [&](const Chassis& chassis) { return chassis.id == id; });
   if (id.empty() || found == scenario_.chassis.end()) return {};
-  Json document =
-      Head(path, "#Chassis.v1_14_0.Chassis", found->id, "Chassis " + found->id);
+  Json document = NewResource(path, "#Chassis.v1_14_0.Chassis", found->id,
+                              "Chassis " + found->id);
   document["ChassisType"] = found->chassis_type;
   document["Manufacturer"] = found->manufacturer;
   document["Model"] = found->model;
   document["SerialNumber"] = found->serial_number;
   document["PartNumber"] = found->part_number;
   document["PowerState"] = power_is_on_ ? "On" : "Off";
-  document["Status"] = Healthy();
+  document["Status"] = HealthyStatus();
   Merge(document, found->properties);
   return document;
 }

@@ -22,19 +22,19 @@
 namespace quorvane::simulator {
 namespace {
 
-constexpr std::size_t kKeptRequests = 100;
+constexpr std::size_t kMaxRecordedRequests = 100;
 
-/// Holds SIGINT and SIGTERM back, so that they are waited for and the machine
-/// ends in order. Threads started meanwhile inherit this.
+/// Blocks SIGINT and SIGTERM, so that `Wait` receives them and the simulator
+/// can shut down properly. New threads inherit the signal mask.
 class StopSignals {
  public:
   StopSignals() {
     sigemptyset(&signals_);
     sigaddset(&signals_, SIGINT);
     sigaddset(&signals_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals_, &former_);
+    pthread_sigmask(SIG_BLOCK, &signals_, &previous_mask_);
   }
-  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+  ~StopSignals() { pthread_sigmask(SIG_SETMASK, &previous_mask_, nullptr); }
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
@@ -45,7 +45,7 @@ class StopSignals {
 
  private:
   sigset_t signals_{};
-  sigset_t former_{};
+  sigset_t previous_mask_{};
 };
 
 /// Creates `path` and writes all of `text` to it. Fails if the name exists,
@@ -99,8 +99,8 @@ class AddressFile {
   std::string path_;
 };
 
-std::string Outcome(const Reply& reply) {
-  switch (reply.fault) {
+std::string StatusText(const BmcResponse& response) {
+  switch (response.fault) {
     case Fault::kDrop:
       return "dropped";
     case Fault::kReset:
@@ -108,41 +108,43 @@ std::string Outcome(const Reply& reply) {
     case Fault::kNotHttp:
       return "not HTTP";
     case Fault::kCutShort:
-      return std::to_string(reply.status) + " cut short";
+      return std::to_string(response.status) + " cut short";
     case Fault::kGarbage:
-      return std::to_string(reply.status) + " with garbage";
+      return std::to_string(response.status) + " with garbage";
     case Fault::kSlowDrip:
-      return std::to_string(reply.status) + " byte by byte";
+      return std::to_string(response.status) + " byte by byte";
     case Fault::kNone:
       break;
   }
-  return std::to_string(reply.status);
+  return std::to_string(response.status);
 }
 
 void PrintExchange(const Exchange& exchange) {
   std::cout << Printable(exchange.request.method) << ' '
             << Printable(exchange.request.path) << ' '
-            << Outcome(exchange.reply);
-  if (exchange.reply.delay.count() > 0) {
-    std::cout << " after " << exchange.reply.delay.count() << " ms";
+            << StatusText(exchange.response);
+  if (exchange.response.delay.count() > 0) {
+    std::cout << " after " << exchange.response.delay.count() << " ms";
   }
   if (!exchange.note.empty()) std::cout << "  " << Printable(exchange.note);
-  std::cout << std::endl;  // a reader behind a pipe follows line by line
+  // Flush, so that the reader of a pipe sees each line immediately.
+  std::cout << std::endl;
 }
 
-void PrintGreeting(const std::string& scenario_file, const Scenario& scenario,
-                   const std::string& address) {
-  std::cout << "Simulated BMC at https://" << address << '\n'
-            << "Scenario " << Printable(scenario_file) << ": "
-            << Printable(scenario.description) << '\n'
-            << "Its password stands in the scenario's credentials, else it is "
-               "\"password\".\n"
-            << "Put it into a file of your own; then, in another terminal:\n"
-            << "  quorvane update --bmc " << ShellWord(address) << " --user "
-            << ShellWord(scenario.user)
-            << " --password-file PASSWORD_FILE \\\n"
-               "    --file IMAGE --rules RULES_FILE\n"
-            << "Ctrl-C ends it." << std::endl;
+void PrintUsage(const std::string& scenario_file, const Scenario& scenario,
+                const std::string& address) {
+  std::cout
+      << "Simulated BMC at https://" << address << '\n'
+      << "Scenario " << Printable(scenario_file) << ": "
+      << Printable(scenario.description) << '\n'
+      << "Write the password of the scenario (default: \"password\") to a "
+         "file with mode 0600.\n"
+      << "Then run in another terminal:\n"
+      << "  quorvane update --bmc " << ShellWord(address) << " --user "
+      << ShellWord(scenario.user)
+      << " --password-file PASSWORD_FILE \\\n"
+         "    --file IMAGE --rules RULES_FILE\n"
+      << "Press Ctrl-C to stop." << std::endl;
 }
 
 }  // namespace
@@ -155,11 +157,11 @@ int RunSimulator(const SimulatorOptions& options) {
     BmcOptions bmc_options{.bind_address = options.bind_address,
                            .port = options.port,
                            .max_recorded_body = 0,
-                           .max_recorded_requests = kKeptRequests};
+                           .max_recorded_requests = kMaxRecordedRequests};
     if (!options.quiet) bmc_options.observer = PrintExchange;
     const SimulatedBmc bmc(scenario, bmc_options);
-    PrintGreeting(file, scenario, bmc.Address());
     const AddressFile address_file(options.address_file, bmc.Address());
+    PrintUsage(file, scenario, bmc.Address());
     stop.Wait();
     return 0;
   } catch (const std::exception& error) {

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr int kMany = 1'000'000;
+constexpr int kMaxCount = 1'000'000;
 constexpr int kTenMinutesMs = 600'000;
 
 struct NamedFault {
@@ -68,9 +68,9 @@ void ReadInventory(ObjectReader& in, Inventory& inventory) {
     entry.ReadObjectText("properties", member.properties);
     return member;
   });
-  in.Read("generated", inventory.generated, 0, kMany);
-  in.Read("page_size", inventory.page_size, 0, kMany);
-  in.Read("reported_count", inventory.reported_count, 0, kMany);
+  in.Read("generated", inventory.generated, 0, kMaxCount);
+  in.Read("page_size", inventory.page_size, 0, kMaxCount);
+  in.Read("reported_count", inventory.reported_count, 0, kMaxCount);
 }
 
 Chassis ReadChassis(ObjectReader& in) {
@@ -86,12 +86,12 @@ Chassis ReadChassis(ObjectReader& in) {
   return chassis;
 }
 
-void ReadUpload(ObjectReader& in, UploadWays& upload) {
+void ReadUpload(ObjectReader& in, UploadEndpoints& upload) {
   ReadPaths(in, "multipart_paths", upload.multipart_paths);
   ReadPaths(in, "binary_paths", upload.binary_paths);
   in.Read("max_bytes", upload.max_bytes);
   in.Read("status", upload.status, 200, 299);
-  in.Read("busy_retry_after", upload.busy_retry_after, 0, kMany);
+  in.Read("busy_retry_after", upload.busy_retry_after, 0, kMaxCount);
 }
 
 void ReadSimpleUpdate(ObjectReader& in, SimpleUpdateAction& action) {
@@ -107,39 +107,39 @@ TaskStep ReadStep(ObjectReader& in) {
   in.Read("state", step.state);
   in.Read("percent", step.percent, -1, 100);
   if (in.Has("polls") && in.Has("seconds")) {
-    in.Fail("seconds", "a step lasts polls or seconds, not both");
+    in.Fail("seconds", "set either polls or seconds, not both");
   }
   if (in.Has("seconds")) step.polls = 0;
-  in.Read("polls", step.polls, 1, kMany);
+  in.Read("polls", step.polls, 1, kMaxCount);
   in.Read("seconds", step.seconds);
-  in.Read("until_restart", step.until_restart);
+  in.Read("until_restart", step.until_reboot);
   in.Read("health", step.health, {"OK", "Warning", "Critical"});
   in.Read("message_id", step.message_id);
   in.Read("message", step.message);
   return step;
 }
 
-void ReadTask(ObjectReader& in, TaskLife& task) {
+void ReadTask(ObjectReader& in, TaskScript& task) {
   in.ReadList("steps", task.steps, ReadStep);
-  if (task.steps.empty()) in.Fail("steps", "must hold at least one step");
+  if (task.steps.empty()) in.Fail("steps", "must contain at least one step");
   in.Read("location", task.location, {"monitor", "task", "none"});
   in.Read("task_in_body", task.task_in_body);
   in.Read("monitor_final_status", task.monitor_final_status, 200, 204);
   if (task.monitor_final_status != 200 && task.monitor_final_status != 204) {
     in.Fail("monitor_final_status", "must be 200 or 204");
   }
-  in.Read("retry_after", task.retry_after, 0, kMany);
+  in.Read("retry_after", task.retry_after, 0, kMaxCount);
 }
 
-void ReadRestart(ObjectReader& in, Restart& restart) {
-  in.Read("by_itself_at", restart.by_itself_at, 0, 100);
+void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
+  in.Read("by_itself_at", reboot.by_itself_at, 0, 100);
   if (in.Has("requests") && in.Has("seconds")) {
-    in.Fail("seconds", "an absence lasts requests or seconds, not both");
+    in.Fail("seconds", "set either requests or seconds, not both");
   }
-  in.Read("requests", restart.requests, 0, kMany);
-  in.Read("seconds", restart.seconds);
-  in.Read("answers_503", restart.answers_503);
-  in.Read("keeps_tasks", restart.keeps_tasks);
+  in.Read("requests", reboot.requests, 0, kMaxCount);
+  in.Read("seconds", reboot.seconds);
+  in.Read("answers_503", reboot.answers_503);
+  in.Read("keeps_tasks", reboot.keeps_tasks);
 }
 
 Image ReadImage(ObjectReader& in) {
@@ -153,29 +153,29 @@ Image ReadImage(ObjectReader& in) {
   return image;
 }
 
-void ReadReply(ObjectReader& in, Reply& reply) {
-  in.Read("status", reply.status, 200, 599);
+void ReadResponse(ObjectReader& in, BmcResponse& response) {
+  in.Read("status", response.status, 200, 599);
   if (const Json* body = in.Find("body")) {
-    reply.body = body->is_string() ? body->get<std::string>() : body->dump();
+    response.body = body->is_string() ? body->get<std::string>() : body->dump();
   }
   if (const Json* headers = in.Find("headers")) {
     if (!headers->is_object()) in.Fail("headers", "must be an object");
     for (const auto& [name, value] : headers->items()) {
       const std::string text =
           value.is_string() ? value.get<std::string>() : std::string("\n");
-      // A line break would let the value run on into further fields.
+      // A line break would add header fields.
       if ((name + text).find_first_of("\r\n") != std::string::npos) {
-        in.Fail("headers." + name, "must be a string of one line");
+        in.Fail("headers." + name, "must be a string without line breaks");
       }
-      reply.headers.emplace_back(name, text);
+      response.headers.emplace_back(name, text);
     }
   }
   int delay = 0;
   in.Read("delay_ms", delay, 0, kTenMinutesMs);
-  reply.delay = std::chrono::milliseconds(delay);
-  int drip = static_cast<int>(reply.drip.count());
+  response.delay = std::chrono::milliseconds(delay);
+  int drip = static_cast<int>(response.drip.count());
   in.Read("drip_ms", drip, 0, kTenMinutesMs);
-  reply.drip = std::chrono::milliseconds(drip);
+  response.drip = std::chrono::milliseconds(drip);
 }
 
 FaultRule ReadFault(ObjectReader& in) {
@@ -183,9 +183,9 @@ FaultRule ReadFault(ObjectReader& in) {
   in.Read("method", rule.method, kMethods);
   in.Read("path", rule.path);
   in.Read("phase", rule.phase, kPhases);
-  in.Read("after", rule.after, 0, kMany);
-  in.Read("every", rule.every, 1, kMany);
-  in.Read("first", rule.first, 1, kMany);
+  in.Read("after", rule.after, 0, kMaxCount);
+  in.Read("every", rule.every, 1, kMaxCount);
+  in.Read("first", rule.first, 1, kMaxCount);
   in.Read("before_body", rule.before_body);
   std::vector<std::string> names;
   names.reserve(kFaults.size());
@@ -193,21 +193,22 @@ FaultRule ReadFault(ObjectReader& in) {
   std::string name;
   in.Read("fault", name, names);
   for (const NamedFault& each : kFaults) {
-    if (name == each.name) rule.reply.fault = each.fault;
+    if (name == each.name) rule.response.fault = each.fault;
   }
-  ReadReply(in, rule.reply);
+  ReadResponse(in, rule.response);
   if (name.empty() && !in.Has("status") && !in.Has("delay_ms")) {
-    in.Fail("fault", "is required here, unless status or delay_ms is given");
+    in.Fail("fault", "is required unless status or delay_ms is set");
   }
-  // With nothing to say instead, the machine speaks and its words suffer. Where
-  // no answer arrives at all, the request is lost rather than the answer.
-  const bool silent = rule.reply.fault == Fault::kDrop ||
-                      rule.reply.fault == Fault::kReset ||
-                      rule.reply.fault == Fault::kNotHttp;
-  rule.machine_acts = !in.Has("status") && !silent && !rule.before_body;
+  // Without a status, the fault distorts the normal response. If no response
+  // arrives at all, the default is to lose the request, not the response.
+  const bool loses_response = rule.response.fault == Fault::kDrop ||
+                              rule.response.fault == Fault::kReset ||
+                              rule.response.fault == Fault::kNotHttp;
+  rule.machine_acts = !in.Has("status") && !loses_response && !rule.before_body;
   in.Read("machine_acts", rule.machine_acts);
   if (rule.machine_acts && rule.before_body) {
-    in.Fail("machine_acts", "cannot act on a body that is never read");
+    in.Fail("machine_acts",
+            "cannot be true together with before_body, which skips the body");
   }
   return rule;
 }
@@ -217,20 +218,20 @@ std::string ReadFile(const std::string& path) {
   std::string text((std::istreambuf_iterator<char>(file)),
                    std::istreambuf_iterator<char>());
   if (!file.is_open() || file.bad()) {
-    throw ScenarioError(path + ": cannot be read");
+    throw ScenarioError(path + ": cannot read the scenario file");
   }
   return text;
 }
 
-// Where ready scenarios may lie: the data directory of the prefix this program
-// was installed to, or of the build tree it runs in; both are found by walking
-// up from the program, so neither path is compiled in.
+// Directories of built-in scenarios: the data directory of the installation or
+// of the build tree. The search walks up from the program, so that an
+// installation can be moved.
 std::vector<fs::path> ScenarioDirectories() {
-  constexpr int kDeepest = 4;
+  constexpr int kMaxLevels = 4;
   std::vector<fs::path> directories;
   std::error_code error;
   fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
-  for (int level = 0; level < kDeepest && !at.empty(); ++level) {
+  for (int level = 0; level < kMaxLevels && !at.empty(); ++level) {
     const fs::path candidate = at / QUORVANE_SCENARIO_DIR;
     if (fs::is_directory(candidate, error)) directories.push_back(candidate);
     at = at.parent_path();
@@ -245,7 +246,7 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
   try {
     tree = ParseJson(json);
   } catch (const std::runtime_error& error) {
-    throw ScenarioError(origin + ": no valid JSON: " + error.what());
+    throw ScenarioError(origin + ": invalid JSON: " + error.what());
   }
   Scenario scenario;
   ObjectReader in(tree, origin + ": $");
@@ -280,11 +281,11 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
   in.Read("versions_change_at", scenario.versions_change_at,
           {"restart", "completion"});
   in.ReadObject("restart", [&](ObjectReader& restart) {
-    ReadRestart(restart, scenario.restart);
+    ReadReboot(restart, scenario.reboot);
   });
   in.ReadList("images", scenario.images, ReadImage);
   in.ReadList("faults", scenario.faults, ReadFault);
-  in.Finish();
+  in.RejectUnknownKeys();
   return scenario;
 }
 
@@ -295,22 +296,22 @@ Scenario LoadScenario(const std::string& path) {
 std::string FindScenario(const std::string& file_or_name) {
   std::error_code error;
   if (fs::is_regular_file(file_or_name, error)) return file_or_name;
-  std::set<std::string> ready;
+  std::set<std::string> built_in;
   for (const fs::path& directory : ScenarioDirectories()) {
     for (const auto& entry : fs::directory_iterator(directory, error)) {
       const fs::path& path = entry.path();
       if (path.filename() == "scenario.schema.json") continue;
       if (path.stem() == file_or_name) return path;
-      ready.insert(path.stem());
+      built_in.insert(path.stem());
     }
   }
   std::string names;
-  for (const std::string& name : ready) {
+  for (const std::string& name : built_in) {
     names += (names.empty() ? "" : ", ") + name;
   }
-  throw ScenarioError("there is no scenario file \"" + Printable(file_or_name) +
-                      "\", nor a ready scenario of that name; ready ones: " +
-                      (names.empty() ? "none found" : names));
+  throw ScenarioError(
+      "no scenario file or built-in scenario \"" + Printable(file_or_name) +
+      "\". Built-in scenarios: " + (names.empty() ? "none found" : names));
 }
 
 }  // namespace quorvane::simulator

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
@@ -17,21 +17,21 @@ struct InventoryMember {
   std::string id;
   std::string name;
   std::string version;
-  /// The version after an update; empty: an update leaves this member alone.
+  /// The version after an update. Empty: an update does not change the member.
   std::string updated_version = {};
   std::string manufacturer = "Contoso";
   bool updateable = true;
-  /// Text of a JSON object merged over the resource (RFC 7396: null removes).
+  /// A JSON object that is merged into the resource (RFC 7396: null removes).
   std::string properties = {};
 };
 
 struct Inventory {
   std::vector<InventoryMember> members;
-  /// Further members made up: "Component-0001", version "1.0.0", and on.
+  /// Number of additional members: "Component-0001" and so on.
   int generated = 0;
-  /// Members per page, linked by Members@odata.nextLink; 0: one page.
+  /// Members per page, linked by Members@odata.nextLink. 0: one page.
   int page_size = 0;
-  /// Members@odata.count where it shall differ from the truth.
+  /// A wrong value for Members@odata.count.
   std::optional<int> reported_count = {};
 };
 
@@ -45,20 +45,21 @@ struct Chassis {
   std::string properties = {};  ///< As in InventoryMember.
 };
 
-/// One stretch of a task's life.
+/// A step of a task.
 struct TaskStep {
   std::string state = "Running";  ///< TaskState of the Task schema.
-  int percent = 0;                ///< -1: no PercentComplete is shown.
-  int polls = 1;                  ///< Answers that show it; 0: see seconds.
-  double seconds = 0;             ///< Its length by the clock, if polls is 0.
-  bool until_restart = false;     ///< Staged: only a restart ends this step.
+  int percent = 0;                ///< -1: PercentComplete is absent.
+  int polls = 1;                  ///< Responses that show it; 0: see seconds.
+  double seconds = 0;             ///< Duration, if `polls` is 0.
+  bool until_reboot = false;      ///< Staged: only a reboot ends this step.
   std::string health = "OK";      ///< TaskStatus: OK, Warning or Critical.
-  std::string message_id = {};    ///< A message that appears with this step.
+  std::string message_id = {};    ///< A message that is added in this step.
   std::string message = {};
 };
 
-struct TaskLife {
-  /// The last step lasts for ever, whatever its polls say.
+/// The steps of every task, and how tasks are reported.
+struct TaskScript {
+  /// The last step never ends.
   std::vector<TaskStep> steps = {
       {.state = "New", .percent = 0},
       {.state = "Running",
@@ -70,76 +71,80 @@ struct TaskLife {
        .percent = 100,
        .message_id = "TaskEvent.1.0.TaskCompletedOK",
        .message = "The task has completed."}};
-  /// "monitor" (DSP0266, task monitors), "task" or "none".
+  /// What the Location header of a 202 names: "monitor" (DSP0266, task
+  /// monitors), "task" or "none".
   std::string location = "monitor";
-  bool task_in_body = true;  ///< Else an accepted request has an empty body.
+  bool task_in_body = true;        ///< False: the body of a 202 is empty.
   int monitor_final_status = 200;  ///< 200 with the task, or 204.
-  int retry_after = 30;            ///< Seconds, in the answer; 0: no field.
+  int retry_after = 30;            ///< Seconds, in the 202; 0: no header.
 };
 
-struct UploadWays {
+/// Where images are uploaded, and the response.
+struct UploadEndpoints {
   std::vector<std::string> multipart_paths = {
       "/redfish/v1/UpdateService/update-multipart"};
   std::vector<std::string> binary_paths = {"/redfish/v1/UpdateService/update"};
-  std::uint64_t max_bytes = 0;  ///< A larger image: 413. 0: no limit.
-  int status = 202;             ///< 202 with a task; 200 or 204: done at once.
-  int busy_retry_after = 30;    ///< Of the 503 while a task runs; 0: no field.
+  std::uint64_t max_bytes = 0;  ///< A larger image gets 413. 0: no limit.
+  int status = 202;  ///< 202: with a task; 200 or 204: completed immediately.
+  /// Seconds, in the 503 while a task runs; 0: no header.
+  int busy_retry_after = 30;
 };
 
 struct SimpleUpdateAction {
   std::string path =
       "/redfish/v1/UpdateService/Actions/UpdateService.SimpleUpdate";
-  int status = 202;  ///< 202 with a task; 200 or 204: done; 4xx: refused.
-  /// Schemes of ImageURI that are taken; another one: 400.
+  int status = 202;  ///< As in UploadEndpoints; 4xx, 5xx: rejected.
+  /// Accepted schemes of ImageURI; any other gets 400.
   std::vector<std::string> protocols = {"HTTP", "HTTPS", "NFS", "CIFS"};
-  bool requires_targets = false;  ///< 400 when Targets is absent or empty.
+  bool requires_targets = false;  ///< 400 if Targets is absent or empty.
 };
 
-/// A POST to the SimpleUpdate action without ImageURI, which starts what was
-/// uploaded.
+/// A POST to the SimpleUpdate action without ImageURI. It activates the
+/// uploaded image.
 struct Activation {
-  int status = 202;       ///< As for SimpleUpdate.
-  bool required = false;  ///< Else the upload's own task installs the image.
+  int status = 202;       ///< As in SimpleUpdateAction.
+  bool required = false;  ///< False: the task of the upload installs the image.
 };
 
-struct Restart {
-  std::optional<int> by_itself_at = {};  ///< Percent shown by a task.
-  int requests = 0;          ///< Requests that meet the machine away.
-  double seconds = 0;        ///< How long it is away, if requests is 0.
-  bool answers_503 = false;  ///< Else connections are dropped while away.
-  bool keeps_tasks = true;   ///< Else old tasks are 404 afterwards.
+struct RebootBehavior {
+  std::optional<int> by_itself_at = {};  ///< Percent that a poll has returned.
+  int requests = 0;          ///< Requests during which the BMC is away.
+  double seconds = 0;        ///< How long it is away, if `requests` is 0.
+  bool answers_503 = false;  ///< False: connections are dropped while away.
+  bool keeps_tasks = true;   ///< False: a reboot deletes all tasks.
 };
 
-/// Served without credentials, for a client that fetches an image.
+/// An image that can be downloaded without credentials.
 struct Image {
   std::string path = "/images/firmware.bin";
-  std::uint64_t size = 65536;  ///< Bytes of a fixed pattern.
-  std::string text = {};       ///< The content instead of the pattern.
+  std::uint64_t size = 65536;  ///< Size in bytes, filled with a fixed pattern.
+  std::string text = {};       ///< Content, instead of the pattern.
 };
 
-/// A fault at chosen requests. Every field that is set must match.
+/// A fault, and the requests that it applies to. Every field that is set must
+/// match.
 struct FaultRule {
   std::string method = {};  ///< "POST"; empty: any.
-  std::string path = {};    ///< Exact, or a prefix when it ends in "*".
+  std::string path = {};    ///< Exact, or a prefix if it ends with "*".
   /// inventory, chassis, upload, simple_update, activation, task, reboot,
   /// download; empty: any.
   std::string phase = {};
-  int after = 0;  ///< So many matching requests pass first.
-  int every = 1;  ///< Of the rest, each n-th is struck.
-  int first = 0;  ///< At most so many are struck; 0: no end.
-  /// Struck before the body is read: an upload is cut off at its head. A POST
-  /// to the SimpleUpdate action counts as activation then, as only the body
-  /// tells the two apart.
+  int after = 0;  ///< Number of matching requests that pass first.
+  int every = 1;  ///< Of the rest, the rule applies to each n-th.
+  int first = 0;  ///< The rule applies to at most n requests; 0: no limit.
+  /// Apply the rule before the body is read, so that an upload ends after its
+  /// header. A POST to the SimpleUpdate action then counts as activation,
+  /// because only the body distinguishes the two.
   bool before_body = false;
-  /// The machine does what it is asked and its own answer suffers the reply's
-  /// fault and delay; else the machine never sees the request.
+  /// The BMC executes the request, and `response` adds only its fault and
+  /// delays. False: `response` is sent, and the request is not executed.
   bool machine_acts = false;
-  Reply reply = {};
+  BmcResponse response = {};
 };
 
-/// All that makes one simulated machine. As it stands: a clean one.
+/// The behavior of a simulated BMC. The defaults are the scenario "clean".
 struct Scenario {
-  std::string description = "A machine without faults.";
+  std::string description = "A BMC without faults.";
   std::string user = "admin";
   std::string password = "password";
   std::string system_id = "system";
@@ -153,36 +158,38 @@ struct Scenario {
   Inventory software = {
       .members = {{"OSAgent", "Agent in the operating system", "3.2.0"}}};
   std::vector<Chassis> chassis = {{.id = "chassis"}};
-  UploadWays upload = {};
+  UploadEndpoints upload = {};
   SimpleUpdateAction simple_update = {};
   Activation activation = {};
-  TaskLife task = {};
-  /// When a finished update shows in the inventory: "restart" or "completion".
+  TaskScript task = {};
+  /// When a finished update appears in the inventory: "restart" (at the next
+  /// reboot) or "completion".
   std::string versions_change_at = "restart";
-  Restart restart = {};
+  RebootBehavior reboot = {};
   std::vector<Image> images = {{}};
   std::vector<FaultRule> faults = {};
 };
 
-/// A scenario that cannot be used: which file, which place, what is allowed.
+/// An invalid scenario. The message names the file, the key and the allowed
+/// values.
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Reads a scenario (README.md beside this file; JSON Schema in
-/// scenario.schema.json). Absent keys keep the defaults above.
-/// @param origin  Named in errors, e.g. the file's path.
+/// Parses a scenario; see README.md and scenario.schema.json in this directory.
+/// Missing keys keep the defaults above.
+/// @param origin  Names the scenario in errors, such as the path of its file.
 /// @throws ScenarioError
 Scenario ParseScenario(const std::string& json, const std::string& origin);
 
-/// @throws ScenarioError, also when the file is not readable.
+/// @throws ScenarioError, also if the file cannot be read.
 Scenario LoadScenario(const std::string& path);
 
-/// The path of a scenario given by its file or by the name of a ready one, such
-/// as "clean": an existing file, else NAME.json beside the installed data
-/// directory, else in the source tree.
-/// @throws ScenarioError that lists the ready ones.
+/// The path of a scenario file. `file_or_name` is an existing file, or the name
+/// of a built-in scenario such as "clean", which is in the data directory of
+/// the installation or of the build tree.
+/// @throws ScenarioError, which lists the built-in scenarios.
 std::string FindScenario(const std::string& file_or_name);
 
 }  // namespace quorvane::simulator

@@ -7,76 +7,76 @@
 #include <optional>
 #include <utility>
 
-#include "simulator/machine.h"
+#include "simulator/redfish_service.h"
 #include "simulator/tls_server.h"
 
 namespace quorvane::simulator {
 
-// Shared with the handle a test may keep, so that a script can grow while the
-// server answers from it.
-struct ScriptedAnswers::State {
+// Shared with the ScriptedResponses that a test keeps, so that a test can add
+// responses while the server runs.
+struct ScriptedResponses::State {
   std::mutex mutex;
-  std::deque<Reply> replies;
+  std::deque<BmcResponse> responses;
 };
 
 class SimulatedBmc::Impl final : public RequestHandler {
  public:
   Impl(Scenario scenario, BmcOptions options)
       : options_(std::move(options)),
-        machine_(std::move(scenario), options_.now),
+        service_(std::move(scenario), options_.now),
         server_(*this, options_.bind_address, options_.port) {}
 
-  std::optional<Reply> AnswerBeforeBody(
+  std::optional<BmcResponse> RespondBeforeBody(
       const RecordedRequest& request) override {
     const std::lock_guard lock(mutex_);
     if (scripts_.contains({request.method, request.path})) return {};
-    auto reply = machine_.StrikeBeforeBody(request);
-    if (reply) Note(request, *reply, "fault before the body");
-    return reply;
+    auto response = service_.RespondBeforeBody(request);
+    if (response) Record(request, *response, "fault before the body");
+    return response;
   }
 
-  Reply Answer(RecordedRequest request) override {
+  BmcResponse Respond(RecordedRequest request) override {
     const std::lock_guard lock(mutex_);
-    const auto scripted = ScriptedReply(request);
-    const Machine::Outcome outcome =
-        scripted ? Machine::Outcome{*scripted, "scripted"}
-                 : machine_.Answer(request);
-    Note(std::move(request), outcome.reply, outcome.note);
-    return outcome.reply;
+    const auto scripted = NextScripted(request);
+    const RedfishService::Outcome outcome =
+        scripted ? RedfishService::Outcome{*scripted, "scripted"}
+                 : service_.Respond(request);
+    Record(std::move(request), outcome.response, outcome.note);
+    return outcome.response;
   }
 
-  std::shared_ptr<ScriptedAnswers::State> Script(const std::string& method,
-                                                 const std::string& path) {
+  std::shared_ptr<ScriptedResponses::State> Script(const std::string& method,
+                                                   const std::string& path) {
     const std::lock_guard lock(mutex_);
     auto& script = scripts_[{method, path}];
-    if (!script) script = std::make_shared<ScriptedAnswers::State>();
+    if (!script) script = std::make_shared<ScriptedResponses::State>();
     return script;
   }
 
   template <typename Read>
   auto Locked(Read read) {
     const std::lock_guard lock(mutex_);
-    return read(machine_, requests_);
+    return read(service_, requests_);
   }
 
   [[nodiscard]] const BmcOptions& Options() const { return options_; }
   [[nodiscard]] int Port() const { return server_.BoundPort(); }
 
  private:
-  std::optional<Reply> ScriptedReply(const RecordedRequest& request) {
+  std::optional<BmcResponse> NextScripted(const RecordedRequest& request) {
     const auto script = scripts_.find({request.method, request.path});
     if (script == scripts_.end()) return {};
-    ScriptedAnswers::State& state = *script->second;
+    ScriptedResponses::State& state = *script->second;
     const std::lock_guard lock(state.mutex);
-    if (state.replies.empty()) return {};
-    Reply reply = state.replies.front();
-    if (state.replies.size() > 1) state.replies.pop_front();
-    return reply;
+    if (state.responses.empty()) return {};
+    BmcResponse response = state.responses.front();
+    if (state.responses.size() > 1) state.responses.pop_front();
+    return response;
   }
 
-  void Note(RecordedRequest request, const Reply& reply,
-            const std::string& note) {
-    if (options_.observer) options_.observer({request, reply, note});
+  void Record(RecordedRequest request, const BmcResponse& response,
+              const std::string& note) {
+    if (options_.observer) options_.observer({request, response, note});
     if (request.body.size() > options_.max_recorded_body) {
       request.body.resize(options_.max_recorded_body);
       request.body.shrink_to_fit();
@@ -91,38 +91,38 @@ class SimulatedBmc::Impl final : public RequestHandler {
   const BmcOptions options_;
   std::mutex mutex_;
   std::map<std::pair<std::string, std::string>,
-           std::shared_ptr<ScriptedAnswers::State>>
+           std::shared_ptr<ScriptedResponses::State>>
       scripts_;
   std::deque<RecordedRequest> requests_;
-  Machine machine_;
-  TlsServer server_;  // last: its threads use all of the above
+  RedfishService service_;
+  TlsServer server_;  // last, because its threads use all of the above
 };
 
-ScriptedAnswers& ScriptedAnswers::Answer(Reply reply) {
+ScriptedResponses& ScriptedResponses::Respond(BmcResponse response) {
   const std::lock_guard lock(state_->mutex);
-  state_->replies.clear();
-  state_->replies.push_back(std::move(reply));
+  state_->responses.clear();
+  state_->responses.push_back(std::move(response));
   return *this;
 }
 
-ScriptedAnswers& ScriptedAnswers::Answer(int status, std::string body,
-                                         HeaderList headers) {
-  return Answer(Reply{.status = status,
-                      .body = std::move(body),
-                      .headers = std::move(headers)});
+ScriptedResponses& ScriptedResponses::Respond(int status, std::string body,
+                                              HeaderList headers) {
+  return Respond(BmcResponse{.status = status,
+                             .body = std::move(body),
+                             .headers = std::move(headers)});
 }
 
-ScriptedAnswers& ScriptedAnswers::Then(Reply reply) {
+ScriptedResponses& ScriptedResponses::Then(BmcResponse response) {
   const std::lock_guard lock(state_->mutex);
-  state_->replies.push_back(std::move(reply));
+  state_->responses.push_back(std::move(response));
   return *this;
 }
 
-ScriptedAnswers& ScriptedAnswers::Then(int status, std::string body,
-                                       HeaderList headers) {
-  return Then(Reply{.status = status,
-                    .body = std::move(body),
-                    .headers = std::move(headers)});
+ScriptedResponses& ScriptedResponses::Then(int status, std::string body,
+                                           HeaderList headers) {
+  return Then(BmcResponse{.status = status,
+                          .body = std::move(body),
+                          .headers = std::move(headers)});
 }
 
 SimulatedBmc::SimulatedBmc(Scenario scenario, BmcOptions options)
@@ -139,36 +139,38 @@ std::string SimulatedBmc::Address() const {
 
 int SimulatedBmc::Port() const { return impl_->Port(); }
 
-ScriptedAnswers SimulatedBmc::On(const std::string& method,
-                                 const std::string& path) {
-  return ScriptedAnswers(impl_->Script(method, path));
+ScriptedResponses SimulatedBmc::On(const std::string& method,
+                                   const std::string& path) {
+  return ScriptedResponses(impl_->Script(method, path));
 }
 
 std::vector<RecordedRequest> SimulatedBmc::Requests() const {
-  return impl_->Locked([](const Machine&, const auto& requests) {
+  return impl_->Locked([](const RedfishService&, const auto& requests) {
     return std::vector<RecordedRequest>(requests.begin(), requests.end());
   });
 }
 
 void SimulatedBmc::ClearRequests() {
-  impl_->Locked([](const Machine&, auto& requests) { requests.clear(); });
+  impl_->Locked(
+      [](const RedfishService&, auto& requests) { requests.clear(); });
 }
 
 std::string SimulatedBmc::StoredImageSha256() const {
-  return impl_->Locked([](const Machine& machine, const auto&) {
-    return machine.StoredImageSha256();
+  return impl_->Locked([](const RedfishService& service, const auto&) {
+    return service.StoredImageSha256();
   });
 }
 
 std::size_t SimulatedBmc::StoredImageSize() const {
-  return impl_->Locked([](const Machine& machine, const auto&) {
-    return machine.StoredImageSize();
+  return impl_->Locked([](const RedfishService& service, const auto&) {
+    return service.StoredImageSize();
   });
 }
 
-int SimulatedBmc::Restarts() const {
-  return impl_->Locked(
-      [](const Machine& machine, const auto&) { return machine.Restarts(); });
+int SimulatedBmc::Reboots() const {
+  return impl_->Locked([](const RedfishService& service, const auto&) {
+    return service.Reboots();
+  });
 }
 
 }  // namespace quorvane::simulator

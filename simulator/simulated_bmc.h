@@ -10,58 +10,59 @@
 #include <string>
 #include <vector>
 
+#include "simulator/http_message.h"
 #include "simulator/scenario.h"
-#include "simulator/wire.h"
 
 namespace quorvane::simulator {
 
-/// What an observer is told before the answer leaves.
+/// A request and its response, which is about to be sent.
 struct Exchange {
   const RecordedRequest& request;
-  const Reply& reply;
-  std::string note;  ///< What the machine did, e.g. "task 1: Running 25%".
+  const BmcResponse& response;
+  std::string note;  ///< What the BMC did, such as "task 1: Running 25%".
 };
 
 struct BmcOptions {
   std::string bind_address = "127.0.0.1";
-  int port = 0;  ///< 0: any free one.
-  /// Bytes of a body kept in the record, and parts dropped beyond: a rehearsal
-  /// that runs for days must not keep every image.
+  int port = 0;  ///< 0 selects a free port.
+  /// Recorded bytes of a body. The parts of a longer body are not recorded, so
+  /// that a BMC that runs for days does not keep every image.
   std::size_t max_recorded_body = std::numeric_limits<std::size_t>::max();
-  /// Requests kept in the record; the oldest go first.
+  /// Number of recorded requests; the oldest are dropped.
   std::size_t max_recorded_requests = std::numeric_limits<std::size_t>::max();
-  /// Called one exchange at a time, on a server thread.
+  /// Called for one exchange at a time, on a server thread.
   std::function<void(const Exchange&)> observer = {};
-  /// The clock of steps and absences that are given in seconds.
+  /// The clock for durations in seconds: task steps and reboots.
   std::function<std::chrono::steady_clock::time_point()> now =
       std::chrono::steady_clock::now;
 };
 
-/// The answers for one method and path, given in turn; the last one repeats.
-class ScriptedAnswers {
+/// The responses for one method and path, sent in order; the last one repeats.
+class ScriptedResponses {
  public:
-  /// Forgets the answers given so far and starts with this one.
-  ScriptedAnswers& Answer(Reply reply);
-  ScriptedAnswers& Answer(int status, std::string body = {},
+  /// Replaces all responses by this one.
+  ScriptedResponses& Respond(BmcResponse response);
+  ScriptedResponses& Respond(int status, std::string body = {},
+                             HeaderList headers = {});
+  /// Appends a response.
+  ScriptedResponses& Then(BmcResponse response);
+  ScriptedResponses& Then(int status, std::string body = {},
                           HeaderList headers = {});
-  ScriptedAnswers& Then(Reply reply);
-  ScriptedAnswers& Then(int status, std::string body = {},
-                        HeaderList headers = {});
 
  private:
   friend class SimulatedBmc;
   struct State;
-  explicit ScriptedAnswers(std::shared_ptr<State> state)
+  explicit ScriptedResponses(std::shared_ptr<State> state)
       : state_(std::move(state)) {}
   std::shared_ptr<State> state_;
 };
 
-/// A BMC that speaks Redfish over HTTPS, in this process. It listens once it is
-/// made; its destructor ends connections and joins threads at once. Every
+/// A BMC that speaks Redfish over HTTPS, in this process. The constructor
+/// starts to listen; the destructor closes all connections immediately. Every
 /// member may be called from any thread.
 class SimulatedBmc {
  public:
-  /// @throws std::runtime_error when the address cannot be bound.
+  /// @throws std::runtime_error if the address cannot be bound.
   explicit SimulatedBmc(Scenario scenario = {}, BmcOptions options = {});
   ~SimulatedBmc();
   SimulatedBmc(const SimulatedBmc&) = delete;
@@ -71,22 +72,22 @@ class SimulatedBmc {
   [[nodiscard]] std::string Address() const;
   [[nodiscard]] int Port() const;
 
-  /// Overrides the machine for requests with this method and path (query
-  /// aside): no credentials are asked for and no fault of the scenario applies.
-  /// Such requests are recorded, but the machine does not see them.
-  ScriptedAnswers On(const std::string& method, const std::string& path);
+  /// Overrides the scenario for requests with this method and path (the query
+  /// is ignored). They need no credentials and no fault applies to them. They
+  /// are recorded, but change nothing in the BMC.
+  ScriptedResponses On(const std::string& method, const std::string& path);
 
-  /// Every request whose body arrived whole, and those a fault cut off at the
-  /// head, in the order of their arrival.
+  /// Requests whose body is complete, and those that a fault ended before the
+  /// body, in the order of arrival.
   [[nodiscard]] std::vector<RecordedRequest> Requests() const;
   void ClearRequests();
 
-  /// Of the image stored last, 64 hexadecimal digits; empty when there is none.
+  /// 64 hexadecimal digits, for the last stored image; empty if there is none.
   [[nodiscard]] std::string StoredImageSha256() const;
   [[nodiscard]] std::size_t StoredImageSize() const;
 
-  /// How often the machine went down, by a reset or by itself.
-  [[nodiscard]] int Restarts() const;
+  /// Number of reboots, by a reset or by itself.
+  [[nodiscard]] int Reboots() const;
 
  private:
   class Impl;

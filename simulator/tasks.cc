@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// The life of a task: which step it is in, and what a poll makes of it.
+// The progress of tasks: the current step, and the response to a poll.
 #include <algorithm>
 #include <array>
 #include <string_view>
 
-#include "simulator/machine.h"
 #include "simulator/redfish.h"
+#include "simulator/redfish_service.h"
 
 namespace quorvane::simulator {
 namespace {
 
-// TaskState values in which no work goes on (Task schema; "Interrupted" is
-// listed because nothing here resumes such a task).
+// TaskState values of a task that has ended (Task schema). "Interrupted" is one
+// of them because the simulator does not resume such a task.
 constexpr std::array<std::string_view, 5> kEndStates = {
     "Completed", "Exception", "Cancelled", "Killed", "Interrupted"};
 
@@ -30,13 +30,15 @@ nlohmann::ordered_json Message(const TaskStep& step) {
 
 }  // namespace
 
-Machine::Outcome Machine::PollTask(const std::string& id, bool as_monitor) {
+RedfishService::Outcome RedfishService::PollTask(const std::string& id,
+                                                 bool as_monitor) {
   const auto found = tasks_.find(id);
-  if (found == tasks_.end() || (as_monitor && found->second.monitor_is_done)) {
-    return {
-        ErrorReply(404, "ResourceMissingAtURI", "There is no task " + id + '.',
-                   "Ask for the tasks that exist: " + std::string(kTasks)),
-        "no such task"};
+  if (found == tasks_.end() ||
+      (as_monitor && found->second.is_monitor_finished)) {
+    return {ErrorResponse(404, "ResourceMissingAtURI",
+                          "There is no task " + id + '.',
+                          "List the existing tasks: " + std::string(kTasks)),
+            "no such task"};
   }
   Task& task = found->second;
   const TaskStep shown = StepOf(task);
@@ -44,35 +46,36 @@ Machine::Outcome Machine::PollTask(const std::string& id, bool as_monitor) {
   std::string note = "task " + id + ": " + shown.state;
   if (shown.percent >= 0) note += ' ' + std::to_string(shown.percent) + '%';
 
-  Reply reply = JsonReply(200, body);
+  BmcResponse response = JsonResponse(200, body);
   if (as_monitor && IsEnd(shown.state)) {
-    task.monitor_is_done = true;
-    if (scenario_.task.monitor_final_status == 204) reply = {.status = 204};
+    task.is_monitor_finished = true;
+    if (scenario_.task.monitor_final_status == 204) response = {.status = 204};
   } else if (as_monitor) {
-    reply = JsonReply(202, body, {{"Location", MemberPath(kTaskMonitors, id)}});
+    response =
+        JsonResponse(202, body, {{"Location", MemberPath(kTaskMonitors, id)}});
   }
   CountPoll(task);
-  const auto& down_at = scenario_.restart.by_itself_at;
-  if (down_at && shown.percent >= *down_at && !task.took_machine_down) {
-    task.took_machine_down = true;
-    RestartNow(/*by_itself=*/true);  // may forget the task
-    note += ", then the machine restarts by itself";
+  const auto& down_at = scenario_.reboot.by_itself_at;
+  if (down_at && shown.percent >= *down_at && !task.caused_reboot) {
+    task.caused_reboot = true;
+    Reboot(/*by_itself=*/true);  // may delete the task
+    note += ", then the BMC reboots by itself";
   }
-  return {std::move(reply), std::move(note)};
+  return {std::move(response), std::move(note)};
 }
 
-TaskStep Machine::StepOf(const Task& task) const {
+TaskStep RedfishService::StepOf(const Task& task) const {
   TaskStep step = scenario_.task.steps.at(task.step);
-  if (task.aborted) {
+  if (task.is_aborted) {
     step.state = "Exception";
     step.health = "Critical";
     step.message_id = "Update.1.0.ApplyFailed";
-    step.message = "The update was cut off by a reset.";
+    step.message = "A reset aborted the update.";
   }
   return step;
 }
 
-Machine::Json Machine::TaskBody(const Task& task) const {
+RedfishService::Json RedfishService::TaskBody(const Task& task) const {
   const TaskStep now = StepOf(task);
   Json body = {{"@odata.id", MemberPath(kTasks, task.id)},
                {"@odata.type", "#Task.v1_4_3.Task"},
@@ -93,15 +96,15 @@ Machine::Json Machine::TaskBody(const Task& task) const {
   return body;
 }
 
-bool Machine::IsStaged(const Task& task) const {
-  return !task.aborted && scenario_.task.steps.at(task.step).until_restart;
+bool RedfishService::IsStaged(const Task& task) const {
+  return !task.is_aborted && scenario_.task.steps.at(task.step).until_reboot;
 }
 
-bool Machine::IsRunning(const Task& task) const {
+bool RedfishService::IsRunning(const Task& task) const {
   return !IsStaged(task) && !IsEnd(StepOf(task).state);
 }
 
-void Machine::AdvanceByClock(Task& task) {
+void RedfishService::AdvanceByClock(Task& task) {
   while (task.step + 1 < scenario_.task.steps.size() && IsRunning(task)) {
     const TaskStep& step = scenario_.task.steps.at(task.step);
     const auto length = std::chrono::duration_cast<TimePoint::duration>(
@@ -109,11 +112,11 @@ void Machine::AdvanceByClock(Task& task) {
     if (step.polls > 0 || now_() < task.step_start + length) return;
     const TimePoint next_start = task.step_start + length;
     EnterStep(task, task.step + 1);
-    task.step_start = next_start;  // a late look must not stretch the rest
+    task.step_start = next_start;  // a late poll must not delay later steps
   }
 }
 
-void Machine::CountPoll(Task& task) {
+void RedfishService::CountPoll(Task& task) {
   const TaskStep& step = scenario_.task.steps.at(task.step);
   if (step.polls <= 0 || !IsRunning(task)) return;
   if (++task.polls_in_step >= step.polls &&
@@ -122,17 +125,17 @@ void Machine::CountPoll(Task& task) {
   }
 }
 
-void Machine::EnterStep(Task& task, std::size_t step) {
+void RedfishService::EnterStep(Task& task, std::size_t step) {
   task.step = step;
   task.polls_in_step = 0;
   task.step_start = now_();
-  if (StepOf(task).state == "Completed") Finish(task);
+  if (StepOf(task).state == "Completed") FinishUpdate(task);
 }
 
-void Machine::Finish(const Task& task) {
+void RedfishService::FinishUpdate(const Task& task) {
   if (!task.installs) return;
-  pending_ = task.targets;
-  if (scenario_.versions_change_at == "completion") ApplyPending();
+  pending_targets_ = task.targets;
+  if (scenario_.versions_change_at == "completion") ApplyPendingUpdate();
 }
 
 }  // namespace quorvane::simulator

@@ -60,7 +60,7 @@ std::string ShellWord(std::string_view text) {
     escaped += c;
   }
   const std::string printable = Printable(escaped);
-  // Plain quotes, which every shell knows, suffice without an escape.
+  // Every shell supports single quotes; $'...' is only for escapes.
   return (printable == text ? "'" : "$'") + printable + '\'';
 }
 
@@ -69,7 +69,8 @@ std::string Sha256(std::string_view bytes) {
   unsigned int length = 0;
   if (EVP_Digest(bytes.data(), bytes.size(), digest.data(), &length,
                  EVP_sha256(), nullptr) != 1) {
-    throw std::runtime_error("SHA-256 is not available in this OpenSSL");
+    throw std::runtime_error(
+        "cannot compute SHA-256: OpenSSL does not provide it");
   }
   std::string text;
   for (unsigned int i = 0; i < length; ++i) AppendHex(text, digest.at(i));
@@ -77,7 +78,7 @@ std::string Sha256(std::string_view bytes) {
 }
 
 std::string Base64(std::string_view bytes) {
-  // One more than the text: OpenSSL ends it with a NUL.
+  // OpenSSL appends a NUL, which takes one more byte.
   std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
   const int length =
       EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),

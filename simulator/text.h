@@ -7,21 +7,21 @@
 
 namespace quorvane::simulator {
 
-/// ASCII only, as header fields and URI schemes compare.
+/// Ignores the case of ASCII letters only, as for header names and URI schemes.
 bool EqualsIgnoringCase(std::string_view a, std::string_view b);
 
-/// Without the blanks and tabs at both ends; a view into `text`.
+/// `text` without spaces and tabs at both ends, as a view.
 std::string_view Trim(std::string_view text);
 
-/// Control characters and bytes above 0x7e become \xNN, so that nothing a
-/// client sends can move a terminal's cursor.
+/// Control characters and bytes above 0x7e become \xNN, so that a client cannot
+/// control the terminal.
 std::string Printable(std::string_view text);
 
-/// `text` as one word of a POSIX shell, quoted where necessary. Control
+/// `text` as a single word of a POSIX shell, quoted if necessary. Control
 /// characters and bytes above 0x7e are escaped as in bash: $'\x1b'.
 std::string ShellWord(std::string_view text);
 
-/// SHA-256 of `bytes`, 64 lower-case hexadecimal digits.
+/// SHA-256 of `bytes` as 64 lowercase hexadecimal digits.
 std::string Sha256(std::string_view bytes);
 
 /// Base64 with padding (RFC 4648, section 4).

@@ -65,34 +65,34 @@ bool HasNoContent(const std::string& method, int status) {
   return method == "HEAD" || status < 200 || status == 204 || status == 304;
 }
 
-std::string AnswerHead(const Reply& reply, bool without_content) {
-  std::string head = "HTTP/1.1 " + std::to_string(reply.status) + ' ' +
-                     ReasonPhrase(reply.status) + "\r\n";
-  for (const auto& [name, value] : reply.headers) {
+std::string FormatHeader(const BmcResponse& response, bool without_content) {
+  std::string head = "HTTP/1.1 " + std::to_string(response.status) + ' ' +
+                     ReasonPhrase(response.status) + "\r\n";
+  for (const auto& [name, value] : response.headers) {
     head += name;
     head += ": ";
     head += value;
     head += "\r\n";
   }
   const auto add_default = [&](const char* name, const std::string& value) {
-    if (Header(reply.headers, name).empty()) {
+    if (Header(response.headers, name).empty()) {
       head += name + (": " + value) + "\r\n";
     }
   };
-  if (!reply.body.empty()) add_default("Content-Type", "application/json");
-  if ((!without_content || !reply.body.empty()) &&
-      Header(reply.headers, "Transfer-Encoding").empty()) {
-    add_default("Content-Length", std::to_string(reply.body.size()));
+  if (!response.body.empty()) add_default("Content-Type", "application/json");
+  if ((!without_content || !response.body.empty()) &&
+      Header(response.headers, "Transfer-Encoding").empty()) {
+    add_default("Content-Length", std::to_string(response.body.size()));
   }
   add_default("Connection", "close");
   return head + "\r\n";
 }
 
-// The fields as they stood on the wire, order and repetition kept, which
-// cpp-httplib's own map does not.
-HeaderList ParseHead(std::string_view head) {
+// The fields in their order and with repetitions, which the map of cpp-httplib
+// loses.
+HeaderList ParseHeaderFields(std::string_view head) {
   HeaderList fields;
-  std::size_t line = head.find('\n');  // past the request line
+  std::size_t line = head.find('\n');  // skip the request line
   while (line != std::string_view::npos && line + 1 < head.size()) {
     const std::size_t end = std::min(head.find('\n', line + 1), head.size());
     std::string_view text = head.substr(line + 1, end - line - 1);
@@ -106,8 +106,8 @@ HeaderList ParseHead(std::string_view head) {
   return fields;
 }
 
-// A thread for each connection, so that idle ones do not block the others. Only
-// the accepting thread uses it.
+// A thread for each connection, so that an idle connection does not block the
+// others. Only the accepting thread calls it.
 class ConnectionThreads final : public httplib::TaskQueue {
  public:
   void enqueue(std::function<void()> serve) override {
@@ -135,7 +135,7 @@ class TlsServer::Connection final : public httplib::Stream {
       : server_(server),
         socket_(socket_fd),
         tls_(SSL_new(server.tls_.get()), &SSL_free) {
-    server_.Register(socket_);
+    server_.RegisterSocket(socket_);
     setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &kIdleLimit,
                sizeof kIdleLimit);
     setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &kIdleLimit,
@@ -144,7 +144,7 @@ class TlsServer::Connection final : public httplib::Stream {
 
   ~Connection() override {
     tls_.reset();
-    server_.Unregister(socket_);  // before the number can be taken again
+    server_.UnregisterSocket(socket_);  // before the number is reused
     ::close(socket_);
   }
 
@@ -159,10 +159,10 @@ class TlsServer::Connection final : public httplib::Stream {
   }
 
   /// Records the protocols that the client offers; selects none of them.
-  static int TakeOffer(SSL* tls, const unsigned char** /*selected*/,
-                       unsigned char* /*selected_size*/,
-                       const unsigned char* offer, unsigned int size,
-                       void* /*unused*/) {
+  static int RecordAlpnOffer(SSL* tls, const unsigned char** /*selected*/,
+                             unsigned char* /*selected_size*/,
+                             const unsigned char* offer, unsigned int size,
+                             void* /*unused*/) {
     auto& self = *static_cast<Connection*>(SSL_get_app_data(tls));
     for (unsigned int at = 0; at < size; at += 1U + offer[at]) {
       if (at > 0) self.alpn_ += ',';
@@ -172,12 +172,12 @@ class TlsServer::Connection final : public httplib::Stream {
     return SSL_TLSEXT_ERR_NOACK;
   }
 
-  /// Called by cpp-httplib once the head is parsed.
-  void TakeHead(httplib::Request& request) {
-    head_complete_ = true;
+  /// Called by cpp-httplib when the header is parsed.
+  void PrepareRequest(httplib::Request& request) {
+    is_header_complete_ = true;
     request.ssl = tls_.get();
-    // cpp-httplib would decode a form or a compressed body by itself and keep
-    // its bytes from us.
+    // Otherwise cpp-httplib decodes multipart and compressed bodies, and the
+    // received bytes are lost.
     request.headers.erase("Content-Type");
     request.headers.erase("Content-Encoding");
   }
@@ -191,49 +191,49 @@ class TlsServer::Connection final : public httplib::Stream {
     if (query != std::string::npos) {
       recorded.query = request.target.substr(query + 1);
     }
-    recorded.headers = ParseHead(head_);
+    recorded.headers = ParseHeaderFields(raw_header_);
     recorded.alpn = alpn_;
     return recorded;
   }
 
-  void Send(const std::string& method, const Reply& reply) {
-    answered_ = true;
-    if (!server_.Pause(reply.delay)) return;
-    switch (reply.fault) {
+  void Send(const std::string& method, const BmcResponse& response) {
+    has_responded_ = true;
+    if (!server_.WaitUnlessStopped(response.delay)) return;
+    switch (response.fault) {
       case Fault::kDrop:
-        broken_ = true;
+        is_broken_ = true;
         return;
       case Fault::kReset:
         Reset();
         return;
       case Fault::kNotHttp:
-        WriteAll("220 ready; this is no HTTP\r\n");
+        WriteAll("220 ready; this is not HTTP\r\n");
         return;
       case Fault::kGarbage:
-        SendWhole(method, WithGarbage(reply));
+        SendComplete(method, WithGarbage(response));
         return;
       case Fault::kCutShort:
-        WriteAll(AnswerHead(reply, HasNoContent(method, reply.status)));
-        WriteAll(reply.body.substr(0, reply.body.size() / 2));
-        broken_ = true;
+        WriteAll(FormatHeader(response, HasNoContent(method, response.status)));
+        WriteAll(response.body.substr(0, response.body.size() / 2));
+        is_broken_ = true;
         return;
       case Fault::kSlowDrip:
-        SendByteByByte(method, reply);
+        SendByteByByte(method, response);
         return;
       case Fault::kNone:
-        SendWhole(method, reply);
+        SendComplete(method, response);
         return;
     }
   }
 
-  /// Ends the connection in good order, unless a fault forbids it.
+  /// Closes the connection properly, unless a fault has broken it.
   void Finish() {
-    if (broken_) return;
+    if (is_broken_) return;
     ERR_clear_error();
     SSL_shutdown(tls_.get());
     ::shutdown(socket_, SHUT_WR);
-    // A close with unread bytes would turn into an RST, which can overtake the
-    // answer on its way to the client (RFC 9112, 9.6).
+    // Closing a socket with unread bytes sends an RST, which can destroy the
+    // response before the client reads it (RFC 9112, 9.6).
     std::array<char, 4096> rest{};
     const timeval limit = {.tv_sec = 1, .tv_usec = 0};
     setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -242,22 +242,22 @@ class TlsServer::Connection final : public httplib::Stream {
   }
 
   [[nodiscard]] bool is_readable() const override { return true; }
-  [[nodiscard]] bool is_writable() const override { return !answered_; }
+  [[nodiscard]] bool is_writable() const override { return !has_responded_; }
 
   ssize_t read(char* bytes, std::size_t size) override {
     ERR_clear_error();
     const int count = SSL_read(tls_.get(), bytes,
                                static_cast<int>(std::min(size, kLargestRead)));
-    if (count > 0 && !head_complete_) {
-      head_.append(bytes, static_cast<std::size_t>(count));
+    if (count > 0 && !is_header_complete_) {
+      raw_header_.append(bytes, static_cast<std::size_t>(count));
     }
     return count > 0 ? count : -1;
   }
 
-  /// cpp-httplib's own words: "100 Continue" and the refusal of a malformed
-  /// request. What it would say after an answer of ours is swallowed.
+  /// Sends what cpp-httplib itself creates: "100 Continue" and the response to
+  /// a malformed request. Discards what it creates after our response.
   ssize_t write(const char* bytes, std::size_t size) override {
-    if (answered_) return static_cast<ssize_t>(size);
+    if (has_responded_) return static_cast<ssize_t>(size);
     return WriteAll({bytes, size}) ? static_cast<ssize_t>(size) : -1;
   }
 
@@ -271,9 +271,9 @@ class TlsServer::Connection final : public httplib::Stream {
   [[nodiscard]] socket_t socket() const override { return socket_; }
 
  private:
-  static Reply WithGarbage(Reply reply) {
-    reply.body = "{\"@odata.id\": \x01\x7f <not JSON";
-    return reply;
+  static BmcResponse WithGarbage(BmcResponse response) {
+    response.body = "{\"@odata.id\": \x01\x7f <not JSON";
+    return response;
   }
 
   bool WriteAll(std::string_view bytes) {
@@ -283,7 +283,7 @@ class TlsServer::Connection final : public httplib::Stream {
           SSL_write(tls_.get(), bytes.data(),
                     static_cast<int>(std::min(bytes.size(), kLargestRead)));
       if (count <= 0) {
-        broken_ = true;
+        is_broken_ = true;
         return false;
       }
       bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -291,25 +291,26 @@ class TlsServer::Connection final : public httplib::Stream {
     return true;
   }
 
-  void SendWhole(const std::string& method, const Reply& reply) {
-    const bool without_content = HasNoContent(method, reply.status);
-    std::string answer = AnswerHead(reply, without_content);
-    if (!without_content) answer += reply.body;
-    WriteAll(answer);
+  void SendComplete(const std::string& method, const BmcResponse& response) {
+    const bool without_content = HasNoContent(method, response.status);
+    std::string message = FormatHeader(response, without_content);
+    if (!without_content) message += response.body;
+    WriteAll(message);
   }
 
-  void SendByteByByte(const std::string& method, const Reply& reply) {
-    const bool without_content = HasNoContent(method, reply.status);
-    bool alive = WriteAll(AnswerHead(reply, without_content));
+  void SendByteByByte(const std::string& method, const BmcResponse& response) {
+    const bool without_content = HasNoContent(method, response.status);
+    bool is_connected = WriteAll(FormatHeader(response, without_content));
     if (without_content) return;
-    for (const char& byte : reply.body) {
-      alive = alive && server_.Pause(reply.drip) && WriteAll({&byte, 1});
+    for (const char& byte : response.body) {
+      is_connected = is_connected && server_.WaitUnlessStopped(response.drip) &&
+                     WriteAll({&byte, 1});
     }
   }
 
-  // A close with a zero linger time discards and sends RST (socket(7)).
+  // With a linger time of zero, close() sends an RST (socket(7)).
   void Reset() {
-    broken_ = true;
+    is_broken_ = true;
     const linger discard = {.l_onoff = 1, .l_linger = 0};
     setsockopt(socket_, SOL_SOCKET, SO_LINGER, &discard, sizeof discard);
   }
@@ -317,23 +318,23 @@ class TlsServer::Connection final : public httplib::Stream {
   TlsServer& server_;
   int socket_;
   std::unique_ptr<SSL, decltype(&SSL_free)> tls_;
-  std::string head_;
+  std::string raw_header_;
   std::string alpn_;
-  bool head_complete_ = false;
-  bool answered_ = false;
-  bool broken_ = false;
+  bool is_header_complete_ = false;
+  bool has_responded_ = false;
+  bool is_broken_ = false;
 };
 
 TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
                      int port)
-    : handler_(handler), tls_(SelfSignedContext()) {
-  // cpp-httplib's default, SO_REUSEPORT, would let two simulators share a port.
+    : handler_(handler), tls_(CreateSelfSignedTlsContext()) {
+  // The default of cpp-httplib, SO_REUSEPORT, lets two simulators share a port.
   set_socket_options([](socket_t socket_fd) {
     const int on = 1;
     setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
-  SSL_CTX_set_alpn_select_cb(tls_.get(), &Connection::TakeOffer, nullptr);
-  RouteEverything();
+  SSL_CTX_set_alpn_select_cb(tls_.get(), &Connection::RecordAlpnOffer, nullptr);
+  RegisterRoutes();
   if (port == 0) {
     port_ = bind_to_any_port(bind_address);
   } else if (bind_to_port(bind_address, port)) {
@@ -342,11 +343,11 @@ TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
   if (port_ <= 0) {
     throw std::runtime_error("cannot listen on " + bind_address + " port " +
                              std::to_string(port) +
-                             ": is the address one of this machine's, and the "
-                             "port free? (port 0 takes any free one)");
+                             ": the address does not belong to this host, or "
+                             "the port is in use. Port 0 selects a free one.");
   }
-  // stop() does nothing before the accept loop runs; the loop makes its queue
-  // as it starts, which is the sign waited for here.
+  // stop() has no effect before the accept loop runs. The loop creates its
+  // queue when it starts, so wait for that.
   auto running = std::make_shared<std::promise<void>>();
   std::future<void> started = running->get_future();
   new_task_queue = [running] {
@@ -374,13 +375,13 @@ bool TlsServer::process_and_close_socket(socket_t socket_fd) {
     bool closed = false;
     process_request(
         connection, /*close_connection=*/true, closed,
-        [&](httplib::Request& request) { connection.TakeHead(request); });
+        [&](httplib::Request& request) { connection.PrepareRequest(request); });
     connection.Finish();
   }
   return true;
 }
 
-void TlsServer::RouteEverything() {
+void TlsServer::RegisterRoutes() {
   const auto without_body = [this](const httplib::Request& request,
                                    httplib::Response&) {
     Respond(request, nullptr);
@@ -400,12 +401,12 @@ void TlsServer::Respond(const httplib::Request& request,
                         const httplib::ContentReader* read_body) {
   auto& connection = *static_cast<Connection*>(SSL_get_app_data(request.ssl));
   RecordedRequest recorded = connection.Recorded(request);
-  if (const auto early = handler_.AnswerBeforeBody(recorded)) {
+  if (const auto early = handler_.RespondBeforeBody(recorded)) {
     connection.Send(request.method, *early);
     return;
   }
-  // Without either field a request has no body (RFC 9112, 6.3); cpp-httplib
-  // would wait for one until the client hangs up.
+  // Without either field a request has no body (RFC 9112, 6.3), but cpp-httplib
+  // waits for one until the client closes the connection.
   const bool has_body = request.has_header("Content-Length") ||
                         request.has_header("Transfer-Encoding");
   if (read_body != nullptr && has_body &&
@@ -413,25 +414,26 @@ void TlsServer::Respond(const httplib::Request& request,
         recorded.body.append(bytes, size);
         return true;
       })) {
-    return;  // cut off on its way: there is nobody to answer
+    return;  // the connection is broken
   }
   recorded.body_size = recorded.body.size();
-  recorded.parts = ParseForm(Header(recorded, "Content-Type"), recorded.body);
-  connection.Send(request.method, handler_.Answer(std::move(recorded)));
+  recorded.parts =
+      ParseMultipart(Header(recorded, "Content-Type"), recorded.body);
+  connection.Send(request.method, handler_.Respond(std::move(recorded)));
 }
 
-void TlsServer::Register(int socket_fd) {
+void TlsServer::RegisterSocket(int socket_fd) {
   const std::lock_guard lock(mutex_);
   open_sockets_.insert(socket_fd);
   if (stopping_) ::shutdown(socket_fd, SHUT_RDWR);
 }
 
-void TlsServer::Unregister(int socket_fd) {
+void TlsServer::UnregisterSocket(int socket_fd) {
   const std::lock_guard lock(mutex_);
   open_sockets_.erase(socket_fd);
 }
 
-bool TlsServer::Pause(std::chrono::milliseconds duration) {
+bool TlsServer::WaitUnlessStopped(std::chrono::milliseconds duration) {
   std::unique_lock lock(mutex_);
   return !stop_requested_.wait_for(lock, duration, [&] { return stopping_; });
 }

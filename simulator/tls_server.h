@@ -14,35 +14,36 @@
 #include <string>
 #include <thread>
 
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 namespace quorvane::simulator {
 
-/// Decides what to answer. Called on the server's threads, several at once.
+/// Creates the responses. Called on several server threads at the same time.
 class RequestHandler {
  public:
   virtual ~RequestHandler() = default;
 
-  /// Asked before the body is read; a reply here ends the exchange. `request`
-  /// has no body yet.
-  virtual std::optional<Reply> AnswerBeforeBody(
+  /// Called before the body is read, so `request` has none. A response ends the
+  /// exchange.
+  virtual std::optional<BmcResponse> RespondBeforeBody(
       const RecordedRequest& request) = 0;
 
-  virtual Reply Answer(RecordedRequest request) = 0;
+  virtual BmcResponse Respond(RecordedRequest request) = 0;
 };
 
-/// An HTTPS server with a certificate of its own making, one request per
-/// connection. cpp-httplib accepts and parses; sockets, TLS and the answer's
-/// bytes are handled here, as only the owner of a connection can break it in
-/// the ways of `Fault`.
+/// An HTTPS server with a self-signed certificate and one request per
+/// connection. cpp-httplib accepts connections and parses requests. This class
+/// handles sockets, TLS and the bytes of a response, because a `Fault` breaks
+/// these.
 class TlsServer : private httplib::Server {
  public:
-  /// Listens as soon as it is made. `port` 0 takes a free one. `handler` must
-  /// outlive the server.
-  /// @throws std::runtime_error when the address cannot be bound.
+  /// Starts to listen. Port 0 selects a free port. `handler` must outlive the
+  /// server.
+  /// @throws std::runtime_error if the address cannot be bound.
   TlsServer(RequestHandler& handler, const std::string& bind_address, int port);
 
-  /// Ends every connection and joins every thread; takes no time-out's length.
+  /// Closes all connections and joins all threads, without waiting for
+  /// timeouts.
   ~TlsServer() override;
 
   TlsServer(const TlsServer&) = delete;
@@ -56,14 +57,14 @@ class TlsServer : private httplib::Server {
   // Protected in cpp-httplib; tls_server.cc checks the version.
   bool process_and_close_socket(socket_t socket_fd) override;
 
-  void RouteEverything();
+  void RegisterRoutes();
   void Respond(const httplib::Request& request,
                const httplib::ContentReader* read_body);
 
-  void Register(int socket_fd);
-  void Unregister(int socket_fd);
-  /// False when the server was stopped meanwhile.
-  bool Pause(std::chrono::milliseconds duration);
+  void RegisterSocket(int socket_fd);
+  void UnregisterSocket(int socket_fd);
+  /// Returns false if the server is stopped in the meantime.
+  bool WaitUnlessStopped(std::chrono::milliseconds duration);
 
   RequestHandler& handler_;
   std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls_;

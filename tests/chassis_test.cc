@@ -10,8 +10,8 @@ namespace quorvane::test {
 namespace {
 
 using nlohmann::json;
+using simulator::BmcResponse;
 using simulator::Fault;
-using simulator::Reply;
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
@@ -19,8 +19,8 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 struct Member {
-  json resource;     // the body of the response
-  Reply reply = {};  // the response if `resource` is null
+  json resource;           // the body of the response
+  BmcResponse reply = {};  // the response if `resource` is null
 };
 
 class ChassisTest : public BmcTest {
@@ -31,11 +31,11 @@ class ChassisTest : public BmcTest {
       const std::string path = "/c/" + std::to_string(i);
       collection["Members"].push_back({{"@odata.id", path}});
       bmc.On("GET", path)
-          .Answer(members[i].resource.is_null()
-                      ? members[i].reply
-                      : Reply{.body = members[i].resource.dump()});
+          .Respond(members[i].resource.is_null()
+                       ? members[i].reply
+                       : BmcResponse{.body = members[i].resource.dump()});
     }
-    bmc.On("GET", "/redfish/v1/Chassis").Answer(200, collection.dump());
+    bmc.On("GET", "/redfish/v1/Chassis").Respond(200, collection.dump());
   }
 
   bool Fetch() {
@@ -123,11 +123,11 @@ TEST_F(ChassisTest, LogsEveryStep) {
 
 TEST_F(ChassisTest, FailsIfCollectionCannotBeRead) {
   WriteRules("{}");
-  bmc.On("GET", "/redfish/v1/Chassis").Answer({.fault = Fault::kReset});
+  bmc.On("GET", "/redfish/v1/Chassis").Respond({.fault = Fault::kReset});
   EXPECT_FALSE(Fetch());
-  bmc.On("GET", "/redfish/v1/Chassis").Answer(403, "x");
+  bmc.On("GET", "/redfish/v1/Chassis").Respond(403, "x");
   EXPECT_FALSE(Fetch());
-  bmc.On("GET", "/redfish/v1/Chassis").Answer(200, "<html>");
+  bmc.On("GET", "/redfish/v1/Chassis").Respond(200, "<html>");
   EXPECT_FALSE(Fetch());
   EXPECT_THAT(Log("chassis"),
               AllOf(Contains(StartsWith("Chassis collection request failed: ")),

@@ -219,27 +219,27 @@ void FaultSweep::SetResponses(const BmcBehavior& behavior) {
       R"( "Oem": {"Password": "sh4re"}, "TaskState": )";
   const simulator::HeaderList location = {{"Location", kTask}};
   bmc.On("POST", kUpload)
-      .Answer(behavior.accepts_multipart ? 202 : 405, link + "0}");
-  bmc.On("PUT", kUpload).Answer(202, "", location);
+      .Respond(behavior.accepts_multipart ? 202 : 405, link + "0}");
+  bmc.On("PUT", kUpload).Respond(202, "", location);
   if (behavior.accepts_simple_update) {
-    bmc.On("POST", kSimple).Answer(202, "", location);
+    bmc.On("POST", kSimple).Respond(202, "", location);
   } else {
-    bmc.On("POST", kSimple).Answer(404).Then(200);
+    bmc.On("POST", kSimple).Respond(404).Then(200);
   }
   bmc.On("GET", kTask)
-      .Answer(200, link + R"("Running", "PercentComplete": 40})")
+      .Respond(200, link + R"("Running", "PercentComplete": 40})")
       .Then(200, link + R"("Completed", "PercentComplete": 100})");
-  bmc.On("POST", kReset).Answer(204);
-  bmc.On("GET", "/share/" + image_name).Answer(200, std::string(40'000, 'd'));
+  bmc.On("POST", kReset).Respond(204);
+  bmc.On("GET", "/share/" + image_name).Respond(200, std::string(40'000, 'd'));
   bmc.On("GET", kInventory)
-      .Answer(200, R"({"Members": [{"@odata.id": "/m/1"}]})");
+      .Respond(200, R"({"Members": [{"@odata.id": "/m/1"}]})");
   bmc.On("GET", "/m/1")
-      .Answer(200, R"({"Name": "N", "Version": "1", "RelatedItem":
+      .Respond(200, R"({"Name": "N", "Version": "1", "RelatedItem":
                [{"@odata.id": "/redfish/v1/Systems/system"}]})");
   bmc.On("GET", "/redfish/v1/Chassis")
-      .Answer(200, R"({"Members": [{"@odata.id": "/c/1"}]})");
+      .Respond(200, R"({"Members": [{"@odata.id": "/c/1"}]})");
   bmc.On("GET", "/c/1")
-      .Answer(
+      .Respond(
           200,
           R"({"Manufacturer": "M", "Model": "Example", "Name": "chassis"})");
 }

@@ -17,10 +17,10 @@
 namespace quorvane::test {
 namespace {
 
+using simulator::BmcResponse;
 using simulator::Fault;
 using simulator::Header;
 using simulator::RecordedRequest;
-using simulator::Reply;
 using simulator::SimulatedBmc;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -87,9 +87,9 @@ class HttpTest : public BmcTest {
                                    "");
   }
   // Sets the response to all methods.
-  void SetResponse(const Reply& reply) {
+  void SetResponse(const BmcResponse& reply) {
     for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
-      bmc.On(method, kPath).Answer(reply);
+      bmc.On(method, kPath).Respond(reply);
     }
   }
   RecordedRequest LastRequest() const { return bmc.Requests().back(); }
@@ -217,7 +217,7 @@ TEST_F(HttpTest, SendsBodiesAndFilesOfAnySize) {
 
 TEST_F(HttpTest, ReturnsResponsesOfEveryStatus) {
   struct Case {
-    Reply reply;
+    BmcResponse reply;
     std::string content_type, location;
   };
   const std::string json = "application/json";
@@ -260,7 +260,7 @@ TEST_F(HttpTest, RejectsHarmfulHeaders) {
   }
   struct Case {
     std::string reason;
-    Reply reply;
+    BmcResponse reply;
   };
   for (const auto& [reason, reply] : std::vector<Case>{
            {encoding, {.headers = {{"Transfer-Encoding", "gzip"}}}},
@@ -308,7 +308,7 @@ TEST(HeaderLine, IsCapturedByName) {
 
 TEST_F(HttpTest, KeepsMethodAfterRedirect) {
   for (const char* method : {"GET", "POST", "PATCH", "PUT"}) {
-    bmc.On(method, "/new").Answer(201, "final");
+    bmc.On(method, "/new").Respond(201, "final");
   }
   for (const int status : {301, 302, 303, 307, 308}) {
     SetResponse({status, "moved", {{"Location", "/new?q"}}});
@@ -365,15 +365,15 @@ TEST_F(HttpTest, SendsNoCredentialsToOtherServers) {
 }
 
 TEST_F(HttpTest, LimitsRedirectsToThirtyAndHttp) {
-  const Reply again = {.status = 302, .headers = {{"Location", kPath}}};
+  const BmcResponse again = {.status = 302, .headers = {{"Location", kPath}}};
   auto responses = bmc.On("GET", kPath);
-  responses.Answer(again);
+  responses.Respond(again);
   for (int i = 1; i < 30; ++i) responses.Then(again);
   responses.Then(200, "there");
   EXPECT_EQ(Get(kPath).body, "there");
 
   bmc.ClearRequests();
-  responses.Answer(again);
+  responses.Respond(again);
   EXPECT_EQ(ErrorOf([&] { Get(kPath); }),
             std::string("GET failed: ") +
                 curl_easy_strerror(CURLE_TOO_MANY_REDIRECTS));
@@ -384,7 +384,7 @@ TEST_F(HttpTest, LimitsRedirectsToThirtyAndHttp) {
       curl_easy_strerror(CURLE_UNSUPPORTED_PROTOCOL);
   for (const std::string url : {"file:///etc/hostname", "ftp://127.0.0.1:1/",
                                 "gopher://127.0.0.1:1/"}) {
-    responses.Answer(302, "", {{"Location", url}});
+    responses.Respond(302, "", {{"Location", url}});
     EXPECT_EQ(ErrorOf([&] { Get(kPath); }), unsupported) << url;
     EXPECT_EQ(
         ErrorOf([&] { return client.get(url, {}, kTimeoutMs, "", "", ""); }),
@@ -393,7 +393,7 @@ TEST_F(HttpTest, LimitsRedirectsToThirtyAndHttp) {
 }
 
 TEST_F(HttpTest, IgnoresProxyOfEnvironment) {
-  bmc.On("GET", kPath).Answer(200);
+  bmc.On("GET", kPath).Respond(200);
   for (const char* variable :
        {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
     setenv(variable, "http://127.0.0.1:1", 1);
@@ -427,7 +427,7 @@ TEST_F(HttpTest, ThrowsAndLogsTransferErrors) {
 
 TEST_F(HttpTest, LimitsTimeOfWholeTransfer) {
   const std::string timed_out = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
-  for (const Reply& reply : std::vector<Reply>{
+  for (const BmcResponse& reply : std::vector<BmcResponse>{
            {.delay = std::chrono::seconds(2)},
            {.body = std::string(100, 'x'), .fault = Fault::kSlowDrip}}) {
     SetResponse(reply);
@@ -438,7 +438,7 @@ TEST_F(HttpTest, LimitsTimeOfWholeTransfer) {
                 operation.failure + timed_out);
     }
   }
-  bmc.On("GET", kPath).Answer({.delay = std::chrono::milliseconds(200)});
+  bmc.On("GET", kPath).Respond({.delay = std::chrono::milliseconds(200)});
   EXPECT_EQ(client.get(Url(kPath), {}, 0, "", "", "").status_code, 200);
 }
 
@@ -501,7 +501,7 @@ TEST_F(HttpTest, SendsChangedFileAtOriginalLengthOrFails) {
                               std::ofstream(image) << changed;
                             }});
       changing.On(operation.method, kPath)
-          .Answer(307, "", {{"Location", kPath}})
+          .Respond(307, "", {{"Location", kPath}})
           .Then(202);
       const std::string failure = ErrorOf([&] {
         operation.run({.url = "https://" + changing.Address() + kPath});

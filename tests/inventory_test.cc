@@ -48,7 +48,7 @@ auto Throws(const char* start) {
 
 class InventoryTest : public BmcTest {
  protected:
-  InventoryTest() { bmc.On("GET", kMember).Answer(200, R"({"Name":"BMC"})"); }
+  InventoryTest() { bmc.On("GET", kMember).Respond(200, R"({"Name":"BMC"})"); }
 
   bool Fetch() {
     return FetchInventory(
@@ -84,12 +84,12 @@ TEST_F(InventoryTest, ReadsMembersWithAccountOfRequest) {
       "inventory_uri": ["/redfish/v1/first", "/redfish/v1/second"]}})");
   const std::string elsewhere =
       "https://u:hidden@" + bmc.Address() + "/elsewhere/NIC";
-  bmc.On("GET", kFirst).Answer(200, Collection({kMember, elsewhere}));
-  bmc.On("GET", kMember).Answer(200, R"({
+  bmc.On("GET", kFirst).Respond(200, Collection({kMember, elsewhere}));
+  bmc.On("GET", kMember).Respond(200, R"({
     "@odata.id": "/another", "Name": "BMC firmware", "SoftwareId": "id-1",
     "Version": "1.2.3",
     "RelatedItem": [{"@odata.id": "/m/1"}, {"@odata.id": "/m/2"}]})");
-  bmc.On("GET", "/elsewhere/NIC").Answer(200, R"({"Version": "2"})");
+  bmc.On("GET", "/elsewhere/NIC").Respond(200, R"({"Version": "2"})");
   EXPECT_TRUE(Fetch()) << LogText();
 
   ASSERT_EQ(items.size(), 2);
@@ -128,7 +128,7 @@ TEST_F(InventoryTest, ReadsMembersWithAccountOfRequest) {
 
 TEST_F(InventoryTest, SkipsUnreadableMembers) {
   WriteRules(kOneUri);
-  bmc.On("GET", kFirst).Answer(200, Collection({kMember}));
+  bmc.On("GET", kFirst).Respond(200, Collection({kMember}));
   const std::string failed = "GET member failed: /redfish/v1/first/BMC (HTTP ";
   const std::vector<std::tuple<int, const char*, std::string>> cases = {
       {404, "{}", failed + "404)"},
@@ -136,7 +136,7 @@ TEST_F(InventoryTest, SkipsUnreadableMembers) {
       {200, "", failed + "200)"},
       {200, "<html>", "Failed to parse member JSON for /redfish/v1/first/BMC"}};
   for (const auto& [status, body, skipped] : cases) {
-    bmc.On("GET", kMember).Answer(status, body);
+    bmc.On("GET", kMember).Respond(status, body);
     EXPECT_TRUE(Fetch());
     EXPECT_THAT(items, IsEmpty());
     EXPECT_EQ(*(Log().end() - 4), "WARNING [inventory] " + skipped);
@@ -146,13 +146,13 @@ TEST_F(InventoryTest, SkipsUnreadableMembers) {
 
 TEST_F(InventoryTest, LeavesMissingPropertiesEmpty) {
   WriteRules(kOneUri);
-  bmc.On("GET", kFirst).Answer(200, Collection({kMember}));
+  bmc.On("GET", kFirst).Respond(200, Collection({kMember}));
   for (const char* body :
        {"[]", R"({"Name": 5, "SoftwareId": null, "Version": {}})",
         R"({"name": "a", "RelatedItem": {"@odata.id": "/a"}})",
         R"({"RelatedItem": [{}, {"@odata.id": "/b"}]})",
         R"({"RelatedItem": ["/a", {"@odata.id": "/b"}]})"}) {
-    bmc.On("GET", kMember).Answer(200, body);
+    bmc.On("GET", kMember).Respond(200, body);
     EXPECT_TRUE(Fetch());
     const InventoryItem& item = items.at(0);
     EXPECT_EQ(item.Name + item.SoftwareId + item.Version + item.target_id, "")
@@ -167,7 +167,7 @@ TEST_F(InventoryTest, AcceptsCollectionWithoutMembers) {
         R"({"members": [{"@odata.id": "/a"}]})",
         R"({"Members": ["/a", 5, {}, {"@odata.id": 5}, {"@odata.ID": "/a"}]})",
         "<html>"}) {
-    bmc.On("GET", kFirst).Answer(200, body);
+    bmc.On("GET", kFirst).Respond(200, body);
     EXPECT_TRUE(Fetch()) << body;
     EXPECT_THAT(items, IsEmpty());
     EXPECT_EQ(*(Log().end() - 2), "INFO [inventory] Members found: 0");
@@ -181,9 +181,9 @@ TEST_F(InventoryTest, AcceptsCollectionWithoutMembers) {
 
 TEST_F(InventoryTest, TriesNextUriWithoutWait) {
   WriteRules(kThreeUris);
-  bmc.On("GET", kFirst).Answer(404);
-  bmc.On("GET", kSecond).Answer({.fault = Fault::kDrop});
-  bmc.On("GET", kThird).Answer(200, Collection({kMember}));
+  bmc.On("GET", kFirst).Respond(404);
+  bmc.On("GET", kSecond).Respond({.fault = Fault::kDrop});
+  bmc.On("GET", kThird).Respond(200, Collection({kMember}));
   EXPECT_TRUE(Fetch());
   EXPECT_EQ(items.size(), 1);
   EXPECT_THAT(Waits(), IsEmpty());
@@ -200,9 +200,9 @@ TEST_F(InventoryTest, TriesNextUriWithoutWait) {
 // counts.
 TEST_F(InventoryTest, UsesSecondResponseOfLastUri) {
   WriteRules(kThreeUris);
-  bmc.On("GET", kFirst).Answer(404);
-  bmc.On("GET", kSecond).Answer(500);
-  bmc.On("GET", kThird).Answer(503).Then(401);
+  bmc.On("GET", kFirst).Respond(404);
+  bmc.On("GET", kSecond).Respond(500);
+  bmc.On("GET", kThird).Respond(503).Then(401);
   EXPECT_FALSE(Fetch());
   EXPECT_THAT(RequestLines(),
               ElementsAre("GET /redfish/v1/first", "GET /redfish/v1/second",
@@ -210,12 +210,12 @@ TEST_F(InventoryTest, UsesSecondResponseOfLastUri) {
   EXPECT_EQ(*(Log("inventory").end() - 2),
             "Collection HTTP status: 401 (used URI: /redfish/v1/third)");
 
-  bmc.On("GET", kThird).Answer(503).Then({.fault = Fault::kReset});
+  bmc.On("GET", kThird).Respond(503).Then({.fault = Fault::kReset});
   items.resize(1);
   EXPECT_THAT(Fetching(), Throws("GET failed: "));
   EXPECT_THAT(items, IsEmpty());
 
-  bmc.On("GET", kThird).Answer({.fault = Fault::kDrop}).Then(200, "{}");
+  bmc.On("GET", kThird).Respond({.fault = Fault::kDrop}).Then(200, "{}");
   EXPECT_TRUE(Fetch());
   EXPECT_THAT(Waits(), IsEmpty());
 }
@@ -256,7 +256,7 @@ TEST_F(InventoryTest, AppliesRules) {
           {std::to_string(row.status), row.rule}};
     }
     WriteRules(rules.dump());
-    bmc.On("GET", kFirst).Answer(row.status, row.body);
+    bmc.On("GET", kFirst).Respond(row.status, row.body);
     std::vector<std::string> expected;
     if (!row.log_line.empty()) expected.assign(row.attempts, row.log_line);
     if (row.attempts == 2) {
@@ -281,13 +281,13 @@ TEST_F(InventoryTest, AppliesRules) {
 TEST_F(InventoryTest, DoublesWaitsBetweenAttempts) {
   WriteRules(R"({"firmware_update": {"inventory_uri": "/redfish/v1/first"}})");
   auto collection = bmc.On("GET", kFirst);
-  collection.Answer(500);
+  collection.Respond(500);
   EXPECT_FALSE(Fetch());
   EXPECT_EQ(bmc.Requests().size(), 8);  // four attempts with two requests each
   EXPECT_THAT(Waits(), ElementsAre(5, 10, 20));
   EXPECT_EQ(Log("inventory").back(), "Inventory fetch failed after 3 retries");
 
-  collection.Answer(500).Then(500).Then(200, Collection({kMember}));
+  collection.Respond(500).Then(500).Then(200, Collection({kMember}));
   EXPECT_TRUE(Fetch());
   EXPECT_EQ(items.size(), 1);
   EXPECT_THAT(Waits(), ElementsAre(5, 10, 20, 5));

@@ -17,8 +17,8 @@
 namespace quorvane::test {
 namespace {
 
+using simulator::BmcResponse;
 using simulator::Fault;
-using simulator::Reply;
 using testing::HasSubstr;
 using testing::Lt;
 using testing::Not;
@@ -98,7 +98,7 @@ enum class Effect { kNoResponse, kUnreadable, kErrorStatus };
 struct FaultCase {
   const char* name;
   Effect effect;
-  Reply reply;              // status 0: the success status of the stage
+  BmcResponse reply;        // status 0: the success status of the stage
   const char* reason = "";  // the reason of libcurl, without a response
 };
 
@@ -243,16 +243,17 @@ class MisbehavingBmc : public BmcTest {
 
 void MisbehavingBmc::SetResponses(const std::string& flow) {
   bmc.On("GET", kInventory)
-      .Answer(200, R"({"Members":[{"@odata.id":"/m/1"}]})");
-  bmc.On("GET", "/m/1").Answer(200, R"({"Name": "BMC"})");
-  bmc.On("GET", kChassis).Answer(200, R"({"Members":[{"@odata.id":"/c/1"}]})");
-  bmc.On("GET", "/c/1").Answer(200, R"({"Manufacturer":"M","Name":"N"})");
-  bmc.On("POST", kUpload).Answer(flow == "binary" ? 405 : 202, TaskLink(kTask));
-  bmc.On("PUT", kUpload).Answer(202, TaskLink(kTask));
-  bmc.On("POST", kSimple).Answer(flow == "download" ? 404 : 200);
-  bmc.On("GET", "/share/" + ImageName()).Answer(200, "firmware");
-  bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
-  bmc.On("POST", kReset).Answer(204);
+      .Respond(200, R"({"Members":[{"@odata.id":"/m/1"}]})");
+  bmc.On("GET", "/m/1").Respond(200, R"({"Name": "BMC"})");
+  bmc.On("GET", kChassis).Respond(200, R"({"Members":[{"@odata.id":"/c/1"}]})");
+  bmc.On("GET", "/c/1").Respond(200, R"({"Manufacturer":"M","Name":"N"})");
+  bmc.On("POST", kUpload)
+      .Respond(flow == "binary" ? 405 : 202, TaskLink(kTask));
+  bmc.On("PUT", kUpload).Respond(202, TaskLink(kTask));
+  bmc.On("POST", kSimple).Respond(flow == "download" ? 404 : 200);
+  bmc.On("GET", "/share/" + ImageName()).Respond(200, "firmware");
+  bmc.On("GET", kTask).Respond(200, Task("Completed", 100));
+  bmc.On("POST", kReset).Respond(204);
 }
 
 UpdateRequest MisbehavingBmc::Request(const std::string& flow) const {
@@ -373,12 +374,12 @@ TEST_P(EveryStage, EndsAndLogsCause) {
   for (const Stage& stage : Stages()) {
     SCOPED_TRACE(stage.name);
     SetResponses(stage.flow);
-    Reply reply = fault.reply;
+    BmcResponse reply = fault.reply;
     if (reply.status == 0) reply.status = stage.success_status;
     if (std::string(fault.name) == "plain_text_for_tls") {
       reply.headers = {{"Location", "https://" + plain.Address() + "/"}};
     }
-    bmc.On(stage.method, stage.path).Answer(reply);
+    bmc.On(stage.method, stage.path).Respond(reply);
     ClearLog();
     const std::string outcome = Run(stage.flow);
     EXPECT_THAT(
@@ -436,7 +437,7 @@ TEST_F(MisbehavingBmc, SendsControlCharacters) {
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.method << ' ' << row.path);
     SetResponses(row.flow);
-    bmc.On(row.method, row.path).Answer(row.status, link("/x"));
+    bmc.On(row.method, row.path).Respond(row.status, link("/x"));
     bmc.ClearRequests();
     EXPECT_THAT(Run(row.flow), StartsWith(row.outcome));
     for (const auto& request : bmc.Requests()) {
@@ -529,32 +530,33 @@ class SecretsInUris : public MisbehavingBmc {
   void SetResponsesWithSecrets(const std::string& flow) {
     SetResponses(flow);
     bmc.On("GET", "/inventory")
-        .Answer(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
-                         LinkTo("/m/2?sig=h1dden") + "," +
-                         LinkTo("/m/3?sig=h1dden") + "]}");
+        .Respond(200, R"({"Members": [)" + LinkTo(WithSecrets("/m/1")) + "," +
+                          LinkTo("/m/2?sig=h1dden") + "," +
+                          LinkTo("/m/3?sig=h1dden") + "]}");
     bmc.On("GET", "/m/1")
-        .Answer(200, R"({"RelatedItem": [)" + LinkTo(WithSecrets("/r")) + "]}");
-    bmc.On("GET", "/m/2").Answer(404);
-    bmc.On("GET", "/m/3").Answer(200, "<html>");
+        .Respond(200,
+                 R"({"RelatedItem": [)" + LinkTo(WithSecrets("/r")) + "]}");
+    bmc.On("GET", "/m/2").Respond(404);
+    bmc.On("GET", "/m/3").Respond(200, "<html>");
     bmc.On("GET", kChassis)
-        .Answer(200, R"({"Members": [)" + LinkTo("/c/2?sig=h1dden") + "," +
-                         LinkTo("/c/1?sig=h1dden") + "]}");
-    bmc.On("GET", "/c/2").Answer(200, "<html>");
+        .Respond(200, R"({"Members": [)" + LinkTo("/c/2?sig=h1dden") + "," +
+                          LinkTo("/c/1?sig=h1dden") + "]}");
+    bmc.On("GET", "/c/2").Respond(200, "<html>");
     const simulator::HeaderList location = {{"Location", WithSecrets(kTask)}};
     const std::string link = LinkTo(WithSecrets(kTask));
-    if (flow != "binary") bmc.On("POST", kUpload).Answer(202, "", location);
-    bmc.On("PUT", kUpload).Answer(202, "", location);
-    if (flow != "download") bmc.On("POST", kSimple).Answer(202, link);
-    bmc.On("POST", kReset).Answer(202, link);
+    if (flow != "binary") bmc.On("POST", kUpload).Respond(202, "", location);
+    bmc.On("PUT", kUpload).Respond(202, "", location);
+    if (flow != "download") bmc.On("POST", kSimple).Respond(202, link);
+    bmc.On("POST", kReset).Respond(202, link);
   }
 };
 
 // Secrets in the rules, in the request, and in links of the BMC.
 TEST_F(SecretsInUris, AreRedactedInEveryLine) {
-  for (const Reply& bad : std::vector<Reply>{
+  for (const BmcResponse& bad : std::vector<BmcResponse>{
            {.status = 404}, {.status = 503}, {.fault = Fault::kDrop}}) {
     for (const char* method : {"GET", "POST", "PUT"}) {
-      bmc.On(method, "/bad").Answer(bad);
+      bmc.On(method, "/bad").Respond(bad);
     }
     for (const char* flow :
          {"inventory", "chassis", "local", "binary", "share", "download"}) {
@@ -571,7 +573,7 @@ TEST_F(SecretsInUris, AreRedactedInEveryLine) {
 
 struct DisconnectCase {
   const char* name;
-  Reply reply;
+  BmcResponse reply;
   long http_status;  // of the result
   const char* message;
 };
@@ -601,7 +603,7 @@ TEST_P(MisbehavingUpload, RecoversFromOneDisconnect) {
         {.faults = {{.phase = "upload",
                      .first = fault_count,
                      .before_body = true,
-                     .reply = GetParam().reply}}});
+                     .response = GetParam().reply}}});
     request.bmc_ip = bmc.Address();
     const UpdateResponse result = PerformUpdate(request);
     EXPECT_EQ(result.accepted, fault_count == 1) << LogText();

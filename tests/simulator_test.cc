@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the simulated BMC promises to those who test against it. It is asked
-// with libcurl, which tells broken connections apart.
+// The behavior of the simulated BMC that tests rely on. The client is libcurl,
+// which distinguishes the kinds of broken connections.
 #include <curl/curl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,8 +32,8 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kUpload = "/redfish/v1/UpdateService/update";
-const std::string kForm = "/redfish/v1/UpdateService/update-multipart";
+const std::string kBinary = "/redfish/v1/UpdateService/update";
+const std::string kMultipart = "/redfish/v1/UpdateService/update-multipart";
 const std::string kAction =
     "/redfish/v1/UpdateService/Actions/UpdateService.SimpleUpdate";
 const std::string kReset =
@@ -41,16 +41,16 @@ const std::string kReset =
 const std::string kInventory = "/redfish/v1/UpdateService/FirmwareInventory";
 const std::string kTask = "/redfish/v1/TaskService/Tasks/1";
 const std::string kMonitor = "/redfish/v1/TaskService/TaskMonitors/1";
-const std::string kRestart = R"({"ResetType":"ForceRestart"})";
+const std::string kForceRestart = R"({"ResetType":"ForceRestart"})";
 
-// A JSON object that nests deeper than the stack of a recursive reader allows.
+// Nested so deeply that a recursive parser would overflow the stack.
 const std::string kDeep = R"({"description": )" + std::string(200'000, '[') +
                           std::string(200'000, ']') + "}";
 
-struct Received {
+struct Result {
   CURLcode code = CURLE_OK;
   long status = 0;
-  std::string head = {};
+  std::string header = {};
   std::string body = {};
 };
 
@@ -61,19 +61,19 @@ std::size_t Append(char* bytes, std::size_t, std::size_t size, void* text) {
 
 using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
 
-struct Ask {
+struct Request {
   std::string method;
   std::string path;
   std::string body = {};
   std::string content_type = "application/json";
-  std::string login = "admin:password";
+  std::string credentials = "admin:password";
 
-  [[nodiscard]] Received Of(const SimulatedBmc& bmc) const {
+  [[nodiscard]] Result Send(const SimulatedBmc& bmc) const {
     const Handle handle(curl_easy_init(), &curl_easy_cleanup);
     CURL* curl = handle.get();
     const std::string field = "Content-Type: " + content_type;
     curl_slist* list = curl_slist_append(nullptr, field.c_str());
-    Received received;
+    Result result;
     const std::string url = "https://" + bmc.Address() + path;
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
@@ -82,10 +82,11 @@ struct Ask {
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, 60L);
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &Append);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &received.body);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &result.body);
     curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, &Append);
-    curl_easy_setopt(curl, CURLOPT_HEADERDATA, &received.head);
-    if (!login.empty()) curl_easy_setopt(curl, CURLOPT_USERPWD, login.c_str());
+    curl_easy_setopt(curl, CURLOPT_HEADERDATA, &result.header);
+    if (!credentials.empty())
+      curl_easy_setopt(curl, CURLOPT_USERPWD, credentials.c_str());
     if (method[0] == 'P') {
       curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE,
                        static_cast<long>(body.size()));
@@ -93,46 +94,46 @@ struct Ask {
     }
     if (method == "HEAD") curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
     curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
-    received.code = curl_easy_perform(curl);
-    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &received.status);
+    result.code = curl_easy_perform(curl);
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &result.status);
     curl_slist_free_all(list);
-    return received;
+    return result;
   }
 };
 
-Received Get(const SimulatedBmc& bmc, const std::string& path) {
-  return Ask{"GET", path}.Of(bmc);
+Result Get(const SimulatedBmc& bmc, const std::string& path) {
+  return Request{"GET", path}.Send(bmc);
 }
-Received Post(const SimulatedBmc& bmc, const std::string& path,
-              const std::string& body) {
-  return Ask{"POST", path, body}.Of(bmc);
+Result Post(const SimulatedBmc& bmc, const std::string& path,
+            const std::string& body) {
+  return Request{"POST", path, body}.Send(bmc);
 }
 
-// The value of a string or number in a document of the machine; or nothing.
-std::string Member(const std::string& document, const char* key) {
+// A string or number in a resource; empty if there is none.
+std::string ValueOf(const std::string& document, const char* key) {
   const auto tree = nlohmann::json::parse(document, nullptr, false);
   if (!tree.contains(key)) return {};
   const auto& value = tree[key];
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-// "202 Running 25" of a task's answer, "404" of one without a task.
+// "202 Running 25" if the response is a task, otherwise "404".
 std::string Poll(const SimulatedBmc& bmc, const std::string& path) {
-  const Received got = Get(bmc, path);
-  if (got.code != CURLE_OK) return "no answer";
+  const Result got = Get(bmc, path);
+  if (got.code != CURLE_OK) return "no response";
   std::string shown = std::to_string(got.status);
   for (const char* key : {"TaskState", "PercentComplete"}) {
-    const std::string value = Member(got.body, key);
+    const std::string value = ValueOf(got.body, key);
     if (!value.empty()) shown += ' ' + value;
   }
   return shown;
 }
 
 std::string VersionOf(const SimulatedBmc& bmc, const std::string& id) {
-  return Member(Get(bmc, kInventory + '/' + id).body, "Version");
+  return ValueOf(Get(bmc, kInventory + '/' + id).body, "Version");
 }
 
-TEST(Form, IsParsed) {
+TEST(ParseMultipart, ReadsPartsAndRejectsMalformedBodies) {
   struct Case {
     std::string content_type, body;
     std::string parts;  // "name/filename/type=content;" each
@@ -153,11 +154,11 @@ TEST(Form, IsParsed) {
            {typed,
             "--b\r\nContent-Disposition: form-data; name=n\r\n\r\ncut off\r\n",
             ""},
-           {typed, "--b\r\nhead without end\r\n--b--", ""},
+           {typed, "--b\r\nheader without end\r\n--b--", ""},
            {"multipart/form-data", "--b--", ""},
            {"application/json", "{}", ""}}) {
     std::string parts;
-    for (const FormPart& part : ParseForm(row.content_type, row.body)) {
+    for (const FormPart& part : ParseMultipart(row.content_type, row.body)) {
       parts += part.name + '/' + part.filename + '/' + part.content_type + '=' +
                part.content + ';';
     }
@@ -165,26 +166,26 @@ TEST(Form, IsParsed) {
   }
 }
 
-TEST(Machine, StoresTheImageOfAFormAndShowsItOnlyAfterARestart) {
+TEST(RedfishService, InstallsAMultipartUploadAtTheNextReboot) {
   SimulatedBmc bmc;
-  // An image that holds what looks like a delimiter, and zero bytes.
+  // The image contains a NUL and text that looks like a delimiter.
   const std::string image = std::string("ab\0c\r\n--x\r\n", 11) + "--y--";
   const auto upload = [&](const std::string& parameters) {
     const std::string part =
         "\r\n--y-y\r\nContent-Disposition: form-data; name=";
-    return Ask{"POST", kForm,
-               part + "UpdateParameters\r\n\r\n" + parameters + part +
-                   "UpdateFile\r\n\r\n" + image + "\r\n--y-y--\r\n",
-               "multipart/form-data; boundary=y-y"}
-        .Of(bmc);
+    return Request{"POST", kMultipart,
+                   part + "UpdateParameters\r\n\r\n" + parameters + part +
+                       "UpdateFile\r\n\r\n" + image + "\r\n--y-y--\r\n",
+                   "multipart/form-data; boundary=y-y"}
+        .Send(bmc);
   };
   EXPECT_EQ(upload("[not JSON").status, 400);
   EXPECT_EQ(bmc.StoredImageSize(), 0U);
-  const Received accepted =
+  const Result accepted =
       upload(R"({"Targets":[")" + kInventory + R"(/BIOS"]})");
   EXPECT_EQ(accepted.status, 202);
-  EXPECT_THAT(accepted.head, HasSubstr("\r\nLocation: " + kMonitor + "\r\n"));
-  EXPECT_THAT(accepted.head, HasSubstr("\r\nRetry-After: 30\r\n"));
+  EXPECT_THAT(accepted.header, HasSubstr("\r\nLocation: " + kMonitor + "\r\n"));
+  EXPECT_THAT(accepted.header, HasSubstr("\r\nRetry-After: 30\r\n"));
   EXPECT_THAT(accepted.body, HasSubstr("\"@odata.id\": \"" + kTask + '"'));
   EXPECT_EQ(bmc.StoredImageSize(), image.size());
   // printf 'ab\0c\r\n--x\r\n--y--' | sha256sum
@@ -192,26 +193,26 @@ TEST(Machine, StoresTheImageOfAFormAndShowsItOnlyAfterARestart) {
             "9ae8cf130b4385af874b031f5ac708837cd6da1a922faafe7bdbbd2e7b208cd4");
   EXPECT_EQ(bmc.Requests().back().parts.at(1).content, image);
 
-  EXPECT_EQ(Post(bmc, kUpload, "image").status, 503);
+  EXPECT_EQ(Post(bmc, kBinary, "image").status, 503);
   while (Poll(bmc, kTask) != "200 Completed 100") {
     ASSERT_LT(bmc.Requests().size(), 20U);
   }
   EXPECT_EQ(VersionOf(bmc, "BIOS"), "2.4.1");
   EXPECT_EQ(Post(bmc, kReset, R"({"ResetType":"Sideways"})").status, 400);
-  EXPECT_EQ(Post(bmc, kReset, kRestart).status, 204);
-  EXPECT_EQ(bmc.Restarts(), 1);
+  EXPECT_EQ(Post(bmc, kReset, kForceRestart).status, 204);
+  EXPECT_EQ(bmc.Reboots(), 1);
   EXPECT_EQ(VersionOf(bmc, "BIOS"), "2.5.0");
-  EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0") << "was no target";
+  EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0") << "not a target";
 }
 
-TEST(Machine, TakesAnUploadThroughItsTask) {
-  constexpr const char* kNotByItself =
+TEST(RedfishService, AdvancesTheTaskOfAnUpload) {
+  constexpr const char* kActivationRequired =
       R"({"activation":{"required":true},"versions_change_at":"completion",
           "task":{"steps":[{"state":"Completed","percent":100}]}})";
   struct Case {
     const char* scenario;
     std::string path;
-    std::string steps;  // each a poll's answer, "reset" or "activation"
+    std::string steps;  // each is the result of a poll, "reset" or "activation"
     const char* version_after;
   };
   for (const Case& row : std::vector<Case>{
@@ -219,7 +220,7 @@ TEST(Machine, TakesAnUploadThroughItsTask) {
             "200 New 0, 200 Running 25, 200 Running 75, 200 Completed 100, "
             "200 Completed 100",
             "1.1.0"},
-           // A monitor goes after its last answer, or ends without content.
+           // A task monitor disappears after its last response.
            {R"({"task":{"steps":[{"percent":-1,"polls":2},
                 {"state":"Exception"}]}})",
             kMonitor, "202 Running, 202 Running, 200 Exception 0, 404",
@@ -233,26 +234,28 @@ TEST(Machine, TakesAnUploadThroughItsTask) {
             kTask,
             "200 Starting 0, 200 Starting 0, reset, 503, 200 Completed 100",
             "1.1.0"},
-           // Restarts by itself, and forgets.
+           // The BMC reboots by itself and deletes its tasks.
            {R"({"restart":{"by_itself_at":75,"requests":2,
                 "keeps_tasks":false}})",
             kTask,
-            "200 New 0, 200 Running 25, 200 Running 75, no answer, no answer, "
+            "200 New 0, 200 Running 25, 200 Running 75, no response, no "
+            "response, "
             "404",
             "1.1.0"},
            {"{}", kTask, "200 New 0, reset, 200 Exception 25", "1.0.0"},
-           // Installs nothing by itself.
-           {kNotByItself, kTask, "200 Completed 100", "1.0.0"},
-           {kNotByItself, kTask, "activation, 200 Completed 100", "1.1.0"}}) {
+           // An upload alone installs nothing.
+           {kActivationRequired, kTask, "200 Completed 100", "1.0.0"},
+           {kActivationRequired, kTask, "activation, 200 Completed 100",
+            "1.1.0"}}) {
     SimulatedBmc bmc(ParseScenario(row.scenario, "test"));
-    ASSERT_EQ(Post(bmc, kUpload, "image").status, 202);
+    ASSERT_EQ(Post(bmc, kBinary, "image").status, 202);
     std::string seen;
     while (seen.size() < row.steps.size()) {
       if (!seen.empty()) seen += ", ";
       const auto next = [&](const char* step) {
         return row.steps.find(step, seen.size()) == seen.size();
       };
-      seen += next("reset")        ? (Post(bmc, kReset, kRestart), "reset")
+      seen += next("reset")        ? (Post(bmc, kReset, kForceRestart), "reset")
               : next("activation") ? (Post(bmc, kAction, "{}"), "activation")
                                    : Poll(bmc, row.path);
     }
@@ -261,7 +264,7 @@ TEST(Machine, TakesAnUploadThroughItsTask) {
   }
 }
 
-TEST(Machine, CountsSecondsByItsClock) {
+TEST(RedfishService, MeasuresSecondsWithItsClock) {
   std::atomic<int> seconds = 0;
   const auto start = steady_clock::now();
   SimulatedBmc bmc(
@@ -270,33 +273,33 @@ TEST(Machine, CountsSecondsByItsClock) {
           "restart":{"seconds":60}})",
                     "test"),
       {.now = [&] { return start + std::chrono::seconds(seconds); }});
-  Post(bmc, kUpload, "image");
+  Post(bmc, kBinary, "image");
   EXPECT_EQ(Poll(bmc, kTask), "200 Running 0");
   seconds = 14;
   EXPECT_EQ(Poll(bmc, kTask), "200 Running 50");
   seconds = 15;
   EXPECT_EQ(Poll(bmc, kTask), "200 Completed 100");
-  Post(bmc, kReset, kRestart);
+  Post(bmc, kReset, kForceRestart);
   seconds = 74;
-  EXPECT_EQ(Poll(bmc, kTask), "no answer");
+  EXPECT_EQ(Poll(bmc, kTask), "no response");
   seconds = 75;
   EXPECT_EQ(VersionOf(bmc, "BMC"), "1.1.0");
 }
 
-TEST(Machine, AnswersAsABmc) {
+TEST(RedfishService, RespondsLikeABmc) {
   const std::string image_uri = R"({"ImageURI":"nfs://share/i"})";
   struct Case {
-    Ask ask;
+    Request request;
     long status;
-    std::string holds;  // in head or body
+    std::string text;  // in the header or the body
     const char* scenario = "{}";
   };
   const auto get = [](const std::string& path,
-                      const char* login = "admin:password") {
-    return Ask{.method = "GET", .path = path, .login = login};
+                      const char* credentials = "admin:password") {
+    return Request{.method = "GET", .path = path, .credentials = credentials};
   };
-  const Ask upload{"POST", kUpload, "12345"};
-  const Ask action{"POST", kAction, image_uri};
+  const Request upload{"POST", kBinary, "12345"};
+  const Request action{"POST", kAction, image_uri};
   for (const Case& row : std::vector<Case>{
            {get("/redfish/v1/", ""), 200, "Systems"},
            {get("/redfish/v1/Chassis", "admin:x"), 401, "e: Basic"},
@@ -305,11 +308,11 @@ TEST(Machine, AnswersAsABmc) {
            {get("/redfish/v1/Chassis/chassis/"), 200, "SerialNumber"},
            {{"HEAD", "/redfish/v1/Chassis"}, 200, "Content-Length: "},
            {{"POST", "/redfish/v1/UpdateService"}, 405, "Allow: GET, HEAD"},
-           {{"POST", kUpload, "x", "multipart/form-data; boundary=b"},
+           {{"POST", kBinary, "x", "multipart/form-data; boundary=b"},
             415,
             "error"},
-           {{"PUT", kUpload, "x"}, 202, "TaskState"},
-           {{"POST", kForm, "x"},
+           {{"PUT", kBinary, "x"}, 202, "TaskState"},
+           {{"POST", kMultipart, "x"},
             404,
             "error",
             R"({"upload":{"multipart_paths":[]}})"},
@@ -335,13 +338,13 @@ TEST(Machine, AnswersAsABmc) {
            {get("/redfish/v1/Chassis"), 307, "Location: /x",
             R"({"faults":[{"status":307,"headers":{"Location":"/x"}}]})"}}) {
     const SimulatedBmc bmc(ParseScenario(row.scenario, "test"));
-    const Received got = row.ask.Of(bmc);
-    EXPECT_EQ(got.status, row.status) << row.ask.path << row.scenario;
-    EXPECT_THAT(got.head + got.body, HasSubstr(row.holds));
+    const Result got = row.request.Send(bmc);
+    EXPECT_EQ(got.status, row.status) << row.request.path << row.scenario;
+    EXPECT_THAT(got.header + got.body, HasSubstr(row.text));
   }
 }
 
-TEST(FaultRules, StrikeWhenTheyCountTo) {
+TEST(FaultRules, ApplyToTheSelectedRequests) {
   SimulatedBmc bmc(ParseScenario(
       R"({"faults":[{"phase":"chassis","after":1,"every":2,"first":2,
                      "status":500},
@@ -359,24 +362,24 @@ TEST(FaultRules, StrikeWhenTheyCountTo) {
   EXPECT_THAT(chassis, ElementsAre(200, 500, 200, 500, 200, 200));
   EXPECT_EQ(Get(bmc, "/redfish/v1/Systems").code, CURLE_GOT_NOTHING);
   EXPECT_EQ(Get(bmc, "/redfish/v1/Systems").status, 200);
-  // More than the socket buffers hold, so the client is still sending.
-  EXPECT_NE(Post(bmc, kUpload, std::string(1U << 24U, 'x')).code, CURLE_OK);
+  // Larger than the socket buffers, so that the client is still sending.
+  EXPECT_NE(Post(bmc, kBinary, std::string(1U << 24U, 'x')).code, CURLE_OK);
   EXPECT_EQ(bmc.Requests().back().body_size, 0U);
   EXPECT_EQ(bmc.StoredImageSize(), 0U);
-  EXPECT_EQ(Post(bmc, kUpload, "image").code, CURLE_GOT_NOTHING);
-  EXPECT_EQ(bmc.StoredImageSize(), 5U) << "only the answer was lost";
+  EXPECT_EQ(Post(bmc, kBinary, "image").code, CURLE_GOT_NOTHING);
+  EXPECT_EQ(bmc.StoredImageSize(), 5U) << "only the response is lost";
 }
 
-TEST(ScenarioFile, IsRefusedWithAReason) {
+TEST(ScenarioFile, IsRejectedWithAReason) {
   const std::vector<std::pair<std::string, const char*>> cases = {
-      {kDeep, "no valid JSON: nested deeper than 100 levels"},
-      {"{\"a\":\n,}", "no valid JSON: parse error at line 2"},
+      {kDeep, "invalid JSON: nested deeper than 100 levels"},
+      {"{\"a\":\n,}", "invalid JSON: parse error at line 2"},
       {"[]", "$: must be an object, not []"},
       {R"({"tasks":{}})",
-       R"($.tasks: unknown key; did you mean "task"? Allowed here: ")"},
-      {R"({"zzzzzzzz":1})", "$.zzzzzzzz: unknown key Allowed"},
+       R"($.tasks: unknown key. Did you mean "task"? Allowed keys: ")"},
+      {R"({"zzzzzzzz":1})", "$.zzzzzzzz: unknown key. Allowed"},
       {R"({"task":{"steps":[{},{"stat":"x"}]}})",
-       R"($.task.steps[1].stat: unknown key; did you mean "state"?)"},
+       R"($.task.steps[1].stat: unknown key. Did you mean "state"?)"},
       {R"({"upload":{"status":"202"}})",
        R"($.upload.status: must be an integer from 200 to 299, not "202")"},
       {R"({"task":{"steps":[{"percent":101}]}})",
@@ -386,12 +389,12 @@ TEST(ScenarioFile, IsRefusedWithAReason) {
        R"($.faults[0].phase: must be one of "inventory", "chassis")"},
       {R"({"upload":{"binary_paths":"/x"}})", "array of strings"},
       {R"({"upload":{"binary_paths":["x"]}})", R"(begin with "/")"},
-      {R"({"chassis":[{"model":"m"}]})", "$.chassis[0].id: is required here"},
+      {R"({"chassis":[{"model":"m"}]})", "$.chassis[0].id: is required"},
       {R"({"task":{"steps":[{"polls":1,"seconds":1}]}})", "not both"},
       {R"({"task":{"steps":[]}})", "at least one step"},
       {R"({"faults":[{"phase":"task"}]})", "fault: is required"},
       {R"({"faults":[{"status":500,"headers":{"A":"b\r\nC: d"}}]})",
-       "$.faults[0].headers.A: must be a string of one line"},
+       "$.faults[0].headers.A: must be a string without line breaks"},
       {R"({"\u001b[2J":1})", R"(\x1b[2J: unknown)"}};
   for (const auto& [json, message] : cases) {
     try {
@@ -404,7 +407,7 @@ TEST(ScenarioFile, IsRefusedWithAReason) {
   }
 }
 
-TEST(ReadyScenarios, LoadAndTellTheirStory) {
+TEST(BuiltInScenarios, LoadAndHaveADescription) {
   const auto directory =
       std::filesystem::path(FindScenario("clean")).parent_path();
   int count = 0;
@@ -417,13 +420,13 @@ TEST(ReadyScenarios, LoadAndTellTheirStory) {
     ++count;
   }
   EXPECT_EQ(count, 13);
-  EXPECT_THROW(FindScenario("no-such-story"), ScenarioError);
+  EXPECT_THROW(FindScenario("no-such-scenario"), ScenarioError);
 }
 
-TEST(Lifetime, EndsAtOnceWhateverIsUnderWay) {
+TEST(Lifetime, DestructorDoesNotWaitForConnections) {
   auto bmc = std::make_unique<SimulatedBmc>();
-  bmc->On("GET", "/slow").Answer({.delay = std::chrono::hours(1)});
-  auto asked =
+  bmc->On("GET", "/slow").Respond({.delay = std::chrono::hours(1)});
+  auto slow =
       std::async(std::launch::async, [&] { return Get(*bmc, "/slow"); });
   while (bmc->Requests().empty()) std::this_thread::yield();
   // Idle connections do not block the others.
@@ -437,10 +440,10 @@ TEST(Lifetime, EndsAtOnceWhateverIsUnderWay) {
   }
   EXPECT_EQ(Get(*bmc, "/redfish/v1").status, 200);
   bmc.reset();
-  EXPECT_EQ(asked.get().code, CURLE_GOT_NOTHING);
+  EXPECT_EQ(slow.get().code, CURLE_GOT_NOTHING);
 }
 
-TEST(Lifetime, TakesAFixedPortOnceAndServesIpv6) {
+TEST(Lifetime, UsesAPortOnceAndSupportsIpv6) {
   const SimulatedBmc bmc({}, {.bind_address = "::1"});
   EXPECT_EQ(bmc.Address(), "[::1]:" + std::to_string(bmc.Port()));
   EXPECT_EQ(Get(bmc, "/redfish/v1").status, 200);
@@ -448,7 +451,7 @@ TEST(Lifetime, TakesAFixedPortOnceAndServesIpv6) {
                std::runtime_error);
 }
 
-TEST(Program, WritesItsAddressAndEndsOnASignal) {
+TEST(Program, WritesItsAddressAndStopsOnASignal) {
   const auto file = std::filesystem::temp_directory_path() /
                     ("simulator-test-" + std::to_string(getpid()));
   const std::string scenario = file.string() + "\x1b[2J";
@@ -473,9 +476,9 @@ TEST(Program, WritesItsAddressAndEndsOnASignal) {
   EXPECT_THAT(output, Not(HasSubstr("\x1b")));
   std::filesystem::remove(scenario);
 
-  // Another user may have placed a link where the simulator will write.
-  const std::string draft = file.string() + '.' + std::to_string(getpid());
-  for (const std::string& link : {file.string(), draft}) {
+  // In a shared directory, another user may have created a link.
+  const std::string temporary = file.string() + '.' + std::to_string(getpid());
+  for (const std::string& link : {file.string(), temporary}) {
     std::filesystem::create_symlink(file.string() + ".target", link);
     testing::internal::CaptureStderr();
     EXPECT_EQ(RunSimulator({.address_file = file.string(), .quiet = true}), 1);

@@ -9,7 +9,7 @@
 namespace quorvane::test {
 namespace {
 
-using simulator::Reply;
+using simulator::BmcResponse;
 using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
@@ -21,7 +21,7 @@ class TaskMonitorTest : public LocalUpdateTest {};
 
 struct TaskCase {
   const char* name;
-  std::vector<Reply> polls;
+  std::vector<BmcResponse> polls;
   const char* state;
   int percent = -1;
   const char* failure = nullptr;  // message if the update stops before a reboot
@@ -31,10 +31,10 @@ struct TaskCase {
 
 TEST_F(TaskMonitorTest, EndsPollingByStateAndStatus) {
   const auto task = [](const std::string& state, int percent = -1) {
-    return Reply{.body = Task(state, percent)};
+    return BmcResponse{.body = Task(state, percent)};
   };
-  const Reply no_response{.fault = simulator::Fault::kDrop};
-  const Reply not_found{.status = 404};
+  const BmcResponse no_response{.fault = simulator::Fault::kDrop};
+  const BmcResponse not_found{.status = 404};
   const char* last_attempt = "[RF-TASK] Polling task (attempt 4/4)";
   const std::vector<TaskCase> cases = {
       {.name = "completed",
@@ -111,7 +111,7 @@ TEST_F(TaskMonitorTest, EndsPollingByStateAndStatus) {
        .log_line = "Task poll returned HTTP 0",
        .repeats = true},
       {.name = "status 503",
-       .polls = {Reply{.status = 503}},
+       .polls = {BmcResponse{.status = 503}},
        .state = "",
        .log_line = "Task poll returned HTTP 503",
        .repeats = true}};
@@ -146,8 +146,8 @@ TEST_F(TaskMonitorTest, TimesOutWithoutPollIfIntervalExceedsLimit) {
 TEST_F(TaskMonitorTest, TakesIdFromTaskIfLinkHasNone) {
   const std::string link = std::string(kTask) + "/";
   bmc.On("POST", kFirst)
-      .Answer(Reply{.status = 202, .headers = {{"Location", link}}});
-  bmc.On("GET", link).Answer(200, Task("Completed"));
+      .Respond(BmcResponse{.status = 202, .headers = {{"Location", link}}});
+  bmc.On("GET", link).Respond(200, Task("Completed"));
   const UpdateResponse result = Update();
   EXPECT_EQ(result.task_uri, link);
   EXPECT_EQ(result.task_id, "T1");
@@ -159,7 +159,7 @@ struct LocationCase {
 
 // The result contains the URI and the ID of the task unchanged.
 TEST_F(TaskMonitorTest, RedactsTaskIdOnlyInLog) {
-  bmc.On("POST", kActivate).Answer(202, TaskLink(kTask));
+  bmc.On("POST", kActivate).Respond(202, TaskLink(kTask));
   for (const LocationCase& row : std::vector<LocationCase>{
            {std::string(kTask) + "?token=s3c", "7?token=s3c",
             "7?token=<REDACTED>"},
@@ -168,7 +168,8 @@ TEST_F(TaskMonitorTest, RedactsTaskIdOnlyInLog) {
            {"https://u:a/s3c@[::1]:1", "s3c@[::1]:1", "<REDACTED>"}}) {
     SCOPED_TRACE(row.location);
     bmc.On("POST", kFirst)
-        .Answer(Reply{.status = 202, .headers = {{"Location", row.location}}});
+        .Respond(BmcResponse{.status = 202,
+                             .headers = {{"Location", row.location}}});
     // In the second update, the activation replaces the link.
     for (const auto& targets :
          std::vector<std::vector<std::string>>{{}, {"/a"}}) {
@@ -189,7 +190,7 @@ TEST_F(TaskMonitorTest, LogsDeeplyNestedTaskWithoutIndentation) {
   std::string nested = "1";
   for (int i = 0; i < 900; ++i) nested = R"({"a":)" + nested + "}";
   const std::string task = R"({"TaskState":"Completed","x":)" + nested + "}";
-  bmc.On("GET", kTask).Answer(200, task);
+  bmc.On("GET", kTask).Respond(200, task);
   EXPECT_EQ(Update().task_state, "Completed");
   EXPECT_THAT(Log(), Contains("DEBUG [update] cJSON_Print failed, using raw "
                               "body"));

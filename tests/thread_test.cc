@@ -106,11 +106,11 @@ TEST(Threads, ShareOneClient) {
   simulator::SimulatedBmc bmc;
   for (int i = 0; i < kThreads; ++i) {
     const std::string path = "/" + std::to_string(i);
-    bmc.On("GET", path).Answer(200, "got " + path);
-    bmc.On("POST", path).Answer(400, "posted " + path);
-    bmc.On("PUT", path).Answer(202, "", {{"Location", "put " + path}});
+    bmc.On("GET", path).Respond(200, "got " + path);
+    bmc.On("POST", path).Respond(400, "posted " + path);
+    bmc.On("PUT", path).Respond(202, "", {{"Location", "put " + path}});
   }
-  bmc.On("GET", "/dropped").Answer({.fault = simulator::Fault::kDrop});
+  bmc.On("GET", "/dropped").Respond({.fault = simulator::Fault::kDrop});
   const HttpClient client;
   RunOnThreads([&](int thread) {
     SetThreadLogger(&logger);

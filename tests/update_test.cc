@@ -23,7 +23,7 @@ class UpdateTest : public LocalUpdateTest {};
 
 TEST_F(UpdateTest, UploadsMonitorsTaskAndReboots) {
   bmc.On("GET", kTask)
-      .Answer(200, Task("Running", 40))
+      .Respond(200, Task("Running", 40))
       .Then(202, Task("Running"))
       .Then(200, Task("Completed", 100));
   const UpdateResponse result = Update();
@@ -103,10 +103,10 @@ TEST_F(UpdateTest, ReportsMissingFile) {
 TEST_F(UpdateTest, MonitorsTaskOfActivation) {
   const std::string link = bmc.Address() + "/redfish/v1/TaskService/Tasks/8";
   bmc.On("POST", kActivate)
-      .Answer(400)
+      .Respond(400)
       .Then(202, TaskLink("https://u:hidden@" + link));
   bmc.On("GET", "/redfish/v1/TaskService/Tasks/8")
-      .Answer(200, Task("Completed"));
+      .Respond(200, Task("Completed"));
   const UpdateResponse result = Update({"/target"});
   EXPECT_EQ(result.task_uri, "https://u:hidden@" + link);
   EXPECT_EQ(result.http_status, 202);  // of the upload
@@ -120,12 +120,12 @@ TEST_F(UpdateTest, MonitorsTaskOfActivation) {
 }
 
 TEST_F(UpdateTest, EndsActivationAtOnceOrFails) {
-  bmc.On("POST", kActivate).Answer(200);
+  bmc.On("POST", kActivate).Respond(200);
   EXPECT_TRUE(Update({"/target"}).reboot_performed);
   EXPECT_THAT(RequestLines(), Contains(std::string("POST ") + kActivate));
 
   bmc.On("POST", kActivate)
-      .Answer(404)
+      .Respond(404)
       .Then({.fault = simulator::Fault::kDrop});
   const UpdateResponse result = Update({"/target"});
   EXPECT_EQ(result.message, "Activation failed after trying all 1 URI(s)");
@@ -144,7 +144,7 @@ TEST_F(UpdateTest, EndsActivationAtOnceOrFails) {
 
 struct RebootCase {
   const char* name;
-  std::vector<simulator::Reply> responses;  // the last one repeats
+  std::vector<simulator::BmcResponse> responses;  // the last one repeats
   bool is_performed = false;
   std::string message = "Reboot failed -- manual intervention required";
   std::string log_line;
@@ -155,8 +155,8 @@ TEST_F(UpdateTest, RebootsOrReportsFailure) {
   PatchRules(R"({"firmware_update": {"reboot": {"reboot_uri":
                 ["/redfish/v1/reset", "/redfish/v1/reset2"]}}})");
   bmc.On("GET", "/redfish/v1/TaskService/Tasks/9")
-      .Answer(200, Task("Exception"));
-  bmc.On("POST", "/redfish/v1/reset2").Answer(409);
+      .Respond(200, Task("Exception"));
+  bmc.On("POST", "/redfish/v1/reset2").Respond(409);
   for (const RebootCase& row : std::vector<RebootCase>{
            {.name = "at once",
          .responses = {{.status = 204}},
@@ -203,8 +203,8 @@ TEST_F(UpdateTest, RebootsOrReportsFailure) {
     EXPECT_EQ(std::ranges::count_if(RequestLines(), is_reset),
               row.request_count);
   }
-  bmc.On("POST", "/redfish/v1/reset2").Answer(400);
-  bmc.On("POST", kReset).Answer(400);
+  bmc.On("POST", "/redfish/v1/reset2").Respond(400);
+  bmc.On("POST", kReset).Respond(400);
   EXPECT_EQ(Update().message, "Reboot failed after trying all 2 URI(s)");
 }
 
@@ -222,7 +222,7 @@ TEST_F(UpdateTest, ContinuesIfInventoryFails) {
   EXPECT_THAT(Log("update"),
               Contains("Pre-update inventory captured: 3 items"));
   bmc.On("GET", "/redfish/v1/UpdateService/FirmwareInventory")
-      .Answer({.fault = simulator::Fault::kDrop});
+      .Respond({.fault = simulator::Fault::kDrop});
   EXPECT_TRUE(PerformUpdate(request).accepted);
   EXPECT_THAT(Log("update"),
               Contains(StartsWith("Failed to capture pre-update inventory: "

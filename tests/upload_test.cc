@@ -20,8 +20,8 @@ class UploadTest : public LocalUpdateTest {};
 
 TEST_F(UploadTest, SkipsMissingEndpointWithoutWait) {
   for (const int status : {404, 405}) {
-    bmc.On("POST", kFirst).Answer(status);
-    bmc.On("POST", kSecond).Answer(202, TaskLink(kTask));
+    bmc.On("POST", kFirst).Respond(status);
+    bmc.On("POST", kSecond).Respond(202, TaskLink(kTask));
     EXPECT_TRUE(Update().accepted);
     EXPECT_THAT(Log("update"),
                 AllOf(Contains("Upload returned " + std::to_string(status) +
@@ -32,10 +32,10 @@ TEST_F(UploadTest, SkipsMissingEndpointWithoutWait) {
 }
 
 TEST_F(UploadTest, FallsBackToBinaryUpload) {
-  bmc.On("POST", kFirst).Answer(503);
-  bmc.On("POST", kSecond).Answer(405);
-  bmc.On("PUT", kFirst).Answer(405);
-  bmc.On("PUT", kSecond).Answer(202, "", {{"Location", kTask}});
+  bmc.On("POST", kFirst).Respond(503);
+  bmc.On("POST", kSecond).Respond(405);
+  bmc.On("PUT", kFirst).Respond(405);
+  bmc.On("PUT", kSecond).Respond(202, "", {{"Location", kTask}});
   const UpdateResponse result = Update({"/target"});
   EXPECT_TRUE(result.accepted) << LogText();
   EXPECT_EQ(result.task_uri, kTask);
@@ -54,7 +54,7 @@ TEST_F(UploadTest, FallsBackToBinaryUpload) {
 }
 
 TEST_F(UploadTest, SucceedsWithoutTask) {
-  bmc.On("POST", kFirst).Answer(202);
+  bmc.On("POST", kFirst).Respond(202);
   EXPECT_EQ(Update().task_uri, "");
   EXPECT_THAT(Log("update"),
               AllOf(Contains("No task URI to poll, skipping task monitoring"),
@@ -111,8 +111,8 @@ TEST_F(UploadTest, ReportsRejections) {
     SCOPED_TRACE(row.multipart_status);
     bmc.ClearRequests();
     for (const char* uri : {kFirst, kSecond}) {
-      bmc.On("POST", uri).Answer(row.multipart_status, row.body);
-      bmc.On("PUT", uri).Answer(row.binary_status, row.body);
+      bmc.On("POST", uri).Respond(row.multipart_status, row.body);
+      bmc.On("PUT", uri).Respond(row.binary_status, row.body);
     }
     const std::size_t waits_before = Waits().size();
     const UpdateResponse result = Update();
@@ -140,8 +140,8 @@ TEST_F(UploadTest, ReportsRejections) {
 // upload.
 TEST_F(UploadTest, HandlesMissingResponses) {
   for (const char* uri : {kFirst, kSecond}) {
-    bmc.On("POST", uri).Answer({.fault = simulator::Fault::kDrop});
-    bmc.On("PUT", uri).Answer({.fault = simulator::Fault::kReset});
+    bmc.On("POST", uri).Respond({.fault = simulator::Fault::kDrop});
+    bmc.On("PUT", uri).Respond({.fault = simulator::Fault::kReset});
   }
   const UpdateResponse result = Update();
   EXPECT_EQ(result.http_status, 0);
@@ -172,9 +172,9 @@ TEST_F(UploadTest, SendsParametersWithTargetsOrToMultipartUploadEndpoint) {
   const std::string endpoint = "/redfish/v1/MultipartUpload";
   PatchRules(R"({"firmware_update": {"multipart_update": {"upload_uri":
                 ["/redfish/v1/first", "/redfish/v1/MultipartUpload"]}}})");
-  bmc.On("POST", kFirst).Answer(404);
-  bmc.On("POST", endpoint).Answer(202, TaskLink(kTask));
-  bmc.On("POST", kActivate).Answer(200);
+  bmc.On("POST", kFirst).Respond(404);
+  bmc.On("POST", endpoint).Respond(202, TaskLink(kTask));
+  bmc.On("POST", kActivate).Respond(200);
   Update();
   Update({"/a", "/b"});
   std::vector<std::string> parameters;

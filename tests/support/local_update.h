@@ -49,9 +49,9 @@ class LocalUpdateTest : public BmcTest {
  protected:
   LocalUpdateTest() : image(directory.Write("image.blx", "firmware")) {
     WriteRules(kLocalRules);
-    bmc.On("POST", kFirst).Answer(202, TaskLink(kTask));
-    bmc.On("GET", kTask).Answer(200, Task("Completed", 100));
-    bmc.On("POST", kReset).Answer(204);
+    bmc.On("POST", kFirst).Respond(202, TaskLink(kTask));
+    bmc.On("GET", kTask).Respond(200, Task("Completed", 100));
+    bmc.On("POST", kReset).Respond(204);
   }
 
   /// Merges `patch` into the rules.
@@ -75,9 +75,9 @@ class LocalUpdateTest : public BmcTest {
 
   /// Sets the responses to a request; the last one repeats.
   void SetResponses(const char* method, const std::string& path,
-                    const std::vector<simulator::Reply>& responses) {
+                    const std::vector<simulator::BmcResponse>& responses) {
     auto route = bmc.On(method, path);
-    route.Answer(responses.front());
+    route.Respond(responses.front());
     for (std::size_t i = 1; i < responses.size(); ++i) route.Then(responses[i]);
   }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "simulator/wire.h"
+#include "simulator/http_message.h"
 
 #include <algorithm>
 #include <optional>
@@ -12,11 +12,11 @@ namespace {
 constexpr std::string_view kLineEnd = "\r\n";
 
 // The value of a parameter such as boundary=x or name="x" (RFC 9110, 5.6.6).
-// Only `"` and `\` are escaped within quotes.
+// In quotes, only `"` and `\` are escaped.
 std::string Parameter(std::string_view field, std::string_view name) {
   std::size_t at = std::min(field.find(';'), field.size());
   while (at < field.size()) {
-    ++at;  // past the ';'
+    ++at;  // skip the ';'
     const std::size_t equals = std::min(field.find('=', at), field.size());
     const std::string_view key = Trim(field.substr(at, equals - at));
     std::string value;
@@ -71,8 +71,8 @@ std::string Header(const RecordedRequest& request, std::string_view name) {
   return Header(request.headers, name);
 }
 
-std::vector<FormPart> ParseForm(std::string_view content_type,
-                                std::string_view body) {
+std::vector<FormPart> ParseMultipart(std::string_view content_type,
+                                     std::string_view body) {
   const std::string_view media_type =
       Trim(content_type.substr(0, content_type.find(';')));
   const std::string boundary = Parameter(content_type, "boundary");

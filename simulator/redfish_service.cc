@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The road of a request through the machine, and what changes the machine.
-#include "simulator/machine.h"
+// Handling of requests, and changes of the state.
+#include "simulator/redfish_service.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -29,7 +29,7 @@ bool PathMatches(const std::string& pattern, const std::string& path) {
   return path.starts_with(prefix.substr(0, prefix.size() - 1));
 }
 
-void AddGenerated(Inventory& inventory) {
+void AddGeneratedMembers(Inventory& inventory) {
   for (int i = 1; i <= inventory.generated; ++i) {
     std::string number = std::to_string(i);
     number.insert(0, number.size() < 4 ? 4 - number.size() : 0, '0');
@@ -39,26 +39,27 @@ void AddGenerated(Inventory& inventory) {
   inventory.generated = 0;
 }
 
-Machine::Outcome NotAllowed(const std::string& allow) {
-  return {ErrorReply(405, "OperationNotAllowed",
-                     "The resource does not take this method.",
-                     "Use one of: " + allow + '.', {{"Allow", allow}}),
+RedfishService::Outcome MethodNotAllowed(const std::string& allow) {
+  return {ErrorResponse(405, "OperationNotAllowed",
+                        "The resource does not support this method.",
+                        "Use one of: " + allow + '.', {{"Allow", allow}}),
           {}};
 }
 
-Machine::Outcome BadRequest(const std::string& key, const std::string& message,
-                            const std::string& resolution) {
-  return {ErrorReply(400, key, message, resolution), message};
+RedfishService::Outcome BadRequest(const std::string& key,
+                                   const std::string& message,
+                                   const std::string& resolution) {
+  return {ErrorResponse(400, key, message, resolution), message};
 }
 
-Machine::Outcome MalformedJson() {
+RedfishService::Outcome MalformedJson() {
   return BadRequest("MalformedJSON", "The body is not a JSON object.",
                     "Send a JSON object.");
 }
 
-// Nothing when the text is no JSON object. An empty body counts as "{}", as
-// actions without parameters may be posted without one.
-std::optional<Json> ObjectIn(const std::string& text) {
+// An empty body counts as "{}", because an action without parameters may be
+// posted without a body.
+std::optional<Json> ParseObject(const std::string& text) {
   try {
     Json json = ParseJson(text.empty() ? "{}" : text);
     if (json.is_object()) return json;
@@ -68,8 +69,8 @@ std::optional<Json> ObjectIn(const std::string& text) {
   return {};
 }
 
-const FormPart* PartNamed(const RecordedRequest& request,
-                          std::string_view name) {
+const FormPart* FindPart(const RecordedRequest& request,
+                         std::string_view name) {
   const auto found =
       std::find_if(request.parts.begin(), request.parts.end(),
                    [&](const FormPart& part) { return part.name == name; });
@@ -79,7 +80,7 @@ const FormPart* PartNamed(const RecordedRequest& request,
 std::string ImageBytes(const Image& image) {
   if (!image.text.empty()) return image.text;
   std::string bytes(image.size, '\0');
-  unsigned int value = 1;  // any fixed sequence that does not compress away
+  unsigned int value = 1;  // any fixed sequence that does not compress well
   for (char& byte : bytes) {
     value = value * 1664525U + 1013904223U;
     byte = static_cast<char>(value >> 24U);
@@ -89,60 +90,62 @@ std::string ImageBytes(const Image& image) {
 
 }  // namespace
 
-Machine::Machine(Scenario scenario, Clock now)
+RedfishService::RedfishService(Scenario scenario, Clock now)
     : scenario_(std::move(scenario)),
       now_(std::move(now)),
       power_is_on_(scenario_.power_state == "On") {
-  AddGenerated(scenario_.firmware);
-  AddGenerated(scenario_.software);
+  AddGeneratedMembers(scenario_.firmware);
+  AddGeneratedMembers(scenario_.software);
   if (scenario_.task.steps.empty()) {
     scenario_.task.steps = {{.state = "Completed", .percent = 100}};
   }
   for (const FaultRule& rule : scenario_.faults) faults_.push_back({rule});
 }
 
-Machine::Outcome Machine::Answer(const RecordedRequest& request) {
-  if (auto absent = Absent()) return *absent;
-  const FaultRule* fault = Strike(request, /*before_body=*/false);
+RedfishService::Outcome RedfishService::Respond(
+    const RecordedRequest& request) {
+  if (auto unavailable = RespondWhileRebooting()) return *unavailable;
+  const FaultRule* fault = MatchFault(request, /*before_body=*/false);
   if (fault == nullptr) return Handle(request);
-  if (!fault->machine_acts) return {fault->reply, "fault"};
+  if (!fault->machine_acts) return {fault->response, "fault"};
   Outcome outcome = Handle(request);
-  outcome.reply.fault = fault->reply.fault;
-  outcome.reply.delay = fault->reply.delay;
-  outcome.reply.drip = fault->reply.drip;
+  outcome.response.fault = fault->response.fault;
+  outcome.response.delay = fault->response.delay;
+  outcome.response.drip = fault->response.drip;
   outcome.note += outcome.note.empty() ? "fault" : ", fault";
   return outcome;
 }
 
-std::optional<Reply> Machine::StrikeBeforeBody(const RecordedRequest& request) {
-  const FaultRule* fault = Strike(request, /*before_body=*/true);
+std::optional<BmcResponse> RedfishService::RespondBeforeBody(
+    const RecordedRequest& request) {
+  const FaultRule* fault = MatchFault(request, /*before_body=*/true);
   if (fault == nullptr) return {};
-  return fault->reply;
+  return fault->response;
 }
 
-// A rule counts only the requests that reach it, so two rules in a row tell a
-// story: the first two are refused, the next one is dropped.
-const FaultRule* Machine::Strike(const RecordedRequest& request,
-                                 bool before_body) {
+// A rule counts only the requests to which no earlier rule applied, so that
+// rules in a row describe a sequence: reject two requests, then drop the next.
+const FaultRule* RedfishService::MatchFault(const RecordedRequest& request,
+                                            bool before_body) {
   for (CountedFault& fault : faults_) {
     const FaultRule& rule = fault.rule;
     if (rule.before_body != before_body ||
         (!rule.method.empty() && rule.method != request.method) ||
         (!rule.path.empty() && !PathMatches(rule.path, request.path)) ||
         (!rule.phase.empty() && rule.phase != PhaseOf(request)) ||
-        (rule.first > 0 && fault.struck >= rule.first)) {
+        (rule.first > 0 && fault.applied >= rule.first)) {
       continue;
     }
-    const int beyond = fault.seen++ - rule.after;
-    if (beyond < 0 || beyond % std::max(rule.every, 1) != 0) continue;
-    ++fault.struck;
+    const int position = fault.matched++ - rule.after;
+    if (position < 0 || position % std::max(rule.every, 1) != 0) continue;
+    ++fault.applied;
     return &rule;
   }
   return nullptr;
 }
 
-std::string Machine::PhaseOf(const RecordedRequest& request) const {
-  const std::string path = NormalPath(request.path);
+std::string RedfishService::PhaseOf(const RecordedRequest& request) const {
+  const std::string path = NormalizePath(request.path);
   const auto within = [&](std::string_view root) {
     return path == root || !MemberId(path, root).empty();
   };
@@ -160,8 +163,8 @@ std::string Machine::PhaseOf(const RecordedRequest& request) const {
         [&](const Image& image) { return image.path == request.path; });
     return is_image ? "download" : "";
   }
-  if (path == NormalPath(scenario_.simple_update.path)) {
-    const auto body = ObjectIn(request.body);
+  if (path == NormalizePath(scenario_.simple_update.path)) {
+    const auto body = ParseObject(request.body);
     return body && body->contains("ImageURI") ? "simple_update" : "activation";
   }
   if (Contains(scenario_.upload.multipart_paths, request.path) ||
@@ -172,7 +175,7 @@ std::string Machine::PhaseOf(const RecordedRequest& request) const {
   return is_reset ? "reboot" : "";
 }
 
-bool Machine::Authorized(const RecordedRequest& request) const {
+bool RedfishService::IsAuthorized(const RecordedRequest& request) const {
   const std::string value = Header(request, "Authorization");
   const std::string_view field = value;
   constexpr std::string_view kScheme = "Basic ";
@@ -182,24 +185,26 @@ bool Machine::Authorized(const RecordedRequest& request) const {
              Base64(scenario_.user + ':' + scenario_.password);
 }
 
-std::optional<Machine::Outcome> Machine::Absent() {
-  if (absent_until_ && now_() >= *absent_until_) absent_until_.reset();
-  if (!absent_until_) {
-    if (absent_requests_ == 0) return {};
-    --absent_requests_;
+std::optional<RedfishService::Outcome> RedfishService::RespondWhileRebooting() {
+  if (unavailable_until_ && now_() >= *unavailable_until_) {
+    unavailable_until_.reset();
   }
-  if (!scenario_.restart.answers_503) {
-    return Outcome{{.fault = Fault::kDrop}, "no answer: restarting"};
+  if (!unavailable_until_) {
+    if (unavailable_requests_ == 0) return {};
+    --unavailable_requests_;
   }
-  return Outcome{ErrorReply(503, "ServiceTemporarilyUnavailable",
-                            "The service is starting.", "Try again later.",
-                            {{"Retry-After", "10"}}),
-                 "restarting"};
+  if (!scenario_.reboot.answers_503) {
+    return Outcome{{.fault = Fault::kDrop}, "no response: rebooting"};
+  }
+  return Outcome{ErrorResponse(503, "ServiceTemporarilyUnavailable",
+                               "The service is starting.", "Retry later.",
+                               {{"Retry-After", "10"}}),
+                 "rebooting"};
 }
 
-Machine::Outcome Machine::Handle(const RecordedRequest& request) {
+RedfishService::Outcome RedfishService::Handle(const RecordedRequest& request) {
   for (auto& [id, task] : tasks_) AdvanceByClock(task);
-  const std::string path = NormalPath(request.path);
+  const std::string path = NormalizePath(request.path);
   if (IsRead(request)) {
     for (const Image& image : scenario_.images) {
       if (image.path != request.path) continue;
@@ -208,92 +213,93 @@ Machine::Outcome Machine::Handle(const RecordedRequest& request) {
               "image served"};
     }
   }
-  // DSP0266: the root of the service is open to everyone.
-  const bool is_open =
+  // DSP0266: the service root requires no authentication.
+  const bool is_public =
       IsRead(request) && (path == "/redfish" || path == kServiceRoot);
-  if (!is_open && !Authorized(request)) {
-    return {ErrorReply(401, "NoValidSession",
-                       "The request lacks valid credentials.",
-                       "Send the user and password of an account.",
-                       {{"WWW-Authenticate", "Basic realm=\"Redfish\""}}),
-            "credentials refused"};
+  if (!is_public && !IsAuthorized(request)) {
+    return {ErrorResponse(401, "NoValidSession",
+                          "The request lacks valid credentials.",
+                          "Send the user and password of an account.",
+                          {{"WWW-Authenticate", "Basic realm=\"Redfish\""}}),
+            "credentials rejected"};
   }
   return Route(request, path);
 }
 
-Machine::Outcome Machine::Route(const RecordedRequest& request,
-                                const std::string& path) {
+RedfishService::Outcome RedfishService::Route(const RecordedRequest& request,
+                                              const std::string& path) {
   const bool is_post = request.method == "POST";
   if (Contains(scenario_.upload.multipart_paths, request.path) ||
       Contains(scenario_.upload.binary_paths, request.path)) {
     return is_post || request.method == "PUT" ? Upload(request)
-                                              : NotAllowed("POST, PUT");
+                                              : MethodNotAllowed("POST, PUT");
   }
-  if (path == NormalPath(scenario_.simple_update.path)) {
-    return is_post ? UpdateAction(request) : NotAllowed("POST");
+  if (path == NormalizePath(scenario_.simple_update.path)) {
+    return is_post ? UpdateAction(request) : MethodNotAllowed("POST");
   }
   if (path == MemberPath(kSystems, scenario_.system_id) +
                   "/Actions/ComputerSystem.Reset") {
-    return is_post ? ResetSystem(request) : NotAllowed("POST");
+    return is_post ? ResetSystem(request) : MethodNotAllowed("POST");
   }
   for (const auto collection : {kTasks, kTaskMonitors}) {
     const std::string id = MemberId(path, collection);
     if (id.empty()) continue;
     return IsRead(request) ? PollTask(id, collection == kTaskMonitors)
-                           : NotAllowed("GET, HEAD");
+                           : MethodNotAllowed("GET, HEAD");
   }
   const auto resource = Resource(path, request.query);
   if (!resource) {
-    return {ErrorReply(404, "ResourceMissingAtURI",
-                       "There is nothing at " + Printable(request.path) + '.',
-                       "Begin at " + std::string(kServiceRoot) + '.'),
+    return {ErrorResponse(
+                404, "ResourceMissingAtURI",
+                "There is no resource at " + Printable(request.path) + '.',
+                "Start at " + std::string(kServiceRoot) + '.'),
             {}};
   }
-  if (!IsRead(request)) return NotAllowed("GET, HEAD");
-  return {JsonReply(200, *resource), {}};
+  if (!IsRead(request)) return MethodNotAllowed("GET, HEAD");
+  return {JsonResponse(200, *resource), {}};
 }
 
-Machine::Outcome Machine::Upload(const RecordedRequest& request) {
-  if (auto busy = Busy()) return *busy;
-  const bool is_form =
+RedfishService::Outcome RedfishService::Upload(const RecordedRequest& request) {
+  if (auto busy = RespondIfBusy()) return *busy;
+  const bool is_multipart =
       Header(request, "Content-Type").starts_with("multipart/form-data");
-  if (!is_form && Contains(scenario_.upload.binary_paths, request.path)) {
+  if (!is_multipart && Contains(scenario_.upload.binary_paths, request.path)) {
     return StoreImage(request.body, {});
   }
   if (!Contains(scenario_.upload.multipart_paths, request.path)) {
-    return {ErrorReply(415, "GeneralError", "This URI takes the bare image.",
-                       "Send the image as application/octet-stream."),
-            "a form where the bare image is due"};
+    return {ErrorResponse(415, "GeneralError",
+                          "This URI accepts binary uploads only.",
+                          "Send the image as application/octet-stream."),
+            "multipart upload to a binary path"};
   }
-  if (request.method != "POST") return NotAllowed("POST");
-  const FormPart* file = PartNamed(request, "UpdateFile");
-  if (!is_form || file == nullptr) {
-    return BadRequest("PropertyMissing",
-                      "There is no form part UpdateFile in the request.",
+  if (request.method != "POST") return MethodNotAllowed("POST");
+  const FormPart* file = FindPart(request, "UpdateFile");
+  if (!is_multipart || file == nullptr) {
+    return BadRequest("PropertyMissing", "The request has no part UpdateFile.",
                       "Send multipart/form-data with UpdateFile.");
   }
   std::vector<std::string> targets;
-  if (const FormPart* parameters = PartNamed(request, "UpdateParameters")) {
-    const auto json = ObjectIn(parameters->content);
+  if (const FormPart* parameters = FindPart(request, "UpdateParameters")) {
+    const auto json = ParseObject(parameters->content);
     if (!json) return MalformedJson();
     targets = StringArray(*json, "Targets");
   }
   return StoreImage(file->content, std::move(targets));
 }
 
-Machine::Outcome Machine::StoreImage(const std::string& image,
-                                     std::vector<std::string> targets) {
+RedfishService::Outcome RedfishService::StoreImage(
+    const std::string& image, std::vector<std::string> targets) {
   if (image.empty()) {
     return BadRequest("GeneralError", "The image is empty.",
                       "Send the bytes of an image.");
   }
   const std::uint64_t limit = scenario_.upload.max_bytes;
   if (limit > 0 && image.size() > limit) {
-    return {ErrorReply(413, "PayloadTooLarge",
-                       "The image has " + std::to_string(image.size()) +
-                           " bytes; at most " + std::to_string(limit) +
-                           " are taken.",
-                       "Send a smaller image."),
+    return {ErrorResponse(413, "PayloadTooLarge",
+                          "The image has " + std::to_string(image.size()) +
+                              " bytes; at most " + std::to_string(limit) +
+                              " are accepted.",
+                          "Send a smaller image."),
             "image too large"};
   }
   image_size_ = image.size();
@@ -306,30 +312,31 @@ Machine::Outcome Machine::StoreImage(const std::string& image,
   return outcome;
 }
 
-Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
-  const auto body = ObjectIn(request.body);
+RedfishService::Outcome RedfishService::UpdateAction(
+    const RecordedRequest& request) {
+  const auto body = ParseObject(request.body);
   if (!body) return MalformedJson();
   std::vector<std::string> targets = StringArray(*body, "Targets");
   const bool activates = !body->contains("ImageURI");
   const int status =
       activates ? scenario_.activation.status : scenario_.simple_update.status;
   if (status >= 400) {
-    return {ErrorReply(status, "ActionNotSupported",
-                       "The action is not supported on this machine.",
-                       "Upload the image instead."),
-            "action refused"};
+    return {ErrorResponse(status, "ActionNotSupported",
+                          "The action is not supported by this BMC.",
+                          "Upload the image instead."),
+            "action rejected"};
   }
   if (activates && image_size_ == 0) {
     return BadRequest("ActionParameterMissing",
-                      "There is no ImageURI, nor an uploaded image to start.",
-                      "Name an ImageURI or upload an image first.");
+                      "ImageURI is missing, and no image was uploaded.",
+                      "Send an ImageURI, or upload an image first.");
   }
   if (!activates) {
-    if (auto refused = RefuseParameters((*body)["ImageURI"], targets)) {
-      return *refused;
+    if (auto rejection = RejectParameters((*body)["ImageURI"], targets)) {
+      return *rejection;
     }
   }
-  if (auto busy = Busy()) return *busy;
+  if (auto busy = RespondIfBusy()) return *busy;
   Outcome outcome = Accept(status, std::move(targets), /*installs=*/true);
   outcome.note =
       (activates ? "activation started; " : "SimpleUpdate started; ") +
@@ -337,7 +344,7 @@ Machine::Outcome Machine::UpdateAction(const RecordedRequest& request) {
   return outcome;
 }
 
-std::optional<Machine::Outcome> Machine::RefuseParameters(
+std::optional<RedfishService::Outcome> RedfishService::RejectParameters(
     const Json& image_uri, const std::vector<std::string>& targets) const {
   const SimpleUpdateAction& action = scenario_.simple_update;
   const std::string uri =
@@ -353,45 +360,47 @@ std::optional<Machine::Outcome> Machine::RefuseParameters(
   }
   if (action.requires_targets && targets.empty()) {
     return BadRequest("ActionParameterMissing",
-                      "The action needs the parameter Targets.",
-                      "Name at least one target.");
+                      "The action requires the parameter Targets.",
+                      "Send at least one target.");
   }
   return {};
 }
 
-Machine::Outcome Machine::Accept(int status, std::vector<std::string> targets,
-                                 bool installs) {
+RedfishService::Outcome RedfishService::Accept(int status,
+                                               std::vector<std::string> targets,
+                                               bool installs) {
   Task task{.id = std::to_string(next_task_),
             .targets = std::move(targets),
             .installs = installs,
             .step_start = now_()};
   if (status != 202) {
-    Finish(task);
-    if (status == 204) return {{.status = 204}, "done at once"};
-    return {JsonReply(status, {{"Message", "The update is complete."}}),
-            "done at once"};
+    FinishUpdate(task);
+    if (status == 204) return {{.status = 204}, "completed immediately"};
+    return {JsonResponse(status, {{"Message", "The update is complete."}}),
+            "completed immediately"};
   }
   ++next_task_;
-  const TaskLife& life = scenario_.task;
+  const TaskScript& script = scenario_.task;
   HeaderList headers;
-  if (life.location != "none") {
+  if (script.location != "none") {
     headers.emplace_back(
         "Location",
-        MemberPath(life.location == "task" ? kTasks : kTaskMonitors, task.id));
+        MemberPath(script.location == "task" ? kTasks : kTaskMonitors,
+                   task.id));
   }
-  if (life.retry_after > 0) {
-    headers.emplace_back("Retry-After", std::to_string(life.retry_after));
+  if (script.retry_after > 0) {
+    headers.emplace_back("Retry-After", std::to_string(script.retry_after));
   }
   EnterStep(task, 0);
   Outcome outcome{{.status = 202, .headers = headers}, "task " + task.id};
-  if (life.task_in_body) {
-    outcome.reply = JsonReply(202, TaskBody(task), std::move(headers));
+  if (script.task_in_body) {
+    outcome.response = JsonResponse(202, TaskBody(task), std::move(headers));
   }
   tasks_.insert_or_assign(task.id, std::move(task));
   return outcome;
 }
 
-std::optional<Machine::Outcome> Machine::Busy() const {
+std::optional<RedfishService::Outcome> RedfishService::RespondIfBusy() const {
   const auto running =
       std::find_if(tasks_.begin(), tasks_.end(),
                    [&](const auto& entry) { return IsRunning(entry.second); });
@@ -401,14 +410,16 @@ std::optional<Machine::Outcome> Machine::Busy() const {
     headers.emplace_back("Retry-After",
                          std::to_string(scenario_.upload.busy_retry_after));
   }
-  return Outcome{ErrorReply(503, "ServiceTemporarilyUnavailable",
-                            "An update is running already.",
-                            "Wait for task " + running->first + '.', headers),
-                 "busy with task " + running->first};
+  return Outcome{
+      ErrorResponse(503, "ServiceTemporarilyUnavailable",
+                    "An update is already running.",
+                    "Wait for task " + running->first + '.', headers),
+      "busy with task " + running->first};
 }
 
-Machine::Outcome Machine::ResetSystem(const RecordedRequest& request) {
-  const auto body = ObjectIn(request.body);
+RedfishService::Outcome RedfishService::ResetSystem(
+    const RecordedRequest& request) {
+  const auto body = ParseObject(request.body);
   if (!body) return MalformedJson();
   const auto found = body->find("ResetType");
   const std::string type = found != body->end() && found->is_string()
@@ -428,43 +439,44 @@ Machine::Outcome Machine::ResetSystem(const RecordedRequest& request) {
   const bool was_on = std::exchange(power_is_on_, !switches_off);
   const bool stays_on = was_on && (type == "On" || type == "ForceOn");
   if (switches_off || stays_on) return {{.status = 204}, "reset: " + type};
-  RestartNow(/*by_itself=*/false);
-  return {{.status = 204}, "reset: " + type + ", the machine restarts"};
+  Reboot(/*by_itself=*/false);
+  return {{.status = 204}, "reset: " + type + ", the BMC reboots"};
 }
 
-void Machine::RestartNow(bool by_itself) {
-  ++restarts_;
-  absent_requests_ = scenario_.restart.requests;
-  if (scenario_.restart.requests == 0 && scenario_.restart.seconds > 0) {
-    absent_until_ =
+void RedfishService::Reboot(bool by_itself) {
+  ++reboots_;
+  unavailable_requests_ = scenario_.reboot.requests;
+  if (scenario_.reboot.requests == 0 && scenario_.reboot.seconds > 0) {
+    unavailable_until_ =
         now_() + std::chrono::duration_cast<TimePoint::duration>(
-                     std::chrono::duration<double>(scenario_.restart.seconds));
+                     std::chrono::duration<double>(scenario_.reboot.seconds));
   }
   for (auto& [id, task] : tasks_) {
     if (IsStaged(task)) {
       if (task.step + 1 < scenario_.task.steps.size()) {
         EnterStep(task, task.step + 1);
       } else {
-        Finish(task);
+        FinishUpdate(task);
       }
     } else if (IsRunning(task)) {
-      // The machine goes down by itself in order to apply the image; a reset
-      // from outside tears the work apart.
+      // A BMC reboots by itself to apply the image. A reset by a client aborts
+      // the update.
       if (by_itself) {
-        Finish(task);
+        FinishUpdate(task);
       } else {
-        task.aborted = true;
+        task.is_aborted = true;
       }
     }
   }
-  ApplyPending();
-  if (!scenario_.restart.keeps_tasks) tasks_.clear();
+  ApplyPendingUpdate();
+  if (!scenario_.reboot.keeps_tasks) tasks_.clear();
 }
 
-void Machine::ApplyPending() {
-  if (!pending_) return;
+void RedfishService::ApplyPendingUpdate() {
+  if (!pending_targets_) return;
   const auto names = [&](const InventoryMember& member) {
-    return Contains(*pending_, MemberPath(kFirmwareInventory, member.id));
+    return Contains(*pending_targets_,
+                    MemberPath(kFirmwareInventory, member.id));
   };
   auto& members = scenario_.firmware.members;
   const bool all = std::none_of(members.begin(), members.end(), names);
@@ -473,7 +485,7 @@ void Machine::ApplyPending() {
       member.version = member.updated_version;
     }
   }
-  pending_.reset();
+  pending_targets_.reset();
 }
 
 }  // namespace quorvane::simulator

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef QUORVANE_SIMULATOR_MACHINE_H_
-#define QUORVANE_SIMULATOR_MACHINE_H_
+#ifndef QUORVANE_SIMULATOR_REDFISH_SERVICE_H_
+#define QUORVANE_SIMULATOR_REDFISH_SERVICE_H_
 
 #include <chrono>
 #include <cstddef>
@@ -11,36 +11,36 @@
 #include <string>
 #include <vector>
 
+#include "simulator/http_message.h"
 #include "simulator/scenario.h"
-#include "simulator/wire.h"
 
 namespace quorvane::simulator {
 
-/// The machine behind the wire: its resources, tasks and restarts. Not safe on
-/// several threads; its owner holds a lock.
-class Machine {
+/// The Redfish service of the simulated BMC: resources, tasks and reboots. Not
+/// thread-safe: the owner holds a lock.
+class RedfishService {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
   using Json = nlohmann::ordered_json;
 
   struct Outcome {
-    Reply reply;
-    std::string note = {};  ///< What happened, for a log line; may be empty.
+    BmcResponse response;
+    std::string note = {};  ///< What the BMC did, for a log line; may be empty.
   };
 
-  Machine(Scenario scenario, Clock now);
+  RedfishService(Scenario scenario, Clock now);
 
-  /// What the machine answers, the scenario's faults included.
-  Outcome Answer(const RecordedRequest& request);
+  /// The response to a request, including the faults of the scenario.
+  Outcome Respond(const RecordedRequest& request);
 
-  /// A fault that strikes before the body is read, if there is one.
-  std::optional<Reply> StrikeBeforeBody(const RecordedRequest& request);
+  /// The response of a fault rule that applies before the body is read, if any.
+  std::optional<BmcResponse> RespondBeforeBody(const RecordedRequest& request);
 
   [[nodiscard]] const std::string& StoredImageSha256() const {
     return image_sha256_;
   }
   [[nodiscard]] std::size_t StoredImageSize() const { return image_size_; }
-  [[nodiscard]] int Restarts() const { return restarts_; }
+  [[nodiscard]] int Reboots() const { return reboots_; }
 
  private:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -48,40 +48,40 @@ class Machine {
   struct Task {
     std::string id;
     std::vector<std::string> targets;
-    bool installs = true;  ///< Completion leaves an update to apply.
+    bool installs = true;  ///< Completion installs the image.
     std::size_t step = 0;
     int polls_in_step = 0;
     TimePoint step_start;
-    bool aborted = false;            ///< Cut off by a reset.
-    bool took_machine_down = false;  ///< Restart::by_itself_at was reached.
-    bool monitor_is_done = false;    ///< The final answer was given.
+    bool is_aborted = false;     ///< By a reset.
+    bool caused_reboot = false;  ///< RebootBehavior::by_itself_at was reached.
+    bool is_monitor_finished = false;  ///< The final response was sent.
   };
   struct CountedFault {
     FaultRule rule;
-    int seen = 0;
-    int struck = 0;
+    int matched = 0;
+    int applied = 0;
   };
 
-  // machine.cc: the road of a request, and what changes the machine.
+  // redfish_service.cc: handling of requests, and changes of the state.
   Outcome Handle(const RecordedRequest& request);
   Outcome Route(const RecordedRequest& request, const std::string& path);
-  const FaultRule* Strike(const RecordedRequest& request, bool before_body);
+  const FaultRule* MatchFault(const RecordedRequest& request, bool before_body);
   [[nodiscard]] std::string PhaseOf(const RecordedRequest& request) const;
-  [[nodiscard]] bool Authorized(const RecordedRequest& request) const;
-  std::optional<Outcome> Absent();
+  [[nodiscard]] bool IsAuthorized(const RecordedRequest& request) const;
+  std::optional<Outcome> RespondWhileRebooting();
   Outcome Upload(const RecordedRequest& request);
   Outcome StoreImage(const std::string& image,
                      std::vector<std::string> targets);
   Outcome UpdateAction(const RecordedRequest& request);
-  [[nodiscard]] std::optional<Outcome> RefuseParameters(
+  [[nodiscard]] std::optional<Outcome> RejectParameters(
       const Json& image_uri, const std::vector<std::string>& targets) const;
   Outcome ResetSystem(const RecordedRequest& request);
   Outcome Accept(int status, std::vector<std::string> targets, bool installs);
-  [[nodiscard]] std::optional<Outcome> Busy() const;
-  void RestartNow(bool by_itself);
-  void ApplyPending();
+  [[nodiscard]] std::optional<Outcome> RespondIfBusy() const;
+  void Reboot(bool by_itself);
+  void ApplyPendingUpdate();
 
-  // tasks.cc
+  // tasks.cc: progress of tasks.
   Outcome PollTask(const std::string& id, bool as_monitor);
   [[nodiscard]] TaskStep StepOf(const Task& task) const;
   [[nodiscard]] Json TaskBody(const Task& task) const;
@@ -90,9 +90,9 @@ class Machine {
   void AdvanceByClock(Task& task);
   void CountPoll(Task& task);
   void EnterStep(Task& task, std::size_t step);
-  void Finish(const Task& task);
+  void FinishUpdate(const Task& task);
 
-  // resources.cc: the documents, read only.
+  // resources.cc: the resources that a client can read.
   [[nodiscard]] std::optional<Json> Resource(const std::string& path,
                                              const std::string& query) const;
   [[nodiscard]] Json UpdateService() const;
@@ -108,13 +108,13 @@ class Machine {
   bool power_is_on_ = true;
   std::size_t image_size_ = 0;
   std::string image_sha256_;
-  /// Targets of an update that is installed and shows after a restart.
-  std::optional<std::vector<std::string>> pending_;
-  int restarts_ = 0;
-  int absent_requests_ = 0;
-  std::optional<TimePoint> absent_until_;
+  /// Targets of an installed update that appears after a reboot.
+  std::optional<std::vector<std::string>> pending_targets_;
+  int reboots_ = 0;
+  int unavailable_requests_ = 0;
+  std::optional<TimePoint> unavailable_until_;
 };
 
 }  // namespace quorvane::simulator
 
-#endif  // QUORVANE_SIMULATOR_MACHINE_H_
+#endif  // QUORVANE_SIMULATOR_REDFISH_SERVICE_H_
