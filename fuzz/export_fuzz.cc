@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The exported documents, read back.
+// The exported JSON, parsed again.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// The input's lines, up to the first NUL, which no JSON text can hold.
+// The lines of the input, up to the first NUL, which JSON cannot contain.
 std::vector<std::string> Lines(const std::uint8_t* bytes, std::size_t size) {
   std::vector<std::string> lines(1);
   for (std::size_t i = 0; i < size && bytes[i] != 0; ++i) {
@@ -37,14 +37,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   const auto inventory =
       quorvane::ParseJson(quorvane::InventoryToJson({item, item}));
   const cJSON* list = quorvane::ArrayMember(inventory.get(), "inventory");
-  Demand(list != nullptr, "an inventory is a list");
+  CheckProperty(list != nullptr, "an inventory is an array");
   for (const cJSON* entry : quorvane::Elements(list)) {
-    Demand(StringMember(entry, "id") == item.uri &&
-               StringMember(entry, "Name") == item.Name &&
-               StringMember(entry, "SoftwareId") == item.SoftwareId &&
-               StringMember(entry, "Version") == item.Version &&
-               StringMember(entry, "target_id") == item.target_id,
-           "an item reads back as it was");
+    CheckProperty(StringMember(entry, "id") == item.uri &&
+                      StringMember(entry, "Name") == item.Name &&
+                      StringMember(entry, "SoftwareId") == item.SoftwareId &&
+                      StringMember(entry, "Version") == item.Version &&
+                      StringMember(entry, "target_id") == item.target_id,
+                  "an item is unchanged");
   }
 
   quorvane::UpdateResponse response;
@@ -54,11 +54,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   response.percent_complete = static_cast<int>(size) - 1;
   const auto record =
       quorvane::ParseJson(quorvane::UpdateResponseToJson(response));
-  Demand(StringMember(record.get(), "message") == text[0] &&
-             StringMember(record.get(), "task_uri") == text[1],
-         "a record reads back as it was");
-  Demand(quorvane::IntMember(record.get(), "percent_complete").has_value() ==
-             (size > 0),
-         "an unknown percentage is null");
+  CheckProperty(StringMember(record.get(), "message") == text[0] &&
+                    StringMember(record.get(), "task_uri") == text[1],
+                "a record is unchanged");
+  CheckProperty(
+      quorvane::IntMember(record.get(), "percent_complete").has_value() ==
+          (size > 0),
+      "an unknown percentage is null");
   return 0;
 }

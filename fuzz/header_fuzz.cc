@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Header lines as libcurl hands them over.
+// Header lines, as libcurl passes them.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,15 +12,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   const std::string line(reinterpret_cast<const char*>(bytes), size);
   quorvane::HeaderCapture capture;
   quorvane::CaptureHeaderLine(line, capture);
-  Demand(capture.content_type.empty() || capture.location.empty(),
-         "a line is one field");
+  CheckProperty(capture.content_type.empty() || capture.location.empty(),
+                "a line contains one field");
   for (const std::string& value : {capture.content_type, capture.location}) {
-    Demand(value.size() < line.size() || line.empty(), "a value is shorter");
-    Demand(value.empty() || (value.front() != ' ' && value.front() != '\t'),
-           "no blank leads a value");
-    Demand(value.empty() ||
-               std::string("\r\n ").find(value.back()) == std::string::npos,
-           "no line end trails a value");
+    CheckProperty(value.size() < line.size() || line.empty(),
+                  "a value is shorter than its line");
+    CheckProperty(
+        value.empty() || (value.front() != ' ' && value.front() != '\t'),
+        "a value does not begin with whitespace");
+    CheckProperty(value.empty() || std::string("\r\n ").find(value.back()) ==
+                                       std::string::npos,
+                  "a value does not end with whitespace");
   }
   return 0;
 }

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-/// What must hold for every input; a fuzzer keeps the input for which it does
-/// not.
-inline void Demand(bool holds, const char* property) {
+/// Aborts if a property that must hold for every input does not. The fuzzer
+/// then saves the input.
+inline void CheckProperty(bool holds, const char* property) {
   if (holds) return;
-  static_cast<void>(std::fprintf(stderr, "does not hold: %s\n", property));
+  static_cast<void>(std::fprintf(stderr, "Violated property: %s\n", property));
   std::abort();
 }
 

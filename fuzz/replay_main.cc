@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs a fuzz target over the files of a folder: the inputs that once failed,
-// and seeds.
+// Runs a fuzz target on each file of a directory: inputs that once failed, and
+// seeds.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every reader of what a BMC answers.
+// Everything that parses the response of a BMC.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -19,41 +19,45 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
   const quorvane::Config config;
   const quorvane::JsonPtr tree = quorvane::ParseJson(body);
   if (!tree) {
-    Demand(quorvane::ParseMemberPaths(body).empty(), "no JSON, no members");
-    Demand(quorvane::ExtractTaskUri(body, config).empty(), "no JSON, no task");
+    CheckProperty(quorvane::ParseMemberPaths(body).empty(),
+                  "invalid JSON has no members");
+    CheckProperty(quorvane::ExtractTaskUri(body, config).empty(),
+                  "invalid JSON has no task");
   }
   static_cast<void>(quorvane::ExtractErrorMessage(body));
 
-  quorvane::Response answer;
-  answer.body = body;
-  answer.location = "/redfish/v1/TaskService/Tasks/9";
+  quorvane::Response response;
+  response.body = body;
+  response.location = "/redfish/v1/TaskService/Tasks/9";
   const quorvane::HttpClient client;
   const quorvane::UpdateRequest request;
   quorvane::UpdateRun run{
       .client = client, .request = request, .config = config};
-  quorvane::TrackTask(answer, quorvane::LogTask::kNo, run);
-  Demand(!run.result.task_uri.empty() ||
-             quorvane::StringMember(tree.get(), "@odata.id") == "" || !tree,
-         "the Location stands in for a body without a task");
+  quorvane::TrackTask(response, quorvane::LogTask::kNo, run);
+  CheckProperty(!run.result.task_uri.empty() ||
+                    quorvane::StringMember(tree.get(), "@odata.id") == "" ||
+                    !tree,
+                "Location is used if the body has no task");
 
   const std::string logged = quorvane::RedactResponse(body);
-  Demand(
+  CheckProperty(
       logged == body || logged.find(quorvane::kRedacted) != std::string::npos,
-      "an answer stays or is redacted");
+      "a response is unchanged or redacted");
   const quorvane::JsonPtr account(cJSON_CreateObject());
   quorvane::AddString(account.get(), "Password",
                       (body.c_str() + std::string("s3cret")).c_str());
-  const quorvane::JsonPtr quoting(cJSON_CreateObject());
-  quorvane::AddString(quoting.get(), "JsonBody",
+  const quorvane::JsonPtr nested(cJSON_CreateObject());
+  quorvane::AddString(nested.get(), "JsonBody",
                       quorvane::PrintJson(account.get()).c_str());
-  for (const cJSON* document : {account.get(), quoting.get()}) {
-    Demand(quorvane::RedactResponse(quorvane::PrintJson(document))
-                   .find("s3cret") == std::string::npos,
-           "no password is shown");
+  for (const cJSON* document : {account.get(), nested.get()}) {
+    CheckProperty(quorvane::RedactResponse(quorvane::PrintJson(document))
+                          .find("s3cret") == std::string::npos,
+                  "a password is redacted");
   }
   constexpr std::size_t kLimit = 4096;
   if (const auto text = quorvane::PrintJsonWithin(tree.get(), kLimit)) {
-    Demand(text->size() < kLimit, "a document keeps its limit");
+    CheckProperty(text->size() < kLimit,
+                  "a document is shorter than its limit");
   }
   return 0;
 }

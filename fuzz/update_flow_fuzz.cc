@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whole calls against a BMC that answers anything: every reader of a Redfish
-// body, in every order. The wire is left out: this file is the HttpClient.
+// Complete calls of the library with arbitrary responses, so that everything
+// that parses a Redfish body runs, in any order. This file replaces the
+// HttpClient, so that no network is involved.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -18,46 +19,48 @@
 
 namespace {
 
-// The input behind its first byte: answers apart by RS, as JSON texts in
-// RFC 7464. Each is a line "STATUS LOCATION" and a body.
-std::string_view answers_left;
-int requests = 0;
+// The input after its first byte: responses, separated by RS as in RFC 7464.
+// Each consists of a line "STATUS LOCATION" and a body.
+std::string_view remaining_input;
+int request_count = 0;
 bool has_targets = false;
 
-quorvane::Response NextAnswer() {
-  // The shipped rules poll a task 600 times at most.
-  Demand(++requests < 5'000, "a call comes to an end");
-  if (answers_left.empty()) throw std::runtime_error("connection refused");
-  const std::string_view answer =
-      answers_left.substr(0, answers_left.find('\x1e'));
-  answers_left.remove_prefix(answer.size() +
-                             (answer.size() < answers_left.size() ? 1 : 0));
+quorvane::Response NextResponse() {
+  // The default rules poll a task at most 600 times.
+  CheckProperty(++request_count < 5'000, "a call ends");
+  if (remaining_input.empty()) throw std::runtime_error("connection refused");
+  const std::string_view text =
+      remaining_input.substr(0, remaining_input.find('\x1e'));
+  remaining_input.remove_prefix(text.size() +
+                                (text.size() < remaining_input.size() ? 1 : 0));
 
-  const std::string head(answer.substr(0, answer.find('\n')));
+  const std::string header(text.substr(0, text.find('\n')));
   quorvane::Response response;
   char* end = nullptr;
-  response.status_code = std::strtol(head.c_str(), &end, 10) % 1'000;
+  response.status_code = std::strtol(header.c_str(), &end, 10) % 1'000;
   if (*end == ' ') response.location = end + 1;
-  if (head.size() < answer.size()) {
-    response.body = answer.substr(head.size() + 1);
+  if (header.size() < text.size()) {
+    response.body = text.substr(header.size() + 1);
   }
   return response;
 }
 
 void CheckAccount(const std::string& username, const std::string& password,
                   const std::string& auth_type) {
-  Demand(username == "root" && password == "s" && auth_type == "basic",
-         "a login has its account");
+  CheckProperty(username == "root" && password == "s" && auth_type == "basic",
+                "a login uses the given account");
 }
 
 void UpdateAndCheck(const quorvane::UpdateRequest& request) {
   const quorvane::UpdateResponse result = quorvane::PerformUpdate(request);
-  Demand(result.accepted || !result.message.empty(), "a refusal has a reason");
-  Demand(result.accepted || !result.reboot_performed,
-         "no restart without an accepted update");
-  Demand(result.percent_complete >= -1, "a percentage is known or not");
-  Demand(quorvane::ParseJson(quorvane::UpdateResponseToJson(result)) != nullptr,
-         "a record is JSON");
+  CheckProperty(result.accepted || !result.message.empty(),
+                "a rejection has a reason");
+  CheckProperty(result.accepted || !result.reboot_performed,
+                "no reboot without an accepted update");
+  CheckProperty(result.percent_complete >= -1, "a percentage is -1 or more");
+  CheckProperty(
+      quorvane::ParseJson(quorvane::UpdateResponseToJson(result)) != nullptr,
+      "a record is valid JSON");
 }
 
 void Run(char call) {
@@ -65,18 +68,20 @@ void Run(char call) {
   if (call == 'i') {
     std::vector<quorvane::InventoryItem> items;
     try {
-      const bool good = quorvane::FetchInventory(server, items);
-      Demand(good || items.empty(), "no inventory, no items");
+      const bool succeeded = quorvane::FetchInventory(server, items);
+      CheckProperty(succeeded || items.empty(),
+                    "a failed inventory has no items");
     } catch (const std::runtime_error&) {
-      Demand(answers_left.empty(), "an answer is no exception");
+      CheckProperty(remaining_input.empty(), "a response causes no exception");
     }
     return;
   }
   if (call == 'c') {
     quorvane::ChassisInfo info;
-    const bool good = quorvane::FetchChassisInfo(server, info);
-    Demand(good != info.Manufacturer.empty(), "a chassis has a maker");
-    Demand(good != info.Name.empty(), "a chassis has a name");
+    const bool succeeded = quorvane::FetchChassisInfo(server, info);
+    CheckProperty(succeeded != info.Manufacturer.empty(),
+                  "a chassis has a manufacturer");
+    CheckProperty(succeeded != info.Name.empty(), "a chassis has a name");
     return;
   }
   quorvane::UpdateRequest request;
@@ -109,7 +114,7 @@ Response HttpClient::get(const std::string& /*url*/, const Headers& /*headers*/,
                          long /*timeout_ms*/, const std::string& /*username*/,
                          const std::string& /*password*/,
                          const std::string& /*auth_type*/) const {
-  return NextAnswer();
+  return NextResponse();
 }
 
 Response HttpClient::post_json(const std::string& /*url*/,
@@ -118,8 +123,8 @@ Response HttpClient::post_json(const std::string& /*url*/,
                                const std::string& /*username*/,
                                const std::string& /*password*/,
                                const std::string& /*auth_type*/) const {
-  Demand(ParseJson(body) != nullptr, "the parameters of an action are JSON");
-  return NextAnswer();
+  CheckProperty(ParseJson(body) != nullptr, "action parameters are valid JSON");
+  return NextResponse();
 }
 
 Response HttpClient::post_multipart(
@@ -129,10 +134,11 @@ Response HttpClient::post_multipart(
     const std::string& password, const std::string& auth_type,
     const std::string& update_parameters) const {
   CheckAccount(username, password, auth_type);
-  Demand(has_targets == (update_parameters.find("FirmwareInventory/BMC") !=
-                         std::string::npos),
-         "an upload has its targets");
-  return NextAnswer();
+  CheckProperty(
+      has_targets == (update_parameters.find("FirmwareInventory/BMC") !=
+                      std::string::npos),
+      "an upload contains its targets");
+  return NextResponse();
 }
 
 Response HttpClient::post_binary_file(const std::string& /*url*/,
@@ -142,21 +148,22 @@ Response HttpClient::post_binary_file(const std::string& /*url*/,
                                       const std::string& /*username*/,
                                       const std::string& /*password*/,
                                       const std::string& /*auth_type*/) const {
-  return NextAnswer();
+  return NextResponse();
 }
 // NOLINTEND(readability-convert-member-functions-to-static)
 
 }  // namespace quorvane
 
-extern "C" int nanosleep(const timespec* /*wanted*/, timespec* /*left*/) {
+extern "C" int nanosleep(const timespec* /*duration*/,
+                         timespec* /*remaining*/) {
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes,
                                       std::size_t size) {
   if (size == 0) return 0;
-  answers_left = {reinterpret_cast<const char*>(bytes) + 1, size - 1};
-  requests = 0;
+  remaining_input = {reinterpret_cast<const char*>(bytes) + 1, size - 1};
+  request_count = 0;
   Run(static_cast<char>(bytes[0]));
   return 0;
 }
