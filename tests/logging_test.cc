@@ -288,7 +288,7 @@ constexpr const char* kNotMade = "[logger] Failed to create log directory: ";
 constexpr const char* kFileLink = "[logger] SECURITY: Log file is a symlink: ";
 
 TEST_F(LogLocation, MustBeWritableOnlyByRoot) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can make root's folders";
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make root's directories";
   MakeDirectory("private", 0755);
   MakeDirectory("group", 0775);
   MakeDirectory("all", 0777);
@@ -341,7 +341,7 @@ TEST_F(LogLocation, MustBeWritableOnlyByRoot) {
 }
 
 TEST_F(LogLocation, IsNotTrustedIfOwnedByUser) {
-  if (geteuid() == 0) GTEST_SKIP() << "root's own folders are trusted";
+  if (geteuid() == 0) GTEST_SKIP() << "root's own directories are trusted";
   EXPECT_EQ(CheckLogLocation(In("log")), kOwner + directory.path());
 }
 

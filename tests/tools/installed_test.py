@@ -43,7 +43,7 @@ SCENARIOS = [
     ("task-fails", "--file fw", 1, "Cause:   The image could not be applied"),
     ("task-stalls", "--file fw", 4, "was rebooted anyway.\nCause:   Last"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),
-    ("share-only", SHARE, 1, "400: The action needs the parameter Targets. The "
+    ("share-only", SHARE, 1, "400: The action requires the parameter Targets. The "
      "download of the image failed as well"),
     ("share-only", SHARE + f" --target {BIOS} --share-user me "
      "--share-password-file secret", 0, "Outcome: done."),

@@ -173,10 +173,10 @@ TEST(Records, OtherLinesBeginNone) {
                            "[2024-05-01 13:07:09.04x] [INFO   ] x"}) {
     EXPECT_FALSE(RecordFrom(line)) << line;
   }
-  const auto bare = RecordFrom("[2024-05-01 13:07:09.042] [ERROR  ] [RF] x");
-  ASSERT_TRUE(bare);
-  EXPECT_EQ(bare->component, "");
-  EXPECT_EQ(bare->message, "[RF] x");
+  const auto unnamed = RecordFrom("[2024-05-01 13:07:09.042] [ERROR  ] [RF] x");
+  ASSERT_TRUE(unnamed);
+  EXPECT_EQ(unnamed->component, "");
+  EXPECT_EQ(unnamed->message, "[RF] x");
 }
 
 TEST(Report, OfALogCutOffAnywhereIsOneAndNeverClaimsSuccess) {
