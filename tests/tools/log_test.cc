@@ -200,7 +200,7 @@ TEST(Report, TellsPhasesWaitsAndAnswers) {
   ASSERT_EQ(report.run.phases.size(), 4U);
   const PhaseRow upload = RowOf(report.run.phases[1]);
   EXPECT_EQ(upload.name, "Upload");
-  EXPECT_EQ(upload.requests_text, "2 requests, URI 1 of 2");
+  EXPECT_EQ(upload.requests, "2 requests, URI 1 of 2");
   EXPECT_EQ(upload.responses, "503, 202");
   EXPECT_EQ(upload.waited, 1);  // the log says 5, its clock goes on by 1
   EXPECT_EQ(upload.result, "accepted");

@@ -24,7 +24,7 @@ Report ReadReport(std::string_view log);
 
 /// A row of the table of phases.
 struct PhaseRow {
-  std::string name, requests_text, responses, result;
+  std::string name, requests, responses, result;
   double waited = 0;  ///< Seconds, before retries and polls.
 };
 PhaseRow RowOf(const PhaseRun& phase);

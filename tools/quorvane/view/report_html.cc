@@ -4,41 +4,17 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string_view>
+#include <utility>
 
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
-namespace {
 
-constexpr const char* kHead = R"html(<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<meta name="viewport" content="width=device-width, initial-scale=1">
-<meta http-equiv="Content-Security-Policy" content="default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'">
-<title>Firmware update report</title>
-<style>
-:root { color-scheme: light dark; --ink: #1c2430; --paper: #ffffff; --faint: #5d6878; --rule: #d5dbe3;
-  --request: #1f6feb; --retry: #c77700; --poll: #b9c4d2; --line: #14804a; --good: #14804a; --bad: #b42318; --odd: #9a6700; }
-@media (prefers-color-scheme: dark) {
-  :root { --ink: #e4e9f0; --paper: #12171f; --faint: #9aa7b8; --rule: #2d3746;
-    --request: #6cb0ff; --retry: #f0a33a; --poll: #47556a; --line: #4cc38a; --good: #4cc38a; --bad: #ff8f85; --odd: #f0b849; } }
-body { margin: 2rem auto; max-width: 72rem; padding: 0 1rem; background: var(--paper); color: var(--ink); font: 15px/1.5 system-ui, sans-serif; }
-h1 { font-size: 1.4rem; overflow-wrap: anywhere; } h1::first-letter { text-transform: uppercase; } h2 { font-size: 1.1rem; margin-top: 2rem; }
-.outcome { border-left: 4px solid var(--odd); padding: .2rem .8rem; }
-.outcome.good { border-color: var(--good); } .outcome.bad { border-color: var(--bad); }
-.scroll { overflow-x: auto; }
-table { border-collapse: collapse; width: 100%; } th, td { text-align: left; padding: .3rem .6rem; border-bottom: 1px solid var(--rule); vertical-align: top; white-space: nowrap; }
-th { color: var(--faint); font-weight: 600; } .number { text-align: right; }
-.remark { overflow-wrap: anywhere; } td.remark { white-space: normal; min-width: 16rem; } .faint { color: var(--faint); }
-svg { width: 100%; min-width: 54rem; height: auto; } svg text { font: 12px system-ui, sans-serif; fill: var(--ink); } svg .tick { fill: var(--faint); }
-.grid { stroke: var(--rule); } .request { fill: var(--request); } .retry { fill: var(--retry); } .poll { fill: var(--poll); }
-.percent { fill: none; stroke: var(--line); stroke-width: 2; } .key { display: inline-block; width: .8rem; height: .8rem; margin: 0 .3rem 0 1rem; }
-</style>
-</head>
-<body>
-)html";
+extern const std::string_view kReportPage;  // report.html
+
+namespace {
 
 std::string Escaped(const std::string& text) {
   std::string escaped;
@@ -250,12 +226,8 @@ std::string OutcomeSection(const Report& report) {
   return html + "</div>\n";
 }
 
-std::string PhaseTable(const Run& run) {
-  std::string html =
-      "<h2>Phases</h2>\n<div class=\"scroll\"><table>\n<tr><th>Phase</th>"
-      "<th>Result</th><th class=\"number\">After</th><th "
-      "class=\"number\">Took</th><th class=\"number\">Waited</th>"
-      "<th>Requests</th><th>Responses</th></tr>\n";
+std::string PhaseRows(const Run& run) {
+  std::string html;
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
     html += fmt::format(
@@ -264,16 +236,14 @@ std::string PhaseTable(const Run& run) {
         "<td>{}</td></tr>\n",
         Escaped(row.name), Escaped(row.result),
         Duration(phase.begin - run.begin), Duration(phase.end - phase.begin),
-        row.waited == 0 ? "-" : Duration(row.waited),
-        Escaped(row.requests_text), Escaped(row.responses));
+        row.waited == 0 ? "-" : Duration(row.waited), Escaped(row.requests),
+        Escaped(row.responses));
   }
-  return html + "</table></div>\n";
+  return html;
 }
 
-std::string RemarkTable(const Run& run) {
-  std::string html =
-      "<h2>Decisions and problems</h2>\n<div class=\"scroll\"><table>\n"
-      "<tr><th class=\"number\">After</th><th>Phase</th><th>What</th></tr>\n";
+std::string RemarkRows(const Run& run) {
+  std::string html;
   for (const PhaseRun& phase : run.phases) {
     for (const Remark& remark : phase.remarks) {
       html += fmt::format(
@@ -283,22 +253,25 @@ std::string RemarkTable(const Run& run) {
           Escaped(remark.text));
     }
   }
-  return html + "</table></div>\n";
+  return html;
 }
 
 }  // namespace
 
 std::string HtmlReport(const Report& report) {
-  return std::string(kHead) + OutcomeSection(report) +
-         "<h2>Time line</h2>\n<p class=\"faint\"><span class=\"key\" "
-         "style=\"background:var(--request)\"></span>request<span "
-         "class=\"key\" style=\"background:var(--retry)\"></span>wait before a "
-         "retry<span class=\"key\" style=\"background:var(--poll)\"></span>"
-         "wait before a poll<span class=\"key\" "
-         "style=\"background:var(--line)\"></span>the task's percentage</p>\n"
-         "<div class=\"scroll\">" +
-         TimeLine(report.run).Draw() + "</div>\n" + PhaseTable(report.run) +
-         RemarkTable(report.run) + "</body>\n</html>\n";
+  const std::array parts = {
+      std::pair("<!-- outcome -->\n", OutcomeSection(report)),
+      std::pair("<!-- time line -->\n", TimeLine(report.run).Draw()),
+      std::pair("<!-- phases -->\n", PhaseRows(report.run)),
+      std::pair("<!-- remarks -->\n", RemarkRows(report.run))};
+  std::string html;
+  std::string_view page = kReportPage;
+  for (const auto& [placeholder, part] : parts) {
+    const std::size_t at = page.find(placeholder);
+    html.append(page.substr(0, at)).append(part);
+    page.remove_prefix(at + std::string_view(placeholder).size());
+  }
+  return html.append(page);
 }
 
 }  // namespace quorvane::tool

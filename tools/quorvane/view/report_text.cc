@@ -103,27 +103,26 @@ Report ReadReport(std::string_view log) {
 }
 
 PhaseRow RowOf(const PhaseRun& phase) {
-  std::size_t requests = 0;
+  std::size_t count = 0;
   double waited = 0;
   for (const Span& span : phase.spans) {
     if (span.kind == Span::Kind::kRequest) {
-      ++requests;
+      ++count;
     } else {
       waited += span.end - span.begin;
     }
   }
-  std::string requests_text =
-      fmt::format("{} request{}", requests, requests == 1 ? "" : "s");
+  std::string requests =
+      fmt::format("{} request{}", count, count == 1 ? "" : "s");
   if (phase.uri_index > 0) {
-    requests_text +=
-        fmt::format(", URI {} of {}", phase.uri_index, phase.uri_count);
+    requests += fmt::format(", URI {} of {}", phase.uri_index, phase.uri_count);
   }
   std::string name = NameOf(phase.phase);
   if (phase.task_of == Phase::kActivation || phase.task_of == Phase::kReboot) {
     name = fmt::format("{} task", NameOf(phase.task_of));
   }
   return {.name = name,
-          .requests_text = requests_text,
+          .requests = requests,
           .responses = StatusesOf(phase) + ProgressOf(phase),
           .result = ResultText(phase),
           .waited = waited};
