@@ -1,20 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
-# Fails if one of FILES includes a header of this project that lies in none of
-# the ALLOWED directories; else touches STAMP. See module.cmake.
+# Fails if one of FILES includes a header of this project from a directory that is
+# not in ALLOWED. Otherwise touches STAMP. See module.cmake.
 cmake_minimum_required(VERSION 3.25)
-set(faults "")
+set(errors "")
 foreach(file IN LISTS FILES)
   file(STRINGS ${file} includes REGEX "^#include \"")
   foreach(include IN LISTS includes)
     string(REGEX REPLACE "^#include \"(.*)\".*" "\\1" header "${include}")
     get_filename_component(directory "${header}" DIRECTORY)
     if(NOT directory IN_LIST ALLOWED)
-      string(APPEND faults "${file}: must not include ${header}\n")
+      string(APPEND errors "${file}: must not include ${header}\n")
     endif()
   endforeach()
 endforeach()
-if(faults)
+if(errors)
   list(JOIN ALLOWED ", " allowed)
-  message(FATAL_ERROR "${faults}Allowed directories: ${allowed}")
+  message(FATAL_ERROR "${errors}Allowed directories: ${allowed}")
 endif()
 file(TOUCH ${STAMP})
