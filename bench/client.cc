@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Does one thing with the library and prints what it cost: the peak of its
-// resident memory (VmHWM) in MiB, and the CPU seconds of the thing alone,
-// without the start of the process. Fails when the thing did.
+// Performs one operation of the library and prints its cost: the peak of the
+// resident memory (VmHWM) in MiB, and the CPU seconds of the operation without
+// the start of the process. Fails if the operation fails.
 //
-// The rules file lies beside this program, which holds the library's code.
+// The rules file is in the directory of this program, which contains the
+// library code.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -21,15 +22,15 @@
 
 namespace {
 
-thread_local bool waits_end_at_once = false;
+thread_local bool skips_waits = false;
 
 using quorvane::HttpClient;
 
 constexpr const char* kUser = "admin";
 constexpr const char* kPassword = "password";
 
-void Require(bool held, const char* what) {
-  if (!held) throw std::runtime_error(what);
+void Require(bool condition, const char* message) {
+  if (!condition) throw std::runtime_error(message);
 }
 
 double CpuSeconds() {
@@ -44,38 +45,39 @@ double PeakMebibytes() {
   for (std::string line; std::getline(status, line);) {
     if (line.rfind("VmHWM:", 0) == 0) return std::stod(line.substr(6)) / 1024;
   }
-  throw std::runtime_error("no VmHWM");
+  throw std::runtime_error("no VmHWM in /proc/self/status");
 }
 
-void UploadForm(const std::string& bmc, const std::string& file) {
-  const auto answer = HttpClient().post_multipart(
+void UploadMultipart(const std::string& bmc, const std::string& file) {
+  const auto response = HttpClient().post_multipart(
       "https://" + bmc + "/redfish/v1/UpdateService/MultipartUpload", file,
       "UpdateFile", {}, 0, kUser, kPassword, "basic", "");
-  Require(answer.status_code == 202, "the form was not accepted");
+  Require(response.status_code == 202, "the multipart upload was not accepted");
 }
 
 void UploadBinary(const std::string& bmc, const std::string& file) {
-  const auto answer = HttpClient().post_binary_file(
+  const auto response = HttpClient().post_binary_file(
       "https://" + bmc + "/redfish/v1/UpdateService/update", file, {}, 0, kUser,
       kPassword, "basic");
-  Require(answer.status_code == 202, "the image was not accepted");
+  Require(response.status_code == 202, "the binary upload was not accepted");
 }
 
 void Download(const std::string& bmc, const std::string& size) {
-  const auto answer = HttpClient().get("https://" + bmc + "/images/" + size, {},
-                                       0, kUser, kPassword, "basic");
-  Require(answer.body.size() == std::stoul(size), "the image is not complete");
+  const auto response = HttpClient().get("https://" + bmc + "/images/" + size,
+                                         {}, 0, kUser, kPassword, "basic");
+  Require(response.body.size() == std::stoul(size),
+          "the image is not complete");
 }
 
 void ReadInventory(const std::string& bmc, const std::string& members) {
   std::vector<quorvane::InventoryItem> items;
   Require(quorvane::FetchInventory({bmc, kUser, kPassword}, items) &&
               items.size() == std::stoul(members),
-          "the inventory is not whole");
+          "the inventory is not complete");
 }
 
 void Update(const std::string& bmc, const std::string& image) {
-  waits_end_at_once = true;
+  skips_waits = true;
   quorvane::UpdateRequest request;
   request.bmc_ip = bmc;
   request.username = kUser;
@@ -87,9 +89,9 @@ void Update(const std::string& bmc, const std::string& image) {
           result.message.c_str());
 }
 
-// Like the others, but for a first update that is not counted: it pays for
-// what the process does once.
-double UpdateSideBySide(const std::string& bmc, const std::string& image,
+// The CPU seconds of one of `count` parallel updates. A first update is not
+// counted, because it includes the initialization of the process.
+double UpdateInParallel(const std::string& bmc, const std::string& image,
                         int count) {
   const HttpClient keeps_libcurl_started;
   Update(bmc, image);
@@ -113,28 +115,30 @@ double UpdateSideBySide(const std::string& bmc, const std::string& image,
   return (CpuSeconds() - before) / count;
 }
 
-int Run(const std::vector<std::string>& words) {
-  if (words.size() < 4) {
+int Run(const std::vector<std::string>& arguments) {
+  if (arguments.size() < 4) {
     std::fputs(
-        "Usage: bench_client form|binary|download|inventory|update|updates "
+        "Usage: bench_client "
+        "multipart|binary|download|inventory|update|updates "
         "ADDRESS FILE|BYTES|MEMBERS|IMAGE_URI LOG [COUNT]\n",
         stderr);
     return 2;
   }
-  using Deed = std::function<void(const std::string&, const std::string&)>;
-  static const std::map<std::string, Deed> deeds = {
-      {"form", UploadForm},
+  using Operation = std::function<void(const std::string&, const std::string&)>;
+  static const std::map<std::string, Operation> operations = {
+      {"multipart", UploadMultipart},
       {"binary", UploadBinary},
       {"download", Download},
       {"inventory", ReadInventory},
       {"update", Update}};
-  quorvane::InitLogger(words[3], quorvane::LogLevel::INFO, false, true);
+  quorvane::InitLogger(arguments[3], quorvane::LogLevel::INFO, false, true);
   double seconds = 0;
-  if (words[0] == "updates") {
-    seconds = UpdateSideBySide(words[1], words[2], std::stoi(words.at(4)));
+  if (arguments[0] == "updates") {
+    seconds = UpdateInParallel(arguments[1], arguments[2],
+                               std::stoi(arguments.at(4)));
   } else {
     const double before = CpuSeconds();
-    deeds.at(words[0])(words[1], words[2]);
+    operations.at(arguments[0])(arguments[1], arguments[2]);
     seconds = CpuSeconds() - before;
   }
   quorvane::ShutdownLogger();
@@ -144,9 +148,9 @@ int Run(const std::vector<std::string>& words) {
 
 }  // namespace
 
-// The waits of an update are no cost: they end at once on its thread.
+// The waits of an update are not a cost, so they return immediately.
 extern "C" int nanosleep(const timespec* requested_time, timespec* remaining) {
-  if (waits_end_at_once) return 0;
+  if (skips_waits) return 0;
   const int error =
       clock_nanosleep(CLOCK_REALTIME, 0, requested_time, remaining);
   errno = error;

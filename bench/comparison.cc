@@ -86,16 +86,16 @@ std::string Today() {
   return text.data();
 }
 
-// A time in the unit that reads best.
-std::string Told(double value, const std::string& unit) {
+// A time is shown in s, ms or µs.
+std::string FormatCost(double value, const std::string& unit) {
   std::array<char, 32> text{};
   const bool is_short = unit == "s" && value < 1;
   const bool is_tiny = is_short && value < 1e-3;
   const double scale = is_tiny ? 1e6 : is_short ? 1e3 : 1;
-  const char* told_unit = is_tiny ? "µs" : is_short ? "ms" : unit.c_str();
+  const char* shown_unit = is_tiny ? "µs" : is_short ? "ms" : unit.c_str();
   std::snprintf(text.data(), text.size(),
                 value * scale < 100 ? "%.3g %s" : "%.0f %s", value * scale,
-                told_unit);
+                shown_unit);
   return text.data();
 }
 
@@ -135,7 +135,7 @@ TableReporter::TableReporter(const std::vector<Comparison>& comparisons)
 
 void TableReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
-  // The aggregates of the console come in a call of their own.
+  // The aggregates are reported in a separate call.
   if (runs.front().run_type != Run::RT_Iteration) return;
   const std::string& name = runs.front().run_name.function_name;
   const auto comparison =
@@ -149,9 +149,9 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs) {
   Add({.comparison = &*comparison,
        .cost = Median(Sorted(runs, kCost)),
        .reference_cost = Median(Sorted(runs, kReference)),
-       .least = ratios.front(),
+       .min = ratios.front(),
        .median = Median(ratios),
-       .most = ratios.back()});
+       .max = ratios.back()});
 }
 
 void TableReporter::Add(const Row& row) {
@@ -166,7 +166,7 @@ void TableReporter::Add(const Row& row) {
   }
 }
 
-bool TableReporter::IsGood() const {
+bool TableReporter::HasPassed() const {
   return !has_failed_ &&
          std::none_of(rows_.begin(), rows_.end(),
                       [](const Row& row) { return row.IsMissed(); });
@@ -181,21 +181,22 @@ void TableReporter::Finalize() {
       QUORVANE_BENCH_COMPILER, curl_version(), cJSON_Version(),
       SPDLOG_VER_MAJOR, SPDLOG_VER_MINOR, SPDLOG_VER_PATCH);
   std::puts(
-      "| measure | reference | cost | its reference | ratio | least to "
-      "most | bound | |\n|---|---|---|---|---|---|---|---|");
+      "| measurement | reference | cost | cost of the reference | ratio | "
+      "range | bound | |\n|---|---|---|---|---|---|---|---|");
   for (const Row& row : rows_) {
     const Comparison& comparison = *row.comparison;
     std::printf("| %s | %s | %s | %s | %.2f | %.2f to %.2f | ",
                 comparison.measure.c_str(), comparison.reference.c_str(),
-                Told(row.cost, comparison.unit).c_str(),
-                Told(row.reference_cost, comparison.unit).c_str(), row.median,
-                row.least, row.most);
+                FormatCost(row.cost, comparison.unit).c_str(),
+                FormatCost(row.reference_cost, comparison.unit).c_str(),
+                row.median, row.min, row.max);
     if (comparison.bound > 0) std::printf("%.2f", comparison.bound);
     std::puts(comparison.bound == 0 ? " | |"
               : row.IsMissed()      ? " | **missed** |"
-                                    : " | held |");
+                                    : " | met |");
   }
-  if (has_failed_) std::puts("\nSome measures **failed** and are not shown.");
+  if (has_failed_)
+    std::puts("\nSome measurements **failed** and are not shown.");
 }
 
 }  // namespace quorvane::bench

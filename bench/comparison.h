@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A figure against its reference, and the table of them all.
+// Comparisons of a cost with a reference, and the table of results.
 #ifndef QUORVANE_BENCH_COMPARISON_H_
 #define QUORVANE_BENCH_COMPARISON_H_
 
@@ -11,48 +11,48 @@
 
 namespace quorvane::bench {
 
-/// Takes a cost once.
+/// Measures a cost once.
 using Cost = std::function<double()>;
 
 /// One row of the table.
 struct Comparison {
-  std::string name;       ///< For --benchmark_filter, e.g. "upload/form".
-  std::string measure;    ///< What the table calls it. Of several rows that
-                          ///< share it, the table shows the worst.
-  std::string reference;  ///< What it is held against.
+  std::string name;       ///< For --benchmark_filter: "upload/multipart".
+  std::string measure;    ///< The name in the table, which shows the worst of
+                          ///< all comparisons with the same name.
+  std::string reference;  ///< The name of the reference in the table.
   const char* unit;       ///< Of both costs: "s" of CPU time, "MiB", "calls".
-  double bound;           ///< The most that cost / reference cost may be; 0:
-                          ///< shown beside another row, without a bound.
+  double bound;           ///< Maximum of cost / reference cost; 0: no bound,
+                          ///< the row is shown for comparison.
   Cost cost;
   Cost reference_cost;
-  int pairs = 1;        ///< Pairs of costs whose sums make one ratio.
-  int repetitions = 7;  ///< Ratios, whose median counts.
+  int pairs = 1;        ///< Pairs of costs that are added for one ratio.
+  int repetitions = 7;  ///< Number of ratios; the median counts.
 };
 
-/// Registers each as a benchmark. The two costs are taken in turn: what slows
-/// the machine down meanwhile slows both.
+/// Registers each comparison as a benchmark. The two costs are measured
+/// alternately, so that a machine that slows down affects both.
 void Register(const std::vector<Comparison>& comparisons);
 
 /// CPU seconds, user and system, that a call takes on all threads.
 double CpuSecondsOf(const std::function<void()>& call);
 
-/// The console's lines on standard error as they come; at the end, on standard
-/// output, the machine and the table in Markdown.
+/// Prints each result to standard error. At the end, prints the machine and the
+/// table in Markdown to standard output.
 class TableReporter : public benchmark::ConsoleReporter {
  public:
-  /// @param comparisons  As registered; must outlive the reporter.
+  /// @param comparisons  Must outlive the reporter.
   explicit TableReporter(const std::vector<Comparison>& comparisons);
 
   void ReportRuns(const std::vector<Run>& runs) override;
   void Finalize() override;
 
-  /// Was every bound held, and did nothing fail?
-  [[nodiscard]] bool IsGood() const;
+  /// Every bound was met, and nothing failed.
+  [[nodiscard]] bool HasPassed() const;
 
  private:
   struct Row {
     const Comparison* comparison;
-    double cost, reference_cost, least, median, most;
+    double cost, reference_cost, min, median, max;
     [[nodiscard]] bool IsMissed() const {
       return comparison->bound > 0 && median > comparison->bound;
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A BMC that costs its client as little as it can: every answer is ready, what
-// is uploaded is read and thrown away. One request per connection, as most BMCs
-// have it. Prints its port, and ends when its standard input does.
+// A BMC that takes as little time of its client as possible: it responds
+// immediately and discards uploads. Like most BMCs, it serves one request per
+// connection. Prints its port, and exits when its standard input is closed.
 #include <netinet/in.h>
 #include <openssl/ssl.h>
 #include <strings.h>
@@ -38,19 +38,19 @@ struct SslDeleter {
 };
 using SslPtr = std::unique_ptr<SSL, SslDeleter>;
 
-long long NumberAt(std::string_view text) {
+long long ParseNumber(std::string_view text) {
   long long number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
 
-// The value of a request's Content-Length; 0 without one.
-long long BodyLength(const std::string& head) {
+// The value of Content-Length; 0 if there is none.
+long long BodyLength(const std::string& header) {
   constexpr std::string_view kName = "\r\nContent-Length: ";
-  for (std::size_t at = head.find("\r\n"); at != std::string::npos;
-       at = head.find("\r\n", at + 1)) {
-    if (strncasecmp(head.c_str() + at, kName.data(), kName.size()) == 0) {
-      return NumberAt(head.substr(at + kName.size()));
+  for (std::size_t at = header.find("\r\n"); at != std::string::npos;
+       at = header.find("\r\n", at + 1)) {
+    if (strncasecmp(header.c_str() + at, kName.data(), kName.size()) == 0) {
+      return ParseNumber(header.substr(at + kName.size()));
     }
   }
   return 0;
@@ -69,7 +69,7 @@ std::string Collection(int members) {
   return body + "]}";
 }
 
-// The task stands in the last message, so all are looked at.
+// Only the last message names a task, so a client must read all messages.
 std::string Messages(int count) {
   std::string body = R"({"Messages": [)";
   for (int i = 1; i < count; ++i) {
@@ -80,20 +80,21 @@ std::string Messages(int count) {
   return body + R"({"MessageId": "Task.1.0.New", "MessageArgs": ["/t/1"]}]})";
 }
 
-// The number behind a path that begins so.
-std::optional<long long> NumberBehind(std::string_view start,
-                                      std::string_view path) {
+// The number after `start`, if the path begins with `start`.
+std::optional<long long> NumberAfter(std::string_view start,
+                                     std::string_view path) {
   if (path.substr(0, start.size()) != start) return std::nullopt;
-  return NumberAt(path.substr(start.size()));
+  return ParseNumber(path.substr(start.size()));
 }
 
-struct Answer {
+struct Response {
   int status = 200;
   std::string body = {};
-  long long filler = 0;  // bytes sent instead of a body
+  long long filler_size = 0;  // bytes that are sent instead of a body
 };
 
-Answer AnswerTo(std::string_view method, std::string_view path, int members) {
+Response RespondTo(std::string_view method, std::string_view path,
+                   int members) {
   if (path.find("SimpleUpdate") != std::string_view::npos) return {404};
   if (path.find("/Actions/") != std::string_view::npos) return {204};
   if (path == kTask) {
@@ -103,11 +104,11 @@ Answer AnswerTo(std::string_view method, std::string_view path, int members) {
   if (method != "GET") {
     return {202, R"({"@odata.id": ")" + std::string(kTask) + "\"}"};
   }
-  if (const auto size = NumberBehind(kImages, path)) return {200, "", *size};
-  if (const auto count = NumberBehind(kCollections, path)) {
+  if (const auto size = NumberAfter(kImages, path)) return {200, "", *size};
+  if (const auto count = NumberAfter(kCollections, path)) {
     return {200, Collection(static_cast<int>(*count))};
   }
-  if (const auto count = NumberBehind(kMessages, path)) {
+  if (const auto count = NumberAfter(kMessages, path)) {
     return {200, Messages(static_cast<int>(*count))};
   }
   if (path == kCollection) return {200, Collection(members)};
@@ -124,40 +125,40 @@ bool Send(SSL* ssl, std::string_view text) {
 }
 
 void Serve(SSL* ssl, int members) {
-  std::string head;
+  std::string header;
   std::array<char, kChunk> chunk{};
   std::size_t end = std::string::npos;
-  while ((end = head.find(kHeadEnd)) == std::string::npos) {
-    const int got = SSL_read(ssl, chunk.data(), kChunk);
-    if (got <= 0) return;
-    head.append(chunk.data(), static_cast<std::size_t>(got));
+  while ((end = header.find(kHeadEnd)) == std::string::npos) {
+    const int count = SSL_read(ssl, chunk.data(), kChunk);
+    if (count <= 0) return;
+    header.append(chunk.data(), static_cast<std::size_t>(count));
   }
   end += kHeadEnd.size();
-  long long left = BodyLength(head.substr(0, end)) -
-                   static_cast<long long>(head.size() - end);
+  long long left = BodyLength(header.substr(0, end)) -
+                   static_cast<long long>(header.size() - end);
   while (left > 0) {
-    const int got = SSL_read(ssl, chunk.data(), kChunk);
-    if (got <= 0) return;
-    left -= got;
+    const int count = SSL_read(ssl, chunk.data(), kChunk);
+    if (count <= 0) return;
+    left -= count;
   }
 
-  const std::size_t blank = head.find(' ');
-  const std::string_view target(head.data() + blank + 1,
-                                head.find(' ', blank + 1) - blank - 1);
-  const Answer answer = AnswerTo(head.substr(0, blank), target, members);
+  const std::size_t blank = header.find(' ');
+  const std::string_view target(header.data() + blank + 1,
+                                header.find(' ', blank + 1) - blank - 1);
+  const Response response = RespondTo(header.substr(0, blank), target, members);
   const long long length =
-      static_cast<long long>(answer.body.size()) + answer.filler;
-  std::string text = "HTTP/1.1 " + std::to_string(answer.status) +
-                     " Answer\r\nConnection: close\r\n"
+      static_cast<long long>(response.body.size()) + response.filler_size;
+  std::string text = "HTTP/1.1 " + std::to_string(response.status) +
+                     " Response\r\nConnection: close\r\n"
                      "Content-Type: application/json\r\n";
-  if (answer.status != 204) {
+  if (response.status != 204) {
     text += "Content-Length: " + std::to_string(length) + "\r\n";
   }
-  if (!Send(ssl, text + "\r\n" + answer.body)) return;
-  for (long long rest = answer.filler; rest > 0;) {
-    const auto now = std::min(rest, static_cast<long long>(kChunk));
-    if (!Send(ssl, {chunk.data(), static_cast<std::size_t>(now)})) return;
-    rest -= now;
+  if (!Send(ssl, text + "\r\n" + response.body)) return;
+  for (long long rest = response.filler_size; rest > 0;) {
+    const auto size = std::min(rest, static_cast<long long>(kChunk));
+    if (!Send(ssl, {chunk.data(), static_cast<std::size_t>(size)})) return;
+    rest -= size;
   }
   SSL_shutdown(ssl);
 }

@@ -8,17 +8,17 @@
 #include <vector>
 
 #include "bench/comparison.h"
+#include "bench/network_bench.h"
 #include "bench/process.h"
 #include "bench/text_bench.h"
-#include "bench/wire_bench.h"
 
 namespace {
 
 namespace bench = quorvane::bench;
 
-// Without this, malloc(3) maps each block of 128 KiB or more anew. The page
-// faults then make a text of 1 MiB look more expensive per byte than one of
-// 64 KiB, whatever is done with it.
+// By default, malloc(3) maps each block of 128 KiB or more anew. The page
+// faults would make a text of 1 MiB more expensive per byte than a text of 64
+// KiB.
 void KeepFreedMemory() {
   constexpr int kNever = 1 << 30;
   mallopt(M_MMAP_THRESHOLD, kNever);
@@ -29,24 +29,24 @@ int RunAll(int argc, char** argv) {
   KeepFreedMemory();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  const bench::WorkFolder folder;
+  const bench::TempDirectory directory;
   const bench::InstantBmc bmc(bench::kFewMembers);
   const bench::InstantBmc big_bmc(bench::kManyMembers);
-  std::vector<bench::Comparison> all =
-      bench::WireComparisons(folder.path(), bmc.address(), big_bmc.address());
+  std::vector<bench::Comparison> all = bench::NetworkComparisons(
+      directory.Path(), bmc.Address(), big_bmc.Address());
   for (bench::Comparison& comparison :
-       bench::TextComparisons(folder.path(), bmc.address())) {
+       bench::TextComparisons(directory.Path(), bmc.Address())) {
     all.push_back(std::move(comparison));
   }
   bench::Register(all);
   bench::TableReporter table(all);
   benchmark::RunSpecifiedBenchmarks(&table);
-  return table.IsGood() ? 0 : 1;
+  return table.HasPassed() ? 0 : 1;
 }
 
 }  // namespace
 
-// Ends with 1 when a bound was missed.
+// Exits with 1 if a bound is missed.
 int main(int argc, char** argv) {
   try {
     return RunAll(argc, argv);

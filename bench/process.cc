@@ -22,26 +22,26 @@ struct Pipe {
   Pipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-      throw std::runtime_error("no pipe");
+      throw std::runtime_error("cannot create a pipe");
     }
     read_end = Descriptor(ends[0]);
     write_end = Descriptor(ends[1]);
   }
 };
 
-// `input` and `output` become its standard streams; -1: the parent's.
+// `input` and `output` become its standard input and output. -1: inherited.
 pid_t Start(const Command& command, int input, int output) {
-  std::vector<char*> words;
-  for (const std::string& word : command) {
-    words.push_back(const_cast<char*>(word.c_str()));
+  std::vector<char*> arguments;
+  for (const std::string& argument : command) {
+    arguments.push_back(const_cast<char*>(argument.c_str()));
   }
-  words.push_back(nullptr);
+  arguments.push_back(nullptr);
   const pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("cannot fork");
   if (pid == 0) {
     if (input >= 0) dup2(input, STDIN_FILENO);
     if (output >= 0) dup2(output, STDOUT_FILENO);
-    execvp(words[0], words.data());
+    execvp(arguments[0], arguments.data());
     _exit(127);
   }
   return pid;
@@ -54,29 +54,29 @@ double Seconds(const timeval& time) {
 
 }  // namespace
 
-Ended Run(const Command& command) {
+ProcessResult Run(const Command& command) {
   Pipe pipe;
   const pid_t pid = Start(command, -1, pipe.write_end.get());
   pipe.write_end.Close();
-  Ended ended{};
+  ProcessResult result{};
   std::array<char, 4096> chunk{};
-  ssize_t got = 0;
-  while ((got = read(pipe.read_end.get(), chunk.data(), chunk.size())) > 0) {
-    ended.output.append(chunk.data(), static_cast<std::size_t>(got));
+  ssize_t count = 0;
+  while ((count = read(pipe.read_end.get(), chunk.data(), chunk.size())) > 0) {
+    result.output.append(chunk.data(), static_cast<std::size_t>(count));
   }
   int status = 0;
   rusage usage{};
   if (wait4(pid, &status, 0, &usage) != pid || status != 0) {
-    std::string told = "failed:";
-    for (const std::string& word : command) told += " " + word;
-    throw std::runtime_error(told);
+    std::string message = "command failed:";
+    for (const std::string& argument : command) message += " " + argument;
+    throw std::runtime_error(message);
   }
-  ended.cpu_seconds = Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
-  return ended;
+  result.cpu_seconds = Seconds(usage.ru_utime) + Seconds(usage.ru_stime);
+  return result;
 }
 
-double SystemCalls(const Command& command, const std::string& folder) {
-  const std::string summary = folder + "/calls";
+double SystemCalls(const Command& command, const std::string& directory) {
+  const std::string summary = directory + "/calls";
   Command traced = {"strace", "-f", "-c", "-U", "calls,name", "-o", summary};
   traced.insert(traced.end(), command.begin(), command.end());
   static_cast<void>(Run(traced));
@@ -84,20 +84,20 @@ double SystemCalls(const Command& command, const std::string& folder) {
   for (std::string line; std::getline(lines, line);) {
     if (line.find(" total") != std::string::npos) return std::stod(line);
   }
-  throw std::runtime_error("strace gave no total");
+  throw std::runtime_error("strace printed no total");
 }
 
-WorkFolder::WorkFolder() {
+TempDirectory::TempDirectory() {
   std::string pattern =
       (std::filesystem::temp_directory_path() / "quorvane-bench-XXXXXX")
           .string();
   if (mkdtemp(pattern.data()) == nullptr) {
-    throw std::runtime_error("no temporary folder");
+    throw std::runtime_error("cannot create a temporary directory");
   }
   path_ = pattern;
 }
 
-WorkFolder::~WorkFolder() {
+TempDirectory::~TempDirectory() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
 }
@@ -110,7 +110,7 @@ InstantBmc::InstantBmc(int members) {
   input_ = std::move(to_bmc.write_end);
   std::array<char, 16> port{};
   if (read(from_bmc.read_end.get(), port.data(), port.size() - 1) <= 0) {
-    throw std::runtime_error("the BMC did not start");
+    throw std::runtime_error("cannot start the BMC");
   }
   address_ = "127.0.0.1:" + std::to_string(std::atoi(port.data()));
 }

@@ -13,34 +13,34 @@ namespace quorvane::bench {
 
 using Command = std::vector<std::string>;
 
-/// A process that has ended well.
-struct Ended {
-  double cpu_seconds;  ///< User and system time, as the kernel counted it.
-  std::string output;  ///< What it wrote to standard output.
+/// The result of a process that exited with 0.
+struct ProcessResult {
+  double cpu_seconds;  ///< User and system time, as counted by the kernel.
+  std::string output;  ///< Standard output.
 };
 
-/// Runs a command, found as a shell would find it, and waits for it.
-/// @throws std::runtime_error unless it ended with status 0.
-Ended Run(const Command& command);
+/// Runs a command, searched in PATH, and waits for it.
+/// @throws std::runtime_error unless it exits with 0.
+ProcessResult Run(const Command& command);
 
-/// How many system calls a command makes, its threads' included.
-double SystemCalls(const Command& command, const std::string& folder);
+/// The number of system calls that a command makes, on all threads.
+double SystemCalls(const Command& command, const std::string& directory);
 
-/// A new folder, removed with all that is in it.
-class WorkFolder {
+/// A new temporary directory. The destructor removes it with its contents.
+class TempDirectory {
  public:
-  WorkFolder();
-  ~WorkFolder();
-  WorkFolder(const WorkFolder&) = delete;
-  WorkFolder& operator=(const WorkFolder&) = delete;
+  TempDirectory();
+  ~TempDirectory();
+  TempDirectory(const TempDirectory&) = delete;
+  TempDirectory& operator=(const TempDirectory&) = delete;
 
-  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] const std::string& Path() const { return path_; }
 
  private:
   std::string path_;
 };
 
-/// A BMC that answers at once (instant_bmc.cc), in its own process.
+/// A BMC that responds immediately (instant_bmc.cc), in its own process.
 class InstantBmc {
  public:
   explicit InstantBmc(int members);
@@ -48,10 +48,10 @@ class InstantBmc {
   InstantBmc(const InstantBmc&) = delete;
   InstantBmc& operator=(const InstantBmc&) = delete;
 
-  [[nodiscard]] const std::string& address() const { return address_; }
+  [[nodiscard]] const std::string& Address() const { return address_; }
 
  private:
-  Descriptor input_;  // its end is the BMC's
+  Descriptor input_;  // the BMC exits when this is closed
   pid_t pid_ = -1;
   std::string address_;
 };

@@ -32,28 +32,28 @@
 namespace quorvane::bench {
 namespace {
 
-void Require(bool held, const char* what) {
-  if (!held) throw std::runtime_error(what);
+void Require(bool condition, const char* message) {
+  if (!condition) throw std::runtime_error(message);
 }
 
-// Standard error to nowhere for a while: it is told of every odd address.
+// Discards standard error: malformed addresses are reported there.
 class SilentErrors {
  public:
-  SilentErrors() : kept_(dup(STDERR_FILENO)) {
-    const Descriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
-    dup2(nowhere.get(), STDERR_FILENO);
+  SilentErrors() : original_(dup(STDERR_FILENO)) {
+    const Descriptor null_device(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(null_device.get(), STDERR_FILENO);
   }
-  ~SilentErrors() { dup2(kept_.get(), STDERR_FILENO); }
+  ~SilentErrors() { dup2(original_.get(), STDERR_FILENO); }
   SilentErrors(const SilentErrors&) = delete;
   SilentErrors& operator=(const SilentErrors&) = delete;
 
  private:
-  Descriptor kept_;
+  Descriptor original_;
 };
 
-// As in a process that does it for the first time: what an earlier document
-// left of the heap is in pieces, and a new tree would lie scattered over them.
-double CpuSecondsAfresh(const std::function<void()>& call) {
+// Measures on a fresh heap, as in a new process: earlier documents leave the
+// heap fragmented, which scatters a new tree over it.
+double CpuSecondsOnFreshHeap(const std::function<void()>& call) {
   malloc_trim(0);
   return CpuSecondsOf(call);
 }
@@ -65,36 +65,38 @@ std::string Repeated(std::string_view unit, std::size_t size) {
   return text;
 }
 
-// Looks at an answer of so many elements; false: not all were found.
+// Reads a response with a number of elements. False: not all were found.
 using Reader = bool (*)(const Response&, int);
 
-// A cost by the number of elements.
+// The cost for a number of elements.
 using CostOf = std::function<Cost(int)>;
 
 Response Get(const HttpClient& client, const std::string& url) {
-  Response answer = client.get(url, {}, 0, "admin", "password", "basic");
-  Require(answer.status_code == 200, "no answer");
-  return answer;
+  Response response = client.get(url, {}, 0, "admin", "password", "basic");
+  Require(response.status_code == 200, "no response with status 200");
+  return response;
 }
 
-// What asking for the resource and reading the answer costs; `url` lacks the
-// number.
+// The cost of a GET and of reading the response. The number of elements is
+// appended to `url`.
 CostOf GetAndRead(const std::string& url, Reader read) {
   return [=, client = std::make_shared<const HttpClient>()](int count) {
-    return [=, whole_url = url + std::to_string(count)] {
-      return CpuSecondsAfresh([&] {
-        Require(read(Get(*client, whole_url), count), "not read whole");
+    return [=, full_url = url + std::to_string(count)] {
+      return CpuSecondsOnFreshHeap([&] {
+        Require(read(Get(*client, full_url), count),
+                "the response was not read completely");
       });
     };
   };
 }
 
-// What reading alone costs.
+// The cost of reading the response only.
 CostOf Read(const std::string& url, Reader read) {
   return [=](int count) {
-    return [=, answer = Get(HttpClient(), url + std::to_string(count))] {
-      return CpuSecondsAfresh(
-          [&] { Require(read(answer, count), "not read whole"); });
+    return [=, response = Get(HttpClient(), url + std::to_string(count))] {
+      return CpuSecondsOnFreshHeap([&] {
+        Require(read(response, count), "the response was not read completely");
+      });
     };
   };
 }
@@ -104,55 +106,55 @@ Comparison Growth(const char* name, const char* measure, double bound,
                   const CostOf& cost) {
   return {.name = name,
           .measure = measure,
-          .reference = "of 4,000",
+          .reference = "the same with 4,000",
           .unit = "s",
           .bound = bound,
           .cost = cost(40'000),
           .reference_cost =
               [few = cost(4'000)] {
-                double all = 0;
-                for (int i = 0; i < 10; ++i) all += few();
-                return all / 10;
+                double total = 0;
+                for (int i = 0; i < 10; ++i) total += few();
+                return total / 10;
               },
           .pairs = 10};
 }
 
-void AddAnswers(const std::string& bmc, std::vector<Comparison>& rows) {
+void AddResponses(const std::string& bmc, std::vector<Comparison>& rows) {
   const std::string collection = "https://" + bmc + "/collections/";
   const std::string messages = "https://" + bmc + "/messages/";
-  const Reader members = [](const Response& answer, int count) {
-    return ParseMemberPaths(answer.body).size() ==
+  const Reader members = [](const Response& response, int count) {
+    return ParseMemberPaths(response.body).size() ==
            static_cast<std::size_t>(count);
   };
-  const Reader task = [](const Response& answer, int) {
-    return ExtractTaskUri(answer.body, {}) == "/t/1";
+  const Reader task = [](const Response& response, int) {
+    return ExtractTaskUri(response.body, {}) == "/t/1";
   };
-  const Reader parser = [](const Response& answer, int) {
-    return JsonPtr(cJSON_Parse(answer.body.c_str())) != nullptr;
+  const Reader parser = [](const Response& response, int) {
+    return JsonPtr(cJSON_Parse(response.body.c_str())) != nullptr;
   };
-  const Reader redacted = [](const Response& answer, int) {
-    return RedactResponse(answer.body).size() == answer.body.size();
+  const Reader redacted = [](const Response& response, int) {
+    return RedactResponse(response.body).size() == response.body.size();
   };
-  rows.push_back(Growth("answer/collection",
-                        "GET of a collection of 40,000 members, and its paths",
-                        0, GetAndRead(collection, members)));
-  rows.push_back(Growth("answer/messages",
-                        "GET of 40,000 Messages, and the task in them", 0,
+  rows.push_back(Growth("response/collection",
+                        "GET and parsing of a collection of 40,000 members", 0,
+                        GetAndRead(collection, members)));
+  rows.push_back(Growth("response/messages",
+                        "GET and parsing of 40,000 messages", 0,
                         GetAndRead(messages, task)));
-  rows.push_back(Growth("answer/collection_read",
-                        "the paths alone, without the GET", 10,
+  rows.push_back(Growth("response/collection_read",
+                        "parsing of the collection only", 10,
                         Read(collection, members)));
-  rows.push_back(Growth("answer/messages_read",
-                        "the task alone, without the GET", 10,
+  rows.push_back(Growth("response/messages_read",
+                        "parsing of the messages only", 10,
                         Read(messages, task)));
-  rows.push_back(Growth("answer/parser",
-                        "`cJSON_Parse` alone of 40,000 Messages", 0,
-                        Read(messages, parser)));
-  rows.push_back(Growth("answer/redact", "40,000 Messages made fit for the log",
-                        10, Read(messages, redacted)));
+  rows.push_back(Growth("response/parser", "`cJSON_Parse` of 40,000 messages",
+                        0, Read(messages, parser)));
+  rows.push_back(Growth("response/redact",
+                        "redaction of 40,000 messages for the log", 10,
+                        Read(messages, redacted)));
 }
 
-// `lines` times `line` on each of `threads` threads.
+// Calls `line` `lines` times on each of `threads` threads.
 double LinesCpu(int threads, int lines, const std::function<void()>& line) {
   return CpuSecondsOf([&] {
     std::vector<std::thread> writers;
@@ -166,15 +168,16 @@ double LinesCpu(int threads, int lines, const std::function<void()>& line) {
   });
 }
 
-void AddLogLines(const std::string& folder, std::vector<Comparison>& rows) {
+void AddLogLines(const std::string& directory, std::vector<Comparison>& rows) {
   static const std::string component = "update";
   static const std::string message =
       "Trying upload URI: https://XXX.X.0.1/redfish/v1/UpdateService (1/5)";
-  const auto ours =
-      std::make_shared<Logger>(folder + "/log", LogLevel::INFO, false, true);
-  const auto theirs = spdlog::basic_logger_mt(component, folder + "/spdlog");
-  theirs->set_pattern("[%Y-%m-%d %H:%M:%S.%e] [%-7l] [%n] %v");
-  theirs->flush_on(spdlog::level::info);
+  const auto library_logger =
+      std::make_shared<Logger>(directory + "/log", LogLevel::INFO, false, true);
+  const auto spdlog_logger =
+      spdlog::basic_logger_mt(component, directory + "/spdlog");
+  spdlog_logger->set_pattern("[%Y-%m-%d %H:%M:%S.%e] [%-7l] [%n] %v");
+  spdlog_logger->flush_on(spdlog::level::info);
   for (const int threads : {1, 4}) {
     constexpr int kLines = 20'000;
     const int each = kLines / threads;
@@ -182,17 +185,19 @@ void AddLogLines(const std::string& folder, std::vector<Comparison>& rows) {
         {.name = "log/threads:" + std::to_string(threads),
          .measure = "20,000 log lines on disk, " + std::to_string(threads) +
                     (threads == 1 ? " thread" : " threads"),
-         .reference = "spdlog, flushed after each",
+         .reference = "spdlog, flushed after each line",
          .unit = "s",
          .bound = 0.80,
          .cost =
              [=] {
-               return LinesCpu(threads, each,
-                               [&] { ours->LogInfo(component, message); });
+               return LinesCpu(threads, each, [&] {
+                 library_logger->LogInfo(component, message);
+               });
              },
          .reference_cost =
              [=] {
-               return LinesCpu(threads, each, [&] { theirs->info(message); });
+               return LinesCpu(threads, each,
+                               [&] { spdlog_logger->info(message); });
              },
          .pairs = 50});
   }
@@ -203,7 +208,7 @@ struct RepeatedText {
   std::string_view unit;
 };
 
-// What `call` costs for 1 MiB of each text, beside 64 KiB of it.
+// The cost of `call` for 1 MiB of each text, compared with 64 KiB.
 void AddGrowth(const std::string& group, const std::string& measure,
                const std::vector<RepeatedText>& texts,
                std::string (*call)(const std::string&),
@@ -220,15 +225,15 @@ void AddGrowth(const std::string& group, const std::string& measure,
          .measure = measure + " 1 MiB, the worst of " +
                     std::to_string(texts.size()) + " texts",
          .reference =
-             "64 KiB of it; 16 is linear (worst: " + std::string(name) + ")",
+             "64 KiB; linear growth: 16 (worst: " + std::string(name) + ")",
          .unit = "s",
          .bound = 20,
          .cost = [=, text = Repeated(unit, kLarge)] { return cost(text); },
          .reference_cost =
              [=, text = Repeated(unit, kSmall)] {
-               double all = 0;
-               for (int i = 0; i < 16; ++i) all += cost(text);
-               return all / 16;
+               double total = 0;
+               for (int i = 0; i < 16; ++i) total += cost(text);
+               return total / 16;
              }});
   }
 }
@@ -265,7 +270,7 @@ void AddRedaction(std::vector<Comparison>& rows) {
                 {"names", "$skiptoken&"},
             },
             RedactUri, rows);
-  AddGrowth("redact_answer", "redacting an answer of",
+  AddGrowth("redact_response", "redacting a response of",
             {
                 {"passwords", R"({"Password":"s3cret"})"},
                 {"names", R"("Password":)"},
@@ -277,12 +282,12 @@ void AddRedaction(std::vector<Comparison>& rows) {
             RedactResponse, rows);
 }
 
-// Rules that grow where rules do: in URIs, states and chassis names.
+// Rules with many URIs, task states and chassis names.
 std::string LargeRules(std::size_t size) {
   std::ifstream file(QUORVANE_BENCH_RULES);
   const std::string rules{std::istreambuf_iterator<char>(file), {}};
   JsonPtr root = ParseJson(rules);
-  Require(root != nullptr, "the rules cannot be read");
+  Require(root != nullptr, "cannot read the rules");
   cJSON* update =
       cJSON_GetObjectItemCaseSensitive(root.get(), "firmware_update");
   cJSON* states = cJSON_GetObjectItemCaseSensitive(
@@ -290,8 +295,9 @@ std::string LargeRules(std::size_t size) {
       "task_states");
   cJSON* uris = cJSON_GetObjectItemCaseSensitive(update, "inventory_uri");
   cJSON* chassis = AddArray(root.get(), "chassis_name_mappings");
-  constexpr std::size_t kRound = 212;  // bytes that each adds, about
-  for (std::size_t i = 0; i < (size - rules.size()) / kRound; ++i) {
+  constexpr std::size_t kBytesPerRound =
+      212;  // bytes that each round adds, approximately
+  for (std::size_t i = 0; i < (size - rules.size()) / kBytesPerRound; ++i) {
     const std::string number = std::to_string(i);
     AddString(states, ("State" + number).c_str(), "continue_polling");
     cJSON_AddItemToArray(
@@ -306,16 +312,16 @@ std::string LargeRules(std::size_t size) {
   return PrintJson(root.get());
 }
 
-void AddRules(const std::string& folder, std::vector<Comparison>& rows) {
+void AddRules(const std::string& directory, std::vector<Comparison>& rows) {
   const std::string text = LargeRules(1U << 20);
-  const std::string path = folder + "/rules.json";
-  Require(SaveDocument("bench", path, text), "the rules cannot be written");
+  const std::string path = directory + "/rules.json";
+  Require(SaveDocument("bench", path, text), "cannot write the rules");
   const auto load = [path] {
     Require(!LoadConfig(path).inventory_uri.empty(), "no rules");
   };
   const auto parse = [text] {
     const JsonPtr tree(cJSON_Parse(text.c_str()));
-    Require(tree != nullptr, "no JSON");
+    Require(tree != nullptr, "invalid JSON");
   };
   const auto add = [&](const char* name, const char* measure, auto cpu) {
     rows.push_back({.name = name,
@@ -327,20 +333,22 @@ void AddRules(const std::string& folder, std::vector<Comparison>& rows) {
                     .reference_cost = [=] { return cpu(parse); },
                     .pairs = 20});
   };
-  add("rules/again", "a rules file of 1 MiB, over and over", CpuSecondsOf);
-  add("rules/first", "a rules file of 1 MiB, the first time", CpuSecondsAfresh);
+  add("rules/repeated", "loading a rules file of 1 MiB, repeatedly",
+      CpuSecondsOf);
+  add("rules/first", "loading a rules file of 1 MiB, fresh heap",
+      CpuSecondsOnFreshHeap);
 }
 
 }  // namespace
 
-std::vector<Comparison> TextComparisons(const std::string& folder,
+std::vector<Comparison> TextComparisons(const std::string& directory,
                                         const std::string& bmc) {
   std::vector<Comparison> rows;
-  // First, over and over: the parser is the slower for what the others leave of
-  // the heap, which would flatter the library.
-  AddRules(folder, rows);
-  AddAnswers(bmc, rows);
-  AddLogLines(folder, rows);
+  // The rules come first: the others fragment the heap, which slows down the
+  // parser (the reference) and would make the library look better.
+  AddRules(directory, rows);
+  AddResponses(bmc, rows);
+  AddLogLines(directory, rows);
   AddMasking(rows);
   AddRedaction(rows);
   return rows;

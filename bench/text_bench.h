@@ -9,10 +9,11 @@
 
 namespace quorvane::bench {
 
-/// What the library does with texts, in this process: answers, log lines,
-/// addresses, the rules file. `folder` takes their files.
-/// @param bmc  Address of the BMC that gives the answers.
-std::vector<Comparison> TextComparisons(const std::string& folder,
+/// Text processing in this process: responses, log lines, masking, redaction
+/// and the rules file.
+/// @param directory  Receives the files of the benchmarks.
+/// @param bmc        Address of the BMC that sends the responses.
+std::vector<Comparison> TextComparisons(const std::string& directory,
                                         const std::string& bmc);
 
 }  // namespace quorvane::bench

@@ -2,7 +2,7 @@
 # Fails if one of FILES includes a header of this project that is not in ALLOWED,
 # a list of directories and headers; else touches STAMP. See module.cmake.
 cmake_minimum_required(VERSION 3.25)
-set(faults "")
+set(errors "")
 foreach(file IN LISTS FILES)
   file(STRINGS ${file} includes REGEX "^#include \"")
   foreach(include IN LISTS includes)
@@ -13,7 +13,7 @@ foreach(file IN LISTS FILES)
     endif()
   endforeach()
 endforeach()
-if(faults)
+if(errors)
   list(JOIN ALLOWED ", " allowed)
   message(FATAL_ERROR "${faults}Allowed: ${allowed}")
 endif()

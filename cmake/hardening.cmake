@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# What makes a memory error in the shipped programs harder to exploit. Linked
-# PRIVATE by every target that is installed; the test `hardening` reads the
-# result back.
+# Compiler and linker options that make memory errors harder to exploit. Every
+# installed target links this library; the test `hardening` checks the result.
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
@@ -12,8 +11,8 @@ target_compile_options(quorvane_hardening INTERFACE -fstack-protector-strong)
 target_link_options(quorvane_hardening INTERFACE
   LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
 
-# glibc's checks need an optimized build, and the sanitizers bring their own. A
-# level that the user sets in CMAKE_CXX_FLAGS takes precedence.
+# The checks of glibc require an optimized build, and the sanitizers have their
+# own. A level in CMAKE_CXX_FLAGS overrides this one.
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize|_FORTIFY_SOURCE")
   set(optimized $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
   target_compile_options(quorvane_hardening INTERFACE

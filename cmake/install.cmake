@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# What `cmake --install` lays down, and how others find it.
+# Installation of the library, and the files with which other projects find it.
 include(CMakePackageConfigHelpers)
 
 # The library looks for its rules file in its own directory, installed or not.
@@ -25,7 +25,8 @@ install(FILES ${PROJECT_BINARY_DIR}/QuorvaneConfig.cmake
               ${PROJECT_BINARY_DIR}/QuorvaneConfigVersion.cmake
         DESTINATION ${package_dir})
 
-# The paths follow --prefix: pkg-config gives ${pcfiledir} where the file lies.
+# Relative paths, so that --prefix works: pkg-config sets ${pcfiledir} to the
+# directory of the file.
 file(RELATIVE_PATH pc_to_prefix
      ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/quorvane.pc.in ${PROJECT_BINARY_DIR}/quorvane.pc @ONLY)

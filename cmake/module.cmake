@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# The layers of the project, held by the build. One include root serves all
-# modules, so the compiler alone would accept every include.
+# The build enforces the layers of the project. All modules share one include
+# root, so the compiler accepts every include.
 
 # quorvane_check_includes(TARGET DIRECTORY...)
 #
@@ -24,8 +24,8 @@ endfunction()
 # quorvane_module(NAME SOURCES FILE... [USES TARGET...] [PRIVATE TARGET...])
 #
 # Adds the static library NAME from files of the current directory. They may
-# include what USES and PRIVATE targets offer in their property
-# QUORVANE_INCLUDES. A module that uses NAME may also include what USES offers.
+# include the directories in the property QUORVANE_INCLUDES of the targets in
+# USES and PRIVATE. A module that uses NAME may also include those of USES.
 function(quorvane_module name)
   cmake_parse_arguments(PARSE_ARGV 1 module "" "" "SOURCES;USES;PRIVATE")
   add_library(${name} STATIC ${module_SOURCES})

@@ -7,10 +7,10 @@ endif()
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
-# All of this build is compiled with the same options.
+# All code of this build is compiled with the same options.
 add_compile_definitions(QUORVANE_SAME_STANDARD_LIBRARY_OPTIONS)
 
-# Linked PRIVATE everywhere, so that a user's build never inherits -Werror.
+# Always linked PRIVATE, so that the build of a user does not inherit -Werror.
 add_library(quorvane_warnings INTERFACE)
 target_compile_options(quorvane_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
@@ -21,9 +21,9 @@ find_package(cJSON 1.7.15 REQUIRED)
 find_package(ZLIB REQUIRED)
 find_package(Threads REQUIRED)
 
-# All code of the library, compiled once with hidden visibility. The shipped
-# library takes it from here; the main test program links the objects and so
-# reaches the private seams.
+# All code of the library, compiled once with hidden visibility. The shared
+# library consists of these objects; the main test program links them, so that it
+# can test private functions.
 add_library(quorvane_objects OBJECT)
 set_target_properties(quorvane_objects PROPERTIES
   POSITION_INDEPENDENT_CODE ON

@@ -10,7 +10,7 @@ build_packages=(g++ cmake ninja-build libcurl4-openssl-dev libcjson-dev
 test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev
   libgmock-dev pkg-config python3-jsonschema binutils git codespell chromium)
 
-say() { printf '\n== %s\n' "$*"; }
+print_heading() { printf '\n== %s\n' "$*"; }
 
 # Installs the packages that are missing.
 install_missing() {
@@ -20,7 +20,7 @@ install_missing() {
       grep -qx installed || missing+=("$package")
   done
   [ ${#missing[@]} -eq 0 ] && return
-  say "Installing ${missing[*]}"
+  print_heading "Installing ${missing[*]}"
   local as_root=()
   if [ "$(id -u)" -ne 0 ]; then as_root=(sudo); fi
   "${as_root[@]}" apt-get update -q

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/wire_bench.h"
+#include "bench/network_bench.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -21,50 +21,52 @@ constexpr long long kGibi = 1LL << 30;
 constexpr const char* kCollection =
     "/redfish/v1/UpdateService/FirmwareInventory";
 
-// A file of zeros that takes no room on the disk.
-std::string Image(const std::string& folder, long long size) {
-  std::string path = folder + "/image-" + std::to_string(size);
+// A sparse file of zeros.
+std::string Image(const std::string& directory, long long size) {
+  std::string path = directory + "/image-" + std::to_string(size);
   std::ofstream(path).close();
   fs::resize_file(path, static_cast<std::uintmax_t>(size));
   return path;
 }
 
-// The client program with its own rules file: that one lies beside the file
-// from which the library's code was loaded.
+// The client program and its rules file, which must be in the directory of the
+// program that contains the library code.
 class Client {
  public:
-  explicit Client(const std::string& folder)
-      : program_(folder + "/client"), log_(folder + "/client.log") {
+  explicit Client(const std::string& directory)
+      : program_(directory + "/client"), log_(directory + "/client.log") {
     fs::create_symlink(QUORVANE_BENCH_CLIENT, program_);
-    fs::copy_file(QUORVANE_BENCH_RULES, folder + "/brindle.config.json");
+    fs::copy_file(QUORVANE_BENCH_RULES, directory + "/brindle.config.json");
   }
 
-  [[nodiscard]] Command Call(const std::string& deed, const std::string& bmc,
-                             const std::string& object) const {
-    return {program_, deed, bmc, object, log_};
+  [[nodiscard]] Command Call(const std::string& operation,
+                             const std::string& bmc,
+                             const std::string& argument) const {
+    return {program_, operation, bmc, argument, log_};
   }
 
   // CPU seconds of the whole process.
-  [[nodiscard]] double Cpu(const std::string& deed, const std::string& bmc,
-                           const std::string& object) const {
-    return Run(Call(deed, bmc, object)).cpu_seconds;
+  [[nodiscard]] double Cpu(const std::string& operation, const std::string& bmc,
+                           const std::string& argument) const {
+    return Run(Call(operation, bmc, argument)).cpu_seconds;
   }
 
-  // Peak of its resident memory, MiB.
-  [[nodiscard]] double Peak(const std::string& deed, const std::string& bmc,
-                            const std::string& object) const {
-    return std::stod(Run(Call(deed, bmc, object)).output);
+  // Peak of resident memory, in MiB.
+  [[nodiscard]] double Peak(const std::string& operation,
+                            const std::string& bmc,
+                            const std::string& argument) const {
+    return std::stod(Run(Call(operation, bmc, argument)).output);
   }
 
-  // CPU seconds of one of `count` updates side by side.
+  // CPU seconds of one of `count` parallel updates.
   [[nodiscard]] double UpdateCpu(const std::string& bmc,
                                  const std::string& image, int count) const {
     Command call = Call("updates", bmc, image);
     call.push_back(std::to_string(count));
-    std::istringstream told(Run(call).output);
+    std::istringstream output(Run(call).output);
     double peak = 0;
     double seconds = 0;
-    told >> peak >> seconds;
+    output >> peak >> seconds;
     return seconds;
   }
 
@@ -74,7 +76,7 @@ class Client {
 
 using ClientPtr = std::shared_ptr<const Client>;
 
-// curl as somebody would script a BMC with it.
+// curl with the options that a script for a BMC uses.
 Command Curl(const Command& rest, const std::string& output = "/dev/null") {
   Command command = {"curl", "-q", "-s",   "-S", "-f",
                      "-k",   "-o", output, "-u", "admin:password"};
@@ -82,9 +84,9 @@ Command Curl(const Command& rest, const std::string& output = "/dev/null") {
   return command;
 }
 
-// The requests of an update that meets no obstacle.
-std::vector<Command> RequestsOfAnUpdate(const std::string& base,
-                                        const std::string& image) {
+// The requests of a successful update.
+std::vector<Command> UpdateRequests(const std::string& base,
+                                    const std::string& image) {
   std::vector<Command> requests = {Curl({base + kCollection})};
   for (int i = 0; i < kFewMembers; ++i) {
     requests.push_back(Curl({base + kCollection + "/" + std::to_string(i)}));
@@ -99,9 +101,10 @@ std::vector<Command> RequestsOfAnUpdate(const std::string& base,
   return requests;
 }
 
-// One curl for all members, a connection for each, as a BMC closes them.
-Command CurlOfInventory(const std::string& folder, const std::string& base) {
-  const std::string urls = folder + "/urls";
+// One curl with a connection for each member, because a BMC closes them.
+Command InventoryWithCurl(const std::string& directory,
+                          const std::string& base) {
+  const std::string urls = directory + "/urls";
   std::ofstream list(urls);
   list << "url = " << base << kCollection << "\noutput = /dev/null\n";
   for (int i = 0; i < kManyMembers; ++i) {
@@ -113,16 +116,16 @@ Command CurlOfInventory(const std::string& folder, const std::string& base) {
       "admin:password", "-K", urls};
 }
 
-void AddUploads(const ClientPtr& client, const std::string& folder,
+void AddUploads(const ClientPtr& client, const std::string& directory,
                 const std::string& bmc, std::vector<Comparison>& rows) {
-  const std::string image = Image(folder, kGibi);
+  const std::string image = Image(directory, kGibi);
   const std::string url = "https://" + bmc + "/redfish/v1/UpdateService/update";
-  rows.push_back({.name = "upload/form",
-                  .measure = "upload of 1 GiB as a form",
+  rows.push_back({.name = "upload/multipart",
+                  .measure = "multipart upload of 1 GiB",
                   .reference = "`curl -F`",
                   .unit = "s",
                   .bound = 1.10,
-                  .cost = [=] { return client->Cpu("form", bmc, image); },
+                  .cost = [=] { return client->Cpu("multipart", bmc, image); },
                   .reference_cost =
                       [=] {
                         return Run(Curl({"-F", "UpdateFile=@" + image, "-H",
@@ -131,7 +134,7 @@ void AddUploads(const ClientPtr& client, const std::string& folder,
                       }});
   rows.push_back(
       {.name = "upload/binary",
-       .measure = "upload of 1 GiB as it is",
+       .measure = "binary upload of 1 GiB",
        .reference = "`curl -T`",
        .unit = "s",
        .bound = 1.10,
@@ -141,22 +144,23 @@ void AddUploads(const ClientPtr& client, const std::string& folder,
              return Run(Curl({"-T", image, "-H", "Expect:", url})).cpu_seconds;
            }});
   for (const long long size : {kMebi, kGibi, 5 * kGibi}) {
-    for (const char* way : {"form", "binary"}) {
-      const std::string file = Image(folder, size);
-      rows.push_back({.name = std::string("memory/") + way + "/" +
-                              std::to_string(size / kMebi),
-                      .measure = "peak memory of an upload, 1 MiB to 5 GiB",
-                      .reference = "24 MiB",
-                      .unit = "MiB",
-                      .bound = 1,
-                      .cost = [=] { return client->Peak(way, bmc, file); },
-                      .reference_cost = [] { return 24; },
-                      .repetitions = 1});
+    for (const char* operation : {"multipart", "binary"}) {
+      const std::string file = Image(directory, size);
+      rows.push_back(
+          {.name = std::string("memory/") + operation + "/" +
+                   std::to_string(size / kMebi),
+           .measure = "peak memory of an upload, 1 MiB to 5 GiB",
+           .reference = "24 MiB",
+           .unit = "MiB",
+           .bound = 1,
+           .cost = [=] { return client->Peak(operation, bmc, file); },
+           .reference_cost = [] { return 24; },
+           .repetitions = 1});
     }
   }
 }
 
-void AddDownloads(const ClientPtr& client, const std::string& folder,
+void AddDownloads(const ClientPtr& client, const std::string& directory,
                   const std::string& bmc, std::vector<Comparison>& rows) {
   const std::string size_in_bytes = std::to_string(136 * kMebi);
   const std::string url = "https://" + bmc + "/images/" + size_in_bytes;
@@ -168,10 +172,12 @@ void AddDownloads(const ClientPtr& client, const std::string& folder,
        .bound = 1.3,
        .cost = [=] { return client->Cpu("download", bmc, size_in_bytes); },
        .reference_cost =
-           [=] { return Run(Curl({url}, folder + "/download")).cpu_seconds; },
+           [=] {
+             return Run(Curl({url}, directory + "/download")).cpu_seconds;
+           },
        .pairs = 3});
-  // The library keeps the image under this name in /tmp: nobody else's.
-  const std::string name = fs::path(folder).filename().string() + ".bin";
+  // The library stores the image under this name in /tmp, so it must be unique.
+  const std::string name = fs::path(directory).filename().string() + ".bin";
   for (const long long size : {256 * kMebi, 1536 * kMebi}) {
     const double mebibytes = static_cast<double>(size) / kMebi;
     std::string uri = "https://";
@@ -189,21 +195,21 @@ void AddDownloads(const ClientPtr& client, const std::string& folder,
   }
 }
 
-void AddUpdates(const ClientPtr& client, const std::string& folder,
+void AddUpdates(const ClientPtr& client, const std::string& directory,
                 const std::string& bmc, std::vector<Comparison>& rows) {
-  const std::string image = Image(folder, kMebi);
-  const auto requests = RequestsOfAnUpdate("https://" + bmc, image);
+  const std::string image = Image(directory, kMebi);
+  const auto requests = UpdateRequests("https://" + bmc, image);
   const std::string reference =
       "its " + std::to_string(requests.size()) + " requests by `curl`";
   const auto sum =
       [requests](const std::function<double(const Command&)>& cost) {
-        double all = 0;
-        for (const Command& request : requests) all += cost(request);
-        return all;
+        double total = 0;
+        for (const Command& request : requests) total += cost(request);
+        return total;
       };
   rows.push_back(
       {.name = "update/cpu",
-       .measure = "a whole update",
+       .measure = "one update",
        .reference = reference,
        .unit = "s",
        .bound = 0.40,
@@ -214,51 +220,51 @@ void AddUpdates(const ClientPtr& client, const std::string& folder,
            },
        .pairs = 5});
   rows.push_back({.name = "update/calls",
-                  .measure = "system calls of a whole update",
+                  .measure = "system calls of one update",
                   .reference = reference,
                   .unit = "calls",
                   .bound = 0.40,
                   .cost =
                       [=] {
                         return SystemCalls(client->Call("update", bmc, image),
-                                           folder);
+                                           directory);
                       },
                   .reference_cost =
                       [=] {
                         return sum([&](const Command& c) {
-                          return SystemCalls(c, folder);
+                          return SystemCalls(c, directory);
                         });
                       },
                   .repetitions = 5});
-  rows.push_back({.name = "update/side_by_side",
-                  .measure = "one of 50 updates side by side",
-                  .reference = "one alone",
+  rows.push_back({.name = "update/parallel",
+                  .measure = "one of 50 parallel updates",
+                  .reference = "one update alone",
                   .unit = "s",
                   .bound = 1.3,
                   .cost = [=] { return client->UpdateCpu(bmc, image, 50); },
                   .reference_cost =
                       [=] {
-                        double all = 0;
+                        double total = 0;
                         for (int i = 0; i < 10; ++i) {
-                          all += client->UpdateCpu(bmc, image, 1);
+                          total += client->UpdateCpu(bmc, image, 1);
                         }
-                        return all / 10;
+                        return total / 10;
                       }});
 }
 
 }  // namespace
 
-std::vector<Comparison> WireComparisons(const std::string& folder,
-                                        const std::string& bmc,
-                                        const std::string& big_bmc) {
-  const auto client = std::make_shared<const Client>(folder);
+std::vector<Comparison> NetworkComparisons(const std::string& directory,
+                                           const std::string& bmc,
+                                           const std::string& big_bmc) {
+  const auto client = std::make_shared<const Client>(directory);
   std::vector<Comparison> rows;
-  AddUploads(client, folder, bmc, rows);
-  AddDownloads(client, folder, bmc, rows);
-  const Command curl = CurlOfInventory(folder, "https://" + big_bmc);
+  AddUploads(client, directory, bmc, rows);
+  AddDownloads(client, directory, bmc, rows);
+  const Command curl = InventoryWithCurl(directory, "https://" + big_bmc);
   rows.push_back({.name = "inventory",
                   .measure = "inventory of 200 members",
-                  .reference = "one `curl` for all, a connection each",
+                  .reference = "one `curl`, a connection for each member",
                   .unit = "s",
                   .bound = 1.05,
                   .cost =
@@ -267,7 +273,7 @@ std::vector<Comparison> WireComparisons(const std::string& folder,
                                            std::to_string(kManyMembers));
                       },
                   .reference_cost = [=] { return Run(curl).cpu_seconds; }});
-  AddUpdates(client, folder, bmc, rows);
+  AddUpdates(client, directory, bmc, rows);
   return rows;
 }
 
