@@ -133,8 +133,9 @@ void ObjectReader::Read(const char* key, std::vector<std::string>& out) {
   const bool is_list = value->is_array() &&
                        std::all_of(value->begin(), value->end(),
                                    [](const Json& e) { return e.is_string(); });
-  if (!is_list)
+  if (!is_list) {
     Fail(key, "must be an array of strings, not " + ShortText(*value));
+  }
   out = value->get<std::vector<std::string>>();
 }
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace CLI {
+namespace CLI {  // NOLINT(readability-identifier-naming): the name in CLI11
 class App;
 }
 
