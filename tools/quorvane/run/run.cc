@@ -92,10 +92,11 @@ bool Run::WasAccepted() const {
   });
 }
 
+// A table of all kinds of events, which the compiler checks for missing ones.
+// NOLINTNEXTLINE(readability-function-size)
 void RunBuilder::Add(const Event& event) {
   if (run_.begin == 0) run_.begin = event.time;
   run_.end = event.time;
-  // No default: the compiler reports a kind that is missing here.
   switch (KindOf(event)) {
     case EventKind::kOther:
       return;
@@ -201,8 +202,9 @@ EventKind RunBuilder::KindOf(const Event& event) {
 void RunBuilder::ResolveRequest(PhaseResult result) {
   if (run_.phases.empty()) return;
   PhaseRun& last = run_.phases.back();
-  if (NeedsAcceptance(last.phase) && last.result == PhaseResult::kOpen)
+  if (NeedsAcceptance(last.phase) && last.result == PhaseResult::kOpen) {
     last.result = result;
+  }
 }
 
 void RunBuilder::BeginRun(const Event& event) {
