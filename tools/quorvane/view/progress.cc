@@ -138,6 +138,8 @@ class PlainProgress : public Progress {
 };
 
 // The step that an event describes, without its time.
+// A table of all kinds, which the compiler checks for missing ones.
+// NOLINTNEXTLINE(readability-function-size)
 std::string StepText(const Event& event, const Run& run) {
   const std::string place =
       event.index < 0 ? std::string()
