@@ -34,7 +34,7 @@ inline constexpr int kMaxRetryDelaySeconds = std::numeric_limits<int>::max();
 inline constexpr int kStagedPolls = 3;
 
 /// PercentComplete from which a task that is no longer found (404) counts as
-/// completed: the BMC forgets its tasks when it restarts to apply firmware.
+/// completed: a BMC can lose its tasks when it restarts to apply firmware.
 inline constexpr int kAppliedPercent = 50;
 
 /// The wait before a retry, in seconds: `sleep_time`, doubled after each

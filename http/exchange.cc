@@ -248,8 +248,8 @@ std::size_t Exchange::AppendBody(char* bytes, std::size_t size,
 const char* Exchange::ReasonToReject(const std::string& line) const {
   // libcurl 7.88 limits header fields, but not trailer fields.
   if (header_bytes_ > kMaxHeaderBytes) return "its header exceeds 1 MiB";
-  // libcurl decompresses other encodings without being asked to, and without
-  // checking the time limit: a few bytes become gigabytes.
+  // libcurl always decompresses other encodings, and does not check the time
+  // limit meanwhile: a few bytes become gigabytes.
   constexpr std::string_view kTransferEncoding = "Transfer-Encoding:";
   if (!StartsWithIgnoringCase(line, kTransferEncoding)) return nullptr;
   const std::string value = TrimHeaderValue(line, kTransferEncoding.size() - 1);

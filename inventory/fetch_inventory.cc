@@ -140,7 +140,7 @@ void LogItems(const std::vector<InventoryItem>& items) {
   LogInfo(kInventory, std::string(48, '='));
 }
 
-// False if the body is empty, which is worth another attempt.
+// False if the body is empty, which requires another attempt.
 bool ReadCollection(const HttpClient& client, const Response& collection,
                     const Config& config, std::vector<InventoryItem>& items) {
   if (collection.body.empty()) {

@@ -31,8 +31,8 @@ Lock TryLock(const Descriptor& file) {
   return errno == EWOULDBLOCK ? Lock::kHeldElsewhere : Lock::kUnavailable;
 }
 
-// Whether `path` refers to the open file. False also if the system cannot tell:
-// a file that can belong to another run must not be removed.
+// Whether `path` refers to the open file. False also if a system call fails: a
+// file that can belong to another run must not be removed.
 bool RefersTo(const std::string& path, const Descriptor& file) {
   struct stat named {};
   struct stat opened {};
