@@ -71,43 +71,42 @@ struct RejectionCase {
 
 // Both uploads get the same status at every URI and attempt.
 TEST_F(UploadTest, ReportsRejections) {
-  for (const RejectionCase& row : std::vector<RejectionCase>{
-           {.multipart_status = 404,
-         .binary_status = 404,
-         .message = "Binary upload failed: HTTP method not supported - no "
-                    "more URIs to try",
-         .has_retries = false},
-           {.multipart_status = 400,
-           .binary_status = 400,
-           .body = Error("Bad image"),
-           .message = "Bad image",
-           .log_lines =
-                {"Upload returned 400, retrying",
-                 "Binary upload returned 400, retrying",
-                 "Upload URI exhausted retries: /redfish/v1/first",
-                 "Trying next upload URI",
-                 "Binary upload URI exhausted retries: /redfish/v1/second",
-                 "Trying next binary upload URI"}},
-           {.multipart_status = 413,
-           .binary_status = 413,
-           .body = Error("unused"),
-           .message = "Payload too large",
-           .log_lines = {"Upload returned 413 (too large), retrying",
-                         "Binary upload returned 413 (too large), retrying"}},
-           {.multipart_status = 503,
-           .binary_status = 503,
-           .body = "not JSON",
-           .message = "Binary upload failed after trying all 2 URI(s)",
-           .log_lines = {"Upload returned 503, retrying with backoff",
-                         "Binary upload returned 503, retrying with backoff"}},
-           // Success statuses without a rule.
-           {.multipart_status = 200,
-           .binary_status = 201,
-           .body = R"({"Message": "Thanks"})",
-           .message = "Thanks",
-           .log_lines = {
-               "Upload returned 200, retrying with backoff",
-               "Binary upload returned 201, retrying with backoff"}}}) {
+  const std::vector<RejectionCase> cases = {
+      {.multipart_status = 404,
+       .binary_status = 404,
+       .message = "Binary upload failed: HTTP method not supported - no "
+                  "more URIs to try",
+       .has_retries = false},
+      {.multipart_status = 400,
+       .binary_status = 400,
+       .body = Error("Bad image"),
+       .message = "Bad image",
+       .log_lines = {"Upload returned 400, retrying",
+                     "Binary upload returned 400, retrying",
+                     "Upload URI exhausted retries: /redfish/v1/first",
+                     "Trying next upload URI",
+                     "Binary upload URI exhausted retries: /redfish/v1/second",
+                     "Trying next binary upload URI"}},
+      {.multipart_status = 413,
+       .binary_status = 413,
+       .body = Error("unused"),
+       .message = "Payload too large",
+       .log_lines = {"Upload returned 413 (too large), retrying",
+                     "Binary upload returned 413 (too large), retrying"}},
+      {.multipart_status = 503,
+       .binary_status = 503,
+       .body = "not JSON",
+       .message = "Binary upload failed after trying all 2 URI(s)",
+       .log_lines = {"Upload returned 503, retrying with backoff",
+                     "Binary upload returned 503, retrying with backoff"}},
+      // Success statuses without a rule.
+      {.multipart_status = 200,
+       .binary_status = 201,
+       .body = R"({"Message": "Thanks"})",
+       .message = "Thanks",
+       .log_lines = {"Upload returned 200, retrying with backoff",
+                     "Binary upload returned 201, retrying with backoff"}}};
+  for (const RejectionCase& row : cases) {
     SCOPED_TRACE(row.multipart_status);
     bmc.ClearRequests();
     for (const char* uri : {kFirst, kSecond}) {
