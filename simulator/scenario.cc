@@ -138,7 +138,7 @@ void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
   }
   in.Read("requests", reboot.requests, 0, kMaxCount);
   in.Read("seconds", reboot.seconds);
-  in.Read("answers_503", reboot.answers_503);
+  in.Read("answers_503", reboot.returns_503);
   in.Read("keeps_tasks", reboot.keeps_tasks);
 }
 
@@ -204,9 +204,10 @@ FaultRule ReadFault(ObjectReader& in) {
   const bool loses_response = rule.response.fault == Fault::kDrop ||
                               rule.response.fault == Fault::kReset ||
                               rule.response.fault == Fault::kNotHttp;
-  rule.machine_acts = !in.Has("status") && !loses_response && !rule.before_body;
-  in.Read("machine_acts", rule.machine_acts);
-  if (rule.machine_acts && rule.before_body) {
+  rule.executes_request =
+      !in.Has("status") && !loses_response && !rule.before_body;
+  in.Read("machine_acts", rule.executes_request);
+  if (rule.executes_request && rule.before_body) {
     in.Fail("machine_acts",
             "cannot be true together with before_body, which skips the body");
   }
@@ -230,11 +231,11 @@ std::vector<fs::path> ScenarioDirectories() {
   constexpr int kMaxLevels = 4;
   std::vector<fs::path> directories;
   std::error_code error;
-  fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
-  for (int level = 0; level < kMaxLevels && !at.empty(); ++level) {
-    const fs::path candidate = at / QUORVANE_SCENARIO_DIR;
+  fs::path parent = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (int level = 0; level < kMaxLevels && !parent.empty(); ++level) {
+    const fs::path candidate = parent / QUORVANE_SCENARIO_DIR;
     if (fs::is_directory(candidate, error)) directories.push_back(candidate);
-    at = at.parent_path();
+    parent = parent.parent_path();
   }
   return directories;
 }
