@@ -2,12 +2,14 @@
 #include "simulator/scenario.h"
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "simulator/object_reader.h"
@@ -216,12 +218,15 @@ FaultRule ReadFault(ObjectReader& in) {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(file)),
-                   std::istreambuf_iterator<char>());
-  if (!file.is_open() || file.bad()) {
-    throw ScenarioError(path + ": cannot read the scenario file");
+  const int error = errno;
+  if (!file.is_open()) {
+    throw ScenarioError(path + ": cannot read the scenario file: " +
+                        std::generic_category().message(error) +
+                        ". Check the path and the permissions.");
   }
-  return text;
+  // A read error throws std::ios_base::failure.
+  return {std::istreambuf_iterator<char>(file),
+          std::istreambuf_iterator<char>()};
 }
 
 // Directories of built-in scenarios: the data directory of the installation or
