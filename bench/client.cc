@@ -148,7 +148,7 @@ int Run(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-// The waits of an update are not a cost, so they return immediately.
+// The delays between requests cost no CPU time, so they return immediately.
 extern "C" int nanosleep(const timespec* requested_time, timespec* remaining) {
   if (skips_waits) return 0;
   const int error =

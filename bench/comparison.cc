@@ -32,10 +32,10 @@ void Measure(benchmark::State& state, const Comparison& comparison,
     }
     is_warm = true;
     while (state.KeepRunning()) {
-      const double once = comparison.cost();
-      cost += once;
+      const double single_cost = comparison.cost();
+      cost += single_cost;
       reference_cost += comparison.reference_cost();
-      state.SetIterationTime(once);
+      state.SetIterationTime(single_cost);
     }
   } catch (const std::exception& failure) {
     state.SkipWithError(failure.what());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A BMC that takes as little time of its client as possible: it responds
+// A BMC that adds as little as possible to the measured time: it responds
 // immediately and discards uploads. Like most BMCs, it serves one request per
 // connection. Prints its port, and exits when its standard input is closed.
 #include <netinet/in.h>

@@ -16,9 +16,9 @@ namespace {
 
 namespace bench = quorvane::bench;
 
-// By default, malloc(3) maps each block of 128 KiB or more anew. The page
-// faults would make a text of 1 MiB more expensive per byte than a text of 64
-// KiB.
+// By default, malloc(3) creates a new mapping for each block of 128 KiB or
+// more. The page faults would make a text of 1 MiB more expensive per byte than
+// a text of 64 KiB.
 void KeepFreedMemory() {
   constexpr int kNever = 1 << 30;
   mallopt(M_MMAP_THRESHOLD, kNever);

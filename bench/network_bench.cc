@@ -52,9 +52,9 @@ class Client {
   }
 
   // Peak of resident memory, in MiB.
-  [[nodiscard]] double Peak(const std::string& operation,
-                            const std::string& bmc,
-                            const std::string& argument) const {
+  [[nodiscard]] double PeakMemory(const std::string& operation,
+                                  const std::string& bmc,
+                                  const std::string& argument) const {
     return std::stod(Run(Call(operation, bmc, argument)).output);
   }
 
@@ -153,7 +153,7 @@ void AddUploads(const ClientPtr& client, const std::string& directory,
            .reference = "24 MiB",
            .unit = "MiB",
            .bound = 1,
-           .cost = [=] { return client->Peak(operation, bmc, file); },
+           .cost = [=] { return client->PeakMemory(operation, bmc, file); },
            .reference_cost = [] { return 24; },
            .repetitions = 1});
     }
@@ -183,15 +183,16 @@ void AddDownloads(const ClientPtr& client, const std::string& directory,
     std::string uri = "https://";
     uri.append(bmc).append("/images/").append(std::to_string(size));
     uri.append("/").append(name);
-    rows.push_back({.name = "memory/download/" + std::to_string(size / kMebi),
-                    .measure = "peak memory of an update that downloads " +
-                               std::to_string(size / kMebi) + " MiB",
-                    .reference = "1.10 x the image + 16 MiB",
-                    .unit = "MiB",
-                    .bound = 1,
-                    .cost = [=] { return client->Peak("update", bmc, uri); },
-                    .reference_cost = [=] { return 1.10 * mebibytes + 16; },
-                    .repetitions = 1});
+    rows.push_back(
+        {.name = "memory/download/" + std::to_string(size / kMebi),
+         .measure = "peak memory of an update that downloads " +
+                    std::to_string(size / kMebi) + " MiB",
+         .reference = "1.10 x the image + 16 MiB",
+         .unit = "MiB",
+         .bound = 1,
+         .cost = [=] { return client->PeakMemory("update", bmc, uri); },
+         .reference_cost = [=] { return 1.10 * mebibytes + 16; },
+         .repetitions = 1});
   }
 }
 

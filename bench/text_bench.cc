@@ -111,9 +111,9 @@ Comparison Growth(const char* name, const char* measure, double bound,
           .bound = bound,
           .cost = cost(40'000),
           .reference_cost =
-              [few = cost(4'000)] {
+              [cost_of_few = cost(4'000)] {
                 double total = 0;
-                for (int i = 0; i < 10; ++i) total += few();
+                for (int i = 0; i < 10; ++i) total += cost_of_few();
                 return total / 10;
               },
           .pairs = 10};

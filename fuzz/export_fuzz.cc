@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The exported JSON, parsed again.
+// Exported JSON: parsing it must return the exported values.
 #include <cstddef>
 #include <cstdint>
 #include <string>

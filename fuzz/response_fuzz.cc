@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Everything that parses the response of a BMC.
+// All functions that parse or redact the response of a BMC.
 #include <cstddef>
 #include <cstdint>
 #include <string>

@@ -24,8 +24,10 @@ constexpr auto kDay = 24L * 60 * 60;
 
 void Require(bool is_done, const char* step) {
   if (!is_done) {
-    throw std::runtime_error(std::string("cannot create the certificate: ") +
-                             step);
+    throw std::runtime_error(
+        std::string("cannot create the TLS certificate: OpenSSL "
+                    "reports an error at this step: ") +
+        step);
   }
 }
 

@@ -107,7 +107,7 @@ RedfishService::Outcome RedfishService::Respond(
   if (auto unavailable = RespondWhileRebooting()) return *unavailable;
   const FaultRule* fault = MatchFault(request, /*before_body=*/false);
   if (fault == nullptr) return Handle(request);
-  if (!fault->machine_acts) return {fault->response, "fault"};
+  if (!fault->executes_request) return {fault->response, "fault"};
   Outcome outcome = Handle(request);
   outcome.response.fault = fault->response.fault;
   outcome.response.delay = fault->response.delay;
@@ -193,7 +193,7 @@ std::optional<RedfishService::Outcome> RedfishService::RespondWhileRebooting() {
     if (unavailable_requests_ == 0) return {};
     --unavailable_requests_;
   }
-  if (!scenario_.reboot.answers_503) {
+  if (!scenario_.reboot.returns_503) {
     return Outcome{{.fault = Fault::kDrop}, "no response: rebooting"};
   }
   return Outcome{ErrorResponse(503, "ServiceTemporarilyUnavailable",
@@ -474,14 +474,15 @@ void RedfishService::Reboot(bool by_itself) {
 
 void RedfishService::ApplyPendingUpdate() {
   if (!pending_targets_) return;
-  const auto names = [&](const InventoryMember& member) {
+  const auto is_target = [&](const InventoryMember& member) {
     return Contains(*pending_targets_,
                     MemberPath(kFirmwareInventory, member.id));
   };
   auto& members = scenario_.firmware.members;
-  const bool all = std::none_of(members.begin(), members.end(), names);
+  const bool updates_all =
+      std::none_of(members.begin(), members.end(), is_target);
   for (InventoryMember& member : members) {
-    if (!member.updated_version.empty() && (all || names(member))) {
+    if (!member.updated_version.empty() && (updates_all || is_target(member))) {
       member.version = member.updated_version;
     }
   }

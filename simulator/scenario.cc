@@ -2,12 +2,14 @@
 #include "simulator/scenario.h"
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "simulator/object_reader.h"
@@ -138,7 +140,7 @@ void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
   }
   in.Read("requests", reboot.requests, 0, kMaxCount);
   in.Read("seconds", reboot.seconds);
-  in.Read("answers_503", reboot.answers_503);
+  in.Read("answers_503", reboot.returns_503);
   in.Read("keeps_tasks", reboot.keeps_tasks);
 }
 
@@ -204,9 +206,10 @@ FaultRule ReadFault(ObjectReader& in) {
   const bool loses_response = rule.response.fault == Fault::kDrop ||
                               rule.response.fault == Fault::kReset ||
                               rule.response.fault == Fault::kNotHttp;
-  rule.machine_acts = !in.Has("status") && !loses_response && !rule.before_body;
-  in.Read("machine_acts", rule.machine_acts);
-  if (rule.machine_acts && rule.before_body) {
+  rule.executes_request =
+      !in.Has("status") && !loses_response && !rule.before_body;
+  in.Read("machine_acts", rule.executes_request);
+  if (rule.executes_request && rule.before_body) {
     in.Fail("machine_acts",
             "cannot be true together with before_body, which skips the body");
   }
@@ -215,12 +218,15 @@ FaultRule ReadFault(ObjectReader& in) {
 
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(file)),
-                   std::istreambuf_iterator<char>());
-  if (!file.is_open() || file.bad()) {
-    throw ScenarioError(path + ": cannot read the scenario file");
+  const int error = errno;
+  if (!file.is_open()) {
+    throw ScenarioError(path + ": cannot read the scenario file: " +
+                        std::generic_category().message(error) +
+                        ". Check the path and the permissions.");
   }
-  return text;
+  // A read error throws std::ios_base::failure.
+  return {std::istreambuf_iterator<char>(file),
+          std::istreambuf_iterator<char>()};
 }
 
 // Directories of built-in scenarios: the data directory of the installation or
@@ -230,11 +236,11 @@ std::vector<fs::path> ScenarioDirectories() {
   constexpr int kMaxLevels = 4;
   std::vector<fs::path> directories;
   std::error_code error;
-  fs::path at = fs::read_symlink("/proc/self/exe", error).parent_path();
-  for (int level = 0; level < kMaxLevels && !at.empty(); ++level) {
-    const fs::path candidate = at / QUORVANE_SCENARIO_DIR;
+  fs::path parent = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (int level = 0; level < kMaxLevels && !parent.empty(); ++level) {
+    const fs::path candidate = parent / QUORVANE_SCENARIO_DIR;
     if (fs::is_directory(candidate, error)) directories.push_back(candidate);
-    at = at.parent_path();
+    parent = parent.parent_path();
   }
   return directories;
 }

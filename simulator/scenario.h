@@ -108,10 +108,12 @@ struct Activation {
 
 struct RebootBehavior {
   std::optional<int> by_itself_at = {};  ///< Percent that a poll has returned.
-  int requests = 0;          ///< Requests during which the BMC is away.
-  double seconds = 0;        ///< How long it is away, if `requests` is 0.
-  bool answers_503 = false;  ///< False: connections are dropped while away.
-  bool keeps_tasks = true;   ///< False: a reboot deletes all tasks.
+  /// Number of requests during which the BMC is unavailable.
+  int requests = 0;
+  double seconds = 0;  ///< Duration, if `requests` is 0.
+  /// True: an unavailable BMC returns 503. False: it closes connections.
+  bool returns_503 = false;
+  bool keeps_tasks = true;  ///< False: a reboot deletes all tasks.
 };
 
 /// An image that can be downloaded without credentials.
@@ -138,7 +140,7 @@ struct FaultRule {
   bool before_body = false;
   /// The BMC executes the request, and `response` adds only its fault and
   /// delays. False: `response` is sent, and the request is not executed.
-  bool machine_acts = false;
+  bool executes_request = false;
   BmcResponse response = {};
 };
 

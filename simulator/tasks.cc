@@ -55,8 +55,8 @@ RedfishService::Outcome RedfishService::PollTask(const std::string& id,
         JsonResponse(202, body, {{"Location", MemberPath(kTaskMonitors, id)}});
   }
   CountPoll(task);
-  const auto& down_at = scenario_.reboot.by_itself_at;
-  if (down_at && shown.percent >= *down_at && !task.caused_reboot) {
+  const auto& reboot_at = scenario_.reboot.by_itself_at;
+  if (reboot_at && shown.percent >= *reboot_at && !task.caused_reboot) {
     task.caused_reboot = true;
     Reboot(/*by_itself=*/true);  // may delete the task
     note += ", then the BMC reboots by itself";
@@ -76,20 +76,21 @@ TaskStep RedfishService::StepOf(const Task& task) const {
 }
 
 RedfishService::Json RedfishService::TaskBody(const Task& task) const {
-  const TaskStep now = StepOf(task);
+  const TaskStep current = StepOf(task);
   Json body = {{"@odata.id", MemberPath(kTasks, task.id)},
                {"@odata.type", "#Task.v1_4_3.Task"},
                {"Id", task.id},
                {"Name", "Task " + task.id},
-               {"TaskState", now.state},
-               {"TaskStatus", now.health},
+               {"TaskState", current.state},
+               {"TaskStatus", current.health},
                {"StartTime", "2024-01-01T00:00:00Z"},
                {"TaskMonitor", MemberPath(kTaskMonitors, task.id)}};
-  if (now.percent >= 0) body["PercentComplete"] = now.percent;
-  if (IsEnd(now.state)) body["EndTime"] = "2024-01-01T00:05:00Z";
+  if (current.percent >= 0) body["PercentComplete"] = current.percent;
+  if (IsEnd(current.state)) body["EndTime"] = "2024-01-01T00:05:00Z";
   Json messages = Json::array();
   for (std::size_t i = 0; i <= task.step; ++i) {
-    const TaskStep& step = i == task.step ? now : scenario_.task.steps.at(i);
+    const TaskStep& step =
+        i == task.step ? current : scenario_.task.steps.at(i);
     if (!step.message_id.empty()) messages.push_back(Message(step));
   }
   body["Messages"] = std::move(messages);

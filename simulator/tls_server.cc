@@ -27,8 +27,9 @@ static_assert(std::string_view(CPPHTTPLIB_VERSION).starts_with("0.11."),
               "check TlsServer::process_and_close_socket and its tests first.");
 
 constexpr std::size_t kMaxConnections = 256;
-constexpr timeval kIdleLimit = {.tv_sec = 60, .tv_usec = 0};
-constexpr std::size_t kLargestRead = 1U << 20U;
+constexpr timeval kIdleTimeout = {.tv_sec = 60, .tv_usec = 0};
+// Bytes of one SSL_read or SSL_write, whose size is an int.
+constexpr std::size_t kMaxTransfer = 1U << 20U;
 
 const char* ReasonPhrase(int status) {
   // RFC 9110, section 15. A client must not depend on the phrase.
@@ -136,10 +137,10 @@ class TlsServer::Connection final : public httplib::Stream {
         socket_(socket_fd),
         tls_(SSL_new(server.tls_.get()), &SSL_free) {
     server_.RegisterSocket(socket_);
-    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &kIdleLimit,
-               sizeof kIdleLimit);
-    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &kIdleLimit,
-               sizeof kIdleLimit);
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &kIdleTimeout,
+               sizeof kIdleTimeout);
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &kIdleTimeout,
+               sizeof kIdleTimeout);
   }
 
   ~Connection() override {
@@ -235,8 +236,8 @@ class TlsServer::Connection final : public httplib::Stream {
     // Closing a socket with unread bytes sends an RST, which can destroy the
     // response before the client reads it (RFC 9112, 9.6).
     std::array<char, 4096> rest{};
-    const timeval limit = {.tv_sec = 1, .tv_usec = 0};
-    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    const timeval timeout = {.tv_sec = 1, .tv_usec = 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
     while (::recv(socket_, rest.data(), rest.size(), 0) > 0) {
     }
   }
@@ -247,7 +248,7 @@ class TlsServer::Connection final : public httplib::Stream {
   ssize_t read(char* bytes, std::size_t size) override {
     ERR_clear_error();
     const int count = SSL_read(tls_.get(), bytes,
-                               static_cast<int>(std::min(size, kLargestRead)));
+                               static_cast<int>(std::min(size, kMaxTransfer)));
     if (count > 0 && !is_header_complete_) {
       raw_header_.append(bytes, static_cast<std::size_t>(count));
     }
@@ -281,7 +282,7 @@ class TlsServer::Connection final : public httplib::Stream {
       ERR_clear_error();
       const int count =
           SSL_write(tls_.get(), bytes.data(),
-                    static_cast<int>(std::min(bytes.size(), kLargestRead)));
+                    static_cast<int>(std::min(bytes.size(), kMaxTransfer)));
       if (count <= 0) {
         is_broken_ = true;
         return false;

@@ -421,6 +421,9 @@ TEST(BuiltInScenarios, LoadAndHaveADescription) {
   }
   EXPECT_EQ(count, 13);
   EXPECT_THROW(FindScenario("no-such-scenario"), ScenarioError);
+  EXPECT_THAT([] { LoadScenario("/nonexistent"); },
+              testing::ThrowsMessage<ScenarioError>(
+                  HasSubstr("No such file or directory. Check the path")));
 }
 
 TEST(Lifetime, DestructorDoesNotWaitForConnections) {
