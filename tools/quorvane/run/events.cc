@@ -20,6 +20,12 @@ constexpr LogText kResponseBody{"update", "\nResponse body:\n"};
 constexpr LogText kResponseStatus{"http", " -> HTTP "};
 constexpr LogText kFailedUrl{"http", " url=", 2};
 
+// The positions that ReadUriAndIndex and ReadIndexAndCount parse.
+constexpr std::array kPositions = {
+    LogText{"inventory", " (URI {}/{})"}, LogText{"update", " ({}/{})"},
+    LogText{"update", "s (attempt {}/{})"},
+    LogText{"update", "[RF-TASK] Polling task (attempt {}/{})"}};
+
 // The number at the start of `text`, if there is one that fits.
 template <typename Number>
 std::optional<Number> LeadingNumber(std::string_view text) {
@@ -363,6 +369,7 @@ std::vector<LogText> LogTexts() {
   std::vector<LogText> texts = {kInventoryUri,   kAttempt,  kPercent,
                                 kResult,         kSuccess,  kResponseBody,
                                 kResponseStatus, kFailedUrl};
+  texts.insert(texts.end(), kPositions.begin(), kPositions.end());
   for (const Pattern& pattern : kPatterns) {
     if (pattern.component != kToolComponent) {
       texts.push_back({pattern.component, pattern.prefix, pattern.literals});

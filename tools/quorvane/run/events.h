@@ -91,7 +91,7 @@ nlohmann::json ToJson(const Event& event);
 /// A text of the library that `EventFrom` depends on.
 struct LogText {
   std::string_view component;  ///< Component of its record.
-  std::string_view text;       ///< Start or part of a message.
+  std::string_view text;       ///< Start or part of a message; {}: a value.
   int literals = 1;            ///< How many literals of its sources start so.
 };
 
