@@ -58,7 +58,7 @@ def log():
 
 
 def browse(directory, page, *flags):
-    """Output, console lines, and the URLs that the page asked for."""
+    """Output, console lines, and the URLs that the page requested."""
     (directory / "page.html").write_text(page)
     with tempfile.TemporaryDirectory(prefix="page-profile-") as profile:
         net_log = pathlib.Path(profile) / "net.json"
@@ -66,18 +66,18 @@ def browse(directory, page, *flags):
             [CHROMIUM, "--headless", "--no-sandbox", "--disable-gpu",
              "--disable-quic", "--no-first-run", "--disable-sync",
              "--disable-background-networking", "--disable-component-update",
-             # Nor does what the browser itself wants to ask leave the machine.
+             # Requests of the browser itself do not leave the machine either.
              "--host-resolver-rules=MAP * ~NOTFOUND",
              f"--user-data-dir={profile}", f"--log-net-log={net_log}",
              "--enable-logging=stderr", *flags, f"file://{directory}/page.html"],
             capture_output=True, text=True, timeout=100)
         net = json.loads(net_log.read_text())
     start = net["constants"]["logEventTypes"]["URL_REQUEST_START_JOB"]
-    asked = [event["params"]["url"] for event in net["events"]
-             if event["type"] == start and "url" in event.get("params", {})
-             and event["params"]["initiator"] != "not an origin"]
+    requested = [event["params"]["url"] for event in net["events"]
+                 if event["type"] == start and "url" in event.get("params", {})
+                 and event["params"]["initiator"] != "not an origin"]
     console = [line for line in done.stderr.splitlines() if ":CONSOLE" in line]
-    return done.stdout, console, asked
+    return done.stdout, console, requested
 
 
 def first_pixel(png):
@@ -97,10 +97,10 @@ def test(directory):
                    check=True, stdout=subprocess.DEVNULL)
     page = (directory / "made.html").read_text()
     for scheme, paper in (("1", "ffffff"), ("0", "12171f")):
-        _, console, asked = browse(
+        _, console, requested = browse(
             directory, page, f"--blink-settings=preferredColorScheme={scheme}",
             f"--screenshot={directory}/shot.png")
-        assert not console and not asked, (console, asked)
+        assert not console and not requested, (console, requested)
         pixel = first_pixel((directory / "shot.png").read_bytes())
         assert pixel == paper, (scheme, pixel)
 
@@ -112,7 +112,7 @@ def test(directory):
     assert drawn == [name for name, *_ in PHASES], drawn
     assert drawing.count("<polyline") == 2, "a percentage is missing"
 
-    # A page that did ask would be caught: its policy tells, else the request.
+    # A page with a request is noticed: by its policy, or by the request.
     leaky = page.replace("</body>", "<img src='http://leak.invalid/y'></body>")
     assert browse(directory, leaky, "--dump-dom")[1:] != ([], []), "policy"
     open_page = re.sub(r"<meta http-equiv[^>]*>", "", leaky)

@@ -17,7 +17,7 @@ using Outcome = Verdict::Outcome;
 const Messages kRebooted = kRebooting + Messages{"Reboot HTTP status: 204"};
 const Messages kAccepted = kStart + kUploading + kPolling;
 
-Messages Refused(const std::string& status, const std::string& body) {
+Messages Rejected(const std::string& status, const std::string& body) {
   return {"Upload HTTP status: " + status, "Upload response body: " + body};
 }
 const Messages kNextUri = {"Trying upload URI: https://192.0.2.7/up2 (2/2)"};
@@ -104,13 +104,13 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kFailed,
          "failed in state Killed; the system was rebooted any"},
         {"first_rejection_by_an_endpoint_is_the_cause",
-         kStart + kUploading + Refused("404", "none") + kNextUri +
-             Refused("413", kTooLarge) + kGivenUp + kEnd,
+         kStart + kUploading + Rejected("404", "none") + kNextUri +
+             Rejected("413", kTooLarge) + kGivenUp + kEnd,
          Outcome::kFailed,
          "Upload at /up2 got HTTP 413: See ExtendedInfo. The image is too "
          "large."},
         {"only_missing_endpoints",
-         kStart + kUploading + Refused("404", "none") + kGivenUp + kEnd,
+         kStart + kUploading + Rejected("404", "none") + kGivenUp + kEnd,
          Outcome::kFailed, "Upload at /up1 got HTTP 404: none"},
         {"login_refused_by_the_inventory",
          Messages{
@@ -118,10 +118,10 @@ INSTANTIATE_TEST_SUITE_P(
              "[inventory] ========== INVENTORY FETCH START ==========",
              "[inventory] Collection HTTP status: 401 (used URI: /x)",
              "E [inventory] Authentication failed (HTTP 401 Unauthorized)"} +
-             kUploading + Refused("500", "x") + kGivenUp + kEnd,
+             kUploading + Rejected("500", "x") + kGivenUp + kEnd,
          Outcome::kLoginRefused, "HTTP 401"},
         {"login_refused_by_the_upload",
-         kStart + kUploading + Refused("403", "x") + kGivenUp + kEnd,
+         kStart + kUploading + Rejected("403", "x") + kGivenUp + kEnd,
          Outcome::kLoginRefused, "HTTP 403"},
         {"no_response_at_all",
          Messages{"========== FIRMWARE UPDATE START =========="} + kUploading +

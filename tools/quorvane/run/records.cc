@@ -13,20 +13,20 @@
 namespace quorvane::tool {
 namespace {
 
-constexpr std::string_view kStampForm = "dddd-dd-dd dd:dd:dd.ddd";
+constexpr std::string_view kStampFormat = "dddd-dd-dd dd:dd:dd.ddd";
 
 bool IsStamp(std::string_view text) {
-  if (text.size() != kStampForm.size()) return false;
+  if (text.size() != kStampFormat.size()) return false;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const bool is_digit = text[i] >= '0' && text[i] <= '9';
-    if (kStampForm[i] == 'd' ? !is_digit : text[i] != kStampForm[i]) {
+    if (kStampFormat[i] == 'd' ? !is_digit : text[i] != kStampFormat[i]) {
       return false;
     }
   }
   return true;
 }
 
-int Number(std::string_view stamp, std::size_t from, std::size_t length) {
+int ParseNumber(std::string_view stamp, std::size_t from, std::size_t length) {
   int number = 0;
   std::from_chars(stamp.data() + from, stamp.data() + from + length, number);
   return number;
@@ -40,15 +40,15 @@ std::string_view NameOf(LogLevel level) {
   return kLevelNames.at(static_cast<std::size_t>(level));
 }
 
-std::optional<LogLevel> LevelNamed(std::string_view name) {
+std::optional<LogLevel> ParseLevel(std::string_view name) {
   const auto* const found =
       std::find(kLevelNames.begin(), kLevelNames.end(), name);
   if (found == kLevelNames.end()) return std::nullopt;
   return static_cast<LogLevel>(found - kLevelNames.begin());
 }
 
-// Takes "[text]" off the front of `line`.
-std::optional<std::string_view> TakeBracket(std::string_view& line) {
+// Removes "[text]" from the start of `line` and returns the text.
+std::optional<std::string_view> ConsumeBracket(std::string_view& line) {
   if (line.empty() || line.front() != '[') return std::nullopt;
   const std::size_t end = line.find(']');
   if (end == std::string_view::npos) return std::nullopt;
@@ -57,38 +57,38 @@ std::optional<std::string_view> TakeBracket(std::string_view& line) {
   return inside;
 }
 
-bool TakeBlank(std::string_view& line) {
+bool ConsumeSpace(std::string_view& line) {
   if (line.empty() || line.front() != ' ') return false;
   line.remove_prefix(1);
   return true;
 }
 
-// The components that log; a message may itself begin with a bracket
-// ("[RF-TASK] ..."), so not every bracket names one.
+// A message can start with a bracket ("[RF-TASK] ..."), so not every bracket
+// contains a component.
 bool IsComponent(std::string_view name) {
   return !name.empty() &&
          name.find_first_not_of("abcdefghijklmnopqrstuvwxyz_") ==
              std::string_view::npos;
 }
 
-// Before each line of a message but the first.
+// Precedes all lines of a message but the first.
 constexpr std::string_view kIndent = "    ";
 
-// Puts the lines of a log together to records.
+// Joins the lines of a log into records.
 class LogSplitter {
  public:
   explicit LogSplitter(const std::function<void(Record)>& handler)
       : handler_(handler) {}
 
-  void TakeLine(std::string_view line) {
-    std::optional<Record> begun = RecordFrom(line);
-    if (begun && !has_begun_) {
+  void AddLine(std::string_view line) {
+    std::optional<Record> next = RecordFrom(line);
+    if (next && !has_begun_) {
       has_begun_ = true;
-      is_tool_log_ = begun->component == kToolComponent;
+      is_tool_log_ = next->component == kToolComponent;
     }
-    if (begun && (is_tool_log_ || begun->component != kToolComponent)) {
-      HandOver();
-      record_ = std::move(begun);
+    if (next && (is_tool_log_ || next->component != kToolComponent)) {
+      EmitRecord();
+      record_ = std::move(next);
     } else if (record_) {
       if (is_tool_log_ && line.substr(0, kIndent.size()) == kIndent) {
         line.remove_prefix(kIndent.size());
@@ -97,7 +97,7 @@ class LogSplitter {
     }
   }
 
-  void HandOver() {
+  void EmitRecord() {
     if (!record_) return;
     // An empty line separates the runs in a file.
     std::string& message = record_->message;
@@ -130,31 +130,31 @@ double SecondsOf(std::string_view stamp) {
   using std::chrono::month;
   using std::chrono::sys_days;
   using std::chrono::year;
-  const sys_days date = year(Number(stamp, 0, 4)) /
-                        month(static_cast<unsigned>(Number(stamp, 5, 2))) /
-                        day(static_cast<unsigned>(Number(stamp, 8, 2)));
+  const sys_days date = year(ParseNumber(stamp, 0, 4)) /
+                        month(static_cast<unsigned>(ParseNumber(stamp, 5, 2))) /
+                        day(static_cast<unsigned>(ParseNumber(stamp, 8, 2)));
   const double seconds =
       86400.0 * static_cast<double>(date.time_since_epoch().count()) +
-      3600.0 * Number(stamp, 11, 2) + 60.0 * Number(stamp, 14, 2) +
-      Number(stamp, 17, 2);
-  return seconds + Number(stamp, 20, 3) / 1000.0;
+      3600.0 * ParseNumber(stamp, 11, 2) + 60.0 * ParseNumber(stamp, 14, 2) +
+      ParseNumber(stamp, 17, 2);
+  return seconds + ParseNumber(stamp, 20, 3) / 1000.0;
 }
 
 std::optional<Record> RecordFrom(std::string_view text) {
   std::string_view rest = text;
-  const auto stamp = TakeBracket(rest);
-  if (!stamp || !IsStamp(*stamp) || !TakeBlank(rest)) return std::nullopt;
-  const auto level_name = TakeBracket(rest);
-  const auto level = level_name ? LevelNamed(*level_name) : std::nullopt;
+  const auto stamp = ConsumeBracket(rest);
+  if (!stamp || !IsStamp(*stamp) || !ConsumeSpace(rest)) return std::nullopt;
+  const auto level_name = ConsumeBracket(rest);
+  const auto level = level_name ? ParseLevel(*level_name) : std::nullopt;
   if (!level) return std::nullopt;
-  TakeBlank(rest);
+  ConsumeSpace(rest);
   Record record{
       .time = SecondsOf(*stamp), .stamp = std::string(*stamp), .level = *level};
   std::string_view after_component = rest;
-  if (const auto name = TakeBracket(after_component);
+  if (const auto name = ConsumeBracket(after_component);
       name && IsComponent(*name)) {
     record.component = *name;
-    TakeBlank(after_component);
+    ConsumeSpace(after_component);
     rest = after_component;
   }
   if (!rest.empty() && rest.back() == '\n') rest.remove_suffix(1);
@@ -180,10 +180,10 @@ void ReadRecords(std::string_view log,
   LogSplitter splitter(handler);
   while (!log.empty()) {
     const std::size_t line_end = std::min(log.find('\n'), log.size());
-    splitter.TakeLine(log.substr(0, line_end));
+    splitter.AddLine(log.substr(0, line_end));
     log.remove_prefix(std::min(line_end + 1, log.size()));
   }
-  splitter.HandOver();
+  splitter.EmitRecord();
 }
 
 }  // namespace quorvane::tool

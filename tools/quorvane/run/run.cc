@@ -60,16 +60,16 @@ void AppendMessages(std::string& text, const Json& messages) {
 }  // namespace
 
 std::string ErrorText(const std::string& body) {
-  const Json answer = Json::parse(body, nullptr, false);
-  if (answer.is_discarded()) {
+  const Json response = Json::parse(body, nullptr, false);
+  if (response.is_discarded()) {
     constexpr std::size_t kMaxBytes = 200;
     return body.substr(0, kMaxBytes);
   }
-  const Json& error = Member(answer, "error");
+  const Json& error = Member(response, "error");
   std::string text = TextMember(error, "message");
   AppendMessages(text, Member(error, "@Message.ExtendedInfo"));
-  AppendMessages(text, Member(answer, "@Message.ExtendedInfo"));
-  AppendText(text, TextMember(answer, "Message"));
+  AppendMessages(text, Member(response, "@Message.ExtendedInfo"));
+  AppendText(text, TextMember(response, "Message"));
   return text;
 }
 

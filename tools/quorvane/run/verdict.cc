@@ -56,7 +56,7 @@ std::string FailedDownload(const Run& run) {
          (remarks.empty() ? "." : ": " + remarks.back().text);
 }
 
-const char* NextAfterRefusal(const Run& run) {
+const char* NextAfterRejection(const Run& run) {
   if (!FailedDownload(run).empty()) {
     return "Fix the problem that the BMC reports, or download the image and "
            "use --file.";
@@ -69,7 +69,7 @@ const char* NextAfterRefusal(const Run& run) {
                "again.";
 }
 
-Verdict JudgeRefusal(const Run& run) {
+Verdict JudgeRejection(const Run& run) {
   // The inventory is the first phase, so its login is the first cause.
   if (run.login_refused != 0) return LoginRefused(run.login_refused);
   if (!run.any_response) {
@@ -87,7 +87,7 @@ Verdict JudgeRefusal(const Run& run) {
     return LoginRefused(rejection.status);
   }
   return {Outcome::kFailed, "The BMC rejected the update.",
-          CauseOf(rejection) + FailedDownload(run), NextAfterRefusal(run)};
+          CauseOf(rejection) + FailedDownload(run), NextAfterRejection(run)};
 }
 
 Verdict JudgeFailedTask(const Run& run, const PhaseRun& task) {
@@ -273,7 +273,9 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
     }
     if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
   }
-  if (record ? !record->accepted : !run.WasAccepted()) return JudgeRefusal(run);
+  if (record ? !record->accepted : !run.WasAccepted()) {
+    return JudgeRejection(run);
+  }
   const PhaseRun* activation = run.Last(Phase::kActivation);
   if (activation != nullptr && activation->result == PhaseResult::kRejected) {
     return {Outcome::kFailed,
