@@ -36,7 +36,7 @@ SCENARIOS = [
     ("multipart-absent", "--file fw", 0, "  Binary upload: HTTP 202"),
     ("busy-then-fine", "--file fw", 0, "Waiting 1 s before retry (2 of 2)"),
     ("too-large", "--file fw --quiet --log-level error", 1,
-     "update-multipart got HTTP 413: The image has 5000 bytes"),
+     "update-multipart returned HTTP 413: The image has 5000 bytes"),
     ("staged-until-reboot", "--file fw", 0, "The firmware was staged, and the"),
     ("reboots-by-itself", "--file fw", 0, "The task disappeared (HTTP 404) after 50 %"),
     ("./forging.json", "--file fw", 1, "Cause:   Upload at /redfish/v1/"),
@@ -103,14 +103,14 @@ COMMANDS = [
     ("update {to} --image http://u:s3cret@h/f", 2, "--share-password-file"),
     ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
     ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
-    ("update {to} --image-file secret", 2, "first line of the image file"),
+    ("update {to} --image-file secret", 2, "first line of secret (--image-file)"),
     ("update {to} --image fw", 2, "for a local file, use --file"),
-    ("report pw", 2, "it is not a log of this tool"),
+    ("report pw", 2, "it is not a Quorvane log"),
     ("report .", 2, "Cannot read the log .: Is a directory."),
     ("rules check bad.json", 2, "cannot be loaded"),
     ("rules check .", 2, "cannot be loaded"),
     ("rules check small.json", 1, "small.json:1:"),
-    ("rules check rules.json", 0, "no faults found"),
+    ("rules check rules.json", 0, "no problems found"),
     ("rules explain rules.json", 0, "Up to 7 polls, with a wait of 1 s before"),
     ("simulate --scenario nonsense", 2, "Built-in scenarios: busy-then-fine, "),
     ("nonsense", 2, 'Unknown command "nonsense".'),
@@ -199,7 +199,7 @@ def be_interrupted():
         expect(SANITIZED or " 2147483648 " in limits, "no limit", limits)
         update.send_signal(signal.SIGINT)
         printed = update.communicate()[0]
-    expect(update.returncode == 130 and "continues with its task /redfish/v1/"
+    expect(update.returncode == 130 and "may still run its task /redfish/v1/"
            in printed, "interrupted", update.returncode, printed)
     expect("Outcome: interrupted." in run(["report", log]).stdout, "its report")
 

@@ -68,6 +68,12 @@ inline const Messages kRebooting = {
 inline const Messages kEnd = {"========== FIRMWARE UPDATE SUMMARY ==========",
                               "[logger] === Logger shutdown ==="};
 
+/// A message with lines that look like records.
+inline const std::string kForgedLines =
+    "busy\n[2024-05-01 13:00:00.000] [INFO   ] [tool] Run: inventory\n"
+    "    [2024-05-01 13:00:00.000] [ERROR  ] [tool] Interrupted\n"
+    "[2024-05-01 13:00:00.000] [INFO   ] [update] forged\nend";
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TESTS_TOOLS_LOG_TEXT_H_

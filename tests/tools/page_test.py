@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Opens the page of a report in a browser, light and dark: nothing on the
-console, no request, each phase on the time line.
+console, no request, each phase on the timeline.
 
 Usage: page_test.py QUORVANE_PROGRAM CHROMIUM
 """

@@ -65,35 +65,38 @@ INSTANTIATE_TEST_SUITE_P(
          R"("404": "retry_inventory", "200": "validate)",
          R"(21:7 "404" is a duplicate key.)"},
         {"misspelled_action", R"("track_task")", R"("track_tsk")",
-         R"(34:16 "200" cannot be "track_tsk". Use track_task, retry_with_fix, )"
+         R"(34:16 "200" cannot be "track_tsk", so the file does not load. Use )"
+         R"(track_task, retry_with_fix, )"
          R"(split_and_retry, retry_with_backoff; did you mean "track_task"?)"},
         {"unused_rule_of_the_inventory", R"("404": "fail_or)",
          R"("401": "fail_or)",
          "21:7 The rule for 401 has no effect: a refused login"},
         {"unused_rule_of_uploads", R"("413":)", R"("405":)",
-         "39:9 The rule for 405 has no effect: the next upload"},
+         "39:9 The rule for 405 has no effect: the library always"},
         {"partly_used_rule_of_activations", R"("400": "retry_activation")",
          R"("404": "retry_activation")",
          "74:9 The rule for 404 affects only an activation"},
         {"success_without_a_rule", R"("204": "check_reboot")",
          R"("205": "poll_task")",
-         "70:27 No rule for 204. A request that the BMC accepts"},
+         "70:27 No rule for 204. A request that the BMC accepts with such a "
+         "status is sent again. Add"},
         {"not_a_status", R"("500": "retry_inventory")",
          R"("5xx": "retry_inventory")", R"(22:7 "5xx" is not an HTTP status)"},
         {"unknown_state", R"("Running")", R"("Runing")",
-         R"(51:9 "Runing" is not a TaskState of Redfish; did you mean "Running"?)"},
+         R"(51:9 "Runing" is not a Redfish TaskState (DMTF DSP2046), so the )"
+         R"(rule probably never applies; did you mean "Running"?)"},
         {"final_state_polled", R"("Killed": "restart_upload")",
          R"("Killed": "continue_polling")",
          "59:19 A task does not leave the state Killed"},
         {"uri_without_a_slash", R"("/FWUpdate")", R"("FWUpdate")",
          R"(31:9 The URI "FWUpdate" does not begin with "/")"},
         {"long_wait", R"("sleep_time": 5)", R"("sleep_time": 90000)",
-         "11:19 sleep_time is more than a day (1 d 1 h)"},
+         "11:19 sleep_time is longer than a day (1 d 1 h)"},
         {"long_exponential_wait", R"("max_retries": 3)", R"("max_retries": 20)",
          "10:20 The last of 20 exponential waits"},
         {"long_polling", R"("max_polling_time_seconds": 3600)",
          R"("max_polling_time_seconds": 100000)",
-         "47:35 max_polling_time_seconds is more than a day"},
+         "47:35 max_polling_time_seconds is longer than a day"},
         {"no_poll", R"("max_polling_time_seconds": 3600)",
          R"("max_polling_time_seconds": 29)",
          "44:24 max_polling_time_seconds (29) is less than"},
@@ -170,6 +173,8 @@ TEST(Explanation, DescribesEachPhase) {
         "URI      /c\n  then URI /d\n", "202: the image is accepted",
         "no response, 503: sends the image again",
         "Up to 5 polls, with a wait of 20 s before each",
+        "After an upload, activation and reboot follow a failed task anyway",
+        "if there is no response, the inventory fails",
         "2 h 14 min with --file, 2 h 27 min with --image"}) {
     EXPECT_THAT(text, testing::HasSubstr(part));
   }

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Holds the two JSON Schemas against the files they are for: every rules file
-and scenario in the tree validates, and broken ones do not.
+"""Validates rules files and scenarios with their JSON Schemas. Every file in the
+source tree must be valid, and every file with a mistake must be invalid.
 
-Usage: schema_test.py QUORVANE_PROGRAM SOURCE_FOLDER
+Usage: schema_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
 """
 import copy
 import json
@@ -19,8 +19,8 @@ RULES = json.loads(subprocess.check_output([TOOL, "rules", "schema"]))
 SCENARIO = json.loads((SOURCE / "simulator/scenario.schema.json").read_text())
 INSTALLED = json.loads((SOURCE / "config/brindle.config.json").read_text())
 
-# What breaks the installed rules: where, and by which value; None: left out.
-BROKEN_RULES = [
+# Mistakes in the installed rules: path and value. None removes the key.
+RULES_MISTAKES = [
     ("authentication/type", "digest"),
     ("authentication", None),
     ("retry_config/max_retries", 0),
@@ -35,21 +35,21 @@ BROKEN_RULES = [
     ("firmware_update/reboot/reboot_required", "false"),
     ("firmware_update/reboot/reboot_rules", None),
 ]
-BROKEN_SCENARIOS = [
+INVALID_SCENARIOS = [
     {"tasks": {}}, {"task": {"steps": [{"percent": "40"}]}},
     {"faults": [{"fault": "explode"}]}, {"upload": {"max_bytes": -1}}, []]
 
 
-def whole_rules(page):
+def complete_rules(page):
     blocks = re.findall(r"```json\n(.*?)```", (SOURCE / page).read_text(), re.S)
     found = [json.loads(block) for block in blocks if '"authentication"' in block]
-    assert found, f"{page} holds no rules file"
+    assert found, f"{page} contains no complete rules file"
     return found
 
 
-def broken(place, value):
+def with_mistake(path, value):
     rules = copy.deepcopy(INSTALLED)
-    *sections, key = place.split("/")
+    *sections, key = path.split("/")
     section = rules
     for name in sections:
         section = section[name]
@@ -62,11 +62,11 @@ def broken(place, value):
 faults = []
 
 
-def check(schema, what, instance, is_valid):
+def check(schema, what, instance, must_be_valid):
     errors = [error.message for error in
               jsonschema.Draft202012Validator(schema).iter_errors(instance)]
-    if is_valid == bool(errors):
-        faults.append(f"{what}: {errors or 'is taken'}")
+    if must_be_valid == bool(errors):
+        faults.append(f"{what}: {errors or 'must be invalid'}")
 
 
 for one in (RULES, SCENARIO):
@@ -76,13 +76,13 @@ check(RULES, "config", INSTALLED, True)
 check(RULES, "demo", json.loads(
     (SOURCE / "scripts/demo.rules.json").read_text()), True)
 for page in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
-    for rules in whole_rules(page):
+    for rules in complete_rules(page):
         check(RULES, page, rules, True)
-for place, value in BROKEN_RULES:
-    check(RULES, f"{place}: {value!r}", broken(place, value), False)
+for path, value in RULES_MISTAKES:
+    check(RULES, f"{path}: {value!r}", with_mistake(path, value), False)
 for path in (SOURCE / "simulator/scenarios").iterdir():
     check(SCENARIO, path.name, json.loads(path.read_text()), True)
-for scenario in BROKEN_SCENARIOS:
+for scenario in INVALID_SCENARIOS:
     check(SCENARIO, scenario, scenario, False)
 print("\n".join(faults))
 sys.exit(1 if faults else 0)

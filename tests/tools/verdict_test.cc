@@ -53,7 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"no_reboot_required",
          kAccepted + kCompleted + Messages{"Reboot not required by config"} +
              kEnd,
-         Outcome::kDone, "require no reboot"},
+         Outcome::kDone, "requires no reboot"},
         {"staged_without_a_reboot",
          kAccepted +
              Messages{"[RF-TASK] State: Starting",
@@ -86,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"not_found_below_50_percent_and_rebooted",
          kAccepted + Messages{"E Update Method Not Supported (HTTP 404)"} +
              kRebooted + kEnd,
-         Outcome::kUnknown, "(HTTP 404) below 50 %"},
+         Outcome::kUnknown, "(HTTP 404) before it reported 50 %"},
         {"failed_task_with_messages",
          kAccepted +
              Messages{"[RF-TASK] State: Exception",
@@ -95,23 +95,23 @@ INSTANTIATE_TEST_SUITE_P(
                       "[RF-TASK] State: Exception  Result: Exception -- x",
                       "E Task ended in state: Exception"} +
              kEnd,
-         Outcome::kFailed, "Exception. Bad signature."},
+         Outcome::kFailed, "(state Exception). Bad signature."},
         {"killed_and_rebooted_anyway",
          kAccepted +
              Messages{"[RF-TASK] State: Killed",
                       "[RF-TASK] State: Killed  Result: Cancelled -- x"} +
              kRebooted + kEnd,
          Outcome::kFailed,
-         "failed in state Killed; the system was rebooted any"},
+         "failed (state Killed); the system was rebooted any"},
         {"first_rejection_by_an_endpoint_is_the_cause",
          kStart + kUploading + Rejected("404", "none") + kNextUri +
              Rejected("413", kTooLarge) + kGivenUp + kEnd,
          Outcome::kFailed,
-         "Upload at /up2 got HTTP 413: See ExtendedInfo. The image is too "
+         "Upload at /up2 returned HTTP 413: See ExtendedInfo. The image is too "
          "large."},
         {"only_missing_endpoints",
          kStart + kUploading + Rejected("404", "none") + kGivenUp + kEnd,
-         Outcome::kFailed, "Upload at /up1 got HTTP 404: none"},
+         Outcome::kFailed, "Upload at /up1 returned HTTP 404: none"},
         {"login_refused_by_the_inventory",
          Messages{
              "========== FIRMWARE UPDATE START ==========",
@@ -145,7 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "Trying activation URI: https://192.0.2.7/act (1/1)",
                       "Activation HTTP status: 400"} +
              kEnd,
-         Outcome::kFailed, "rejected its activation"},
+         Outcome::kFailed, "its activation failed"},
         {"share_rejected_then_uploaded",
          kStart +
              Messages{"SimpleUpdate (online share) -- 1 URI(s) to try",
@@ -163,7 +163,8 @@ INSTANTIATE_TEST_SUITE_P(
                       "E Download returned HTTP 404"} +
              kEnd,
          Outcome::kFailed,
-         "SimpleUpdate at /su got HTTP 405. The download of the image failed "
+         "SimpleUpdate at /su returned HTTP 405. The download of the image "
+         "failed "
          "as "
          "well: Download returned HTTP 404"},
         {"accepted_without_a_task",
@@ -173,17 +174,17 @@ INSTANTIATE_TEST_SUITE_P(
              kRebooted + kEnd,
          Outcome::kUnknown, "named no task"},
         {"cut_off_in_the_task", kAccepted, Outcome::kUnknown,
-         "ends in the phase Task"},
+         "ends during the phase Task"},
         {"interrupted_in_the_task",
          kAccepted + Messages{"[tool] Interrupted by a signal",
                               "[tool] Outcome: interrupted. x"},
          Outcome::kInterrupted,
-         "continues with its task "
+         "may still run its task "
          "/redfish/v1/TaskService/Tasks/1"},
         {"interrupted_before_the_update_starts",
          Messages{"[tool] Run: update of 192.0.2.7 with firmware.blx",
                   "[tool] Interrupted by a signal"},
-         Outcome::kInterrupted, "not yet received a request"},
+         Outcome::kInterrupted, "No request that changes anything"},
         {"no_update", Messages{"[config] Config loaded successfully"},
          Outcome::kNoUpdate, ""},
     }),

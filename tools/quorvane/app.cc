@@ -123,16 +123,15 @@ ExitCode ParseAndRun(int argc, char** argv) {
 
 std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   auto app = std::make_unique<CLI::App>(
-      "Updates server firmware through a BMC that speaks Redfish.", "quorvane");
+      "Updates server firmware through the Redfish interface of a BMC.",
+      "quorvane");
   app->set_version_flag("--version", "quorvane " QUORVANE_VERSION);
   app->require_subcommand(1);
   app->formatter(std::make_shared<HelpText>());
   app->footer(
-      "For the options of a command, run `quorvane COMMAND --help`. For "
-      "details, "
-      "see\nquorvane(1). To try a command, run `quorvane simulate`, a "
-      "simulated "
-      "BMC.");
+      "Run `quorvane COMMAND --help` for the options of a command.\n"
+      "See quorvane(1) for details.\n"
+      "To try commands without hardware, run `quorvane simulate`.");
   AddUpdateCommand(*app, exit_code);
   AddInventoryCommand(*app, exit_code);
   AddChassisCommand(*app, exit_code);

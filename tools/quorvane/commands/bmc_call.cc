@@ -73,8 +73,8 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
     }
     throw ToolError(
         ExitCode::kUnreachable,
-        fmt::format("No response from {}: {}. Check the address, the network "
-                    "and that the BMC is on. Log: {}",
+        fmt::format("No response from {}: {}. Check the address and the "
+                    "network, and that the BMC is powered on. Log: {}",
                     options_.bmc, error->message, log_path_));
   }
   return *std::move(result.response);

@@ -32,7 +32,7 @@ std::string AddressFault(const std::string& address) {
                     "[2001:db8::7]:8443";
 }
 
-// Replaces the name of a log level by its number. The text of
+// Replaces the name of a log level with its number. The text of
 // CLI::CheckedTransformer would list the numbers too, and accept them.
 std::string LevelNumber(std::string& name) {
   constexpr std::array kNames = {"debug", "info", "warning", "error"};
@@ -76,11 +76,12 @@ void RejectPasswordArgument(CLI::App& command, const std::string& option) {
       .add_option_function<std::string>(
           option,
           [option](const std::string& /*password*/) {
-            throw ToolError(ExitCode::kUsage,
-                            "Cannot use " + option +
-                                ": every process list shows the arguments. "
-                                "Use " +
-                                option + "-file FILE instead.");
+            throw ToolError(
+                ExitCode::kUsage,
+                "Cannot use " + option +
+                    ": arguments are visible in every process list. "
+                    "Use " +
+                    option + "-file FILE instead.");
           })
       ->group("");
 }
@@ -88,7 +89,7 @@ void RejectPasswordArgument(CLI::App& command, const std::string& option) {
 void AddBmcOptions(CLI::App& command, BmcOptions& options) {
   command
       .add_option("--bmc", options.bmc,
-                  "Address or host name of the BMC, or HOST:PORT")
+                  "Address or host name of the BMC, with :PORT if needed")
       ->required()
       ->check(CLI::Validator(AddressFault, ""))
       ->type_name("ADDRESS");
@@ -118,7 +119,7 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
   RejectPasswordArgument(command, "--password");
   command
       .add_option("--log-level", options.log_level,
-                  "Lowest level in the log: debug (default), info, warning "
+                  "Least severe level to log: debug (default), info, warning "
                   "or error")
       ->transform(CLI::Validator(LevelNumber, ""))
       ->type_name("LEVEL");

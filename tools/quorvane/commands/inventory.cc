@@ -86,12 +86,14 @@ ExitCode RunInventory(const InventoryOptions& options) {
 }  // namespace
 
 void AddInventoryCommand(CLI::App& app, ExitCode& exit_code) {
-  auto* command =
-      app.add_subcommand("inventory", "Show the firmware of a server");
+  auto* command = app.add_subcommand(
+      "inventory", "List the firmware of a server and its versions");
   const auto options = std::make_shared<InventoryOptions>();
   AddBmcOptions(*command, options->bmc);
   command->add_flag("--json", options->json, "Print JSON");
-  command->add_option("--output", options->output, "Write to this file")
+  command
+      ->add_option("--output", options->output,
+                   "Write the inventory to this file")
       ->type_name("FILE");
   command->callback(
       [options, &exit_code] { exit_code = RunInventory(*options); });

@@ -23,9 +23,9 @@ namespace {
 std::string PasswordIn(std::string line, const std::string& source) {
   if (!line.empty() && line.back() == '\r') line.pop_back();
   if (line.empty()) {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot read the password from " + source +
-                        ": the first line is empty. Write the password there.");
+    throw ToolError(ExitCode::kUsage, "Cannot read the password from " +
+                                          source +
+                                          ": the first line is empty.");
   }
   constexpr std::string_view kUnusable("\0\r\n", 3);
   if (line.find_first_of(kUnusable) != std::string::npos) {
@@ -39,16 +39,16 @@ std::string PasswordIn(std::string line, const std::string& source) {
 
 // While it exists, SIGINT does not end the process: readpassphrase(3bsd) first
 // restores the terminal, then sends the signal again and returns.
-class IgnoredInterrupt {
+class DeferredInterrupt {
  public:
-  IgnoredInterrupt() {
+  DeferredInterrupt() {
     struct sigaction action {};
     action.sa_handler = [](int) {};
     sigaction(SIGINT, &action, &before_);
   }
-  ~IgnoredInterrupt() { sigaction(SIGINT, &before_, nullptr); }
-  IgnoredInterrupt(const IgnoredInterrupt&) = delete;
-  IgnoredInterrupt& operator=(const IgnoredInterrupt&) = delete;
+  ~DeferredInterrupt() { sigaction(SIGINT, &before_, nullptr); }
+  DeferredInterrupt(const DeferredInterrupt&) = delete;
+  DeferredInterrupt& operator=(const DeferredInterrupt&) = delete;
 
  private:
   struct sigaction before_ {};
@@ -69,8 +69,8 @@ std::string PasswordFromStdin() {
 std::string PasswordFromTerminal(const std::string& whose) {
   constexpr std::size_t kMaxBytes = 4096;  // of a terminal's line, termios(3)
   std::array<char, kMaxBytes> typed{};
-  const std::string prompt = "Password of " + Printable(whose) + ": ";
-  const IgnoredInterrupt ignored;
+  const std::string prompt = "Password for " + Printable(whose) + ": ";
+  const DeferredInterrupt deferred;
   if (readpassphrase(prompt.c_str(), typed.data(), typed.size(),
                      RPP_REQUIRE_TTY) == nullptr) {
     if (errno == EINTR) {

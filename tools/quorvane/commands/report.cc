@@ -37,8 +37,8 @@ ExitCode RunReport(const ReportOptions& options) {
   if (report.events.empty()) {
     throw ToolError(ExitCode::kUsage,
                     "Cannot report on " + options.log +
-                        ": it is not a log of this tool. Use the file of "
-                        "--log, or the one after \"Log:\".");
+                        ": it is not a Quorvane log. Use the file that --log "
+                        "named, or that the command printed after \"Log:\".");
   }
   if (!options.html.empty()) WriteDocument(options.html, HtmlReport(report));
   if (options.json) {
@@ -55,14 +55,14 @@ ExitCode RunReport(const ReportOptions& options) {
 
 void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
   auto* command = app.add_subcommand(
-      "report", "Report on a run from its log, finished or not");
+      "report", "Summarize a finished or unfinished run from its log");
   const auto options = std::make_shared<ReportOptions>();
   command->add_option("LOG", options->log, "The log of the run")
       ->required()
       ->type_name("");
   command
       ->add_option("--html", options->html,
-                   "Write an HTML page with a time line")
+                   "Write an HTML page with a timeline")
       ->type_name("FILE");
   command->add_flag("--json", options->json, "Print the events as JSON");
   command->callback([options, &exit_code] { exit_code = RunReport(*options); });

@@ -41,7 +41,7 @@ ExitCode CheckFile(const std::string& path) {
                finding.position.column, Printable(finding.text));
   }
   if (code == ExitCode::kDone) {
-    fmt::print("{}: no faults found.\n", Printable(path));
+    fmt::print("{}: no problems found.\n", Printable(path));
   }
   return code;
 }
@@ -74,7 +74,7 @@ void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
         ->type_name("");
     command->callback([path, run, &exit_code] { exit_code = run(*path); });
   };
-  add("check", "Load a rules file and report its faults", CheckFile);
+  add("check", "Load a rules file and report its problems", CheckFile);
   add("explain", "Describe what an update does with a rules file", ExplainFile);
   rules->add_subcommand("schema", "Print the JSON Schema of rules files")
       ->callback([&exit_code] { exit_code = PrintSchema(); });

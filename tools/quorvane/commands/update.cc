@@ -93,8 +93,8 @@ std::string ImageUriOf(const UpdateOptions& options) {
   if (!uri.empty() && uri.back() == '\r') uri.pop_back();
   if (const std::string fault = ImageFault(uri); !fault.empty()) {
     throw ToolError(ExitCode::kUsage,
-                    "Cannot use the first line of the image file " +
-                        options.image_file + ": " + fault + ".");
+                    "Cannot use the first line of " + options.image_file +
+                        " (--image-file)" + ": " + fault + ".");
   }
   return uri;
 }
@@ -229,35 +229,36 @@ void AddImageOptions(CLI::App& command, UpdateOptions& options) {
                     // URI with a secret.
                     return CLI::ExistingFile(path).empty()
                                ? std::string()
-                               : "there is no file " + RedactUri(path);
+                               : "the file " + RedactUri(path) +
+                                     " does not exist";
                   },
                   ""))
       ->type_name("FILE");
-  auto* image = command.add_option("--image", options.image,
-                                   "URI of the image, which the BMC downloads");
+  auto* image = command.add_option(
+      "--image", options.image, "URI from which the BMC downloads the image");
   image->excludes(file)->type_name("URI")->check(
       CLI::Validator(ImageFault, ""));
   command
       .add_option("--image-file", options.image_file,
-                  "File that contains this URI, if it has a secret")
+                  "File that contains the URI of the image, if it has a secret")
       ->excludes(file)
       ->excludes(image)
       ->type_name("FILE");
   command
       .add_option("--share-user", options.share_user,
-                  "Account for the server of --image")
+                  "Account on the server of the image")
       ->excludes(file)
       ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   command
       .add_option("--share-password-file", options.share_password_file,
-                  "File that contains the password of that account")
+                  "File that contains the password of --share-user")
       ->excludes(file)
       ->type_name("FILE");
   RejectPasswordArgument(command, "--share-password");
   command
       .add_flag("--verify-share-certificate", options.verify_share_certificate,
-                "Let the BMC check the certificate of that server")
+                "Let the BMC check the certificate of the image server")
       ->excludes(file);
 }
 
@@ -271,7 +272,7 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   AddImageOptions(*command, *options);
   command
       ->add_option("--target", options->targets,
-                   "URI of a target to update; can be repeated")
+                   "URI of a target to update; may be given more than once")
       ->type_name("URI");
   command
       ->add_option("--result", options->result,

@@ -20,12 +20,13 @@ using Findings = std::vector<Finding>;
 
 constexpr double kDay = 24 * 60 * 60;
 
-// Redfish TaskState (DMTF DSP2046, Task).
+// Redfish TaskState (DMTF DSP2046, Task), and Scheduled, which some BMCs report
+// and the library knows as a state of staged firmware.
 const std::vector<std::string>& TaskStates() {
   static const std::vector<std::string> states = {
       "New",     "Starting",   "Running",   "Suspended", "Interrupted",
       "Pending", "Stopping",   "Completed", "Killed",    "Exception",
-      "Service", "Cancelling", "Cancelled"};
+      "Service", "Cancelling", "Cancelled", "Scheduled"};
   return states;
 }
 
@@ -47,8 +48,9 @@ void ReportMissingRules(const JsonNode& rules, const Keys& keys,
     missing += (missing.empty() ? "" : ", ") + std::string(key);
   }
   if (missing.empty()) return;
-  findings.push_back({rules.position,
-                      fmt::format("No rule for {}. {}", missing, consequence)});
+  findings.push_back(
+      {rules.position, fmt::format("No rule for {}. {}. Add the missing rules",
+                                   missing, consequence)});
 }
 
 // Rules without an effect: the library decides before it reads them.
@@ -58,20 +60,27 @@ struct UnusedRule {
   const char* text;
 };
 constexpr std::array kUnusedRules = {
-    UnusedRule{"firmware_update/inventory_rules", "401",
-               "has no effect: a refused login always ends the inventory"},
-    UnusedRule{"firmware_update/inventory_rules", "403",
-               "has no effect: a refused login always ends the inventory"},
+    UnusedRule{
+        "firmware_update/inventory_rules", "401",
+        "has no effect: a refused login always ends the inventory. Remove "
+        "it"},
+    UnusedRule{
+        "firmware_update/inventory_rules", "403",
+        "has no effect: a refused login always ends the inventory. Remove "
+        "it"},
     UnusedRule{"firmware_update/inventory_rules", "0",
                "has no effect: no rule applies to an inventory request without "
-               "a response"},
+               "a response. Remove it"},
     UnusedRule{"firmware_update/multipart_update/upload_rules", "404",
-               "has no effect: the next upload URI always follows"},
+               "has no effect: the library always tries the next upload URI. "
+               "Remove it"},
     UnusedRule{"firmware_update/multipart_update/upload_rules", "405",
-               "has no effect: the next upload URI always follows"},
-    UnusedRule{"firmware_update/activation/activation_rules", "404",
-               "affects only an activation: after a SimpleUpdate, the next URI "
-               "always follows"},
+               "has no effect: the library always tries the next upload URI. "
+               "Remove it"},
+    UnusedRule{
+        "firmware_update/activation/activation_rules", "404",
+        "affects only an activation: after a SimpleUpdate, the library "
+        "always tries the next URI. Remove it if you do not activate uploads"},
 };
 
 void CheckUnusedRules(const JsonNode& root, Findings& findings) {
@@ -84,20 +93,23 @@ void CheckUnusedRules(const JsonNode& root, Findings& findings) {
   }
 }
 
-// A table of rules by HTTP status, and what happens without a rule for a
-// success; nullptr: nothing bad.
+// A table of rules by HTTP status, and the consequence if a success has no
+// rule; nullptr: none.
 struct StatusTable {
   const char* path;
-  const char* without_success;
+  const char* consequence;
 };
 constexpr std::array kStatusTables = {
     StatusTable{"firmware_update/inventory_rules", nullptr},
-    StatusTable{"firmware_update/multipart_update/upload_rules",
-                "An image that the BMC accepts with it is sent again"},
+    StatusTable{
+        "firmware_update/multipart_update/upload_rules",
+        "An image that the BMC accepts with such a status is sent again"},
     StatusTable{"firmware_update/activation/activation_rules",
-                "A request that the BMC accepts with it is sent again"},
+                "A request that the BMC accepts with such a status is sent "
+                "again"},
     StatusTable{"firmware_update/reboot/reboot_rules",
-                "A reboot that the BMC accepts with it counts as rejected"},
+                "A reboot that the BMC accepts with such a status counts as "
+                "rejected"},
 };
 
 bool IsStatus(const std::string& key) {
@@ -109,19 +121,20 @@ bool IsStatus(const std::string& key) {
 void CheckStatusTables(const JsonNode& root, Findings& findings) {
   // The statuses of an accepted request (DSP0266, "Status codes").
   constexpr std::array kSuccesses = {"200", "202", "204"};
-  for (const auto& [path, without_success] : kStatusTables) {
+  for (const auto& [path, consequence] : kStatusTables) {
     const JsonNode* rules = root.FindPath(path);
     if (rules == nullptr) continue;
     for (const JsonNode& rule : rules->children) {
       if (IsStatus(rule.key)) continue;
       findings.push_back(
           {rule.key_position,
-           fmt::format("\"{}\" is not an HTTP status. Write three digits, or 0 "
+           fmt::format("\"{}\" is not an HTTP status, so the rule may apply to "
+                       "another status or to none. Write three digits, or 0 "
                        "for a request without a response",
                        rule.key)});
     }
-    if (without_success != nullptr) {
-      ReportMissingRules(*rules, kSuccesses, without_success, findings);
+    if (consequence != nullptr) {
+      ReportMissingRules(*rules, kSuccesses, consequence, findings);
     }
   }
 }
@@ -129,15 +142,19 @@ void CheckStatusTables(const JsonNode& root, Findings& findings) {
 void ReportLongTime(const JsonNode* value, double seconds, Findings& findings) {
   if (value == nullptr || seconds <= kDay) return;
   findings.push_back(
-      {value->position, fmt::format("{} is more than a day ({})", value->key,
-                                    Duration(seconds))});
+      {value->position,
+       fmt::format("{} is longer than a day ({}), so an update can be idle for "
+                   "that time. The unit is seconds; use a smaller number",
+                   value->key, Duration(seconds))});
 }
 
 void CheckRetries(const JsonNode& root, Findings& findings) {
   const JsonNode* section = root.Find("retry_config");
   if (section == nullptr) return;
-  const double wait = NumberOf(*section, "sleep_time", 5);
-  const double retries = NumberOf(*section, "max_retries", 3);
+  const Config defaults;
+  const double wait = NumberOf(*section, "sleep_time", defaults.sleep_time);
+  const double retries =
+      NumberOf(*section, "max_retries", defaults.max_retries);
   ReportLongTime(section->Find("sleep_time"), wait, findings);
   const JsonNode* backoff = section->Find("backoff_strategy");
   if (wait > kDay || (backoff != nullptr && backoff->text == "fixed")) return;
@@ -148,21 +165,26 @@ void CheckRetries(const JsonNode& root, Findings& findings) {
   const JsonNode* value = section->Find("max_retries");
   findings.push_back(
       {value == nullptr ? section->position : value->position,
-       fmt::format("The last of {:.0f} exponential waits is more than a day "
-                   "({}). Use fewer retries or \"fixed\"",
+       fmt::format("The last of {:.0f} exponential waits is longer than a day "
+                   "({}), because each one is twice the previous one. Use "
+                   "fewer retries or \"fixed\"",
                    retries, Duration(last_wait))});
 }
 
 void CheckPolling(const JsonNode& root, Findings& findings) {
   const JsonNode* section = root.FindPath("firmware_update/task_monitoring");
   if (section == nullptr) return;
-  const double interval = NumberOf(*section, "polling_interval", 30);
-  const double limit = NumberOf(*section, "max_polling_time_seconds", 600);
+  const Config defaults;
+  const double interval =
+      NumberOf(*section, "polling_interval", defaults.polling_interval);
+  const double limit = NumberOf(*section, "max_polling_time_seconds",
+                                defaults.max_polling_time_seconds);
   if (limit < interval) {
     findings.push_back(
         {section->position,
          fmt::format("max_polling_time_seconds ({:.0f}) is less than "
-                     "polling_interval ({:.0f}), so no task is polled",
+                     "polling_interval ({:.0f}), so no task is polled. "
+                     "Increase max_polling_time_seconds",
                      limit, interval)});
   }
   ReportLongTime(section->Find("polling_interval"), interval, findings);
@@ -182,8 +204,9 @@ void CheckTaskStates(const JsonNode& root, Findings& findings) {
     }
     findings.push_back(
         {rule.key_position,
-         fmt::format("\"{}\" is not a TaskState of Redfish{}", rule.key,
-                     Suggestion(TaskStates(), rule.key))});
+         fmt::format("\"{}\" is not a Redfish TaskState (DMTF DSP2046), so the "
+                     "rule probably never applies{}",
+                     rule.key, Suggestion(TaskStates(), rule.key))});
   }
   for (const char* state : kFinalStates) {
     const JsonNode* rule = states->Find(state);
@@ -193,7 +216,8 @@ void CheckTaskStates(const JsonNode& root, Findings& findings) {
     }
     findings.push_back(
         {rule->position, fmt::format("A task does not leave the state {}, but "
-                                     "polling continues to its time limit",
+                                     "polling continues to its time limit. Use "
+                                     "an action that ends polling",
                                      state)});
   }
   ReportMissingRules(

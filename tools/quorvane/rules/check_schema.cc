@@ -58,9 +58,11 @@ class SchemaCheck {
     const std::vector<std::string> types = TypesOf(schema);
     if (!types.empty() && std::find(types.begin(), types.end(),
                                     NameOf(node.type)) == types.end()) {
-      return Add(node.position,
-                 fmt::format("{} must be of type {}, not {}. It is ignored",
-                             name, Joined(types, " or "), NameOf(node.type)));
+      return Add(
+          node.position,
+          fmt::format(
+              "{} must be of type {}, not {}. The library does not use it",
+              name, Joined(types, " or "), NameOf(node.type)));
     }
     if (node.type == Type::kObject) CheckMembers(schema, node, name);
     if (node.type == Type::kString) CheckText(schema, node, name);
@@ -82,7 +84,8 @@ class SchemaCheck {
     for (const JsonNode& member : node.children) {
       if (!seen.insert(member.key).second) {
         Add(member.key_position,
-            fmt::format("\"{}\" is a duplicate key. Only the first one counts",
+            fmt::format("\"{}\" is a duplicate key. Only the first one counts. "
+                        "Remove the other one",
                         member.key));
       }
       CheckMember(schema, member, name);
@@ -113,12 +116,16 @@ class SchemaCheck {
       const auto known = values->get<std::vector<std::string>>();
       if (std::find(known.begin(), known.end(), node.text) == known.end()) {
         Add(node.position,
-            fmt::format("{} cannot be \"{}\". Use {}{}", name, node.text,
-                        Joined(known, ", "), Suggestion(known, node.text)));
+            fmt::format(
+                "{} cannot be \"{}\", so the file does not load. Use {}{}",
+                name, node.text, Joined(known, ", "),
+                Suggestion(known, node.text)));
       }
     }
     if (schema.value("minLength", 0) > 0 && node.text.empty()) {
-      Add(node.position, name + " is empty, so the entry is ignored");
+      Add(node.position, name +
+                             " is empty, so the entry is ignored. Enter a "
+                             "text, or remove the entry");
     }
     // Only URIs have a pattern.
     if (schema.contains("pattern") && node.text.rfind('/', 0) != 0) {

@@ -37,7 +37,7 @@ const char* Meaning(UploadAction action) {
     case UploadAction::track_task:
       return "the image is accepted; polls its task";
     case UploadAction::retry_with_fix:
-      return "sends the image again after a wait; logs the reason of the BMC";
+      return "sends the image again after a wait";
     case UploadAction::split_and_retry:
       return "sends the whole image again after a wait";
     case UploadAction::retry_with_backoff:
@@ -78,12 +78,12 @@ const char* Meaning(RebootAction action) {
     case RebootAction::success:
       return "the system reboots";
     case RebootAction::poll_task:
-      return "the system reboots; polls its task";
+      return "the system reboots; polls the task of the reboot";
     case RebootAction::retry_reboot:
       return "sends the request again after a wait";
     case RebootAction::manual_intervention:
       return "tries the next URI; after the last one, you must reboot the "
-             "system";
+             "system yourself";
   }
   return "";
 }
@@ -142,8 +142,7 @@ std::string RetriesSection(const Config& rules,
   if (rules.max_retries > kShown) waits += ", ...";
   return fmt::format(
       "Each URI gets up to {:.0f} attempts, with waits of {} between them. "
-      "There "
-      "is no wait before another URI.\n",
+      "There is no wait before another URI.\n",
       1.0 + rules.max_retries, waits);
 }
 
@@ -151,7 +150,8 @@ std::string InventorySection(const Config& rules, const LongestTimes& longest) {
   const std::string others = "any other: requests all URIs again after a wait";
   return Title("Inventory") + Uris(rules.inventory_uri) +
          "  The first response with 200 decides. Without one, the last URI is "
-         "requested once more, and that response decides.\n"
+         "requested once more, and that response decides; if there is no "
+         "response, the inventory fails.\n"
          "  401, 403: the login is refused; ends the inventory, whatever the "
          "rules are\n" +
          Rules(rules.inventory_rules,
@@ -165,13 +165,13 @@ std::string InventorySection(const Config& rules, const LongestTimes& longest) {
 }
 
 std::string UploadSection(const Config& rules, const LongestTimes& longest) {
-  return Title("Upload, with --file or after a rejected --image") +
+  return Title("Upload, with --file or if SimpleUpdate fails") +
          Uris(rules.upload_uri) +
          "  404, 405: tries the next URI, whatever the rules are\n" +
          Rules(rules.upload_rules,
                "any other: sends the image again after a wait") +
-         "  If the multipart upload fails at all URIs, they get a binary "
-         "upload. It ends at the first failed transfer.\n" +
+         "  If the multipart upload fails at all URIs, the same URIs get "
+         "a binary upload. It ends at the first failed transfer.\n" +
          AtMost(longest.upload, ", and as long for the binary upload");
 }
 
@@ -195,15 +195,14 @@ std::string TaskSection(const Config& rules, const LongestTimes& longest) {
                      Duration(rules.polling_interval)) +
          Rules(rules.task_states, "any other: continues polling") +
          fmt::format(
-             "  Scheduled, Starting: after {0} such polls in a row, the "
-             "firmware "
-             "counts as staged\n"
+             "  Scheduled, Starting: after {0} consecutive polls in these "
+             "states, the "
+             "firmware counts as staged\n"
              "  404: below {1} %, the task failed; from {1} % on, it counts as "
-             "a "
-             "reboot of the BMC that applies the firmware\n"
-             "  After a failed task the system is rebooted anyway, except in "
-             "the "
-             "states Exception, Cancelled and Interrupted.\n",
+             "a reboot of the BMC that applies the firmware\n"
+             "  After an upload, activation and reboot follow a failed task "
+             "anyway, except in the states Exception, Cancelled and "
+             "Interrupted.\n",
              kStagedPolls, kAppliedPercent) +
          AtMost(longest.task);
 }

@@ -28,12 +28,14 @@ std::string CheckTask(const Run& run) {
                                     kCompareVersions);
 }
 
-// "Upload at /a got HTTP 413: Too large."
+// "Upload at /a returned HTTP 413: Too large."
 std::string CauseOf(const Rejection& rejection) {
   std::string cause =
-      fmt::format("{} at {} got HTTP {}", NameOf(rejection.phase),
+      fmt::format("{} at {} returned HTTP {}", NameOf(rejection.phase),
                   PathOf(rejection.uri), rejection.status);
-  return rejection.text.empty() ? cause + "." : cause + ": " + rejection.text;
+  if (!rejection.text.empty()) cause += ": " + rejection.text;
+  // The text of a BMC may end without a period.
+  return cause.back() == '.' ? cause : cause + '.';
 }
 
 Verdict LoginRefused(long status) {
@@ -62,25 +64,29 @@ const char* NextAfterRejection(const Run& run) {
            "use --file.";
   }
   const long status = run.first_rejection->status;
-  return status == 404 || status == 405
+  if (status != 404 && status != 405) {
+    return "Fix the problem that the BMC reports, then run the update again.";
+  }
+  return run.Last(Phase::kSimpleUpdate) == nullptr
              ? "No URI of the rules file accepts an image on this BMC. Look up "
                "its UpdateService and add the URI, or use --image."
-             : "Fix the problem that the BMC reports, then run the update "
-               "again.";
+             : "No URI of the rules file accepts an image on this BMC. Look up "
+               "its UpdateService and add the URI.";
 }
 
 Verdict JudgeRejection(const Run& run) {
   // The inventory is the first phase, so its login is the first cause.
   if (run.login_refused != 0) return LoginRefused(run.login_refused);
   if (!run.any_response) {
-    return {Outcome::kUnreachable, "The BMC did not respond to any request.",
-            run.transfer_failure,
-            "Check the address, the network and that the BMC is on."};
+    return {
+        Outcome::kUnreachable, "The BMC did not respond to any request.",
+        run.transfer_failure,
+        "Check the address and the network, and that the BMC is powered on."};
   }
   if (!run.first_rejection) {
-    return {Outcome::kFailed, "The BMC rejected the update at every URI.",
+    return {Outcome::kFailed, "The update failed at every URI.",
             run.transfer_failure,
-            "Run `quorvane report` with the log to see each attempt."};
+            "Run `quorvane report LOG` to see each attempt."};
   }
   const Rejection& rejection = *run.first_rejection;
   if (rejection.status == 401 || rejection.status == 403) {
@@ -95,7 +101,7 @@ Verdict JudgeFailedTask(const Run& run, const PhaseRun& task) {
   const PhaseRun* reboot = run.Last(Phase::kReboot);
   return {
       Outcome::kFailed,
-      fmt::format("The task failed in state {}{}.", state,
+      fmt::format("The task failed (state {}){}.", state,
                   reboot != nullptr ? "; the system was rebooted anyway" : ""),
       run.task_messages,
       "Fix the cause, then run the update again. The old firmware should still "
@@ -124,8 +130,9 @@ std::optional<Verdict> JudgeTask(const Run& run, const PhaseRun& task) {
     case PhaseResult::kNotFoundEarly:
       return Verdict{
           Outcome::kUnknown,
-          fmt::format("The task disappeared (HTTP 404) below 50 %{}.",
-                      rebooted),
+          fmt::format(
+              "The task disappeared (HTTP 404) before it reported 50 %{}.",
+              rebooted),
           {},
           CheckTask(run)};
     case PhaseResult::kOpen:
@@ -172,9 +179,10 @@ Verdict JudgeSuccess(const Run& run) {
     const bool is_staged =
         task != nullptr && task->result == PhaseResult::kStaged;
     return {is_staged ? Outcome::kStaged : Outcome::kDone,
-            is_staged ? "The firmware is staged; the next reboot of the system "
-                        "applies it."
-                      : "The update is done; the rules require no reboot.",
+            is_staged
+                ? "The firmware is staged; the next reboot of the system "
+                  "applies it."
+                : "The update is done; the rules file requires no reboot.",
             {},
             is_staged ? "Reboot the system when convenient." : ""};
   }
@@ -208,12 +216,12 @@ Verdict JudgeInterruption(const Run& run) {
     case Phase::kInventory:
     case Phase::kDownload:
       return {Outcome::kInterrupted,
-              "The BMC had not yet received a request to change anything.",
+              "No request that changes anything was sent to the BMC.",
               {},
               {}};
     case Phase::kTask:
       return {Outcome::kInterrupted,
-              fmt::format("The BMC continues with its task {}.", LastTask(run)),
+              fmt::format("The BMC may still run its task {}.", LastTask(run)),
               {},
               CheckTask(run)};
     case Phase::kReboot:
@@ -228,15 +236,16 @@ Verdict JudgeInterruption(const Run& run) {
       break;
   }
   return {Outcome::kInterrupted,
-          fmt::format("The phase was {}; the BMC may continue with the request "
-                      "that it got.",
-                      NameOf(phase)),
+          fmt::format(
+              "Interrupted during the phase {}. The BMC may still process the "
+              "request that it received.",
+              NameOf(phase)),
           {},
           "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
 }
 
 // A run whose log or process ended early.
-std::optional<Verdict> JudgeBrokenRun(const Run& run) {
+std::optional<Verdict> JudgeUnfinishedRun(const Run& run) {
   if (run.was_interrupted) return JudgeInterruption(run);
   if (run.is_complete) return std::nullopt;
   const Phase phase = LastPhase(run);
@@ -246,11 +255,8 @@ std::optional<Verdict> JudgeBrokenRun(const Run& run) {
   return Verdict{
       Outcome::kUnknown,
       fmt::format(
-          "The log ends in the phase {}{}.", NameOf(phase),
-          nothing_changed
-              ? "; until then the BMC had received no request to change "
-                "anything"
-              : ""),
+          "The log ends during the phase {}{}.", NameOf(phase),
+          nothing_changed ? ", before any request that changes something" : ""),
       {},
       CheckTask(run)};
 }
@@ -271,7 +277,7 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
     if (!run.is_update && !run.was_interrupted) {
       return {Outcome::kNoUpdate, "The log contains no update.", {}, {}};
     }
-    if (auto broken = JudgeBrokenRun(run)) return *std::move(broken);
+    if (auto broken = JudgeUnfinishedRun(run)) return *std::move(broken);
   }
   if (record ? !record->accepted : !run.WasAccepted()) {
     return JudgeRejection(run);
@@ -279,10 +285,10 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
   const PhaseRun* activation = run.Last(Phase::kActivation);
   if (activation != nullptr && activation->result == PhaseResult::kRejected) {
     return {Outcome::kFailed,
-            "The image was uploaded, but the BMC rejected its activation.",
+            "The image was uploaded, but its activation failed.",
             run.first_rejection ? CauseOf(*run.first_rejection)
                                 : run.transfer_failure,
-            "Check that each --target is a URI of the inventory of this BMC."};
+            "Check that `quorvane inventory` lists each --target as a TARGET."};
   }
   for (const PhaseRun& one : run.phases) {
     if (one.phase != Phase::kTask || one.task_of == Phase::kReboot) continue;

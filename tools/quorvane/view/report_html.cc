@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -72,9 +73,9 @@ std::string Tooltip(const Span& span) {
                      PathOf(span.uri), response, took);
 }
 
-class TimeLine {
+class Timeline {
  public:
-  explicit TimeLine(const Run& run) : run_(run) {
+  explicit Timeline(const Run& run) : run_(run) {
     for (const PhaseRun& phase : run.phases) {
       for (const TaskPoint& point : phase.task) {
         has_percent_ = has_percent_ || point.percent >= 0;
@@ -89,7 +90,7 @@ class TimeLine {
     const double height =
         kTop + rows + (has_percent_ ? kLane + kGap : 0) + kGap;
     svg_ = fmt::format(
-        "<svg viewBox=\"0 0 {} {}\" role=\"img\" aria-label=\"Time line of the "
+        "<svg viewBox=\"0 0 {} {}\" role=\"img\" aria-label=\"Timeline of the "
         "run, {} long\">\n",
         kWidth, height, Duration(length_));
     DrawAxis(height);
@@ -261,13 +262,16 @@ std::string RemarkRows(const Run& run) {
 std::string HtmlReport(const Report& report) {
   const std::array parts = {
       std::pair("<!-- outcome -->\n", OutcomeSection(report)),
-      std::pair("<!-- time line -->\n", TimeLine(report.run).Draw()),
+      std::pair("<!-- timeline -->\n", Timeline(report.run).Draw()),
       std::pair("<!-- phases -->\n", PhaseRows(report.run)),
       std::pair("<!-- remarks -->\n", RemarkRows(report.run))};
   std::string html;
   std::string_view page = kReportPage;
   for (const auto& [placeholder, part] : parts) {
     const std::size_t at = page.find(placeholder);
+    if (at == std::string_view::npos) {
+      throw std::logic_error(std::string("report.html lacks ") + placeholder);
+    }
     html.append(page.substr(0, at)).append(part);
     page.remove_prefix(at + std::string_view(placeholder).size());
   }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The manual describes every option, command and key of the rules file.
+#include "tools/quorvane/app.h"
+
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 
@@ -11,7 +13,6 @@
 #include <set>
 #include <string>
 
-#include "tools/quorvane/app.h"
 #include "tools/quorvane/rules/schema.h"
 
 namespace quorvane::tool {

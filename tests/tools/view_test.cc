@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+// The live display and the reports.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/tools/log_text.h"
+#include "tools/quorvane/view/progress.h"
+#include "tools/quorvane/view/report.h"
+
+namespace quorvane::tool {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string WholeLog() {
+  return LogOf(
+      kStart + kUploading +
+      Messages{"D [http] MULTIPART POST https://192.0.2.7/up1 file=/tmp/f",
+               "D [http] MULTIPART POST https://192.0.2.7/up1 -> HTTP 503",
+               "Upload HTTP status: 503",
+               "Upload response body: <b>busy\x1b[2J",
+               "W Upload returned 503, retrying with backoff",
+               "Retrying in 5s (attempt 1/3)"} +
+      kPolling + kCompleted + kRebooting + Messages{"Reboot HTTP status: 204"} +
+      kEnd);
+}
+
+TEST(Report, OfAnIncompleteLogNeverReportsSuccess) {
+  const std::string log = WholeLog();
+  const std::size_t summary = log.find("========== FIRMWARE UPDATE SUMMARY");
+  for (std::size_t length = 0; length < log.size(); ++length) {
+    const Report report = ReadReport(log.substr(0, length));
+    const bool is_done = report.verdict.outcome == Verdict::Outcome::kDone;
+    ASSERT_TRUE(!is_done || length > summary) << length;
+    ASSERT_THAT(report.verdict.next, Not(HasSubstr("[2024"))) << length;
+    ASSERT_THAT(TextReport(report, length % 90), HasSubstr("Outcome: "))
+        << length;
+    ASSERT_THAT(HtmlReport(report), testing::EndsWith("</html>\n")) << length;
+    ASSERT_TRUE(nlohmann::json::accept(JsonReport(report))) << length;
+  }
+  EXPECT_EQ(ReadReport(log).verdict.outcome, Verdict::Outcome::kDone);
+}
+
+TEST(Report, ShowsPhasesWaitsAndResponses) {
+  const Report report = ReadReport(WholeLog());
+  ASSERT_EQ(report.run.phases.size(), 4U);
+  const PhaseRow upload = RowOf(report.run.phases[1]);
+  EXPECT_EQ(upload.name, "Upload");
+  EXPECT_EQ(upload.requests, "2 requests, URI 1 of 2");
+  EXPECT_EQ(upload.responses, "503, 202");
+  EXPECT_EQ(upload.waited, 1);  // the log states 5, but its clock advances by 1
+  EXPECT_EQ(upload.result, "accepted");
+  EXPECT_THAT(RowOf(report.run.phases[2]).responses,
+              HasSubstr("Completed 100 %"));
+  EXPECT_EQ(report.run.phases[1].attempt, 2);
+}
+
+TEST(Report, ShowsTheLastOfSeveralRuns) {
+  const std::string once = LogOf(kStart + kUploading + kEnd);
+  const Report report = ReadReport(once + once + WholeLog());
+  EXPECT_EQ(report.run.earlier_runs, 2);
+  EXPECT_EQ(report.verdict.outcome, Verdict::Outcome::kDone);
+}
+
+TEST(Report, PageLoadsNothingAndEscapesMarkup) {
+  const std::string page = HtmlReport(ReadReport(
+      LogOf(kStart + kUploading +
+            Messages{"Upload HTTP status: 400",
+                     "Upload response body: <script>alert('1')</script>\x1b[2J",
+                     "W <img src=x onerror=y>"} +
+            kEnd)));
+  EXPECT_THAT(page, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(page, HasSubstr("base-uri 'none'; form-action 'none'"));
+  EXPECT_THAT(page, HasSubstr("prefers-color-scheme: dark"));
+  EXPECT_THAT(page, HasSubstr("&lt;script&gt;"));
+  for (const char* absent : {"<script", "<img", "\x1b", "src=\"", "href="}) {
+    EXPECT_THAT(page, Not(HasSubstr(absent)));
+  }
+}
+
+// A row: the log so far, and the live block 12 seconds later.
+TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
+  const auto block = [](const Messages& messages, std::size_t columns) {
+    const Report report = ReadReport(LogOf(messages));
+    return LiveBlock(report.run, 4, report.run.end + 12, columns);
+  };
+  const Messages retrying =
+      kStart + kUploading +
+      Messages{"Upload HTTP status: 503", "Retrying in 20s (attempt 2/3)"};
+  EXPECT_THAT(block(retrying, 80),
+              ElementsAre("Upload       URI 1 of 2, attempt 3 of 4  /up1",
+                          "next attempt in 8 s of 20 s", "elapsed 21 s"));
+  EXPECT_THAT(
+      block(kStart + kUploading + kPolling, 80),
+      ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
+                  "[################------------------------]  40 %  Running",
+                  "next poll in 18 s of 30 s", "elapsed 27 s"));
+  const Report begun = ReadReport(LogOf(kStart));
+  EXPECT_EQ(LiveBlock(begun.run, 4, begun.run.begin + 1e12, 80).back(),
+            "elapsed 11574074 d 1 h");
+  for (const std::string& line : block(retrying, 20)) {
+    EXPECT_LT(line.size(), 20U) << line;
+  }
+}
+
+}  // namespace
+}  // namespace quorvane::tool
