@@ -227,7 +227,7 @@ def use_a_terminal():
         try:
             while more := os.read(terminal, 65536):
                 shown += more
-                if not is_typed and b"Password of admin on " in shown:
+                if not is_typed and b"Password for admin on " in shown:
                     is_typed = os.write(terminal, b"password\n") > 0
         except OSError:  # EIO: the other side is closed
             pass

@@ -37,6 +37,18 @@ namespace {
 
 using Json = nlohmann::json;
 
+// Does not compile if a member is added, until the lists above have it too.
+[[maybe_unused]] void CheckMembers(const UpdateRequest& request,
+                                   const UpdateResponse& response,
+                                   const InventoryItem& item,
+                                   const ChassisInfo& info) {
+  [[maybe_unused]] const auto& [q1, q2, q3, q4, q5, q6, q7, q8, q9, q10] =
+      request;
+  [[maybe_unused]] const auto& [s1, s2, s3, s4, s5, s6, s7, s8] = response;
+  [[maybe_unused]] const auto& [i1, i2, i3, i4, i5] = item;
+  [[maybe_unused]] const auto& [c1, c2, c3] = info;
+}
+
 // A variant is [index of the alternative, value].
 template <typename... Types>
 Json VariantToJson(const std::variant<Types...>& value) {
