@@ -14,7 +14,7 @@
 
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
-#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/commands/commands.h"
 #include "tools/quorvane/completion.h"
 #include "tools/quorvane/worker/worker.h"
@@ -33,7 +33,7 @@ void EnsureStandardStreams() {
 }
 
 ExitCode PrintError(ExitCode code, std::string_view text) {
-  fmt::print(stderr, "quorvane: {}\n", Printable(text));
+  PrintMessage(text);
   return code;
 }
 
@@ -136,6 +136,8 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   AddInventoryCommand(*app, exit_code);
   AddChassisCommand(*app, exit_code);
   AddRulesCommands(*app, exit_code);
+  AddRestartCommand(*app, exit_code);
+  AddTrustCommand(*app, exit_code);
   AddReportCommand(*app, exit_code);
   AddSimulateCommand(*app, exit_code);
   for (CLI::App* command : app->get_subcommands({})) {

@@ -11,6 +11,7 @@ enum class ExitCode {
   kUsage = 2,        ///< Wrong usage, or an unusable rules file.
   kUnreachable = 3,  ///< The BMC did not respond or refused the login.
   kUnknown = 4,      ///< The outcome is unknown; check the server.
+  kNotRecorded = 5,  ///< Done, but the log or the result is incomplete.
   kInterrupted = 130,
 };
 

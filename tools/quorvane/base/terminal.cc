@@ -4,6 +4,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <string>
+
+#include "tools/quorvane/base/text.h"
+
 namespace quorvane::tool {
 
 std::size_t TerminalColumns() {
@@ -13,6 +18,11 @@ std::size_t TerminalColumns() {
   return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0
              ? size.ws_col
              : kDefaultColumns;
+}
+
+void PrintMessage(std::string_view text) {
+  const std::string line = "quorvane: " + Printable(text) + "\n";
+  std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 }  // namespace quorvane::tool

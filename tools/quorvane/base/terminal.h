@@ -3,12 +3,17 @@
 #define QUORVANE_TOOLS_QUORVANE_BASE_TERMINAL_H_
 
 #include <cstddef>
+#include <string_view>
 
 namespace quorvane::tool {
 
 /// The width of the terminal in columns; 0 if standard output is not a
 /// terminal.
 std::size_t TerminalColumns();
+
+/// Prints "quorvane: TEXT" as one line on standard error. A closed terminal or
+/// a full disk does not end the program.
+void PrintMessage(std::string_view text);
 
 }  // namespace quorvane::tool
 

@@ -51,7 +51,11 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
   log_path_ = log.path();
   log.Note("Run: " + subject_ + " of " + options_.bmc);
   ProblemCollector collector(log, problems_);
-  CallResult result = CallLibrary(std::move(call), options_.rules, collector);
+  Signals signals(Signals::OnHangup::kStop);
+  CallResult result =
+      CallLibrary(std::move(call),
+                  {.rules = options_.rules, .trust = ResolveTrust(options_)},
+                  signals, collector);
   switch (result.end) {
     case CallResult::End::kInterrupted:
       throw ToolError(ExitCode::kInterrupted,

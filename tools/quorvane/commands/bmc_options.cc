@@ -32,18 +32,6 @@ std::string AddressFault(const std::string& address) {
                     "[2001:db8::7]:8443";
 }
 
-// Replaces the name of a log level with its number. The text of
-// CLI::CheckedTransformer would list the numbers too, and accept them.
-std::string LevelNumber(std::string& name) {
-  constexpr std::array kNames = {"debug", "info", "warning", "error"};
-  const auto* const level = std::find(kNames.begin(), kNames.end(), name);
-  if (level == kNames.end()) {
-    return "use debug, info, warning or error, not " + name;
-  }
-  name = std::to_string(level - kNames.begin());
-  return {};
-}
-
 // A URI without a leading "/" would extend the host name.
 void RequirePaths(const Config& rules, const std::string& file) {
   for (const auto* uris :
@@ -63,6 +51,24 @@ void RequirePaths(const Config& rules, const std::string& file) {
 }
 
 }  // namespace
+
+// The text of CLI::CheckedTransformer would list the numbers too, and accept
+// them.
+std::function<std::string(std::string&)> ChoiceNumber(
+    std::vector<std::string> names) {
+  return [names = std::move(names)](std::string& name) {
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found != names.end()) {
+      name = std::to_string(found - names.begin());
+      return std::string();
+    }
+    std::string known = names.front();
+    for (std::size_t i = 1; i < names.size(); ++i) {
+      known += (i + 1 == names.size() ? " or " : ", ") + names[i];
+    }
+    return "use " + known + ", not " + name;
+  };
+}
 
 std::string UserFault(const std::string& user) {
   return user.find(':') == std::string::npos
@@ -86,13 +92,17 @@ void RejectPasswordArgument(CLI::App& command, const std::string& option) {
       ->group("");
 }
 
-void AddBmcOptions(CLI::App& command, BmcOptions& options) {
+void AddAddressOption(CLI::App& command, std::string& address) {
   command
-      .add_option("--bmc", options.bmc,
+      .add_option("--bmc", address,
                   "Address or host name of the BMC, with :PORT if needed")
       ->required()
       ->check(CLI::Validator(AddressFault, ""))
       ->type_name("ADDRESS");
+}
+
+void AddBmcOptions(CLI::App& command, BmcOptions& options) {
+  AddAddressOption(command, options.bmc);
   command.add_option("--user", options.user, "Account on the BMC")
       ->required()
       ->check(CLI::Validator(UserFault, ""))
@@ -117,11 +127,13 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
                   "file)")
       ->type_name("FILE");
   RejectPasswordArgument(command, "--password");
+  AddTrustOptions(command, options.trust_options);
   command
       .add_option("--log-level", options.log_level,
                   "Least severe level to log: debug (default), info, warning "
                   "or error")
-      ->transform(CLI::Validator(LevelNumber, ""))
+      ->transform(CLI::Validator(
+          ChoiceNumber({"debug", "info", "warning", "error"}), ""))
       ->type_name("LEVEL");
 }
 

@@ -3,11 +3,15 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "quorvane/config.h"
 #include "quorvane/logging.h"
 #include "tools/quorvane/base/cli_fwd.h"
+#include "tools/quorvane/commands/trust_options.h"
+#include "tools/quorvane/worker/protocol.h"
 
 namespace quorvane::tool {
 
@@ -20,10 +24,20 @@ struct BmcOptions {
   bool force = false;  ///< Accept rules that could send requests elsewhere.
   std::string log;     ///< Log file; empty: a private one.
   LogLevel log_level = LogLevel::DEBUG;  ///< The lowest level in `log`.
+  TrustOptions trust_options;
+  Trust trust = {};  ///< What `ResolveTrust` made of them.
 };
+
+/// Adds the option --bmc to `command`. `address` must outlive it.
+void AddAddressOption(CLI::App& command, std::string& address);
 
 /// Adds the options to `command`. `options` must outlive it.
 void AddBmcOptions(CLI::App& command, BmcOptions& options);
+
+/// A function for CLI::Validator: replaces one of `names` by its position, which
+/// CLI11 converts to an enumerator; rejects anything else.
+std::function<std::string(std::string&)> ChoiceNumber(
+    std::vector<std::string> names);
 
 /// Adds an option that no help page shows. Its error explains that a password
 /// must come from a file, and does not repeat the password.

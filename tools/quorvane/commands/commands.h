@@ -13,6 +13,8 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code);
 void AddInventoryCommand(CLI::App& app, ExitCode& exit_code);
 void AddChassisCommand(CLI::App& app, ExitCode& exit_code);
 void AddRulesCommands(CLI::App& app, ExitCode& exit_code);
+void AddRestartCommand(CLI::App& app, ExitCode& exit_code);
+void AddTrustCommand(CLI::App& app, ExitCode& exit_code);
 void AddReportCommand(CLI::App& app, ExitCode& exit_code);
 void AddSimulateCommand(CLI::App& app, ExitCode& exit_code);
 

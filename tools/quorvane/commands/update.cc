@@ -2,8 +2,10 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -12,22 +14,27 @@
 
 #include "logging/redact.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/sha256.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
 #include "tools/quorvane/commands/password.h"
-#include "tools/quorvane/run/run.h"
-#include "tools/quorvane/run/run_log.h"
-#include "tools/quorvane/run/verdict.h"
-#include "tools/quorvane/view/progress.h"
-#include "tools/quorvane/worker/library_process.h"
+#include "tools/quorvane/commands/run_session.h"
 
 namespace quorvane::tool {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Who requests the reboot after an update, and when.
+enum class RestartMode {
+  kSafe,   // the tool, unless it could do harm
+  kRules,  // the library, by the rules alone
+  kNever,
+};
 
 struct UpdateOptions {
   BmcOptions bmc;
@@ -39,37 +46,9 @@ struct UpdateOptions {
   bool verify_share_certificate = false;
   std::vector<std::string> targets;
   std::string result;
+  RestartMode restart = RestartMode::kSafe;
+  bool stop_on_hangup = false;
   bool quiet = false;
-};
-
-// Sends each log record to the log file, the run and the progress display.
-class RunMonitor : public CallListener {
- public:
-  RunMonitor(RunLog& log, Progress& progress)
-      : log_(log), progress_(progress) {}
-
-  void OnTick() override { progress_.OnTick(run()); }
-  void OnRecord(const Record& record) override {
-    log_.Keep(record);
-    const Event event = EventFrom(record);
-    builder_.Add(event);
-    progress_.OnEvent(event, run());
-  }
-  void AddEnd() {
-    builder_.Add({.kind = EventKind::kRunEnds, .time = run().end});
-  }
-  void AddInterruption() {
-    builder_.Add({.kind = EventKind::kInterrupted,
-                  .time = run().end,
-                  .text = "Interrupted"});
-    log_.Note("Interrupted by a signal");
-  }
-  [[nodiscard]] const Run& run() const { return builder_.run(); }
-
- private:
-  RunLog& log_;
-  Progress& progress_;
-  RunBuilder builder_;
 };
 
 std::string ImageFault(const std::string& uri) {
@@ -134,48 +113,6 @@ void PrintResponse(const UpdateResponse& response) {
   fmt::print("{}\n", Wrapped(line, TerminalColumns(), kIndent));
 }
 
-// The update is over, so an error is printed and changes nothing else.
-void SaveResponse(const std::string& path, const UpdateResponse& response) {
-  try {
-    WriteDocument(path, EscapedJson(UpdateResponseToJson(response)) + "\n");
-  } catch (const ToolError& error) {
-    fmt::print(stderr, "quorvane: {}\n", Printable(error.what()));
-  }
-}
-
-// The verdict on an update for which the library returned no result.
-Verdict JudgeAborted(const RunMonitor& monitor, std::string headline) {
-  Verdict verdict = JudgeRun(monitor.run(), std::nullopt);
-  verdict.outcome = Verdict::Outcome::kUnknown;
-  verdict.headline = std::move(headline);
-  return verdict;
-}
-
-Verdict JudgeCall(const CallResult& result, RunMonitor& monitor) {
-  switch (result.end) {
-    case CallResult::End::kInterrupted:
-      monitor.AddInterruption();
-      return JudgeRun(monitor.run(), std::nullopt);
-    case CallResult::End::kDied:
-      return JudgeAborted(monitor, fmt::format("The worker process failed: {}.",
-                                               result.reason));
-    case CallResult::End::kResponded:
-      break;
-  }
-  monitor.AddEnd();
-  if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
-    if (!monitor.run().phases.empty()) {
-      return JudgeAborted(monitor, error->message);
-    }
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot start the update: " + error->message);
-  }
-  const auto& response = std::get<UpdateResponse>(*result.response);
-  return JudgeRun(monitor.run(),
-                  LibraryRecord{.accepted = response.accepted,
-                                .reboot_accepted = response.reboot_performed});
-}
-
 void CheckImage(const UpdateOptions& options) {
   if (options.file.empty() == options.image.empty()) {
     throw ToolError(ExitCode::kUsage,
@@ -190,34 +127,177 @@ void CheckImage(const UpdateOptions& options) {
   }
 }
 
+std::string ImageText(const UpdateOptions& options) {
+  if (options.file.empty()) return RedactUri(options.image);
+  std::error_code unknown;
+  return fmt::format("{} ({} bytes, SHA-256 {})", options.file,
+                     fs::file_size(options.file, unknown),
+                     Sha256Of(options.file));
+}
+
+// A --target that the BMC does not list would be rejected after the upload, or
+// ignored.
+void RequireKnownTargets(const UpdateOptions& options,
+                         const std::optional<InventoryResult>& inventory) {
+  if (options.targets.empty() || options.bmc.force) return;
+  if (!inventory || !inventory->was_read) {
+    throw ToolError(ExitCode::kFailed,
+                    fmt::format("Cannot check --target: {} returned no firmware "
+                                "inventory. Use --force to update without the "
+                                "check.",
+                                options.bmc.bmc));
+  }
+  std::vector<std::string> known;
+  for (const InventoryItem& item : inventory->items) known.push_back(item.uri);
+  for (const std::string& target : options.targets) {
+    if (std::find(known.begin(), known.end(), target) != known.end()) continue;
+    const std::string closest = ClosestOf(known, target);
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot update {}: the inventory of {} does not contain "
+                    "it{}. Use a URI of `quorvane inventory --uris`, or "
+                    "--force.",
+                    target, options.bmc.bmc,
+                    closest.empty() ? std::string()
+                                    : "; did you mean " + closest + "?"));
+  }
+}
+
+// What the library returned for the update and for the reboot by the tool.
+struct Responses {
+  std::optional<UpdateResponse> update;
+  std::optional<UpdateResponse> reboot;
+};
+
+template <typename Result>
+std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
+  if (!response) return std::nullopt;
+  return std::get<Result>(*std::move(response));
+}
+
+std::optional<InventoryResult> ReadInventory(RunSession& session,
+                                             const UpdateRequest& request) {
+  auto inventory = ResultIn<InventoryResult>(
+      session.Call(InventoryCall{{.ip = request.bmc_ip,
+                                  .username = request.username,
+                                  .password = request.password}}));
+  return inventory;
+}
+
+// Requests the reboot, unless it could do harm.
+std::optional<UpdateResponse> Reboot(RunSession& session,
+                                     const UpdateOptions& options,
+                                     const Config& rules,
+                                     const UpdateRequest& request) {
+  const std::string harm = ReasonAgainstReboot(session.run());
+  const std::string reason =
+      !harm.empty()                              ? harm
+      : !rules.reboot_required                   ? "the rules require none"
+      : options.restart == RestartMode::kNever   ? "--restart is never"
+                                                 : std::string();
+  if (!reason.empty()) {
+    session.WithholdReboot(reason);
+    return std::nullopt;
+  }
+  return ResultIn<UpdateResponse>(
+      session.Call(RestartCall{{.ip = request.bmc_ip,
+                                .username = request.username,
+                                .password = request.password}}));
+}
+
+// Reads first, so that a BMC that does not respond, a refused login and a wrong
+// target are known before anything is changed.
+Responses MakeCalls(RunSession& session, const UpdateOptions& options,
+                    const Config& rules, UpdateRequest request) {
+  Responses responses;
+  if (!session.Probe()) return responses;
+  std::optional<InventoryResult> inventory = ReadInventory(session, request);
+  constexpr long kUnauthorized = 401;
+  if (session.MustStop() || session.run().login_refused == kUnauthorized) {
+    return responses;
+  }
+  RequireKnownTargets(options, inventory);
+  if (inventory && inventory->was_read) {
+    request.prefetched_inventory = std::move(inventory->items);
+  }
+  const bool by_rules = options.restart == RestartMode::kRules;
+  responses.update = ResultIn<UpdateResponse>(session.Call(
+      request, by_rules ? RebootBy::kLibrary : RebootBy::kTool));
+  if (by_rules || session.MustStop()) return responses;
+  responses.reboot = Reboot(session, options, rules, request);
+  return responses;
+}
+
+nlohmann::json RecordOf(const std::optional<UpdateResponse>& response) {
+  return response ? nlohmann::json::parse(UpdateResponseToJson(*response),
+                                          nullptr, false)
+                  : nlohmann::json();
+}
+
+std::string ResultDocument(const RunSession& session, const Verdict& verdict,
+                           const Responses& responses) {
+  const nlohmann::json json = {
+      {"bmc", session.run().Detail("BMC")},
+      {"verdict", NameOf(verdict.outcome)},
+      {"exit_code", static_cast<int>(ExitCodeOf(verdict.outcome))},
+      {"headline", verdict.headline},
+      {"cause", verdict.cause},
+      {"next", verdict.next},
+      {"record", RecordOf(responses.update)},
+      {"reboot", RecordOf(responses.reboot)},
+      {"log", session.log().path()}};
+  return EscapedJson(json.dump(2, ' ', false,
+                               nlohmann::json::error_handler_t::replace)) +
+         "\n";
+}
+
+// The update is over, so an error is printed and changes nothing else.
+bool SaveResult(const std::string& path, const std::string& document) {
+  try {
+    WriteDocument(path, document);
+    return true;
+  } catch (const ToolError& error) {
+    PrintMessage(error.what());
+    return false;
+  }
+}
+
+void RemoveOldResult(const std::string& path) {
+  CheckDocumentPath(path);
+  std::error_code unused;  // a file that stays is replaced at the end
+  if (fs::is_regular_file(path, unused)) fs::remove(path, unused);
+}
+
 ExitCode RunUpdate(UpdateOptions options) {
   options.image = ImageUriOf(options);
   CheckImage(options);
   const Config rules = LoadRules(options.bmc);
-  if (!options.result.empty()) CheckDocumentPath(options.result);
-  UpdateRequest request = RequestFrom(options);
-  RunLog log(options.bmc.log, options.bmc.log_level);
-  log.Note(fmt::format(
-      "Run: update of {} with {}", options.bmc.bmc,
-      options.file.empty() ? RedactUri(options.image) : options.file));
-  const auto progress =
-      MakeProgress(ChooseStyle(options.quiet), rules.max_retries + 1);
-  RunMonitor monitor(log, *progress);
-  const CallResult result =
-      CallLibrary(std::move(request), options.bmc.rules, monitor);
-  progress->Finish();
-  const Verdict verdict = JudgeCall(result, monitor);
-  log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
-                       verdict.headline));
-  fmt::print("{}", TextOf(verdict, TerminalColumns()));
-  if (result.response) {
-    if (const auto* response = std::get_if<UpdateResponse>(&*result.response)) {
-      PrintResponse(*response);
-      if (!options.result.empty()) SaveResponse(options.result, *response);
-    }
+  options.bmc.trust = ResolveTrust(options.bmc);
+  if (!options.result.empty()) RemoveOldResult(options.result);
+  const UpdateRequest request = RequestFrom(options);
+  RunSession session(
+      options.bmc,
+      {.title = fmt::format("update of {} with {}", options.bmc.bmc,
+                            options.file.empty() ? RedactUri(options.image)
+                                                 : options.file),
+       .image = ImageText(options),
+       .style = ChooseStyle(options.quiet),
+       .attempts = rules.max_retries + 1,
+       .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
+                                           : Signals::OnHangup::kContinue});
+  const Responses responses = MakeCalls(session, options, rules, request);
+  const Verdict verdict = session.Finish();
+  bool is_complete = session.log().IsComplete();
+  if (!options.result.empty()) {
+    const std::string document = ResultDocument(session, verdict, responses);
+    is_complete = SaveResult(options.result, document) && is_complete;
   }
-  fmt::print("Log:     {}\n", Printable(log.path()));
-  return ExitCodeOf(verdict.outcome);
+  fmt::print("{}", TextOf(verdict, options.bmc.bmc, TerminalColumns()));
+  if (responses.update) PrintResponse(*responses.update);
+  fmt::print("Log:     {}\n", Printable(session.log().path()));
+  const ExitCode code = ExitCodeOf(verdict.outcome);
+  return code == ExitCode::kDone && !is_complete ? ExitCode::kNotRecorded
+                                                 : code;
 }
 
 void AddImageOptions(CLI::App& command, UpdateOptions& options) {
@@ -278,6 +358,17 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
       ->add_option("--result", options->result,
                    "Write the result to this file, as JSON")
       ->type_name("FILE");
+  command
+      ->add_option("--restart", options->restart,
+                   "Reboot the system: safe (default; not if it could do "
+                   "harm), rules (as the rules file says) or never")
+      ->transform(CLI::Validator(ChoiceNumber({"safe", "rules", "never"}), ""))
+      ->type_name("MODE");
+  command->add_flag("--stop-on-hangup", options->stop_on_hangup,
+                    "Stop if the terminal is closed; the default is to "
+                    "continue without a display");
+  command->add_flag("--no-download", options->bmc.trust.forbids_download,
+                    "Never download the image of --image to upload it");
   command->add_flag("--quiet", options->quiet,
                     "Show only warnings and the outcome");
   command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });

@@ -113,6 +113,10 @@ void ReadTaskBody(std::string_view rest, Event& event) {
   event.text = TextAfter(rest, kResponseBody.text);
 }
 
+void ReadElapsed(std::string_view rest, Event& event) {
+  event.elapsed = LeadingNumber<double>(rest).value_or(-1);
+}
+
 void ReadPercent(std::string_view rest, Event& event) {
   event.percent = IntOr(rest, -1);
 }
@@ -130,8 +134,29 @@ using enum EventKind;
 // The messages of the tool and the library, by their start.
 constexpr std::array kPatterns = {
     Pattern{"tool", "Run: ", kRunTitle, Phase::kNone, ReadText},
+    Pattern{"tool", "BMC: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "User: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Image: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Rules: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Tool: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Started: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Certificate check: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Elapsed: ", kElapsed, Phase::kNone, ReadElapsed},
+    Pattern{"tool", "The request was not sent", kRequestNotSent, Phase::kNone,
+            IgnoreRest},
+    Pattern{"tool", "The request was sent", kBodySent, Phase::kNone,
+            IgnoreRest},
+    Pattern{"tool", "No response: ", kRequestFailed, Phase::kNone, ReadText},
+    Pattern{"tool", "Login refused (HTTP ", kLoginRefused, Phase::kNone,
+            ReadStatus},
+    Pattern{"tool", "No reboot: ", kRebootWithheld, Phase::kNone, ReadText},
     Pattern{"tool", "Interrupted", kInterrupted, Phase::kNone, IgnoreRest},
-    Pattern{"tool", "Outcome: ", kRunEnds, Phase::kNone, ReadText},
+    Pattern{"tool", "Worker process failed: ", kWorkerDied, Phase::kNone,
+            ReadText},
+    Pattern{"tool", "Finished", kFinished, Phase::kNone, IgnoreRest},
+    Pattern{"tool", "Outcome: ", kOutcome, Phase::kNone, ReadText},
+    Pattern{"tool", "Cause: ", kCause, Phase::kNone, ReadText},
+    Pattern{"tool", "Next: ", kNextStep, Phase::kNone, ReadText},
     Pattern{"logger", "=== Logger shutdown", kRunEnds, Phase::kNone,
             IgnoreRest},
     Pattern{"inventory", "========== INVENTORY FETCH START", kPhaseBegins,
@@ -255,6 +280,10 @@ const char* NameOf(EventKind kind) {
       return "other";
     case kRunTitle:
       return "run_title";
+    case kRunDetail:
+      return "run_detail";
+    case kElapsed:
+      return "elapsed";
     case kUpdateBegins:
       return "update_begins";
     case kPhaseBegins:
@@ -265,6 +294,10 @@ const char* NameOf(EventKind kind) {
       return "request_sent";
     case kResponseReceived:
       return "response_received";
+    case kRequestNotSent:
+      return "request_not_sent";
+    case kBodySent:
+      return "body_sent";
     case kRequestFailed:
       return "request_failed";
     case kStatus:
@@ -305,10 +338,22 @@ const char* NameOf(EventKind kind) {
       return "uploads_rejected";
     case kRebootSkipped:
       return "reboot_skipped";
+    case kRebootWithheld:
+      return "reboot_withheld";
     case kRunEnds:
       return "run_ends";
+    case kFinished:
+      return "finished";
     case kInterrupted:
       return "interrupted";
+    case kWorkerDied:
+      return "worker_died";
+    case kOutcome:
+      return "outcome";
+    case kCause:
+      return "cause";
+    case kNextStep:
+      return "next_step";
     case kProblem:
       return "problem";
   }
@@ -341,6 +386,11 @@ const char* NameOf(Phase phase) {
   return "";
 }
 
+bool SendsImage(Phase phase) {
+  return phase == Phase::kUpload || phase == Phase::kBinaryUpload ||
+         phase == Phase::kSimpleUpdate;
+}
+
 Event EventFrom(const Record& record) {
   Event event{.kind = record.level >= LogLevel::WARNING ? kProblem : kOther,
               .time = record.time,
@@ -360,6 +410,9 @@ Event EventFrom(const Record& record) {
     event.kind = pattern.kind;
     event.phase = pattern.phase;
     pattern.read(message.substr(pattern.prefix.size()), event);
+    if (event.kind == kRunDetail) {
+      event.name = pattern.prefix.substr(0, pattern.prefix.find(':'));
+    }
     break;
   }
   return event;
@@ -387,6 +440,7 @@ nlohmann::json ToJson(const Event& event) {
     if (number >= 0) json[name] = number;
   };
   if (event.phase != Phase::kNone) json["phase"] = NameOf(event.phase);
+  add_text("name", event.name);
   add_text("verb", event.verb);
   add_text("uri", event.uri);
   add_text("state", event.state);
@@ -395,6 +449,7 @@ nlohmann::json ToJson(const Event& event) {
   add_number("count", event.count);
   add_number("seconds", event.seconds);
   add_number("percent", event.percent);
+  if (event.elapsed >= 0) json["elapsed"] = event.elapsed;
   add_text("text", event.text);
   return json;
 }

@@ -17,11 +17,16 @@ namespace quorvane::tool {
 enum class EventKind {
   kOther,              ///< Nothing that a user needs to see.
   kRunTitle,           ///< The tool's first record: `text` names the run.
+  kRunDetail,          ///< `text` is the value of `name`, e.g. the BMC.
+  kElapsed,            ///< `elapsed` seconds after the start, by a clock that
+                       ///< cannot be set.
   kUpdateBegins,       ///< An update starts.
   kPhaseBegins,        ///< `phase`; `count` URIs to try.
   kAttemptBegins,      ///< Request to `uri`, number `index` of `count`.
   kRequestSent,        ///< `verb` and `uri` (debug level only).
   kResponseReceived,   ///< `status` (debug level only).
+  kRequestNotSent,     ///< The request that fails next reached no peer.
+  kBodySent,           ///< The last byte of the request was sent.
   kRequestFailed,      ///< No response; `text` is the reason.
   kStatus,             ///< The request of the phase got `status`.
   kBody,               ///< `text` is the body of that response.
@@ -42,8 +47,14 @@ enum class EventKind {
   kInventoryRead,      ///< `count` items.
   kUploadsRejected,    ///< The BMC accepted no upload.
   kRebootSkipped,      ///< The rules require no reboot.
-  kRunEnds,            ///< Nothing follows.
+  kRebootWithheld,     ///< The tool requests no reboot; `text` is the reason.
+  kRunEnds,            ///< The library ends its log of the call.
+  kFinished,           ///< The tool makes no more calls; its verdict follows.
   kInterrupted,        ///< The tool was interrupted.
+  kWorkerDied,         ///< The library process failed; `text` is the reason.
+  kOutcome,            ///< The tool's verdict: "done. ..."
+  kCause,              ///< What the verdict rests on.
+  kNextStep,           ///< What the operator can do.
   kProblem,            ///< Any other warning or error.
 };
 
@@ -62,6 +73,10 @@ enum class Phase {
 /// The name for users, e.g. "Upload".
 const char* NameOf(Phase phase);
 
+/// Whether the requests of the phase transfer the image: an upload, or the
+/// request that the BMC downloads it.
+bool SendsImage(Phase phase);
+
 /// One record, understood. The kind decides which fields are set; the others
 /// keep their initial values.
 struct Event {
@@ -71,6 +86,7 @@ struct Event {
   std::string stamp = {};
   LogLevel level = LogLevel::INFO;
   std::string text = {};  ///< The message, or the part that the kind names.
+  std::string name = {};
   std::string verb = {};
   std::string uri = {};
   std::string state = {};
@@ -79,6 +95,7 @@ struct Event {
   int count = -1;
   int seconds = -1;
   int percent = -1;
+  double elapsed = -1;
 };
 
 /// Never fails: an unknown message is `kOther`, or `kProblem` from a warning

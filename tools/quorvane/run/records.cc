@@ -8,6 +8,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <utility>
 
 namespace quorvane::tool {
@@ -113,6 +114,19 @@ class LogSplitter {
 };
 
 }  // namespace
+
+std::string ZonedStampNow() {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%S%z}",
+                     fmt::localtime(std::time(nullptr)));
+}
+
+double MonotonicSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  constexpr double kNanoseconds = 1e9;
+  return static_cast<double>(now.tv_sec) +
+         static_cast<double>(now.tv_nsec) / kNanoseconds;
+}
 
 std::string StampNow() {
   using std::chrono::system_clock;

@@ -21,8 +21,8 @@ namespace quorvane::tool {
 
 /// One message of the log.
 struct Record {
-  double time = 0;         ///< Seconds of local time; only differences are
-                           ///< meaningful.
+  double time = 0;         ///< Seconds of a clock; only differences are
+                           ///< meaningful. Of a log: local time.
   std::string stamp = {};  ///< "2024-05-01 13:07:09.042"
   LogLevel level = LogLevel::INFO;
   std::string component = {};  ///< E.g. "update"; empty if there is none.
@@ -34,6 +34,13 @@ constexpr const char* kToolComponent = "tool";
 
 /// The current time in the format of a record.
 std::string StampNow();
+
+/// The same with the offset from UTC: "2024-05-01T13:07:09+0200" (ISO 8601).
+std::string ZonedStampNow();
+
+/// Seconds of a clock that cannot be set, and that continues while the computer
+/// sleeps.
+double MonotonicSeconds();
 
 /// A stamp as `Record::time`.
 double SecondsOf(std::string_view stamp);

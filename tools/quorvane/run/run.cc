@@ -2,13 +2,11 @@
 #include "tools/quorvane/run/run.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
+#include <array>
 #include <utility>
 
 namespace quorvane::tool {
 namespace {
-
-using Json = nlohmann::json;
 
 // Phases whose request the BMC accepts or rejects.
 bool NeedsAcceptance(Phase phase) {
@@ -17,67 +15,17 @@ bool NeedsAcceptance(Phase phase) {
          phase == Phase::kReboot;
 }
 
-bool SendsImage(Phase phase) {
-  return phase == Phase::kUpload || phase == Phase::kBinaryUpload ||
-         phase == Phase::kSimpleUpdate;
-}
-
-std::string TextMember(const Json& object, const char* name) {
-  if (!object.is_object()) return {};
-  const auto member = object.find(name);
-  return member != object.end() && member->is_string()
-             ? member->get<std::string>()
-             : std::string();
-}
-
-const Json& Member(const Json& object, const char* name) {
-  static const Json nothing;
-  if (!object.is_object()) return nothing;
-  const auto member = object.find(name);
-  return member != object.end() ? *member : nothing;
-}
-
-// More than a user reads, and little enough to search for repeats.
-constexpr std::size_t kMaxTextBytes = 4096;
-
-void AppendText(std::string& text, const std::string& more) {
-  if (text.size() > kMaxTextBytes || more.empty() ||
-      text.find(more) != std::string::npos) {
-    return;
-  }
-  if (!text.empty()) text += ' ';
-  text += more.substr(0, kMaxTextBytes);
-}
-
-void AppendMessages(std::string& text, const Json& messages) {
-  if (!messages.is_array()) return;
-  for (const Json& message : messages) {
-    const std::string own = TextMember(message, "Message");
-    AppendText(text, own.empty() ? TextMember(message, "MessageId") : own);
-  }
+// Reasons of libcurl for which no request leaves the host.
+bool WasNeverConnected(const std::string& reason) {
+  constexpr std::array kReasons = {"Couldn't connect to server",
+                                   "Couldn't resolve host name",
+                                   "SSL connect error"};
+  return std::any_of(kReasons.begin(), kReasons.end(), [&](const char* one) {
+    return reason.find(one) != std::string::npos;
+  });
 }
 
 }  // namespace
-
-std::string ErrorText(const std::string& body) {
-  const Json response = Json::parse(body, nullptr, false);
-  if (response.is_discarded()) {
-    constexpr std::size_t kMaxBytes = 200;
-    return body.substr(0, kMaxBytes);
-  }
-  const Json& error = Member(response, "error");
-  std::string text = TextMember(error, "message");
-  AppendMessages(text, Member(error, "@Message.ExtendedInfo"));
-  AppendMessages(text, Member(response, "@Message.ExtendedInfo"));
-  AppendText(text, TextMember(response, "Message"));
-  return text;
-}
-
-std::string TaskMessages(const std::string& body) {
-  std::string text;
-  AppendMessages(text, Member(Json::parse(body, nullptr, false), "Messages"));
-  return text;
-}
 
 const PhaseRun* Run::Last(Phase phase) const {
   const auto found =
@@ -86,10 +34,11 @@ const PhaseRun* Run::Last(Phase phase) const {
   return found == phases.rend() ? nullptr : &*found;
 }
 
-bool Run::WasAccepted() const {
-  return std::any_of(phases.begin(), phases.end(), [](const PhaseRun& one) {
-    return SendsImage(one.phase) && one.result == PhaseResult::kAccepted;
-  });
+std::string Run::Detail(std::string_view name) const {
+  const auto found =
+      std::find_if(details.begin(), details.end(),
+                   [name](const auto& one) { return one.first == name; });
+  return found == details.end() ? std::string() : found->second;
 }
 
 // A table of all kinds of events, which the compiler checks for missing ones.
@@ -106,40 +55,70 @@ void RunBuilder::Add(const Event& event) {
       BeginRun(event);
       run_.title = event.text;
       return;
+    case EventKind::kRunDetail:
+      run_.details.emplace_back(event.name, event.text);
+      return;
     case EventKind::kUpdateBegins:
-      if (run_.is_update || !run_.phases.empty()) BeginRun(event);
+      if (run_.is_update || (run_.title.empty() && !run_.phases.empty())) {
+        BeginRun(event);
+      }
       run_.is_update = true;
       return;
+    case EventKind::kElapsed:
+      return;
+    case EventKind::kWorkerDied:
+      run_.worker_failure = event.text;
+      return;
+    case EventKind::kOutcome:
+      run_.verdict = LoggedVerdict{.outcome = event.text};
+      return;
+    case EventKind::kCause:
+      if (run_.verdict) run_.verdict->cause = event.text;
+      return;
+    case EventKind::kNextStep:
+      if (run_.verdict) run_.verdict->next = event.text;
+      return;
     case EventKind::kInterrupted:
-      run_.was_interrupted = true;
-      return;
+      return Interrupt(event);
     case EventKind::kRunEnds:
-      EndPhase(event.time);
-      ResolveRequest(PhaseResult::kRejected);
-      run_.is_complete = true;
+      // A run of the tool makes several calls of the library.
+      if (run_.title.empty()) EndRun(event);
       return;
+    case EventKind::kFinished:
+      return EndRun(event);
     case EventKind::kPhaseBegins:
       return BeginPhase(event.phase, event);
     case EventKind::kAttemptBegins:
       return AddAttempt(event);
     case EventKind::kRequestSent:
       return AddRequest(event);
+    case EventKind::kRequestNotSent:
+      if (ChangeRequest* request = CurrentRequest()) {
+        request->fate = ChangeRequest::Fate::kNotSent;
+      }
+      return;
+    case EventKind::kBodySent:
+      if (Span* span = CurrentSpan()) span->is_sent = true;
+      return;
     case EventKind::kResponseReceived:
       run_.any_response = true;
       return CloseSpan(event.time, event.status);
     case EventKind::kRequestFailed:
-      run_.transfer_failure = event.text;
-      CloseSpan(event.time, 0);
-      return AddRemark(event);
+      return AddFailure(event);
     case EventKind::kStatus:
       return AddStatus(event);
     case EventKind::kBody:
-      return AddRejectionText(event.text);
+      return AddBody(event.text);
     case EventKind::kWaitBegins:
       CurrentPhase().attempt = event.index + 1;
+      // Without debug records, nothing shows when the wait ends.
+      PlanRequest(CurrentPhase().uri, has_requests_
+                                          ? ChangeRequest::Fate::kPlanned
+                                          : ChangeRequest::Fate::kSending);
       return OpenSpan(Span::Kind::kRetryWait, event);
     case EventKind::kLoginRefused:
       run_.login_refused = event.status;
+      run_.any_response = true;
       CurrentPhase().result = PhaseResult::kRejected;
       return AddRemark(event);
     case EventKind::kInventoryRead:
@@ -150,13 +129,15 @@ void RunBuilder::Add(const Event& event) {
       CurrentPhase().result = PhaseResult::kRejected;
       return;
     case EventKind::kNoTask:
-      run_.has_no_task = true;
       CurrentPhase().result = PhaseResult::kAccepted;
       return;
     case EventKind::kRebootSkipped:
       ResolveRequest(PhaseResult::kAccepted);
       EndPhase(event.time);
       run_.reboot_skipped = true;
+      return;
+    case EventKind::kRebootWithheld:
+      run_.reboot_withheld = event.text;
       return;
     case EventKind::kTaskBegins:
       return BeginPhase(Phase::kTask, event);
@@ -167,13 +148,12 @@ void RunBuilder::Add(const Event& event) {
       return AddPoll(event);
     case EventKind::kPollFailed:
       CloseSpan(event.time, event.status);
+      CurrentPhase().failed_poll = event.status;
       return AddRemark(event);
     case EventKind::kTaskState:
       return AddTaskState(event);
     case EventKind::kTaskBody:
-      if (std::string text = TaskMessages(event.text); !text.empty()) {
-        run_.task_messages = std::move(text);
-      }
+      CurrentPhase().report = ReadTask(event.text);
       return;
     case EventKind::kTaskSucceeded:
       return EndTask(event, PhaseResult::kSucceeded);
@@ -186,6 +166,22 @@ void RunBuilder::Add(const Event& event) {
     case EventKind::kTaskNotFoundEarly:
       return EndTask(event, PhaseResult::kNotFoundEarly);
   }
+}
+
+void RunBuilder::Interrupt(const Event& event) {
+  run_.was_interrupted = true;
+  if (run_.phases.empty()) return;
+  CloseSpan(event.time, -1);
+  PhaseRun& last = run_.phases.back();
+  if (last.result == PhaseResult::kOpen) {
+    last.result = PhaseResult::kInterrupted;
+  }
+}
+
+void RunBuilder::EndRun(const Event& event) {
+  EndPhase(event.time);
+  ResolveRequest(PhaseResult::kRejected);
+  run_.is_complete = true;
 }
 
 // The first record after a poll is the state, which the BMC chooses: it may
@@ -233,8 +229,6 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
     ResolveRequest(follows_success ? PhaseResult::kAccepted
                                    : PhaseResult::kRejected);
   }
-  // A rejection before a success is not the cause of a later failure.
-  if (follows_success) run_.first_rejection.reset();
   EndPhase(event.time);
   PhaseRun begun{.phase = phase,
                  .task_of = phase == Phase::kTask ? task_of : Phase::kNone,
@@ -329,10 +323,15 @@ void RunBuilder::AddAttempt(const Event& event) {
   phase.uri_index = event.index;
   phase.uri_count = event.count;
   phase.attempt = 1;
+  PlanRequest(event.uri, ChangeRequest::Fate::kSending);
   OpenSpan(Span::Kind::kRequest, event);
 }
 
 void RunBuilder::AddRequest(const Event& event) {
+  has_requests_ = true;
+  if (ChangeRequest* request = CurrentRequest()) {
+    request->fate = ChangeRequest::Fate::kSending;
+  }
   Span* open = CurrentSpan();
   if (open == nullptr || open->kind != Span::Kind::kRequest ||
       !open->verb.empty()) {
@@ -352,6 +351,7 @@ void RunBuilder::AddPoll(const Event& event) {
 void RunBuilder::AddTaskState(const Event& event) {
   run_.any_response = true;
   CloseSpan(event.time, 200);
+  CurrentPhase().failed_poll = -1;
   PhaseRun& task = CurrentPhase();
   task.task.push_back({event.time, event.percent, event.state});
   task.end = event.time;
@@ -374,32 +374,51 @@ void RunBuilder::AddStatus(const Event& event) {
   if (is_success && phase.phase == Phase::kReboot) {
     phase.result = PhaseResult::kAccepted;
   }
-  // A missing endpoint is the cause only if there is no other rejection.
-  const bool is_rejection = event.status >= 400;
-  const bool outranks =
-      !run_.first_rejection || ((run_.first_rejection->status == 404 ||
-                                 run_.first_rejection->status == 405) &&
-                                event.status != 404 && event.status != 405);
-  if (is_rejection && outranks && phase.phase != Phase::kInventory) {
-    run_.first_rejection = Rejection{.phase = phase.phase,
-                                     .uri = phase.uri,
-                                     .status = event.status,
-                                     .text = {}};
+  ChangeRequest* request = CurrentRequest();
+  if (request == nullptr) return;
+  request->status = event.status;
+  if (event.status > 0) {
+    request->fate = ChangeRequest::Fate::kAnswered;
+  } else if (request->fate == ChangeRequest::Fate::kSending) {
+    request->fate = ChangeRequest::Fate::kNoResponse;
   }
 }
 
-// The body belongs to the last rejection, not to another one.
-void RunBuilder::AddRejectionText(const std::string& body) {
-  PhaseRun& phase = CurrentPhase();
-  const auto last = std::find_if(
-      phase.spans.rbegin(), phase.spans.rend(),
-      [](const Span& one) { return one.kind == Span::Kind::kRequest; });
-  if (!run_.first_rejection || last == phase.spans.rend()) return;
-  Rejection& rejection = *run_.first_rejection;
-  if (rejection.text.empty() && rejection.phase == phase.phase &&
-      rejection.uri == phase.uri && rejection.status == last->status) {
-    rejection.text = ErrorText(body);
+void RunBuilder::AddBody(const std::string& body) {
+  ChangeRequest* request = CurrentRequest();
+  if (request != nullptr && request->status >= 400) {
+    request->text = ErrorText(body);
   }
+}
+
+void RunBuilder::AddFailure(const Event& event) {
+  run_.transfer_failure = event.text;
+  CloseSpan(event.time, 0);
+  AddRemark(event);
+  ChangeRequest* request = CurrentRequest();
+  if (request == nullptr || request->fate == ChangeRequest::Fate::kAnswered) {
+    return;
+  }
+  request->text = event.text;
+  if (request->fate != ChangeRequest::Fate::kNotSent) {
+    request->fate = WasNeverConnected(event.text)
+                        ? ChangeRequest::Fate::kNotSent
+                        : ChangeRequest::Fate::kNoResponse;
+  }
+}
+
+// The last request of the current phase, if it is one that changes the BMC.
+ChangeRequest* RunBuilder::CurrentRequest() {
+  if (run_.requests.empty() || run_.phases.empty()) return nullptr;
+  ChangeRequest& last = run_.requests.back();
+  return last.phase == run_.phases.back().phase ? &last : nullptr;
+}
+
+void RunBuilder::PlanRequest(const std::string& uri,
+                             ChangeRequest::Fate fate) {
+  const Phase phase = CurrentPhase().phase;
+  if (!NeedsAcceptance(phase)) return;
+  run_.requests.push_back({.phase = phase, .uri = uri, .fate = fate});
 }
 
 }  // namespace quorvane::tool

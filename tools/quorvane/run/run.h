@@ -5,8 +5,11 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "tools/quorvane/run/bmc_text.h"
 #include "tools/quorvane/run/events.h"
 
 namespace quorvane::tool {
@@ -24,6 +27,7 @@ struct Span {
   std::string verb = {};    ///< Of a request, at debug level.
   std::string uri = {};
   long status = -1;  ///< 0: no response; -1: not known yet.
+  bool is_sent = false;  ///< Of a request: its last byte was sent.
 };
 
 /// A decision or a problem.
@@ -50,6 +54,7 @@ enum class PhaseResult {
   kNotFoundEarly,  ///< A task disappeared (404) below 50 %.
   kTimedOut,       ///< The last poll is over.
   kRejected,       ///< Every URI rejected the request.
+  kInterrupted,    ///< The tool was interrupted.
 };
 
 /// A phase, possibly unfinished.
@@ -67,38 +72,66 @@ struct PhaseRun {
   std::vector<Span> spans = {};
   std::vector<Remark> remarks = {};
   std::vector<TaskPoint> task = {};
+  TaskReport report = {};  ///< From the last poll that returned the task.
+  long failed_poll = -1;   ///< Status of the last poll, if it failed; 0: none.
 };
 
-/// The first rejection by the BMC: the cause of what follows.
-struct Rejection {
+/// A request that can change the BMC: upload, SimpleUpdate, activation, reboot.
+struct ChangeRequest {
+  enum class Fate {
+    kPlanned,     ///< Not sent: a wait before it did not end.
+    kNotSent,     ///< No byte of it reached the BMC.
+    kSending,     ///< Sent, at least in part; what follows is not known.
+    kNoResponse,  ///< Sent, at least in part, but the response was lost.
+    kAnswered,    ///< The BMC responded with `status`.
+  };
   Phase phase = Phase::kNone;
   std::string uri = {};
-  long status = 0;
-  std::string text = {};  ///< The reason that the BMC states; may be empty.
+  Fate fate = Fate::kPlanned;
+  long status = -1;
+  std::string text = {};  ///< The reason that the BMC or libcurl states.
+
+  [[nodiscard]] bool WasAccepted() const {
+    return fate == Fate::kAnswered && status >= 200 && status < 300;
+  }
+  /// Whether the BMC may have acted on it.
+  [[nodiscard]] bool IsInDoubt() const {
+    return fate == Fate::kSending || fate == Fate::kNoResponse;
+  }
+};
+
+/// How the verdict of the tool reads in its log.
+struct LoggedVerdict {
+  std::string outcome = {};  ///< "done. The update is done; ..."
+  std::string cause = {};
+  std::string next = {};
 };
 
 struct Run {
   std::string title = {};  ///< What the tool does, if it logged that.
+  /// What the tool logged about the run, e.g. {"BMC", "192.0.2.7"}.
+  std::vector<std::pair<std::string, std::string>> details = {};
   bool is_update = false;
   bool is_complete = false;  ///< The log contains its end.
   bool was_interrupted = false;
-  bool reboot_skipped = false;
-  bool has_no_task = false;  ///< Accepted, but no task to poll.
-  int earlier_runs = 0;      ///< In the same log.
+  std::string worker_failure = {};  ///< Why the worker process died.
+  bool reboot_skipped = false;      ///< By the rules.
+  std::string reboot_withheld = {};  ///< Why the tool requested no reboot.
+  int earlier_runs = 0;              ///< In the same log.
   int items_read = -1;
   long login_refused = 0;  ///< 401 or 403
   bool any_response = false;
   std::string transfer_failure =
       {};  ///< Why the last failed request got no response.
-  std::string task_messages = {};  ///< The last messages of the task.
-  std::optional<Rejection> first_rejection = {};
+  std::vector<ChangeRequest> requests = {};
   std::vector<PhaseRun> phases = {};
+  std::optional<LoggedVerdict> verdict = {};  ///< If the tool logged it.
   double begin = 0;
   double end = 0;
 
   [[nodiscard]] const PhaseRun* Last(Phase phase) const;
-  /// Whether the BMC accepted an upload or a SimpleUpdate.
-  [[nodiscard]] bool WasAccepted() const;
+  /// The value of a detail; empty if the log does not contain it.
+  [[nodiscard]] std::string Detail(std::string_view name) const;
 };
 
 /// Builds a run, event by event.
@@ -110,13 +143,16 @@ class RunBuilder {
  private:
   EventKind KindOf(const Event& event);
   void BeginRun(const Event& event);
+  void EndRun(const Event& event);
+  void Interrupt(const Event& event);
   void BeginPhase(Phase phase, const Event& event);
   void EndPhase(double time);
   void ResolveRequest(PhaseResult result);
   void AddAttempt(const Event& event);
   void AddRequest(const Event& event);
   void AddStatus(const Event& event);
-  void AddRejectionText(const std::string& body);
+  void AddBody(const std::string& body);
+  void AddFailure(const Event& event);
   void AddPoll(const Event& event);
   void AddTaskState(const Event& event);
   void EndTask(const Event& event, PhaseResult result);
@@ -125,18 +161,13 @@ class RunBuilder {
   void CloseSpan(double time, long status);
   Span* CurrentSpan();
   PhaseRun& CurrentPhase();
+  ChangeRequest* CurrentRequest();
+  void PlanRequest(const std::string& uri, ChangeRequest::Fate fate);
 
   Run run_;
+  bool has_requests_ = false;  // the log contains debug records
   bool awaits_state_ = false;  // a poll has begun and got no state yet
 };
-
-/// The reasons in a Redfish error response (DSP0266, "Error responses"):
-/// error.message and the messages of @Message.ExtendedInfo. Of a body that is
-/// not JSON, its beginning.
-std::string ErrorText(const std::string& body);
-
-/// The messages of a task resource (DSP2046, Task, Messages).
-std::string TaskMessages(const std::string& body);
 
 }  // namespace quorvane::tool
 

@@ -3,15 +3,18 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
 
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 
 namespace quorvane::tool {
@@ -34,6 +37,7 @@ Descriptor OpenLog(std::string& path) {
 RunLog::RunLog(std::string path, LogLevel level)
     : path_(std::move(path)), level_(level), file_(OpenLog(path_)) {
   if (file_.IsOpen()) {
+    RequireNoOtherRun();
     EndEarlierRun();
     return;
   }
@@ -44,6 +48,16 @@ RunLog::RunLog(std::string path, LogLevel level)
                   path_, std::generic_category().message(errno)));
 }
 
+void RunLog::RequireNoOtherRun() const {
+  if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+    return;
+  }
+  throw ToolError(ExitCode::kUsage,
+                  fmt::format("Cannot write the log {}: another run writes to "
+                              "it. Use a log of its own for each run.",
+                              path_));
+}
+
 // The last line of an earlier run may be incomplete.
 void RunLog::EndEarlierRun() {
   struct stat found {};
@@ -51,7 +65,19 @@ void RunLog::EndEarlierRun() {
 }
 
 void RunLog::Keep(const Record& record) {
-  if (record.level >= level_) Write(LoggedForm(record));
+  if (record.level < level_ && record.component != kToolComponent) return;
+  // Without these seconds, a clock that is set would falsify all durations.
+  const double error = SecondsOf(record.stamp) - clock_begin_ -
+                       (MonotonicSeconds() - begin_);
+  if (std::abs(error - clock_error_) > 1) {
+    clock_error_ = error;
+    NoteElapsed();
+  }
+  Write(LoggedForm(record));
+}
+
+void RunLog::NoteElapsed() {
+  Note(fmt::format("Elapsed: {:.3f} s", MonotonicSeconds() - begin_));
 }
 
 void RunLog::Note(std::string_view text) {
@@ -63,11 +89,10 @@ void RunLog::Note(std::string_view text) {
 void RunLog::Write(std::string_view bytes) {
   if (is_full_ || WriteAll(file_.get(), bytes)) return;
   is_full_ = true;
-  fmt::print(
-      stderr,
-      "quorvane: Cannot write the log {} any more: {}. The run continues "
-      "without it.\n",
-      Printable(path_), std::generic_category().message(errno));
+  PrintMessage(
+      fmt::format("Cannot write the log {} any more: {}. The run continues "
+                  "without it.",
+                  path_, std::generic_category().message(errno)));
 }
 
 }  // namespace quorvane::tool

@@ -11,23 +11,30 @@
 
 namespace quorvane::tool {
 
-/// The log file of a run: the library's records from a level up, and the first
-/// and last record by the tool. See records.h for the format.
+/// The log file of a run: the library's records from a level up, and all records
+/// of the tool. See records.h for the format.
 class RunLog {
  public:
   /// @param path   Appended to, mode 0600 if it is new; empty: a new private
   ///               temporary file.
   /// @param level  The lowest level that is written.
-  /// @throws ToolError if the file cannot be opened.
+  /// @throws ToolError if the file cannot be opened, or if another run writes
+  /// to it.
   RunLog(std::string path, LogLevel level);
 
   void Keep(const Record& record);
   /// Writes a record of the component "tool".
   void Note(std::string_view text);
 
+  /// Writes the seconds since the start.
+  void NoteElapsed();
+
   [[nodiscard]] const std::string& path() const { return path_; }
+  /// Whether everything was written so far.
+  [[nodiscard]] bool IsComplete() const { return !is_full_; }
 
  private:
+  void RequireNoOtherRun() const;
   void EndEarlierRun();
   void Write(std::string_view bytes);
 
@@ -35,6 +42,9 @@ class RunLog {
   LogLevel level_;
   Descriptor file_;
   bool is_full_ = false;  // reported once
+  double begin_ = MonotonicSeconds();
+  double clock_begin_ = SecondsOf(StampNow());
+  double clock_error_ = 0;  // of the stamps, against the seconds since the start
 };
 
 }  // namespace quorvane::tool

@@ -4,6 +4,8 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "tools/quorvane/base/text.h"
@@ -11,40 +13,369 @@
 namespace quorvane::tool {
 namespace {
 
+using Fate = ChangeRequest::Fate;
 using Outcome = Verdict::Outcome;
 
-constexpr const char* kCompareVersions =
-    "Compare the versions with `quorvane inventory` when the server is back.";
+// What the BMC did with the requests of a kind; the strongest answer counts.
+enum class Answer { kNone, kNotSent, kRejected, kInDoubt, kAccepted };
 
-std::string LastTask(const Run& run) {
-  const PhaseRun* task = run.Last(Phase::kTask);
-  return task == nullptr ? std::string() : task->uri;
+// What the task of an update or an activation proves.
+enum class TaskEnd {
+  kCompleted,
+  kStaged,      // waits for a reboot
+  kFailed,      // its state is a failure
+  kCritical,    // Completed, but with a critical status or message
+  kTimedOut,    // polling ended before the task
+  kGoneLate,    // HTTP 404 from 50 % on
+  kGoneEarly,   // HTTP 404 below 50 %
+  kUndecided,   // only a rule ended polling, its state is no end
+  kUnfinished,  // the log ends first
+};
+
+// What a run proves. A verdict states nothing that does not follow from it.
+struct Facts {
+  const Run& run;
+  Answer image = Answer::kNone;
+  Answer activation = Answer::kNone;
+  Answer reboot = Answer::kNone;
+  const PhaseRun* bad_task = nullptr;  // the first that proves no success
+  bool is_staged = false;
+  bool has_task = false;  // of the last request that started a change
+};
+
+Answer AnswerTo(const ChangeRequest& request) {
+  switch (request.fate) {
+    case Fate::kPlanned:
+      return Answer::kNone;
+    case Fate::kNotSent:
+      return Answer::kNotSent;
+    case Fate::kSending:
+    case Fate::kNoResponse:
+      return Answer::kInDoubt;
+    case Fate::kAnswered:
+      return request.WasAccepted() ? Answer::kAccepted : Answer::kRejected;
+  }
+  return Answer::kNone;
 }
 
+template <typename IsIncluded>
+Answer AnswerTo(const Run& run, IsIncluded is_included) {
+  Answer strongest = Answer::kNone;
+  for (const ChangeRequest& request : run.requests) {
+    if (is_included(request.phase)) {
+      strongest = std::max(strongest, AnswerTo(request));
+    }
+  }
+  return strongest;
+}
+
+Answer AnswerTo(const Run& run, Phase phase) {
+  return AnswerTo(run, [phase](Phase one) { return one == phase; });
+}
+
+// The states in which a task does not continue, without success (DSP2046,
+// TaskState). No rule makes a success of them.
+bool IsFailure(const std::string& state) {
+  return state == "Exception" || state == "Killed" || state == "Cancelled";
+}
+
+TaskEnd EndOfDecided(const PhaseRun& task, const std::string& state) {
+  if (IsFailure(state)) return TaskEnd::kFailed;
+  const bool is_success = task.result == PhaseResult::kSucceeded;
+  if (state != "Completed") {
+    return is_success || state != "Interrupted" ? TaskEnd::kUndecided
+                                                : TaskEnd::kFailed;
+  }
+  if (!is_success) return TaskEnd::kUndecided;
+  const bool is_critical =
+      task.report.status == "Critical" || !task.report.critical.empty();
+  return is_critical ? TaskEnd::kCritical : TaskEnd::kCompleted;
+}
+
+TaskEnd EndOf(const PhaseRun& task) {
+  const std::string state = task.task.empty() ? "" : task.task.back().state;
+  switch (task.result) {
+    case PhaseResult::kSucceeded:
+    case PhaseResult::kFailed:
+      return EndOfDecided(task, state);
+    case PhaseResult::kStaged:
+      // The library also takes a task that stays in Starting for staged.
+      return state == "Scheduled" ? TaskEnd::kStaged : TaskEnd::kUndecided;
+    case PhaseResult::kNotFoundLate:
+      return TaskEnd::kGoneLate;
+    case PhaseResult::kNotFoundEarly:
+      return TaskEnd::kGoneEarly;
+    case PhaseResult::kTimedOut:
+      return TaskEnd::kTimedOut;
+    case PhaseResult::kOpen:
+    case PhaseResult::kInterrupted:
+    case PhaseResult::kAccepted:
+    case PhaseResult::kRejected:
+      break;
+  }
+  return TaskEnd::kUnfinished;
+}
+
+Facts FactsOf(const Run& run) {
+  Facts facts{.run = run,
+              .image = AnswerTo(run, SendsImage),
+              .activation = AnswerTo(run, Phase::kActivation),
+              .reboot = AnswerTo(run, Phase::kReboot)};
+  for (const PhaseRun& phase : run.phases) {
+    if (SendsImage(phase.phase) || phase.phase == Phase::kActivation) {
+      facts.has_task = false;
+    }
+    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
+      continue;
+    }
+    facts.has_task = true;
+    const TaskEnd end = EndOf(phase);
+    facts.is_staged = facts.is_staged || end == TaskEnd::kStaged;
+    if (facts.bad_task == nullptr && end != TaskEnd::kCompleted &&
+        end != TaskEnd::kStaged) {
+      facts.bad_task = &phase;
+    }
+  }
+  return facts;
+}
+
+// "--bmc 192.0.2.7 --user admin", as far as the log names them.
+std::string Account(const Run& run) {
+  std::string options;
+  for (const auto& [option, name] :
+       {std::pair("--bmc", "BMC"), std::pair("--user", "User")}) {
+    const std::string value = run.Detail(name);
+    if (!value.empty()) options += fmt::format(" {} {}", option, value);
+  }
+  return options;
+}
+
+std::string CompareVersions(const Run& run) {
+  return fmt::format(
+      "Compare the versions with `quorvane inventory{}` when the BMC responds.",
+      Account(run));
+}
+
+std::string RebootCommand(const Run& run) {
+  return fmt::format("`quorvane restart{}`", Account(run));
+}
+
+// A task that still exists, then the versions.
 std::string CheckTask(const Run& run) {
-  const std::string task = LastTask(run);
-  return task.empty() ? std::string(kCompareVersions)
-                      : fmt::format("Check the task with GET {}. {}", task,
-                                    kCompareVersions);
+  const PhaseRun* task = run.Last(Phase::kTask);
+  if (task == nullptr || task->uri.empty()) {
+    return run.requests.empty()
+               ? CompareVersions(run)
+               : "Look for a new task with GET /redfish/v1/TaskService/Tasks. " +
+                     CompareVersions(run);
+  }
+  return fmt::format("Check the task with GET {}. {}", task->uri,
+                     CompareVersions(run));
+}
+
+std::string Sentence(std::string text) {
+  // The text of a BMC may end without a period.
+  if (!text.empty() && text.back() != '.') text += '.';
+  return text;
+}
+
+// "Upload at /a: HTTP 413 (The image is too large.)"
+std::string TextOf(const ChangeRequest& request) {
+  std::string text =
+      fmt::format("{} at {}: ", NameOf(request.phase), PathOf(request.uri));
+  switch (request.fate) {
+    case Fate::kPlanned:
+      return text + "not sent";
+    case Fate::kNotSent:
+      text += "not sent";
+      break;
+    case Fate::kSending:
+      text += "no response yet";
+      break;
+    case Fate::kNoResponse:
+      text += "sent, no response";
+      break;
+    case Fate::kAnswered:
+      text += fmt::format("HTTP {}", request.status);
+      break;
+  }
+  return request.text.empty() ? text
+                              : fmt::format("{} ({})", text, request.text);
+}
+
+// All requests that can change the BMC, equal neighbours once.
+std::string ListOf(const Run& run) {
+  std::string list;
+  for (auto one = run.requests.begin(); one != run.requests.end();) {
+    const std::string text = TextOf(*one);
+    const auto next =
+        std::find_if(one, run.requests.end(), [&text](const auto& other) {
+          return TextOf(other) != text;
+        });
+    if (one->fate != Fate::kPlanned) {
+      list += (list.empty() ? "" : "; ") + text;
+      if (next - one > 1) list += fmt::format(", {} times", next - one);
+    }
+    one = next;
+  }
+  return list.empty() ? list : Sentence("Requests: " + list);
+}
+
+bool HasSentRequest(const Run& run) {
+  return std::any_of(
+      run.requests.begin(), run.requests.end(), [](const auto& one) {
+        return one.fate != Fate::kPlanned && one.fate != Fate::kNotSent;
+      });
+}
+
+// The answer that ended the phase: a missing endpoint only if there is no other
+// rejection.
+const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
+  const ChangeRequest* rejection = nullptr;
+  for (const ChangeRequest& request : run.requests) {
+    if (!is_included(request.phase) ||
+        AnswerTo(request) != Answer::kRejected) {
+      continue;
+    }
+    const bool is_missing = request.status == 404 || request.status == 405;
+    const bool has_other = rejection != nullptr && rejection->status != 404 &&
+                           rejection->status != 405;
+    if (!is_missing || !has_other) rejection = &request;
+  }
+  return rejection;
+}
+
+bool IsActivation(Phase phase) { return phase == Phase::kActivation; }
+bool IsReboot(Phase phase) { return phase == Phase::kReboot; }
+
+// What happened to the reboot, to append to a verdict on a task.
+std::string RebootClause(const Facts& facts) {
+  switch (facts.reboot) {
+    case Answer::kAccepted:
+      return "; the BMC accepted a reboot of the system";
+    case Answer::kRejected:
+      return fmt::format("; the BMC rejected the reboot (HTTP {})",
+                         LastRejection(facts.run, IsReboot)->status);
+    case Answer::kInDoubt:
+      return "; a reboot request got no response";
+    case Answer::kNotSent:
+      return "; the reboot request did not reach the BMC";
+    case Answer::kNone:
+      break;
+  }
+  return facts.run.reboot_withheld.empty() ? "" : "; the system was not rebooted";
 }
 
 // "Upload at /a returned HTTP 413: Too large."
-std::string CauseOf(const Rejection& rejection) {
+std::string CauseOf(const ChangeRequest& rejection) {
   std::string cause =
       fmt::format("{} at {} returned HTTP {}", NameOf(rejection.phase),
                   PathOf(rejection.uri), rejection.status);
   if (!rejection.text.empty()) cause += ": " + rejection.text;
-  // The text of a BMC may end without a period.
-  return cause.back() == '.' ? cause : cause + '.';
+  return Sentence(cause);
 }
 
-Verdict LoginRefused(long status) {
+// The cause, and all requests if there were others.
+std::string CauseAndList(const Run& run, const ChangeRequest& rejection) {
+  const bool has_others = std::any_of(
+      run.requests.begin(), run.requests.end(), [&rejection](const auto& one) {
+        return TextOf(one) != TextOf(rejection);
+      });
+  return CauseOf(rejection) + (has_others ? " " + ListOf(run) : "");
+}
+
+Verdict LoginRefused(const Facts& facts) {
+  return {Outcome::kLoginRefused,
+          fmt::format("The BMC refused the login (HTTP {}).",
+                      facts.run.login_refused != 0 ? facts.run.login_refused
+                                                   : 401),
+          ListOf(facts.run),
+          "Check the user and the password. More attempts can lock the "
+          "account."};
+}
+
+// The reasons of libcurl for a certificate or key that is not the expected one.
+bool IsUntrusted(const std::string& reason) {
+  return reason.find("SSL public key does not match") != std::string::npos ||
+         reason.find("SSL peer certificate or SSH remote key was not OK") !=
+             std::string::npos;
+}
+
+Verdict Unreachable(const Facts& facts) {
+  if (IsUntrusted(facts.run.transfer_failure)) {
+    return {Outcome::kUnreachable,
+            "The certificate of the BMC is not the expected one, so the tool "
+            "sent no password and no image.",
+            facts.run.transfer_failure,
+            "Compare the key that `quorvane trust` shows with that of the "
+            "server. If they differ, another computer may answer for the BMC."};
+  }
   return {
-      Outcome::kLoginRefused,
-      fmt::format("The BMC refused the login (HTTP {}).", status),
-      {},
-      "Check the user, the password and the privileges of the account. More "
-      "attempts can lock the account."};
+      Outcome::kUnreachable, "The BMC did not respond to any request.",
+      facts.run.transfer_failure,
+      "Check the address and the network, and that the BMC is powered on."};
+}
+
+// What the BMC may continue to do after a run that was cut off.
+std::string Continuation(const Facts& facts) {
+  const Run& run = facts.run;
+  if (!HasSentRequest(run)) {
+    return "No request that changes anything was sent to the BMC.";
+  }
+  const ChangeRequest& last = *std::find_if(
+      run.requests.rbegin(), run.requests.rend(), [](const auto& one) {
+        return one.fate != Fate::kPlanned && one.fate != Fate::kNotSent;
+      });
+  if (last.IsInDoubt()) {
+    return fmt::format("The BMC may act on the request of the phase {}.",
+                       NameOf(last.phase));
+  }
+  if (facts.reboot == Answer::kAccepted) return "The system reboots.";
+  const PhaseRun* task = run.Last(Phase::kTask);
+  if (task != nullptr && EndOf(*task) == TaskEnd::kUnfinished) {
+    return fmt::format("The BMC may still run its task {}.", task->uri);
+  }
+  return facts.image == Answer::kAccepted
+             ? "The BMC accepted the image and may still install it."
+             : "The BMC rejected all requests so far.";
+}
+
+std::string AfterCutOff(const Facts& facts) {
+  return HasSentRequest(facts.run) ? CheckTask(facts.run) : std::string();
+}
+
+std::string PhaseName(const Run& run) {
+  return NameOf(run.phases.empty() ? Phase::kNone : run.phases.back().phase);
+}
+
+Verdict Interrupted(const Facts& facts) {
+  return {Outcome::kInterrupted,
+          fmt::format("Interrupted during the phase {}. {}",
+                      PhaseName(facts.run), Continuation(facts)),
+          ListOf(facts.run), AfterCutOff(facts)};
+}
+
+Verdict WorkerDied(const Facts& facts) {
+  const std::string headline =
+      fmt::format("The worker process failed: {}. {}",
+                  facts.run.worker_failure, Continuation(facts));
+  if (!HasSentRequest(facts.run)) return {Outcome::kFailed, headline, {}, {}};
+  return {Outcome::kUnknown, headline, ListOf(facts.run), AfterCutOff(facts)};
+}
+
+Verdict LogEnds(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("The log ends during the phase {}. {}",
+                      PhaseName(facts.run), Continuation(facts)),
+          ListOf(facts.run), CheckTask(facts.run)};
+}
+
+Verdict ImageInDoubt(const Facts& facts) {
+  return {Outcome::kUnknown,
+          "The image was sent, at least in part, but the response was lost. "
+          "The BMC may install it" +
+              RebootClause(facts) + ".",
+          ListOf(facts.run), CheckTask(facts.run)};
 }
 
 // Why the download failed that follows a rejected SimpleUpdate; empty if the
@@ -55,15 +386,17 @@ std::string FailedDownload(const Run& run) {
   }
   const std::vector<Remark>& remarks = run.phases.back().remarks;
   return " The download of the image failed as well" +
-         (remarks.empty() ? "." : ": " + remarks.back().text);
+         (remarks.empty() ? "." : ": " + Sentence(remarks.back().text));
 }
 
-const char* NextAfterRejection(const Run& run) {
+std::string NextAfterRejection(const Run& run, long status) {
   if (!FailedDownload(run).empty()) {
     return "Fix the problem that the BMC reports, or download the image and "
            "use --file.";
   }
-  const long status = run.first_rejection->status;
+  if (status == 403) {
+    return "Use an account with the privilege to update firmware.";
+  }
   if (status != 404 && status != 405) {
     return "Fix the problem that the BMC reports, then run the update again.";
   }
@@ -74,240 +407,380 @@ const char* NextAfterRejection(const Run& run) {
                "its UpdateService and add the URI.";
 }
 
-Verdict JudgeRejection(const Run& run) {
-  // The inventory is the first phase, so its login is the first cause.
-  if (run.login_refused != 0) return LoginRefused(run.login_refused);
-  if (!run.any_response) {
-    return {
-        Outcome::kUnreachable, "The BMC did not respond to any request.",
-        run.transfer_failure,
-        "Check the address and the network, and that the BMC is powered on."};
+Verdict ImageRejected(const Facts& facts) {
+  const Run& run = facts.run;
+  const ChangeRequest& rejection = *LastRejection(run, SendsImage);
+  if (rejection.status == 401) return LoginRefused(facts);
+  if (facts.has_task) {
+    return {Outcome::kUnknown,
+            fmt::format("The BMC answered the image with HTTP {}, but the "
+                        "rules count that as accepted{}.",
+                        rejection.status, RebootClause(facts)),
+            CauseAndList(run, rejection), CheckTask(run)};
   }
-  if (!run.first_rejection) {
-    return {Outcome::kFailed, "The update failed at every URI.",
-            run.transfer_failure,
-            "Run `quorvane report LOG` to see each attempt."};
-  }
-  const Rejection& rejection = *run.first_rejection;
-  if (rejection.status == 401 || rejection.status == 403) {
-    return LoginRefused(rejection.status);
-  }
-  return {Outcome::kFailed, "The BMC rejected the update.",
-          CauseOf(rejection) + FailedDownload(run), NextAfterRejection(run)};
+  return {Outcome::kFailed,
+          fmt::format("The BMC rejected the update{}.", RebootClause(facts)),
+          CauseAndList(run, rejection) + FailedDownload(run),
+          NextAfterRejection(run, rejection.status)};
 }
 
-Verdict JudgeFailedTask(const Run& run, const PhaseRun& task) {
+Verdict ImageNotSent(const Facts& facts) {
+  return {Outcome::kUnreachable, "The BMC responded at first, but not to the "
+          "request with the image. No image reached it.",
+          Sentence(facts.run.transfer_failure),
+          "Check the network and the state of the BMC, then run the update "
+          "again."};
+}
+
+Verdict NoImageRequest(const Facts& facts) {
+  const std::vector<PhaseRun>& phases = facts.run.phases;
+  const bool has_remark = !phases.empty() && !phases.back().remarks.empty();
+  return {Outcome::kFailed, "The run ended before it sent a request that changes anything.",
+          has_remark ? Sentence(phases.back().remarks.back().text)
+                     : std::string(),
+          "Run `quorvane report LOG` to see each step."};
+}
+
+Verdict ActivationInDoubt(const Facts& facts) {
+  return {Outcome::kUnknown,
+          "The image was uploaded, but the response to its activation was "
+          "lost" +
+              RebootClause(facts) + ".",
+          ListOf(facts.run), CheckTask(facts.run)};
+}
+
+Verdict ActivationRejected(const Facts& facts) {
+  const ChangeRequest* rejection = LastRejection(facts.run, IsActivation);
+  return {Outcome::kFailed,
+          "The image was uploaded, but its activation failed" +
+              RebootClause(facts) + ".",
+          rejection != nullptr ? CauseAndList(facts.run, *rejection)
+                               : Sentence(facts.run.transfer_failure),
+          "Check that `quorvane inventory --uris` lists each --target."};
+}
+
+// "Last state: Running. The last poll returned HTTP 401 (login refused)."
+std::string LastPoll(const Run& run, const PhaseRun& task) {
+  std::string text = task.task.empty()
+                         ? "No poll returned a state."
+                         : fmt::format("Last state: {}.", task.task.back().state);
+  if (task.failed_poll == 0) {
+    text += " The last poll got no response: " + Sentence(run.transfer_failure);
+  }
+  if (task.failed_poll > 0) {
+    text += fmt::format(" The last poll returned HTTP {}{}.", task.failed_poll,
+                        task.failed_poll == 401 ? " (login refused)" : "");
+  }
+  return text;
+}
+
+Verdict BadTask(const Facts& facts) {
+  const Run& run = facts.run;
+  const PhaseRun& task = *facts.bad_task;
+  const std::string clause = RebootClause(facts);
   const std::string state = task.task.empty() ? "" : task.task.back().state;
-  const PhaseRun* reboot = run.Last(Phase::kReboot);
-  return {
-      Outcome::kFailed,
-      fmt::format("The task failed (state {}){}.", state,
-                  reboot != nullptr ? "; the system was rebooted anyway" : ""),
-      run.task_messages,
-      "Fix the cause, then run the update again. The old firmware should still "
-      "be installed."};
+  const TaskReport& report = task.report;
+  switch (EndOf(task)) {
+    case TaskEnd::kFailed:
+      return {Outcome::kFailed,
+              fmt::format("The task failed (state {}){}.", state, clause),
+              report.messages,
+              "Fix the cause, then run the update again. " +
+                  CompareVersions(run)};
+    case TaskEnd::kCritical:
+      return {Outcome::kFailed,
+              fmt::format("The task completed, but reports a critical "
+                          "problem{}.",
+                          clause),
+              !report.critical.empty()  ? report.critical
+              : report.messages.empty() ? "TaskStatus: Critical."
+                                        : report.messages,
+              "Fix the cause, then run the update again. " +
+                  CompareVersions(run)};
+    case TaskEnd::kTimedOut:
+      return {Outcome::kUnknown,
+              fmt::format("The task did not end within the time limit of the "
+                          "rules{}.",
+                          clause),
+              LastPoll(run, task), CheckTask(run)};
+    case TaskEnd::kGoneEarly:
+      return {Outcome::kUnknown,
+              fmt::format("The task disappeared (HTTP 404) before it reported "
+                          "50 %{}.",
+                          clause),
+              {},
+              CompareVersions(run)};
+    case TaskEnd::kGoneLate:
+      return {Outcome::kUnknown,
+              fmt::format("The task disappeared (HTTP 404) after 50 %, as "
+                          "happens when the BMC restarts to apply firmware{}.",
+                          clause),
+              report.messages, CompareVersions(run)};
+    case TaskEnd::kUndecided:
+      return {Outcome::kUnknown,
+              fmt::format("Polling ended while the task was in the state "
+                          "{}{}.",
+                          state, clause),
+              report.messages, CheckTask(run)};
+    case TaskEnd::kUnfinished:
+    case TaskEnd::kCompleted:
+    case TaskEnd::kStaged:
+      break;
+  }
+  return {Outcome::kUnknown, "The task did not end" + clause + ".",
+          LastPoll(run, task), CheckTask(run)};
 }
 
-// The verdict on the task of an update or an activation; nothing if it
-// succeeded.
-std::optional<Verdict> JudgeTask(const Run& run, const PhaseRun& task) {
-  const char* rebooted = run.Last(Phase::kReboot) != nullptr
-                             ? "; the system was rebooted anyway"
-                             : "";
-  switch (task.result) {
-    case PhaseResult::kFailed:
-      return JudgeFailedTask(run, task);
-    case PhaseResult::kTimedOut:
-      return Verdict{
-          Outcome::kUnknown,
-          fmt::format("The task did not end within the time limit of the "
-                      "rules{}.",
-                      rebooted),
-          task.task.empty()
-              ? std::string("No poll returned a state.")
-              : fmt::format("Last state: {}.", task.task.back().state),
-          CheckTask(run)};
-    case PhaseResult::kNotFoundEarly:
-      return Verdict{
-          Outcome::kUnknown,
-          fmt::format(
-              "The task disappeared (HTTP 404) before it reported 50 %{}.",
-              rebooted),
+Verdict NoTask(const Facts& facts) {
+  const Run& run = facts.run;
+  const auto accepted =
+      std::find_if(run.requests.rbegin(), run.requests.rend(),
+                   [](const ChangeRequest& one) {
+                     return one.phase != Phase::kReboot && one.WasAccepted();
+                   });
+  return {Outcome::kUnknown,
+          fmt::format("The BMC accepted the image (HTTP {}) but named no task, "
+                      "so the outcome is unknown{}.",
+                      accepted == run.requests.rend() ? 0 : accepted->status,
+                      RebootClause(facts)),
           {},
-          CheckTask(run)};
-    case PhaseResult::kOpen:
-      return Verdict{
-          Outcome::kUnknown,
-          "The outcome of the task is unknown: the log ends before the "
-          "task does.",
+          CompareVersions(run)};
+}
+
+const char* Prefix(const Facts& facts) {
+  return facts.is_staged ? "The firmware is staged" : "The task completed";
+}
+
+Verdict RebootRejected(const Facts& facts) {
+  const ChangeRequest* rejection = LastRejection(facts.run, IsReboot);
+  const PhaseRun* task = facts.run.Last(Phase::kTask);
+  return {Outcome::kFailed,
+          fmt::format("{}, but the reboot failed.", Prefix(facts)),
+          rejection != nullptr ? CauseAndList(facts.run, *rejection)
+          : task != nullptr    ? LastPoll(facts.run, *task)
+                               : std::string(),
+          "Reboot the system to activate the new firmware."};
+}
+
+Verdict RebootInDoubt(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("{}, but a reboot request got no response.",
+                      Prefix(facts)),
+          ListOf(facts.run), CompareVersions(facts.run)};
+}
+
+Verdict RebootNotSent(const Facts& facts) {
+  return {Outcome::kFailed,
+          fmt::format("{}, but the reboot request did not reach the BMC.",
+                      Prefix(facts)),
+          Sentence(facts.run.transfer_failure),
+          fmt::format("Reboot the system with {}.", RebootCommand(facts.run))};
+}
+
+Verdict StagedAndRebooted(const Facts& facts) {
+  return {Outcome::kUnknown,
+          "The firmware was staged, and the BMC accepted the reboot that "
+          "applies it. The outcome is not known yet.",
           {},
-          CheckTask(run)};
-    case PhaseResult::kAccepted:
-    case PhaseResult::kSucceeded:
-    case PhaseResult::kStaged:
-    case PhaseResult::kNotFoundLate:
-    case PhaseResult::kRejected:
+          CompareVersions(facts.run)};
+}
+
+Verdict Staged(const Facts& facts) {
+  return {Outcome::kStaged,
+          "The firmware is staged; the next reboot of the system applies it.",
+          Sentence(facts.run.reboot_withheld),
+          fmt::format("Reboot the system when convenient, e.g. with {}.",
+                      RebootCommand(facts.run))};
+}
+
+Verdict DoneAndRebooted(const Facts& /*facts*/) {
+  return {Outcome::kDone, "The update is done; the system reboots.", {}, {}};
+}
+
+Verdict DoneByRules(const Facts& /*facts*/) {
+  return {Outcome::kDone,
+          "The update is done; the rules file requires no reboot.",
+          {},
+          {}};
+}
+
+Verdict DoneNotRebooted(const Facts& facts) {
+  return {Outcome::kDone, "The update is done; the system was not rebooted.",
+          Sentence(facts.run.reboot_withheld),
+          fmt::format("Reboot the system if the firmware needs it, e.g. with "
+                      "{}.",
+                      RebootCommand(facts.run))};
+}
+
+bool HasFailedRebootTask(const Facts& facts) {
+  const PhaseRun* task = facts.run.Last(Phase::kTask);
+  return task != nullptr && task->task_of == Phase::kReboot &&
+         EndOf(*task) == TaskEnd::kFailed;
+}
+
+// A run that only reboots the system.
+Verdict RebootOnly(const Facts& facts) {
+  const Run& run = facts.run;
+  switch (facts.reboot) {
+    case Answer::kAccepted:
+      return {Outcome::kDone, "The BMC accepted the reboot of the system.", {},
+              {}};
+    case Answer::kInDoubt:
+      return {Outcome::kUnknown,
+              "A reboot request got no response; the system may reboot.",
+              ListOf(run), "Check the state of the server."};
+    case Answer::kRejected:
+      return {Outcome::kFailed, "The BMC rejected the reboot.",
+              CauseAndList(run, *LastRejection(run, IsReboot)),
+              "Fix the problem that the BMC reports, or reboot the system in "
+              "another way."};
+    case Answer::kNotSent:
+    case Answer::kNone:
       break;
+  }
+  return {Outcome::kUnreachable, "The reboot request did not reach the BMC.",
+          Sentence(run.transfer_failure), "Check the network."};
+}
+
+// The decision table: the first row that applies is the verdict.
+struct Row {
+  bool (*applies)(const Facts&);
+  Verdict (*judge)(const Facts&);
+};
+
+constexpr bool HasReboot(const Facts& facts, Answer answer) {
+  return facts.reboot == answer;
+}
+
+constexpr std::array kRows = {
+    Row{[](const Facts& f) { return f.run.was_interrupted; }, Interrupted},
+    Row{[](const Facts& f) { return !f.run.worker_failure.empty(); },
+        WorkerDied},
+    Row{[](const Facts& f) {
+          return f.run.login_refused == 401 && !HasSentRequest(f.run);
+        },
+        LoginRefused},
+    Row{[](const Facts& f) { return !f.run.is_complete; }, LogEnds},
+    Row{[](const Facts& f) {
+          return !f.run.any_response && !HasSentRequest(f.run);
+        },
+        Unreachable},
+    Row{[](const Facts& f) {
+          return f.image == Answer::kNone && f.reboot != Answer::kNone;
+        },
+        RebootOnly},
+    Row{[](const Facts& f) { return f.image == Answer::kInDoubt; },
+        ImageInDoubt},
+    Row{[](const Facts& f) { return f.image == Answer::kRejected; },
+        ImageRejected},
+    Row{[](const Facts& f) { return f.image == Answer::kNotSent; },
+        ImageNotSent},
+    Row{[](const Facts& f) { return f.image == Answer::kNone; },
+        NoImageRequest},
+    Row{[](const Facts& f) { return f.bad_task != nullptr; }, BadTask},
+    Row{[](const Facts& f) { return f.activation == Answer::kInDoubt; },
+        ActivationInDoubt},
+    Row{[](const Facts& f) {
+          return f.activation == Answer::kRejected ||
+                 f.activation == Answer::kNotSent;
+        },
+        ActivationRejected},
+    Row{[](const Facts& f) { return !f.has_task; }, NoTask},
+    Row{[](const Facts& f) {
+          return HasReboot(f, Answer::kRejected) || HasFailedRebootTask(f);
+        },
+        RebootRejected},
+    Row{[](const Facts& f) { return HasReboot(f, Answer::kInDoubt); },
+        RebootInDoubt},
+    Row{[](const Facts& f) { return HasReboot(f, Answer::kNotSent); },
+        RebootNotSent},
+    Row{[](const Facts& f) {
+          return HasReboot(f, Answer::kAccepted) && f.is_staged;
+        },
+        StagedAndRebooted},
+    Row{[](const Facts& f) { return HasReboot(f, Answer::kAccepted); },
+        DoneAndRebooted},
+    Row{[](const Facts& f) {
+          return f.is_staged && (f.run.reboot_skipped ||
+                                 !f.run.reboot_withheld.empty());
+        },
+        Staged},
+    Row{[](const Facts& f) { return !f.run.reboot_withheld.empty(); },
+        DoneNotRebooted},
+    Row{[](const Facts& f) { return f.run.reboot_skipped; }, DoneByRules},
+    Row{[](const Facts& /*f*/) { return true; }, LogEnds},
+};
+
+// The verdict that the tool logged; nothing if it has another form.
+std::optional<Verdict> LoggedBy(const Run& run) {
+  if (!run.verdict) return std::nullopt;
+  const std::string& text = run.verdict->outcome;
+  for (const Outcome outcome : kOutcomes) {
+    const std::string start = std::string(NameOf(outcome)) + ". ";
+    if (text.rfind(start, 0) == 0) {
+      return Verdict{outcome, text.substr(start.size()), run.verdict->cause,
+                     run.verdict->next};
+    }
   }
   return std::nullopt;
 }
 
-Verdict JudgeReboot(const Run& run, const PhaseRun& reboot) {
-  // A request without a response may have rebooted the system, whatever came
-  // later.
-  const bool no_response =
-      std::any_of(reboot.spans.begin(), reboot.spans.end(),
-                  [](const Span& one) { return one.status == 0; });
-  if (no_response) {
-    return {Outcome::kUnknown,
-            "The firmware was accepted, but a reboot request got no response.",
-            run.transfer_failure, kCompareVersions};
+// Why a reboot could do harm after `task`; nullptr if it cannot.
+const char* ReasonAgainstReboot(const PhaseRun& task) {
+  switch (EndOf(task)) {
+    case TaskEnd::kCompleted:
+    case TaskEnd::kStaged:
+    case TaskEnd::kGoneLate:  // the library counts it as a success
+      return nullptr;
+    case TaskEnd::kFailed:
+      return "the task failed";
+    case TaskEnd::kCritical:
+      return "the task reports a critical problem";
+    case TaskEnd::kTimedOut:
+    case TaskEnd::kUndecided:
+    case TaskEnd::kUnfinished:
+      return "the task may still run";
+    case TaskEnd::kGoneEarly:
+      return "the task disappeared before it reported 50 %";
   }
-  return {Outcome::kFailed,
-          "The firmware was accepted, but the BMC rejected the reboot.",
-          run.first_rejection ? CauseOf(*run.first_rejection) : std::string(),
-          "Reboot the system manually to activate the new firmware."};
-}
-
-Verdict JudgeSuccess(const Run& run) {
-  const PhaseRun* reboot = run.Last(Phase::kReboot);
-  if (reboot != nullptr && reboot->result == PhaseResult::kRejected) {
-    return JudgeReboot(run, *reboot);
-  }
-  const PhaseRun* task = run.Last(Phase::kTask);
-  if (run.reboot_skipped) {
-    const bool is_staged =
-        task != nullptr && task->result == PhaseResult::kStaged;
-    return {is_staged ? Outcome::kStaged : Outcome::kDone,
-            is_staged
-                ? "The firmware is staged; the next reboot of the system "
-                  "applies it."
-                : "The update is done; the rules file requires no reboot.",
-            {},
-            is_staged ? "Reboot the system when convenient." : ""};
-  }
-  for (const PhaseRun& one : run.phases) {
-    if (one.phase == Phase::kTask && one.result == PhaseResult::kNotFoundLate) {
-      return {Outcome::kDone,
-              "The task disappeared (HTTP 404) after 50 %, as happens when the "
-              "BMC restarts to apply firmware.",
-              {},
-              kCompareVersions};
-    }
-    if (one.phase == Phase::kTask && one.result == PhaseResult::kStaged) {
-      return {Outcome::kDone,
-              "The firmware was staged, and the system reboots to apply it.",
-              {},
-              kCompareVersions};
-    }
-  }
-  return {Outcome::kDone, "The update is done; the system reboots.", {}, ""};
-}
-
-Phase LastPhase(const Run& run) {
-  return run.phases.empty() ? Phase::kNone : run.phases.back().phase;
-}
-
-// What matters now is what the BMC continues to do.
-Verdict JudgeInterruption(const Run& run) {
-  const Phase phase = LastPhase(run);
-  switch (phase) {
-    case Phase::kNone:
-    case Phase::kInventory:
-    case Phase::kDownload:
-      return {Outcome::kInterrupted,
-              "No request that changes anything was sent to the BMC.",
-              {},
-              {}};
-    case Phase::kTask:
-      return {Outcome::kInterrupted,
-              fmt::format("The BMC may still run its task {}.", LastTask(run)),
-              {},
-              CheckTask(run)};
-    case Phase::kReboot:
-      return {Outcome::kInterrupted,
-              "The reboot request may have been sent; the system may reboot.",
-              {},
-              CheckTask(run)};
-    case Phase::kSimpleUpdate:
-    case Phase::kUpload:
-    case Phase::kBinaryUpload:
-    case Phase::kActivation:
-      break;
-  }
-  return {Outcome::kInterrupted,
-          fmt::format(
-              "Interrupted during the phase {}. The BMC may still process the "
-              "request that it received.",
-              NameOf(phase)),
-          {},
-          "Look for a new task with GET /redfish/v1/TaskService/Tasks."};
-}
-
-// A run whose log or process ended early.
-std::optional<Verdict> JudgeUnfinishedRun(const Run& run) {
-  if (run.was_interrupted) return JudgeInterruption(run);
-  if (run.is_complete) return std::nullopt;
-  const Phase phase = LastPhase(run);
-  const bool nothing_changed = phase == Phase::kNone ||
-                               phase == Phase::kInventory ||
-                               phase == Phase::kDownload;
-  return Verdict{
-      Outcome::kUnknown,
-      fmt::format(
-          "The log ends during the phase {}{}.", NameOf(phase),
-          nothing_changed ? ", before any request that changes something" : ""),
-      {},
-      CheckTask(run)};
-}
-
-// 202 without a task (RFC 9110, section 15.3.3): the outcome stays unknown.
-bool WasAcceptedWithoutTask(const Run& run) {
-  if (!run.has_no_task || run.Last(Phase::kTask) != nullptr) return false;
-  const PhaseRun* upload = run.Last(Phase::kBinaryUpload);
-  if (upload == nullptr) upload = run.Last(Phase::kUpload);
-  return upload != nullptr && !upload->spans.empty() &&
-         upload->spans.back().status == 202;
+  return nullptr;
 }
 
 }  // namespace
 
-Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
-  if (!record) {
-    if (!run.is_update && !run.was_interrupted) {
-      return {Outcome::kNoUpdate, "The log contains no update.", {}, {}};
+std::string ReasonAgainstReboot(const Run& run) {
+  const Facts facts = FactsOf(run);
+  if (facts.image != Answer::kAccepted) {
+    return "the BMC did not accept the image";
+  }
+  for (const PhaseRun& phase : run.phases) {
+    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
+      continue;
     }
-    if (auto broken = JudgeUnfinishedRun(run)) return *std::move(broken);
+    if (const char* reason = ReasonAgainstReboot(phase)) return reason;
   }
-  if (record ? !record->accepted : !run.WasAccepted()) {
-    return JudgeRejection(run);
+  if (facts.activation != Answer::kNone &&
+      facts.activation != Answer::kAccepted) {
+    return "the BMC did not accept the activation";
   }
-  const PhaseRun* activation = run.Last(Phase::kActivation);
-  if (activation != nullptr && activation->result == PhaseResult::kRejected) {
-    return {Outcome::kFailed,
-            "The image was uploaded, but its activation failed.",
-            run.first_rejection ? CauseOf(*run.first_rejection)
-                                : run.transfer_failure,
-            "Check that `quorvane inventory` lists each --target as a TARGET."};
-  }
-  for (const PhaseRun& one : run.phases) {
-    if (one.phase != Phase::kTask || one.task_of == Phase::kReboot) continue;
-    if (auto verdict = JudgeTask(run, one)) return *std::move(verdict);
-  }
-  if (WasAcceptedWithoutTask(run)) {
-    return {Outcome::kUnknown,
-            "The BMC accepted the image (HTTP 202) but named no task.",
-            {},
-            kCompareVersions};
-  }
-  if (record && !run.reboot_skipped && !record->reboot_accepted) {
-    const PhaseRun* reboot = run.Last(Phase::kReboot);
-    return JudgeReboot(run, reboot == nullptr ? PhaseRun{} : *reboot);
-  }
-  return JudgeSuccess(run);
+  return facts.has_task ? "" : "no task shows that the firmware was installed";
 }
 
-std::string TextOf(const Verdict& verdict, std::size_t columns) {
+Verdict JudgeRun(const Run& run) {
+  if (auto logged = LoggedBy(run)) return *std::move(logged);
+  if (!run.is_update && !run.was_interrupted && run.worker_failure.empty() &&
+      run.login_refused == 0 && run.details.empty()) {
+    return {Outcome::kNoUpdate, "The log contains no update.", {}, {}};
+  }
+  const Facts facts = FactsOf(run);
+  const auto* const row =
+      std::find_if(kRows.begin(), kRows.end(),
+                   [&facts](const Row& one) { return one.applies(facts); });
+  return row->judge(facts);
+}
+
+std::string TextOf(const Verdict& verdict, const std::string& bmc,
+                   std::size_t columns) {
   std::string text;
   const auto add = [&](const char* name, const std::string& value) {
     constexpr std::size_t kIndent = 9;
@@ -316,8 +789,10 @@ std::string TextOf(const Verdict& verdict, std::size_t columns) {
                     kIndent) +
             '\n';
   };
-  add("Outcome:", fmt::format("{}. {}", NameOf(verdict.outcome),
-                              Printable(verdict.headline)));
+  add("Outcome:",
+      fmt::format("{}{}. {}", NameOf(verdict.outcome),
+                  bmc.empty() ? "" : " (" + Printable(bmc) + ")",
+                  Printable(verdict.headline)));
   add("Cause:", Excerpt(verdict.cause, 2000));
   add("Next:", Printable(verdict.next));
   return text;

@@ -2,13 +2,14 @@
 // The outcome of an update, as the tool judges it.
 //
 // The library's result describes its last step ("Reboot successful"). Whether
-// the firmware was updated follows from the whole run: an update is not done if
-// its task timed out or disappeared early, even if the system was rebooted.
+// the firmware was updated follows from the whole run: from what was sent, what
+// the BMC answered, and how its tasks ended. No rule of the rules file makes a
+// success of a missing response, an HTTP error or a failed task.
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_VERDICT_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_VERDICT_H_
 
+#include <array>
 #include <cstddef>
-#include <optional>
 #include <string>
 
 #include "tools/quorvane/base/exit_code.h"
@@ -16,18 +17,11 @@
 
 namespace quorvane::tool {
 
-/// The parts of the library's result that decide over the log: a BMC can forge
-/// log lines in a response body, but not these.
-struct LibraryRecord {
-  bool accepted = false;
-  bool reboot_accepted = false;
-};
-
 struct Verdict {
   enum class Outcome {
     kDone,
     kStaged,  ///< Accepted; a later reboot applies it.
-    kFailed,  ///< Rejected, or accepted and failed.
+    kFailed,  ///< The BMC rejected it, or reported a failure.
     kUnknown,
     kUnreachable,
     kLoginRefused,
@@ -41,12 +35,23 @@ struct Verdict {
   std::string next = {};  ///< What to do; may be empty.
 };
 
-/// @param record  What the library returned; nothing if there is only a log.
-Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record);
+inline constexpr std::array kOutcomes = {
+    Verdict::Outcome::kDone,         Verdict::Outcome::kStaged,
+    Verdict::Outcome::kFailed,       Verdict::Outcome::kUnknown,
+    Verdict::Outcome::kUnreachable,  Verdict::Outcome::kLoginRefused,
+    Verdict::Outcome::kInterrupted,  Verdict::Outcome::kNoUpdate};
 
-/// Outcome, cause and next step, in lines shorter than `columns`; 0: one line
-/// each.
-std::string TextOf(const Verdict& verdict, std::size_t columns);
+/// The verdict on a run. If the tool logged one, it is that one.
+Verdict JudgeRun(const Run& run);
+
+/// Why a reboot of the system could do harm now, e.g. "the task may still run";
+/// empty if all tasks succeeded, are staged, or disappeared late.
+std::string ReasonAgainstReboot(const Run& run);
+
+/// Outcome with the address of the BMC, cause and next step, in lines shorter
+/// than `columns`; 0: one line each.
+std::string TextOf(const Verdict& verdict, const std::string& bmc,
+                   std::size_t columns);
 
 /// "done", "staged", ...
 const char* NameOf(Verdict::Outcome outcome);

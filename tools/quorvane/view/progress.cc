@@ -55,10 +55,14 @@ std::string WaitText(const PhaseRun& phase, double now) {
   const double passed = std::max(now - span.begin, 0.0);
   const double left = span.planned_seconds - passed;
   if (span.kind == Span::Kind::kRequest || left <= 0) {
-    return fmt::format(
-        "waiting for the response, {}",
-        Duration(std::floor(
-            span.kind == Span::Kind::kRequest ? passed : std::abs(left))));
+    const bool is_request = span.kind == Span::Kind::kRequest;
+    // Nothing but the tool's own record shows that all of it was sent.
+    const bool is_sending =
+        is_request && !span.is_sent && SendsImage(phase.phase);
+    return fmt::format("{}, {}",
+                       is_sending ? "sending" : "waiting for the response",
+                       Duration(std::floor(is_request ? passed
+                                                      : std::abs(left))));
   }
   return fmt::format(
       "{} in {} of {}",
@@ -85,7 +89,7 @@ class LiveProgress final : public Progress {
                                             TerminalColumns(), kIndent),
                                     kPlain));
       Draw(run);
-    } else if (SecondsOf(StampNow()) - drawn_at_ > kRedrawSeconds) {
+    } else if (MonotonicSeconds() - drawn_at_ > kRedrawSeconds) {
       Draw(run);
     }
   }
@@ -104,7 +108,7 @@ class LiveProgress final : public Progress {
   }
 
   void Draw(const Run& run) {
-    drawn_at_ = SecondsOf(StampNow());
+    drawn_at_ = MonotonicSeconds();
     std::string screen = Erasure();
     for (const std::string& line :
          LiveBlock(run, attempts_, drawn_at_, TerminalColumns())) {
@@ -195,6 +199,16 @@ std::string StepText(const Event& event, const Run& run) {
     case EventKind::kRebootSkipped:
     case EventKind::kRunEnds:
     case EventKind::kInterrupted:
+    case EventKind::kRunDetail:
+    case EventKind::kElapsed:
+    case EventKind::kRequestNotSent:
+    case EventKind::kBodySent:
+    case EventKind::kFinished:
+    case EventKind::kRebootWithheld:
+    case EventKind::kWorkerDied:
+    case EventKind::kOutcome:
+    case EventKind::kCause:
+    case EventKind::kNextStep:
     case EventKind::kProblem:
       break;  // only as a warning or an error
   }

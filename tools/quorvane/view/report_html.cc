@@ -203,6 +203,7 @@ const char* ClassOf(Verdict::Outcome outcome) {
       return "outcome bad";
     case ExitCode::kUsage:
     case ExitCode::kUnknown:
+    case ExitCode::kNotRecorded:
     case ExitCode::kInterrupted:
       break;
   }

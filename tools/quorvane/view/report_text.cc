@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/log_clock.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -31,6 +32,8 @@ std::string ResultText(const PhaseRun& phase) {
       return "not found early";
     case PhaseResult::kTimedOut:
       return "timed out";
+    case PhaseResult::kInterrupted:
+      return "interrupted";
     case PhaseResult::kRejected:
       return !phase.spans.empty() && phase.spans.back().status == 0
                  ? "no response"
@@ -93,12 +96,14 @@ std::string ResponsesOf(const PhaseRun& phase, const PhaseRow& row) {
 Report ReadReport(std::string_view log) {
   Report report;
   RunBuilder builder;
+  LogClock clock;
   ReadRecords(log, [&](const Record& record) {
-    report.events.push_back(EventFrom(record));
-    builder.Add(report.events.back());
+    Event& event = report.events.emplace_back(EventFrom(record));
+    event.time = clock.TimeOf(event);
+    builder.Add(event);
   });
   report.run = builder.run();
-  report.verdict = JudgeRun(report.run, std::nullopt);
+  report.verdict = JudgeRun(report.run);
   return report;
 }
 
@@ -159,7 +164,7 @@ std::string TextReport(const Report& report, std::size_t columns) {
           '\n';
     }
   }
-  return text + '\n' + TextOf(report.verdict, columns);
+  return text + '\n' + TextOf(report.verdict, run.Detail("BMC"), columns);
 }
 
 std::string JsonReport(const Report& report) {

@@ -5,7 +5,6 @@
 #include <fmt/core.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -17,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "quorvane/config.h"
 #include "tools/quorvane/base/descriptor.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/text.h"
@@ -42,38 +42,6 @@ struct Pipe {
     read_end = Descriptor(ends[0]);
     write_end = Descriptor(ends[1]);
   }
-};
-
-// While it exists, the signals that end the tool arrive on a descriptor.
-class SignalDescriptor {
- public:
-  SignalDescriptor() {
-    sigset_t handled;
-    sigemptyset(&handled);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-      sigaddset(&handled, signal);
-    }
-    sigprocmask(SIG_BLOCK, &handled, &before_);
-    descriptor_ =
-        Descriptor(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!descriptor_.IsOpen()) CannotStart(errno);
-  }
-  ~SignalDescriptor() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-  SignalDescriptor(const SignalDescriptor&) = delete;
-  SignalDescriptor& operator=(const SignalDescriptor&) = delete;
-
-  [[nodiscard]] int get() const { return descriptor_.get(); }
-  /// Consumed signals are not delivered after unblocking.
-  void ConsumeAll() const {
-    signalfd_siginfo consumed{};
-    while (read(descriptor_.get(), &consumed, sizeof consumed) > 0) {
-    }
-  }
-  [[nodiscard]] const sigset_t& mask_before() const { return before_; }
-
- private:
-  sigset_t before_{};
-  Descriptor descriptor_;
 };
 
 // A child process. The destructor ends and reaps it.
@@ -121,7 +89,7 @@ struct WorkerPipes {
   Pipe request, response, errors, log;
 };
 
-pid_t Spawn(const WorkerPipes& pipes, const SignalDescriptor& signals,
+pid_t Spawn(const WorkerPipes& pipes, Signals& signals,
             const std::optional<PrivateRules>& rules) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -137,7 +105,8 @@ pid_t Spawn(const WorkerPipes& pipes, const SignalDescriptor& signals,
 
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
-  posix_spawnattr_setsigmask(&attributes, &signals.mask_before());
+  const sigset_t mask = signals.ChildMask();
+  posix_spawnattr_setsigmask(&attributes, &mask);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
 
   std::vector<std::string> variables = Environment(rules);
@@ -166,12 +135,6 @@ std::string FailureReason(int status) {
   return WEXITSTATUS(status) == 0
              ? std::string()
              : fmt::format("exit status {}", WEXITSTATUS(status));
-}
-
-// Ctrl-C also reaches the child, and its end may be noticed first.
-bool WasInterrupted(int status) {
-  return WIFSIGNALED(status) &&
-         (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGHUP);
 }
 
 // Prints what the child writes to standard error, such as the report of a
@@ -205,7 +168,7 @@ class ErrorPrinter {
 // Reads the child's pipes until all of them are closed.
 class PipeReader {
  public:
-  PipeReader(WorkerPipes& pipes, const SignalDescriptor& signals,
+  PipeReader(WorkerPipes& pipes, Signals& signals,
              CallListener& listener)
       : signals_(signals),
         listener_(listener),
@@ -213,7 +176,7 @@ class PipeReader {
         polled_{{{pipes.log.read_end.get(), POLLIN, 0},
                  {pipes.response.read_end.get(), POLLIN, 0},
                  {pipes.errors.read_end.get(), POLLIN, 0},
-                 {signals.get(), POLLIN, 0}}} {}
+                 {signals.descriptor(), POLLIN, 0}}} {}
 
   /// @return False if a signal arrived first.
   bool ReadAll() {
@@ -223,8 +186,7 @@ class PipeReader {
       const int ready = poll(polled_.data(), polled_.size(), kTickMs);
       if (ready == 0) listener_.OnTick();
       if (ready <= 0) continue;
-      if (polled_[kSignals].revents != 0) {
-        signals_.ConsumeAll();
+      if (polled_[kSignals].revents != 0 && signals_.MustStop()) {
         if (polled_[kLog].revents != 0) ReadAvailable(kLog);
         return false;
       }
@@ -247,10 +209,7 @@ class PipeReader {
 
   void ForwardRecord(std::string_view frame) {
     const std::optional<Record> record = RecordFrom(frame);
-    // Only the tool itself writes records of this component.
-    if (record && record->component != kToolComponent) {
-      listener_.OnRecord(*record);
-    }
+    if (record) listener_.OnRecord(*record);
   }
 
   void ReadAvailable(Source source) {
@@ -273,7 +232,7 @@ class PipeReader {
     }
   }
 
-  const SignalDescriptor& signals_;
+  Signals& signals_;
   CallListener& listener_;
   FrameReader frames_;
   std::array<pollfd, 4> polled_;
@@ -301,19 +260,21 @@ CallResult ResultOf(const PipeReader& reader, int status) {
 
 }  // namespace
 
-CallResult CallLibrary(LibraryCall call, const std::string& rules,
-                       CallListener& listener) {
-  // First, so that no signal can leave the private directory behind.
-  const SignalDescriptor signals;
-  WorkerRequest request{.call = std::move(call)};
+CallResult CallLibrary(LibraryCall call, const CallOptions& options,
+                       Signals& signals, CallListener& listener) {
+  WorkerRequest request{.call = std::move(call), .trust = options.trust};
   std::optional<PrivateRules> private_rules;
-  if (!rules.empty()) {
-    private_rules.emplace(rules);
+  if (!options.rules.empty() || options.reboot_by == RebootBy::kTool) {
+    private_rules.emplace(
+        options.rules.empty() ? ResolveConfigPath() : options.rules,
+        options.reboot_by == RebootBy::kTool ? PrivateRules::Content::kNoReboot
+                                             : PrivateRules::Content::kSame);
     request.rules_directory = private_rules->directory();
   }
   WorkerPipes pipes;
   // A worker that ends before it has read its request is reported below.
   std::signal(SIGPIPE, SIG_IGN);
+  if (signals.MustStop()) return {.end = CallResult::End::kInterrupted};
   Child child(Spawn(pipes, signals, private_rules));
   pipes.response.write_end.Close();
   pipes.errors.write_end.Close();
@@ -322,16 +283,9 @@ CallResult CallLibrary(LibraryCall call, const std::string& rules,
   pipes.request.write_end.Close();
 
   PipeReader reader(pipes, signals, listener);
-  if (!reader.ReadAll()) {
-    return {.end = CallResult::End::kInterrupted};
-  }
+  if (!reader.ReadAll()) return {.end = CallResult::End::kInterrupted};
   listener.OnTick();
-  const int status = child.Wait();
-  if (WasInterrupted(status)) {
-    signals.ConsumeAll();
-    return {.end = CallResult::End::kInterrupted};
-  }
-  return ResultOf(reader, status);
+  return ResultOf(reader, child.Wait());
 }
 
 }  // namespace quorvane::tool

@@ -19,6 +19,7 @@
 
 #include "tools/quorvane/run/records.h"
 #include "tools/quorvane/worker/protocol.h"
+#include "tools/quorvane/worker/signals.h"
 
 namespace quorvane::tool {
 
@@ -36,19 +37,30 @@ struct CallResult {
   enum class End {
     kResponded,    ///< `response` is what the worker sent.
     kDied,         ///< The process ended without a response.
-    kInterrupted,  ///< SIGINT, SIGTERM or SIGHUP; the process was ended.
+    kInterrupted,  ///< A signal; the process was ended.
   };
   End end = End::kDied;
   std::optional<WorkerResponse> response = {};
   std::string reason = {};  ///< Why there is no response, e.g. "signal 11".
 };
 
+/// Who requests the reboot after an update.
+enum class RebootBy {
+  kLibrary,  ///< The library, by the rules.
+  kTool,     ///< The library gets rules that require no reboot.
+};
+
+struct CallOptions {
+  std::string rules = {};  ///< Rules file to use; empty: the installed one.
+  RebootBy reboot_by = RebootBy::kLibrary;
+  Trust trust = {};
+};
+
 /// Makes one call in a child process; blocks until it ends.
-/// @param rules     Rules file to use; empty: the installed one.
 /// @param listener  Called on this thread.
 /// @throws ToolError when the process cannot be started.
-CallResult CallLibrary(LibraryCall call, const std::string& rules,
-                       CallListener& listener);
+CallResult CallLibrary(LibraryCall call, const CallOptions& options,
+                       Signals& signals, CallListener& listener);
 
 }  // namespace quorvane::tool
 

@@ -30,7 +30,14 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryCall, request)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisCall, request)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryResult, was_read, items)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisResult, was_read, info)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(WorkerError, message, is_out_of_memory)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ProbeCall, address)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RestartCall, request)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeyCall, address)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trust, pinned_key, ca_file, forbids_download)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ProbeResult, status, reason)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeyResult, key)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(WorkerError, message, is_out_of_memory,
+                                   is_login_refused)
 // NOLINTEND(readability-identifier-naming)
 
 namespace {
@@ -75,7 +82,8 @@ std::string Bytes(const Json& json) {
 }  // namespace
 
 std::string Encode(const WorkerRequest& request) {
-  return Bytes({VariantToJson(request.call), request.rules_directory});
+  return Bytes({VariantToJson(request.call), request.trust,
+                request.rules_directory});
 }
 
 std::string Encode(const WorkerResponse& response) {
@@ -85,7 +93,8 @@ std::string Encode(const WorkerResponse& response) {
 WorkerRequest DecodeRequest(std::string_view bytes) {
   const Json json = Json::from_cbor(bytes);
   return {.call = VariantFromJson<LibraryCall>(json.at(0)),
-          .rules_directory = json.at(1)};
+          .trust = json.at(1).get<Trust>(),
+          .rules_directory = json.at(2)};
 }
 
 WorkerResponse DecodeResponse(std::string_view bytes) {

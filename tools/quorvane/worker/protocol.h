@@ -21,11 +21,40 @@ struct InventoryCall {
 struct ChassisCall {
   InventoryRequest request;
 };
-/// The library call that the worker makes.
-using LibraryCall = std::variant<UpdateRequest, InventoryCall, ChassisCall>;
+/// A request to the service root (DSP0266, "Service root"), without
+/// credentials: whether the BMC responds at all. Takes at most
+/// `kProbeSeconds`.
+struct ProbeCall {
+  std::string address;
+};
+/// The reboot of the library's update, by the same rules, without an update.
+struct RestartCall {
+  InventoryRequest request;
+};
+/// Reads the public key of a server, without credentials.
+struct KeyCall {
+  std::string address;
+};
+/// The call that the worker makes.
+using LibraryCall = std::variant<UpdateRequest, InventoryCall, ChassisCall,
+                                 ProbeCall, RestartCall, KeyCall>;
+
+constexpr unsigned kProbeSeconds = 15;
+
+/// How the worker identifies the BMC.
+struct Trust {
+  std::string pinned_key = {};    ///< "sha256//BASE64"; empty: any key.
+  std::string ca_file = {};       ///< Certificates (PEM); empty: no check.
+  bool forbids_download = false;  ///< No request to the host of an image.
+
+  [[nodiscard]] bool IsChecked() const {
+    return !pinned_key.empty() || !ca_file.empty();
+  }
+};
 
 struct WorkerRequest {
   LibraryCall call;
+  Trust trust = {};
   /// Directory from which the worker must have loaded the library; empty: any.
   std::string rules_directory = {};
 };
@@ -38,14 +67,23 @@ struct ChassisResult {
   bool was_read = false;  ///< What FetchChassisInfo returned.
   ChassisInfo info = {};
 };
+struct ProbeResult {
+  long status = 0;          ///< Of the response; 0: none.
+  std::string reason = {};  ///< Why there is none.
+};
+struct KeyResult {
+  std::string key;  ///< "sha256//BASE64"
+};
 /// The library threw an exception.
 struct WorkerError {
   std::string message;
   bool is_out_of_memory = false;
+  bool is_login_refused = false;  ///< The worker ended the call itself.
 };
 /// The result of the call, of the type that belongs to it, or an error.
 using WorkerResponse =
-    std::variant<UpdateResponse, InventoryResult, ChassisResult, WorkerError>;
+    std::variant<UpdateResponse, InventoryResult, ChassisResult, ProbeResult,
+                 KeyResult, WorkerError>;
 
 /// @{ The bytes of a message.
 std::string Encode(const WorkerRequest& request);

@@ -13,11 +13,18 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <variant>
 
+#include "config/target.h"
 #include "quorvane/quorvane.h"
 #include "tools/quorvane/base/descriptor.h"
+#include "tools/quorvane/run/records.h"
 #include "tools/quorvane/worker/protocol.h"
 #include "tools/quorvane/worker/record_stream.h"
+#include "tools/quorvane/worker/request_guard.h"
+#include "update/phases.h"
+#include "update/update_run.h"
 
 namespace quorvane::tool {
 namespace {
@@ -36,6 +43,74 @@ WorkerResponse Call(const ChassisCall& call) {
   ChassisResult result;
   result.was_read = FetchChassisInfo(call.request, result.info);
   return result;
+}
+
+WorkerResponse Call(const ProbeCall& call) {
+  // Only the lookup of a host name can outlast the time limit of the request.
+  alarm(kProbeSeconds);
+  constexpr long kTimeoutMs = 1000L * kProbeSeconds - 500;
+  ProbeResult result;
+  try {
+    const HttpClient client;
+    result.status = client
+                        .get("https://" + call.address + "/redfish/v1/", {},
+                             kTimeoutMs, {}, {}, "none")
+                        .status_code;
+  } catch (const std::runtime_error& error) {
+    result.reason = error.what();
+  }
+  return result;
+}
+
+WorkerResponse Call(const RestartCall& call) {
+  const auto& [address, username, password] = call.request;
+  Config config = LoadConfigAuto();
+  OverrideTarget(config, address, username, password);
+  config.reboot_required = true;
+  const HttpClient client;
+  UpdateRequest request;
+  request.bmc_ip = address;
+  request.username = username;
+  request.password = password;
+  UpdateRun run{.client = client, .request = request, .config = config};
+  static_cast<void>(RunRebootPhase(run));
+  return std::move(run.result);
+}
+
+WorkerResponse Call(const KeyCall& call) {
+  const HttpClient initializes_libcurl;
+  return KeyResult{ServerKey(call.address)};
+}
+
+const std::string& AddressIn(const UpdateRequest& call) { return call.bmc_ip; }
+const std::string& AddressIn(const ProbeCall& call) { return call.address; }
+const std::string& AddressIn(const KeyCall& call) { return call.address; }
+template <typename Call>
+const std::string& AddressIn(const Call& call) {
+  return call.request.ip;
+}
+
+// Does not return.
+void EndAfterRefusedLogin() {
+  LogError(kToolComponent,
+           "Login refused (HTTP 401). The tool sends no more requests, because "
+           "they could lock the account.");
+  ShutdownLogger();
+  const WorkerResponse response =
+      WorkerError{.message = "The BMC refused the login (HTTP 401)",
+                  .is_login_refused = true};
+  static_cast<void>(WriteAll(STDOUT_FILENO, Encode(response)));
+  _exit(static_cast<int>(ExitCode::kDone));
+}
+
+void Guard(const WorkerRequest& request) {
+  const auto* update = std::get_if<UpdateRequest>(&request.call);
+  GuardRequests(
+      {.trust = request.trust,
+       .bmc = std::visit([](const auto& call) { return AddressIn(call); },
+                         request.call),
+       .image_uri = update == nullptr ? std::string() : update->image_uri,
+       .on_refused_login = EndAfterRefusedLogin});
 }
 
 // If the loader ignored its search path, the library would silently use the
@@ -76,11 +151,16 @@ void LimitMemory(const LibraryCall& call) {
 WorkerResponse Respond() {
   try {
     SendConsoleAsFrames(kWorkerLogDescriptor);
-    // The tool takes the records from the console stream and writes the log.
-    InitLogger("/dev/null", LogLevel::DEBUG, true, true);
     const std::string bytes(std::istreambuf_iterator<char>(std::cin), {});
     const WorkerRequest request = DecodeRequest(bytes);
     RequireRulesFrom(request.rules_directory);
+    // Its requests are not those of the run.
+    InitLogger("/dev/null", LogLevel::ERROR, false, false);
+    RequireEffectiveGuard(request.trust);
+    ShutdownLogger();
+    // The tool takes the records from the console stream and writes the log.
+    InitLogger("/dev/null", LogLevel::DEBUG, true, true);
+    Guard(request);
     LimitMemory(request.call);
     return std::visit([](const auto& call) { return Call(call); },
                       request.call);

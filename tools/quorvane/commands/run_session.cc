@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/commands/run_session.h"
+
+#include <fmt/core.h>
+
+#include <csignal>
+#include <utility>
+#include <variant>
+
+#include "quorvane/config.h"
+#include "quorvane/version.h"
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/sha256.h"
+
+namespace quorvane::tool {
+namespace {
+
+std::string TextOf(const Trust& trust) {
+  if (!trust.pinned_key.empty()) return "key " + trust.pinned_key;
+  if (!trust.ca_file.empty()) return "certificates in " + trust.ca_file;
+  return "none";
+}
+
+}  // namespace
+
+RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
+    : bmc_(bmc),
+      lock_(bmc.bmc),
+      log_(bmc.log, bmc.log_level),
+      signals_(settings.on_hangup),
+      progress_(MakeProgress(settings.style, settings.attempts)) {
+  const std::string rules =
+      bmc.rules.empty() ? ResolveConfigPath() : bmc.rules;
+  NoteEvent("Run: " + settings.title);
+  NoteEvent("Tool: quorvane " QUORVANE_VERSION_STRING);
+  NoteEvent("Started: " + ZonedStampNow());
+  NoteEvent("BMC: " + bmc.bmc);
+  NoteEvent("User: " + bmc.user);
+  NoteEvent(fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules)));
+  if (!settings.image.empty()) NoteEvent("Image: " + settings.image);
+  NoteEvent("Certificate check: " + TextOf(bmc.trust));
+}
+
+void RunSession::OnRecord(const Record& record) {
+  log_.Keep(record);
+  Event event = EventFrom(record);
+  event.time = MonotonicSeconds();
+  builder_.Add(event);
+  progress_->OnEvent(event, run());
+}
+
+void RunSession::OnTick() { progress_->OnTick(run()); }
+
+void RunSession::NoteEvent(const std::string& text) {
+  log_.Note(text);
+  Event event = EventFrom({.time = MonotonicSeconds(),
+                           .stamp = StampNow(),
+                           .component = kToolComponent,
+                           .message = text});
+  builder_.Add(event);
+}
+
+std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
+                                               RebootBy reboot_by) {
+  CallResult result = CallLibrary(
+      std::move(call),
+      {.rules = bmc_.rules, .reboot_by = reboot_by, .trust = bmc_.trust},
+      signals_, *this);
+  switch (result.end) {
+    case CallResult::End::kInterrupted:
+      NoteEvent("Interrupted by a signal.");
+      must_stop_ = true;
+      return std::nullopt;
+    case CallResult::End::kDied:
+      NoteEvent("Worker process failed: " + result.reason);
+      must_stop_ = true;
+      return std::nullopt;
+    case CallResult::End::kResponded:
+      break;
+  }
+  if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
+    must_stop_ = true;
+    if (!error->is_login_refused) {
+      NoteEvent("Worker process failed: " + error->message);
+    }
+    return std::nullopt;
+  }
+  return std::move(result.response);
+}
+
+bool RunSession::Probe() {
+  CallResult result = CallLibrary(
+      ProbeCall{bmc_.bmc}, {.rules = bmc_.rules, .trust = bmc_.trust}, signals_,
+      *this);
+  if (result.end == CallResult::End::kInterrupted) {
+    NoteEvent("Interrupted by a signal.");
+    must_stop_ = true;
+    return false;
+  }
+  if (result.end == CallResult::End::kDied) {
+    must_stop_ = true;
+    if (result.reason == fmt::format("signal {}", SIGALRM)) {
+      NoteEvent(fmt::format("No response: the lookup of {} took longer than "
+                            "{} s",
+                            bmc_.bmc, kProbeSeconds));
+    } else {
+      NoteEvent("Worker process failed: " + result.reason);
+    }
+    return false;
+  }
+  if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot start: " + error->message + ".");
+  }
+  must_stop_ = std::get<ProbeResult>(*result.response).status == 0;
+  return !must_stop_;
+}
+
+void RunSession::WithholdReboot(const std::string& reason) {
+  NoteEvent("No reboot: " + reason);
+}
+
+Verdict RunSession::Finish() {
+  progress_->Finish();
+  log_.NoteElapsed();
+  if (!run().was_interrupted && run().worker_failure.empty()) {
+    NoteEvent("Finished.");
+  }
+  Verdict verdict = JudgeRun(run());
+  log_.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
+                        verdict.headline));
+  if (!verdict.cause.empty()) log_.Note("Cause: " + verdict.cause);
+  if (!verdict.next.empty()) log_.Note("Next: " + verdict.next);
+  return verdict;
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_RUN_SESSION_H_
+#define QUORVANE_TOOLS_QUORVANE_COMMANDS_RUN_SESSION_H_
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/run/run.h"
+#include "tools/quorvane/run/run_log.h"
+#include "tools/quorvane/run/verdict.h"
+#include "tools/quorvane/view/progress.h"
+#include "tools/quorvane/worker/bmc_lock.h"
+#include "tools/quorvane/worker/library_process.h"
+
+namespace quorvane::tool {
+
+/// A run that can change a BMC: locks the BMC, makes the calls of the library,
+/// sends their log records to the log file, to the facts of the run and to the
+/// display, and ends with a verdict.
+class RunSession : private CallListener {
+ public:
+  struct Settings {
+    std::string title = {};  ///< E.g. "update of 192.0.2.7 with fw.bin".
+    std::string image = {};  ///< File or URI with its size and hash; may be empty.
+    ProgressStyle style = ProgressStyle::kPlain;
+    int attempts = 1;  ///< How many the rules allow at each URI.
+    Signals::OnHangup on_hangup = Signals::OnHangup::kContinue;
+  };
+
+  /// @throws ToolError if another process changes the BMC or writes the log.
+  RunSession(const BmcOptions& bmc, const Settings& settings);
+
+  /// Makes a call. If the tool was interrupted or the call failed, the facts
+  /// of the run contain that, and `MustStop` is true.
+  /// @return What the library returned; nothing if it did not return.
+  std::optional<WorkerResponse> Call(LibraryCall call,
+                                     RebootBy reboot_by = RebootBy::kLibrary);
+
+  /// Whether the run must make no more calls.
+  [[nodiscard]] bool MustStop() const { return must_stop_; }
+
+  /// Whether the BMC responds at all.
+  /// @throws ToolError if the worker cannot start.
+  bool Probe();
+
+  /// Adds the reason why the tool requests no reboot.
+  void WithholdReboot(const std::string& reason);
+
+  /// Writes a record to the log.
+  void Note(std::string_view text) { log_.Note(text); }
+
+  /// Ends the run: logs and returns the verdict.
+  Verdict Finish();
+
+  [[nodiscard]] const Run& run() const { return builder_.run(); }
+  [[nodiscard]] const RunLog& log() const { return log_; }
+
+ private:
+  void OnRecord(const Record& record) override;
+  void OnTick() override;
+  /// Writes a record to the log and adds its event to the run.
+  void NoteEvent(const std::string& text);
+
+  const BmcOptions& bmc_;
+  BmcLock lock_;
+  RunLog log_;
+  Signals signals_;
+  std::unique_ptr<Progress> progress_;
+  RunBuilder builder_;
+  bool must_stop_ = false;
+};
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_RUN_SESSION_H_
