@@ -42,6 +42,8 @@ inline std::string LogOf(const Messages& messages) {
 
 inline const Messages kStart = {
     "[tool] Run: update of 192.0.2.7 with firmware.blx",
+    "[tool] BMC: 192.0.2.7",
+    "[tool] User: admin",
     "========== FIRMWARE UPDATE START ==========",
     "[inventory] ========== INVENTORY FETCH START ==========",
     "[inventory] GET collection: https://192.0.2.7/redfish/v1/x (URI 1/1)",
@@ -65,8 +67,9 @@ inline const Messages kCompleted = {
 inline const Messages kRebooting = {
     "Reboot -- 1 URI(s) to try",
     "Trying reboot URI: https://192.0.2.7/reset (1/1)"};
-inline const Messages kEnd = {"========== FIRMWARE UPDATE SUMMARY ==========",
-                              "[logger] === Logger shutdown ==="};
+inline const Messages kEnd = {
+    "========== FIRMWARE UPDATE SUMMARY ==========",
+    "[logger] === Logger shutdown ===", "[tool] Finished."};
 
 /// A message with lines that look like records.
 inline const std::string kForgedLines =

@@ -95,12 +95,12 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       Messages{"Upload HTTP status: 503", "Retrying in 20s (attempt 2/3)"};
   EXPECT_THAT(block(retrying, 80),
               ElementsAre("Upload       URI 1 of 2, attempt 3 of 4  /up1",
-                          "next attempt in 8 s of 20 s", "elapsed 21 s"));
+                          "next attempt in 8 s of 20 s", "elapsed 23 s"));
   EXPECT_THAT(
       block(kStart + kUploading + kPolling, 80),
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
-                  "next poll in 18 s of 30 s", "elapsed 27 s"));
+                  "next poll in 18 s of 30 s", "elapsed 29 s"));
   const Report begun = ReadReport(LogOf(kStart));
   EXPECT_EQ(LiveBlock(begun.run, 4, begun.run.begin + 1e12, 80).back(),
             "elapsed 11574074 d 1 h");

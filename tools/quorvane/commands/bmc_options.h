@@ -34,8 +34,8 @@ void AddAddressOption(CLI::App& command, std::string& address);
 /// Adds the options to `command`. `options` must outlive it.
 void AddBmcOptions(CLI::App& command, BmcOptions& options);
 
-/// A function for CLI::Validator: replaces one of `names` by its position, which
-/// CLI11 converts to an enumerator; rejects anything else.
+/// A function for CLI::Validator: replaces one of `names` by its position,
+/// which CLI11 converts to an enumerator; rejects anything else.
 std::function<std::string(std::string&)> ChoiceNumber(
     std::vector<std::string> names);
 

@@ -26,8 +26,7 @@ ExitCode RunRestart(BmcOptions options) {
     static_cast<void>(session.Call(RestartCall{request}));
   }
   const Verdict verdict = session.Finish();
-  fmt::print("{}Log:     {}\n",
-             TextOf(verdict, options.bmc, TerminalColumns()),
+  fmt::print("{}Log:     {}\n", TextOf(verdict, options.bmc, TerminalColumns()),
              Printable(session.log().path()));
   return ExitCodeOf(verdict.outcome);
 }

@@ -29,8 +29,7 @@ RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
       log_(bmc.log, bmc.log_level),
       signals_(settings.on_hangup),
       progress_(MakeProgress(settings.style, settings.attempts)) {
-  const std::string rules =
-      bmc.rules.empty() ? ResolveConfigPath() : bmc.rules;
+  const std::string rules = bmc.rules.empty() ? ResolveConfigPath() : bmc.rules;
   NoteEvent("Run: " + settings.title);
   NoteEvent("Tool: quorvane " QUORVANE_VERSION_STRING);
   NoteEvent("Started: " + ZonedStampNow());
@@ -89,9 +88,9 @@ std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
 }
 
 bool RunSession::Probe() {
-  CallResult result = CallLibrary(
-      ProbeCall{bmc_.bmc}, {.rules = bmc_.rules, .trust = bmc_.trust}, signals_,
-      *this);
+  CallResult result =
+      CallLibrary(ProbeCall{bmc_.bmc},
+                  {.rules = bmc_.rules, .trust = bmc_.trust}, signals_, *this);
   if (result.end == CallResult::End::kInterrupted) {
     NoteEvent("Interrupted by a signal.");
     must_stop_ = true;
@@ -100,17 +99,17 @@ bool RunSession::Probe() {
   if (result.end == CallResult::End::kDied) {
     must_stop_ = true;
     if (result.reason == fmt::format("signal {}", SIGALRM)) {
-      NoteEvent(fmt::format("No response: the lookup of {} took longer than "
-                            "{} s",
-                            bmc_.bmc, kProbeSeconds));
+      NoteEvent(
+          fmt::format("No response: the lookup of {} took longer than "
+                      "{} s",
+                      bmc_.bmc, kProbeSeconds));
     } else {
       NoteEvent("Worker process failed: " + result.reason);
     }
     return false;
   }
   if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot start: " + error->message + ".");
+    throw ToolError(ExitCode::kUsage, "Cannot start: " + error->message + ".");
   }
   must_stop_ = std::get<ProbeResult>(*result.response).status == 0;
   return !must_stop_;

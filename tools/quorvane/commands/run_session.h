@@ -23,7 +23,8 @@ class RunSession : private CallListener {
  public:
   struct Settings {
     std::string title = {};  ///< E.g. "update of 192.0.2.7 with fw.bin".
-    std::string image = {};  ///< File or URI with its size and hash; may be empty.
+    std::string image =
+        {};  ///< File or URI with its size and hash; may be empty.
     ProgressStyle style = ProgressStyle::kPlain;
     int attempts = 1;  ///< How many the rules allow at each URI.
     Signals::OnHangup on_hangup = Signals::OnHangup::kContinue;

@@ -36,8 +36,7 @@ class IgnoredRecords : public CallListener {
 std::string KeyOf(const std::string& address) {
   Signals signals(Signals::OnHangup::kStop);
   IgnoredRecords ignored;
-  const CallResult result =
-      CallLibrary(KeyCall{address}, {}, signals, ignored);
+  const CallResult result = CallLibrary(KeyCall{address}, {}, signals, ignored);
   if (result.end == CallResult::End::kInterrupted) {
     throw ToolError(ExitCode::kInterrupted,
                     "Interrupted. The file was not changed.");
@@ -61,7 +60,8 @@ bool IsConfirmed() {
                     "Cannot ask whether to store the key: standard input is no "
                     "terminal. Compare the key, then use --yes.");
   }
-  fmt::print("Store it? Compare it with the key of the server first. [yes/no] ");
+  fmt::print(
+      "Store it? Compare it with the key of the server first. [yes/no] ");
   std::fflush(stdout);
   std::string answer;
   std::getline(std::cin, answer);
@@ -86,8 +86,8 @@ ExitCode RunTrust(const TrustCommandOptions& options) {
   const std::string file =
       EffectiveTrustOptions({.known_hosts = options.known_hosts}).known_hosts;
   if (!file.empty()) CheckDocumentPath(file);
-  const auto stored = file.empty() ? std::nullopt
-                                   : StoredKey(file, options.bmc);
+  const auto stored =
+      file.empty() ? std::nullopt : StoredKey(file, options.bmc);
   const std::string key = KeyOf(options.bmc);
   fmt::print("{} has the key {}\n", Printable(options.bmc), key);
   if (file.empty()) {

@@ -26,12 +26,12 @@ constexpr const char* kSiteFile = "/etc/quorvane/tool.json";
 std::string PinFault(const std::string& pin) {
   constexpr std::string_view kPrefix = "sha256//";
   constexpr std::size_t kBase64Length = 44;  // of 32 bytes
-  const bool is_pin =
-      pin.rfind(kPrefix, 0) == 0 &&
-      pin.size() == kPrefix.size() + kBase64Length &&
-      pin.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvw"
-                            "xyz0123456789+/=",
-                            kPrefix.size()) == std::string::npos;
+  const bool is_pin = pin.rfind(kPrefix, 0) == 0 &&
+                      pin.size() == kPrefix.size() + kBase64Length &&
+                      pin.find_first_not_of(
+                          "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvw"
+                          "xyz0123456789+/=",
+                          kPrefix.size()) == std::string::npos;
   return is_pin ? std::string()
                 : "give the key as `quorvane trust` shows it: sha256// and 44 "
                   "characters";
@@ -91,8 +91,9 @@ std::string CheckedFile(const std::string& file) {
 }  // namespace
 
 void AddTrustOptions(CLI::App& command, TrustOptions& options) {
-  auto* pin = command.add_option(
-      "--pin", options.pin, "Public key that the BMC must have: sha256//BASE64");
+  auto* pin =
+      command.add_option("--pin", options.pin,
+                         "Public key that the BMC must have: sha256//BASE64");
   pin->check(CLI::Validator(PinFault, ""))->type_name("KEY");
   command
       .add_option("--cacert", options.cacert,

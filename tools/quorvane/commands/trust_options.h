@@ -17,7 +17,7 @@ struct TrustOptions {
   std::string pin = {};          ///< "sha256//BASE64"
   std::string cacert = {};       ///< File of certificates (PEM).
   std::string known_hosts = {};  ///< File of keys, see `StoredKey`.
-  bool insecure = false;    ///< No check, and no warning.
+  bool insecure = false;         ///< No check, and no warning.
 
   [[nodiscard]] bool IsSet() const {
     return insecure || !pin.empty() || !cacert.empty() || !known_hosts.empty();

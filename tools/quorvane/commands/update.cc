@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "logging/redact.h"
-#include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/closest.h"
+#include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/sha256.h"
 #include "tools/quorvane/base/terminal.h"
@@ -141,11 +141,12 @@ void RequireKnownTargets(const UpdateOptions& options,
                          const std::optional<InventoryResult>& inventory) {
   if (options.targets.empty() || options.bmc.force) return;
   if (!inventory || !inventory->was_read) {
-    throw ToolError(ExitCode::kFailed,
-                    fmt::format("Cannot check --target: {} returned no firmware "
-                                "inventory. Use --force to update without the "
-                                "check.",
-                                options.bmc.bmc));
+    throw ToolError(
+        ExitCode::kFailed,
+        fmt::format("Cannot check --target: {} returned no firmware "
+                    "inventory. Use --force to update without the "
+                    "check.",
+                    options.bmc.bmc));
   }
   std::vector<std::string> known;
   for (const InventoryItem& item : inventory->items) known.push_back(item.uri);
@@ -190,11 +191,11 @@ std::optional<UpdateResponse> Reboot(RunSession& session,
                                      const Config& rules,
                                      const UpdateRequest& request) {
   const std::string harm = ReasonAgainstReboot(session.run());
-  const std::string reason =
-      !harm.empty()                              ? harm
-      : !rules.reboot_required                   ? "the rules require none"
-      : options.restart == RestartMode::kNever   ? "--restart is never"
-                                                 : std::string();
+  const std::string reason = !harm.empty()            ? harm
+                             : !rules.reboot_required ? "the rules require none"
+                             : options.restart == RestartMode::kNever
+                                 ? "--restart is never"
+                                 : std::string();
   if (!reason.empty()) {
     session.WithholdReboot(reason);
     return std::nullopt;
@@ -221,8 +222,8 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
     request.prefetched_inventory = std::move(inventory->items);
   }
   const bool by_rules = options.restart == RestartMode::kRules;
-  responses.update = ResultIn<UpdateResponse>(session.Call(
-      request, by_rules ? RebootBy::kLibrary : RebootBy::kTool));
+  responses.update = ResultIn<UpdateResponse>(
+      session.Call(request, by_rules ? RebootBy::kLibrary : RebootBy::kTool));
   if (by_rules || session.MustStop()) return responses;
   responses.reboot = Reboot(session, options, rules, request);
   return responses;
@@ -277,9 +278,9 @@ ExitCode RunUpdate(UpdateOptions options) {
   const UpdateRequest request = RequestFrom(options);
   RunSession session(
       options.bmc,
-      {.title = fmt::format("update of {} with {}", options.bmc.bmc,
-                            options.file.empty() ? RedactUri(options.image)
-                                                 : options.file),
+      {.title = fmt::format(
+           "update of {} with {}", options.bmc.bmc,
+           options.file.empty() ? RedactUri(options.image) : options.file),
        .image = ImageText(options),
        .style = ChooseStyle(options.quiet),
        .attempts = rules.max_retries + 1,

@@ -75,8 +75,16 @@ void ReadUriAndIndex(std::string_view rest, Event& event) {
 }
 
 // In a log that is cut off, half of the next line may follow.
+std::string_view FirstLine(std::string_view text) {
+  return text.substr(0, text.find('\n'));
+}
+
 void ReadUri(std::string_view rest, Event& event) {
-  event.uri = rest.substr(0, rest.find('\n'));
+  event.uri = FirstLine(rest);
+}
+
+void ReadLine(std::string_view rest, Event& event) {
+  event.text = FirstLine(rest);
 }
 
 void ReadStatus(std::string_view rest, Event& event) {
@@ -133,30 +141,30 @@ using enum EventKind;
 
 // The messages of the tool and the library, by their start.
 constexpr std::array kPatterns = {
-    Pattern{"tool", "Run: ", kRunTitle, Phase::kNone, ReadText},
-    Pattern{"tool", "BMC: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "User: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "Image: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "Rules: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "Tool: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "Started: ", kRunDetail, Phase::kNone, ReadText},
-    Pattern{"tool", "Certificate check: ", kRunDetail, Phase::kNone, ReadText},
+    Pattern{"tool", "Run: ", kRunTitle, Phase::kNone, ReadLine},
+    Pattern{"tool", "BMC: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "User: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Image: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Rules: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Tool: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Started: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Certificate check: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Elapsed: ", kElapsed, Phase::kNone, ReadElapsed},
     Pattern{"tool", "The request was not sent", kRequestNotSent, Phase::kNone,
             IgnoreRest},
     Pattern{"tool", "The request was sent", kBodySent, Phase::kNone,
             IgnoreRest},
-    Pattern{"tool", "No response: ", kRequestFailed, Phase::kNone, ReadText},
+    Pattern{"tool", "No response: ", kRequestFailed, Phase::kNone, ReadLine},
     Pattern{"tool", "Login refused (HTTP ", kLoginRefused, Phase::kNone,
             ReadStatus},
-    Pattern{"tool", "No reboot: ", kRebootWithheld, Phase::kNone, ReadText},
+    Pattern{"tool", "No reboot: ", kRebootWithheld, Phase::kNone, ReadLine},
     Pattern{"tool", "Interrupted", kInterrupted, Phase::kNone, IgnoreRest},
     Pattern{"tool", "Worker process failed: ", kWorkerDied, Phase::kNone,
-            ReadText},
+            ReadLine},
     Pattern{"tool", "Finished", kFinished, Phase::kNone, IgnoreRest},
-    Pattern{"tool", "Outcome: ", kOutcome, Phase::kNone, ReadText},
-    Pattern{"tool", "Cause: ", kCause, Phase::kNone, ReadText},
-    Pattern{"tool", "Next: ", kNextStep, Phase::kNone, ReadText},
+    Pattern{"tool", "Outcome: ", kOutcome, Phase::kNone, ReadLine},
+    Pattern{"tool", "Cause: ", kCause, Phase::kNone, ReadLine},
+    Pattern{"tool", "Next: ", kNextStep, Phase::kNone, ReadLine},
     Pattern{"logger", "=== Logger shutdown", kRunEnds, Phase::kNone,
             IgnoreRest},
     Pattern{"inventory", "========== INVENTORY FETCH START", kPhaseBegins,

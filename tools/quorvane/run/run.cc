@@ -414,8 +414,7 @@ ChangeRequest* RunBuilder::CurrentRequest() {
   return last.phase == run_.phases.back().phase ? &last : nullptr;
 }
 
-void RunBuilder::PlanRequest(const std::string& uri,
-                             ChangeRequest::Fate fate) {
+void RunBuilder::PlanRequest(const std::string& uri, ChangeRequest::Fate fate) {
   const Phase phase = CurrentPhase().phase;
   if (!NeedsAcceptance(phase)) return;
   run_.requests.push_back({.phase = phase, .uri = uri, .fate = fate});

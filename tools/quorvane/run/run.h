@@ -26,7 +26,7 @@ struct Span {
   int count = -1;           ///< and the maximum number of polls.
   std::string verb = {};    ///< Of a request, at debug level.
   std::string uri = {};
-  long status = -1;  ///< 0: no response; -1: not known yet.
+  long status = -1;      ///< 0: no response; -1: not known yet.
   bool is_sent = false;  ///< Of a request: its last byte was sent.
 };
 
@@ -114,8 +114,8 @@ struct Run {
   bool is_update = false;
   bool is_complete = false;  ///< The log contains its end.
   bool was_interrupted = false;
-  std::string worker_failure = {};  ///< Why the worker process died.
-  bool reboot_skipped = false;      ///< By the rules.
+  std::string worker_failure = {};   ///< Why the worker process died.
+  bool reboot_skipped = false;       ///< By the rules.
   std::string reboot_withheld = {};  ///< Why the tool requested no reboot.
   int earlier_runs = 0;              ///< In the same log.
   int items_read = -1;

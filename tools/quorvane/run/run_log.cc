@@ -67,8 +67,8 @@ void RunLog::EndEarlierRun() {
 void RunLog::Keep(const Record& record) {
   if (record.level < level_ && record.component != kToolComponent) return;
   // Without these seconds, a clock that is set would falsify all durations.
-  const double error = SecondsOf(record.stamp) - clock_begin_ -
-                       (MonotonicSeconds() - begin_);
+  const double error =
+      SecondsOf(record.stamp) - clock_begin_ - (MonotonicSeconds() - begin_);
   if (std::abs(error - clock_error_) > 1) {
     clock_error_ = error;
     NoteElapsed();

@@ -11,8 +11,8 @@
 
 namespace quorvane::tool {
 
-/// The log file of a run: the library's records from a level up, and all records
-/// of the tool. See records.h for the format.
+/// The log file of a run: the library's records from a level up, and all
+/// records of the tool. See records.h for the format.
 class RunLog {
  public:
   /// @param path   Appended to, mode 0600 if it is new; empty: a new private
@@ -44,7 +44,8 @@ class RunLog {
   bool is_full_ = false;  // reported once
   double begin_ = MonotonicSeconds();
   double clock_begin_ = SecondsOf(StampNow());
-  double clock_error_ = 0;  // of the stamps, against the seconds since the start
+  double clock_error_ =
+      0;  // of the stamps, against the seconds since the start
 };
 
 }  // namespace quorvane::tool

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "quorvane/config.h"
 #include "tools/quorvane/base/text.h"
 
 namespace quorvane::tool {
@@ -157,17 +158,22 @@ std::string CompareVersions(const Run& run) {
 }
 
 std::string RebootCommand(const Run& run) {
-  return fmt::format("`quorvane restart{}`", Account(run));
+  const std::string rules = run.Detail("Rules");
+  const std::string file = rules.substr(0, rules.find(" (SHA-256"));
+  return fmt::format("`quorvane restart{}{}`", Account(run),
+                     file.empty() || file == ResolveConfigPath()
+                         ? std::string()
+                         : " --rules " + file);
 }
 
 // A task that still exists, then the versions.
 std::string CheckTask(const Run& run) {
   const PhaseRun* task = run.Last(Phase::kTask);
   if (task == nullptr || task->uri.empty()) {
-    return run.requests.empty()
-               ? CompareVersions(run)
-               : "Look for a new task with GET /redfish/v1/TaskService/Tasks. " +
-                     CompareVersions(run);
+    return run.requests.empty() ? CompareVersions(run)
+                                : "Look for a new task with GET "
+                                  "/redfish/v1/TaskService/Tasks. " +
+                                      CompareVersions(run);
   }
   return fmt::format("Check the task with GET {}. {}", task->uri,
                      CompareVersions(run));
@@ -208,10 +214,9 @@ std::string ListOf(const Run& run) {
   std::string list;
   for (auto one = run.requests.begin(); one != run.requests.end();) {
     const std::string text = TextOf(*one);
-    const auto next =
-        std::find_if(one, run.requests.end(), [&text](const auto& other) {
-          return TextOf(other) != text;
-        });
+    const auto next = std::find_if(
+        one, run.requests.end(),
+        [&text](const auto& other) { return TextOf(other) != text; });
     if (one->fate != Fate::kPlanned) {
       list += (list.empty() ? "" : "; ") + text;
       if (next - one > 1) list += fmt::format(", {} times", next - one);
@@ -233,8 +238,7 @@ bool HasSentRequest(const Run& run) {
 const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
   const ChangeRequest* rejection = nullptr;
   for (const ChangeRequest& request : run.requests) {
-    if (!is_included(request.phase) ||
-        AnswerTo(request) != Answer::kRejected) {
+    if (!is_included(request.phase) || AnswerTo(request) != Answer::kRejected) {
       continue;
     }
     const bool is_missing = request.status == 404 || request.status == 405;
@@ -263,7 +267,8 @@ std::string RebootClause(const Facts& facts) {
     case Answer::kNone:
       break;
   }
-  return facts.run.reboot_withheld.empty() ? "" : "; the system was not rebooted";
+  return facts.run.reboot_withheld.empty() ? ""
+                                           : "; the system was not rebooted";
 }
 
 // "Upload at /a returned HTTP 413: Too large."
@@ -277,21 +282,21 @@ std::string CauseOf(const ChangeRequest& rejection) {
 
 // The cause, and all requests if there were others.
 std::string CauseAndList(const Run& run, const ChangeRequest& rejection) {
-  const bool has_others = std::any_of(
-      run.requests.begin(), run.requests.end(), [&rejection](const auto& one) {
-        return TextOf(one) != TextOf(rejection);
-      });
+  const bool has_others = std::any_of(run.requests.begin(), run.requests.end(),
+                                      [&rejection](const auto& one) {
+                                        return TextOf(one) != TextOf(rejection);
+                                      });
   return CauseOf(rejection) + (has_others ? " " + ListOf(run) : "");
 }
 
 Verdict LoginRefused(const Facts& facts) {
-  return {Outcome::kLoginRefused,
-          fmt::format("The BMC refused the login (HTTP {}).",
-                      facts.run.login_refused != 0 ? facts.run.login_refused
-                                                   : 401),
-          ListOf(facts.run),
-          "Check the user and the password. More attempts can lock the "
-          "account."};
+  return {
+      Outcome::kLoginRefused,
+      fmt::format("The BMC refused the login (HTTP {}).",
+                  facts.run.login_refused != 0 ? facts.run.login_refused : 401),
+      ListOf(facts.run),
+      "Check the user and the password. More attempts can lock the "
+      "account."};
 }
 
 // The reasons of libcurl for a certificate or key that is not the expected one.
@@ -310,10 +315,9 @@ Verdict Unreachable(const Facts& facts) {
             "Compare the key that `quorvane trust` shows with that of the "
             "server. If they differ, another computer may answer for the BMC."};
   }
-  return {
-      Outcome::kUnreachable, "The BMC did not respond to any request.",
-      facts.run.transfer_failure,
-      "Check the address and the network, and that the BMC is powered on."};
+  return {Outcome::kUnreachable, "The BMC did not respond to any request.",
+          facts.run.transfer_failure,
+          "Check the address and the network, and that the BMC is powered on."};
 }
 
 // What the BMC may continue to do after a run that was cut off.
@@ -357,8 +361,8 @@ Verdict Interrupted(const Facts& facts) {
 
 Verdict WorkerDied(const Facts& facts) {
   const std::string headline =
-      fmt::format("The worker process failed: {}. {}",
-                  facts.run.worker_failure, Continuation(facts));
+      fmt::format("The worker process failed: {}. {}", facts.run.worker_failure,
+                  Continuation(facts));
   if (!HasSentRequest(facts.run)) return {Outcome::kFailed, headline, {}, {}};
   return {Outcome::kUnknown, headline, ListOf(facts.run), AfterCutOff(facts)};
 }
@@ -425,7 +429,8 @@ Verdict ImageRejected(const Facts& facts) {
 }
 
 Verdict ImageNotSent(const Facts& facts) {
-  return {Outcome::kUnreachable, "The BMC responded at first, but not to the "
+  return {Outcome::kUnreachable,
+          "The BMC responded at first, but not to the "
           "request with the image. No image reached it.",
           Sentence(facts.run.transfer_failure),
           "Check the network and the state of the BMC, then run the update "
@@ -435,10 +440,11 @@ Verdict ImageNotSent(const Facts& facts) {
 Verdict NoImageRequest(const Facts& facts) {
   const std::vector<PhaseRun>& phases = facts.run.phases;
   const bool has_remark = !phases.empty() && !phases.back().remarks.empty();
-  return {Outcome::kFailed, "The run ended before it sent a request that changes anything.",
-          has_remark ? Sentence(phases.back().remarks.back().text)
-                     : std::string(),
-          "Run `quorvane report LOG` to see each step."};
+  return {
+      Outcome::kFailed,
+      "The run ended before it sent a request that changes anything.",
+      has_remark ? Sentence(phases.back().remarks.back().text) : std::string(),
+      "Run `quorvane report LOG` to see each step."};
 }
 
 Verdict ActivationInDoubt(const Facts& facts) {
@@ -461,9 +467,9 @@ Verdict ActivationRejected(const Facts& facts) {
 
 // "Last state: Running. The last poll returned HTTP 401 (login refused)."
 std::string LastPoll(const Run& run, const PhaseRun& task) {
-  std::string text = task.task.empty()
-                         ? "No poll returned a state."
-                         : fmt::format("Last state: {}.", task.task.back().state);
+  std::string text = task.task.empty() ? "No poll returned a state."
+                                       : fmt::format("Last state: {}.",
+                                                     task.task.back().state);
   if (task.failed_poll == 0) {
     text += " The last poll got no response: " + Sentence(run.transfer_failure);
   }
@@ -482,21 +488,21 @@ Verdict BadTask(const Facts& facts) {
   const TaskReport& report = task.report;
   switch (EndOf(task)) {
     case TaskEnd::kFailed:
-      return {Outcome::kFailed,
-              fmt::format("The task failed (state {}){}.", state, clause),
-              report.messages,
-              "Fix the cause, then run the update again. " +
-                  CompareVersions(run)};
+      return {
+          Outcome::kFailed,
+          fmt::format("The task failed (state {}){}.", state, clause),
+          report.messages,
+          "Fix the cause, then run the update again. " + CompareVersions(run)};
     case TaskEnd::kCritical:
-      return {Outcome::kFailed,
-              fmt::format("The task completed, but reports a critical "
-                          "problem{}.",
-                          clause),
-              !report.critical.empty()  ? report.critical
-              : report.messages.empty() ? "TaskStatus: Critical."
-                                        : report.messages,
-              "Fix the cause, then run the update again. " +
-                  CompareVersions(run)};
+      return {
+          Outcome::kFailed,
+          fmt::format("The task completed, but reports a critical "
+                      "problem{}.",
+                      clause),
+          !report.critical.empty()  ? report.critical
+          : report.messages.empty() ? "TaskStatus: Critical."
+                                    : report.messages,
+          "Fix the cause, then run the update again. " + CompareVersions(run)};
     case TaskEnd::kTimedOut:
       return {Outcome::kUnknown,
               fmt::format("The task did not end within the time limit of the "
@@ -533,11 +539,10 @@ Verdict BadTask(const Facts& facts) {
 
 Verdict NoTask(const Facts& facts) {
   const Run& run = facts.run;
-  const auto accepted =
-      std::find_if(run.requests.rbegin(), run.requests.rend(),
-                   [](const ChangeRequest& one) {
-                     return one.phase != Phase::kReboot && one.WasAccepted();
-                   });
+  const auto accepted = std::find_if(
+      run.requests.rbegin(), run.requests.rend(), [](const ChangeRequest& one) {
+        return one.phase != Phase::kReboot && one.WasAccepted();
+      });
   return {Outcome::kUnknown,
           fmt::format("The BMC accepted the image (HTTP {}) but named no task, "
                       "so the outcome is unknown{}.",
@@ -563,10 +568,10 @@ Verdict RebootRejected(const Facts& facts) {
 }
 
 Verdict RebootInDoubt(const Facts& facts) {
-  return {Outcome::kUnknown,
-          fmt::format("{}, but a reboot request got no response.",
-                      Prefix(facts)),
-          ListOf(facts.run), CompareVersions(facts.run)};
+  return {
+      Outcome::kUnknown,
+      fmt::format("{}, but a reboot request got no response.", Prefix(facts)),
+      ListOf(facts.run), CompareVersions(facts.run)};
 }
 
 Verdict RebootNotSent(const Facts& facts) {
@@ -623,8 +628,8 @@ Verdict RebootOnly(const Facts& facts) {
   const Run& run = facts.run;
   switch (facts.reboot) {
     case Answer::kAccepted:
-      return {Outcome::kDone, "The BMC accepted the reboot of the system.", {},
-              {}};
+      return {
+          Outcome::kDone, "The BMC accepted the reboot of the system.", {}, {}};
     case Answer::kInDoubt:
       return {Outcome::kUnknown,
               "A reboot request got no response; the system may reboot.",
@@ -701,8 +706,8 @@ constexpr std::array kRows = {
     Row{[](const Facts& f) { return HasReboot(f, Answer::kAccepted); },
         DoneAndRebooted},
     Row{[](const Facts& f) {
-          return f.is_staged && (f.run.reboot_skipped ||
-                                 !f.run.reboot_withheld.empty());
+          return f.is_staged &&
+                 (f.run.reboot_skipped || !f.run.reboot_withheld.empty());
         },
         Staged},
     Row{[](const Facts& f) { return !f.run.reboot_withheld.empty(); },
@@ -776,7 +781,15 @@ Verdict JudgeRun(const Run& run) {
   const auto* const row =
       std::find_if(kRows.begin(), kRows.end(),
                    [&facts](const Row& one) { return one.applies(facts); });
-  return row->judge(facts);
+  Verdict verdict = row->judge(facts);
+  const bool has_unfinished_reboot =
+      !run.reboot_withheld.empty() && facts.image == Answer::kAccepted &&
+      verdict.outcome != Outcome::kDone && verdict.outcome != Outcome::kStaged;
+  if (has_unfinished_reboot) {
+    verdict.next +=
+        fmt::format(" To reboot the system, run {}.", RebootCommand(run));
+  }
+  return verdict;
 }
 
 std::string TextOf(const Verdict& verdict, const std::string& bmc,
@@ -789,10 +802,9 @@ std::string TextOf(const Verdict& verdict, const std::string& bmc,
                     kIndent) +
             '\n';
   };
-  add("Outcome:",
-      fmt::format("{}{}. {}", NameOf(verdict.outcome),
-                  bmc.empty() ? "" : " (" + Printable(bmc) + ")",
-                  Printable(verdict.headline)));
+  add("Outcome:", fmt::format("{}{}. {}", NameOf(verdict.outcome),
+                              bmc.empty() ? "" : " (" + Printable(bmc) + ")",
+                              Printable(verdict.headline)));
   add("Cause:", Excerpt(verdict.cause, 2000));
   add("Next:", Printable(verdict.next));
   return text;

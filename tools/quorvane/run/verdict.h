@@ -36,10 +36,10 @@ struct Verdict {
 };
 
 inline constexpr std::array kOutcomes = {
-    Verdict::Outcome::kDone,         Verdict::Outcome::kStaged,
-    Verdict::Outcome::kFailed,       Verdict::Outcome::kUnknown,
-    Verdict::Outcome::kUnreachable,  Verdict::Outcome::kLoginRefused,
-    Verdict::Outcome::kInterrupted,  Verdict::Outcome::kNoUpdate};
+    Verdict::Outcome::kDone,        Verdict::Outcome::kStaged,
+    Verdict::Outcome::kFailed,      Verdict::Outcome::kUnknown,
+    Verdict::Outcome::kUnreachable, Verdict::Outcome::kLoginRefused,
+    Verdict::Outcome::kInterrupted, Verdict::Outcome::kNoUpdate};
 
 /// The verdict on a run. If the tool logged one, it is that one.
 Verdict JudgeRun(const Run& run);

@@ -59,10 +59,9 @@ std::string WaitText(const PhaseRun& phase, double now) {
     // Nothing but the tool's own record shows that all of it was sent.
     const bool is_sending =
         is_request && !span.is_sent && SendsImage(phase.phase);
-    return fmt::format("{}, {}",
-                       is_sending ? "sending" : "waiting for the response",
-                       Duration(std::floor(is_request ? passed
-                                                      : std::abs(left))));
+    return fmt::format(
+        "{}, {}", is_sending ? "sending" : "waiting for the response",
+        Duration(std::floor(is_request ? passed : std::abs(left))));
   }
   return fmt::format(
       "{} in {} of {}",
@@ -170,10 +169,12 @@ std::string StepText(const Event& event, const Run& run) {
                  : fmt::format("Task: {} {} %", Printable(event.state),
                                event.percent);
     case EventKind::kLoginRefused:
-      return fmt::format(
-          "Inventory: the BMC refused the login (HTTP {}). The uploads use the "
-          "same account; press Ctrl-C before they lock it.",
-          event.status);
+      return event.status == 403
+                 ? std::string(
+                       "Inventory: the account lacks the right to read "
+                       "it (HTTP 403).")
+                 : fmt::format("The BMC refused the login (HTTP {}).",
+                               event.status);
     case EventKind::kPhaseBegins:
       return event.phase == Phase::kDownload
                  ? "Download: " + Printable(event.uri)

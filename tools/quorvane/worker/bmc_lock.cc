@@ -40,8 +40,7 @@ struct Name {
     const std::string text = "quorvane/" + NormalizedAddress(bmc);
     const std::size_t size = std::min(text.size(), sizeof address.sun_path - 1);
     std::copy_n(text.begin(), size, address.sun_path + 1);
-    length =
-        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
+    length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + size);
   }
   [[nodiscard]] const sockaddr* get() const {
     return reinterpret_cast<const sockaddr*>(&address);

@@ -168,8 +168,7 @@ class ErrorPrinter {
 // Reads the child's pipes until all of them are closed.
 class PipeReader {
  public:
-  PipeReader(WorkerPipes& pipes, Signals& signals,
-             CallListener& listener)
+  PipeReader(WorkerPipes& pipes, Signals& signals, CallListener& listener)
       : signals_(signals),
         listener_(listener),
         frames_([this](std::string_view frame) { ForwardRecord(frame); }),

@@ -24,12 +24,12 @@ constexpr const char* kRules = "brindle.config.json";
 
 // What an update reads of the rules, but for the reboot and the account.
 auto UpdateRulesOf(const Config& rules) {
-  return std::tie(
-      rules.max_retries, rules.sleep_time, rules.backoff_strategy,
-      rules.inventory_uri, rules.inventory_rules, rules.upload_uri,
-      rules.upload_rules, rules.task_uri, rules.polling_interval,
-      rules.max_polling_time_seconds, rules.task_states, rules.activation_uri,
-      rules.activation_rules, rules.reboot_uri, rules.reboot_rules);
+  return std::tie(rules.max_retries, rules.sleep_time, rules.backoff_strategy,
+                  rules.inventory_uri, rules.inventory_rules, rules.upload_uri,
+                  rules.upload_rules, rules.task_uri, rules.polling_interval,
+                  rules.max_polling_time_seconds, rules.task_states,
+                  rules.activation_uri, rules.activation_rules,
+                  rules.reboot_uri, rules.reboot_rules);
 }
 
 // Two readers can understand one text differently, e.g. a key that occurs

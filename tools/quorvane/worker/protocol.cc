@@ -82,8 +82,8 @@ std::string Bytes(const Json& json) {
 }  // namespace
 
 std::string Encode(const WorkerRequest& request) {
-  return Bytes({VariantToJson(request.call), request.trust,
-                request.rules_directory});
+  return Bytes(
+      {VariantToJson(request.call), request.trust, request.rules_directory});
 }
 
 std::string Encode(const WorkerResponse& response) {

@@ -158,9 +158,9 @@ std::string KeyOf(const char* certificate_pem) {
       PEM_read_bio_X509(text.get(), nullptr, nullptr, nullptr), X509_free);
   unsigned char* key = nullptr;
   const int length =
-      certificate ? i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate.get()),
-                                    &key)
-                  : -1;
+      certificate
+          ? i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate.get()), &key)
+          : -1;
   if (length <= 0) throw std::runtime_error("its certificate is not readable");
   std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
   unsigned int size = 0;
@@ -244,8 +244,8 @@ std::string ServerKey(const std::string& address) {
 }  // namespace quorvane::tool
 
 // NOLINTNEXTLINE(readability-identifier-naming): the function of libcurl.
-extern "C" __attribute__((visibility("default"))) CURLcode
-curl_easy_perform(CURL* handle) {
+extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_perform(
+    CURL* handle) {
   using quorvane::tool::Guard;
   if (!Guard().is_active) return quorvane::tool::RealPerform()(handle);
   return quorvane::tool::GuardedPerform(handle);

@@ -36,10 +36,10 @@ Signals::Signals(OnHangup on_hangup) : on_hangup_(on_hangup) {
   sigprocmask(SIG_BLOCK, &handled, &before_);
   descriptor_ = Descriptor(signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK));
   if (descriptor_.IsOpen()) return;
-  throw ToolError(ExitCode::kFailed,
-                  "Cannot receive signals: " +
-                      std::generic_category().message(errno) +
-                      ". Free some memory or processes, then try again.");
+  throw ToolError(
+      ExitCode::kFailed,
+      "Cannot receive signals: " + std::generic_category().message(errno) +
+          ". Free some memory or processes, then try again.");
 }
 
 Signals::~Signals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
@@ -49,8 +49,7 @@ bool Signals::MustStop() {
   while (read(descriptor_.get(), &received, sizeof received) > 0) {
     const bool is_hangup = received.ssi_signo == SIGHUP;
     if (is_hangup) LeaveTerminal();
-    must_stop_ =
-        must_stop_ || !is_hangup || on_hangup_ == OnHangup::kStop;
+    must_stop_ = must_stop_ || !is_hangup || on_hangup_ == OnHangup::kStop;
   }
   return must_stop_;
 }
