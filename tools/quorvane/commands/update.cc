@@ -239,7 +239,7 @@ std::string ResultDocument(const RunSession& session, const Verdict& verdict,
                            const Responses& responses) {
   const nlohmann::json json = {
       {"bmc", session.run().Detail("BMC")},
-      {"verdict", NameOf(verdict.outcome)},
+      {"verdict", IdOf(verdict.outcome)},
       {"exit_code", static_cast<int>(ExitCodeOf(verdict.outcome))},
       {"headline", verdict.headline},
       {"cause", verdict.cause},

@@ -44,8 +44,12 @@ std::string Run::Detail(std::string_view name) const {
 // A table of all kinds of events, which the compiler checks for missing ones.
 // NOLINTNEXTLINE(readability-function-size)
 void RunBuilder::Add(const Event& event) {
-  if (run_.begin == 0) run_.begin = event.time;
+  if (run_.begin == 0) {
+    run_.begin = event.time;
+    run_.begin_stamp = event.stamp;
+  }
   run_.end = event.time;
+  run_.end_stamp = event.stamp;
   switch (KindOf(event)) {
     case EventKind::kOther:
       return;
@@ -212,6 +216,7 @@ void RunBuilder::BeginRun(const Event& event) {
   run_.title = title;
   run_.earlier_runs = earlier;
   run_.begin = run_.end = event.time;
+  run_.begin_stamp = run_.end_stamp = event.stamp;
 }
 
 void RunBuilder::BeginPhase(Phase phase, const Event& event) {
@@ -249,6 +254,10 @@ void RunBuilder::EndPhase(double time) {
       (last.phase == Phase::kInventory || last.phase == Phase::kDownload)) {
     last.result = PhaseResult::kFailed;
   }
+  if (last.phase == Phase::kNone && last.result == PhaseResult::kOpen) {
+    last.result =
+        run_.any_response ? PhaseResult::kSucceeded : PhaseResult::kFailed;
+  }
   if (last.phase == Phase::kTask && last.result == PhaseResult::kOpen &&
       !last.spans.empty()) {
     // The library does not log that the polls ran out; the next phase begins.
@@ -262,7 +271,9 @@ void RunBuilder::EndPhase(double time) {
 }
 
 PhaseRun& RunBuilder::CurrentPhase() {
-  if (run_.phases.empty()) run_.phases.emplace_back();
+  if (run_.phases.empty()) {
+    run_.phases.push_back({.begin = run_.end, .end = run_.end});
+  }
   return run_.phases.back();
 }
 

@@ -128,6 +128,8 @@ struct Run {
   std::optional<LoggedVerdict> verdict = {};  ///< If the tool logged it.
   double begin = 0;
   double end = 0;
+  std::string begin_stamp = {};  ///< Of the first record, see `Record::stamp`.
+  std::string end_stamp = {};    ///< Of the last one.
 
   [[nodiscard]] const PhaseRun* Last(Phase phase) const;
   /// The value of a detail; empty if the log does not contain it.

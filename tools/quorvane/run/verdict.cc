@@ -832,6 +832,12 @@ const char* NameOf(Verdict::Outcome outcome) {
   return "";
 }
 
+std::string IdOf(Verdict::Outcome outcome) {
+  std::string id = NameOf(outcome);
+  std::replace(id.begin(), id.end(), ' ', '_');
+  return id;
+}
+
 ExitCode ExitCodeOf(Verdict::Outcome outcome) {
   switch (outcome) {
     case Outcome::kDone:

@@ -55,6 +55,8 @@ std::string TextOf(const Verdict& verdict, const std::string& bmc,
 
 /// "done", "staged", ...
 const char* NameOf(Verdict::Outcome outcome);
+/// For JSON: "done", "login_refused", ...
+std::string IdOf(Verdict::Outcome outcome);
 ExitCode ExitCodeOf(Verdict::Outcome outcome);
 
 }  // namespace quorvane::tool

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/quorvane/run/events.h"
@@ -29,13 +30,16 @@ struct PhaseRow {
 };
 PhaseRow RowOf(const PhaseRun& phase);
 
+/// What the log states about the run: start, duration, BMC, image, rules, tool.
+std::vector<std::pair<std::string, std::string>> FactRows(const Run& run);
+
 /// For a terminal of `columns`; 0: no line breaks.
 std::string TextReport(const Report& report, std::size_t columns);
 
 /// An HTML page that loads nothing from elsewhere.
 std::string HtmlReport(const Report& report);
 
-/// {"outcome": ..., "events": [...]}
+/// {"verdict": ..., "events": [...]}
 std::string JsonReport(const Report& report);
 
 }  // namespace quorvane::tool

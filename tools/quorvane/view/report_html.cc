@@ -177,9 +177,14 @@ class Timeline {
       std::string points;
       for (const TaskPoint& point : phase.task) {
         if (point.percent < 0) continue;
-        const double share = std::clamp(point.percent, 0, 100) / 100.0;
-        points += fmt::format("{:.1f},{:.1f} ", X(point.time),
-                              top + kLane * (1 - share));
+        const double x = X(point.time);
+        const double y =
+            top + kLane * (1 - std::clamp(point.percent, 0, 100) / 100.0);
+        points += fmt::format("{:.1f},{:.1f} ", x, y);
+        // A line needs two points.
+        svg_ += fmt::format(
+            "<circle class=\"point\" cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"2\"/>\n",
+            x, y);
       }
       if (!points.empty()) {
         svg_ += fmt::format("<polyline class=\"percent\" points=\"{}\"/>\n",
@@ -228,6 +233,23 @@ std::string OutcomeSection(const Report& report) {
   return html + "</div>\n";
 }
 
+// The name of the page in a browser tab and among its bookmarks.
+std::string PageTitle(const Report& report) {
+  const std::string bmc = report.run.Detail("BMC");
+  return fmt::format("{}{}{} - firmware update\n",
+                     NameOf(report.verdict.outcome), bmc.empty() ? "" : ": ",
+                     Escaped(bmc));
+}
+
+std::string FactTableRows(const Run& run) {
+  std::string html;
+  for (const auto& [name, value] : FactRows(run)) {
+    html +=
+        fmt::format("<tr><th>{}</th><td>{}</td></tr>\n", name, Escaped(value));
+  }
+  return html;
+}
+
 std::string PhaseRows(const Run& run) {
   std::string html;
   for (const PhaseRun& phase : run.phases) {
@@ -262,7 +284,9 @@ std::string RemarkRows(const Run& run) {
 
 std::string HtmlReport(const Report& report) {
   const std::array parts = {
+      std::pair("<!-- title -->\n", PageTitle(report)),
       std::pair("<!-- outcome -->\n", OutcomeSection(report)),
+      std::pair("<!-- facts -->\n", FactTableRows(report.run)),
       std::pair("<!-- timeline -->\n", Timeline(report.run).Draw()),
       std::pair("<!-- phases -->\n", PhaseRows(report.run)),
       std::pair("<!-- remarks -->\n", RemarkRows(report.run))};

@@ -21,6 +21,7 @@ std::string ResultText(const PhaseRun& phase) {
     case PhaseResult::kSucceeded:
       return phase.phase == Phase::kTask       ? "succeeded"
              : phase.phase == Phase::kDownload ? "downloaded"
+             : phase.phase == Phase::kNone     ? "responded"
                                                : "read";
     case PhaseResult::kFailed:
       return "failed";
@@ -91,7 +92,40 @@ std::string ResponsesOf(const PhaseRun& phase, const PhaseRow& row) {
                      phase.uri_count);
 }
 
+// The offset from UTC that the tool logged, e.g. "+0200"; empty if unknown.
+std::string ZoneOf(const Run& run) {
+  const std::string started = run.Detail("Started");
+  const std::size_t offset = started.find_last_of("+-");
+  return offset == std::string::npos || offset < started.find('T')
+             ? std::string()
+             : started.substr(offset);
+}
+
+// A stamp of the log as ISO 8601.
+std::string IsoTime(const Run& run, std::string stamp) {
+  const std::size_t blank = stamp.find(' ');
+  if (blank != std::string::npos) stamp[blank] = 'T';
+  return stamp + ZoneOf(run);
+}
+
 }  // namespace
+
+std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
+  std::vector<std::pair<std::string, std::string>> rows;
+  if (!run.begin_stamp.empty()) {
+    const std::string zone = ZoneOf(run);
+    rows.emplace_back("Started",
+                      fmt::format("{} {}", run.begin_stamp.substr(0, 19),
+                                  zone.empty() ? "(local time)" : zone));
+    rows.emplace_back("Took", Duration(run.end - run.begin));
+  }
+  for (const char* name :
+       {"BMC", "User", "Image", "Rules", "Tool", "Certificate check"}) {
+    const std::string value = run.Detail(name);
+    if (!value.empty()) rows.emplace_back(name, Printable(value));
+  }
+  return rows;
+}
 
 Report ReadReport(std::string_view log) {
   Report report;
@@ -142,7 +176,17 @@ std::string TextReport(const Report& report, std::size_t columns) {
         "The log contains {} earlier run{}; this is the last one.\n",
         run.earlier_runs, run.earlier_runs == 1 ? "" : "s");
   }
-  if (!run.phases.empty()) {
+  constexpr std::size_t kFactIndent = 19;
+  for (const auto& [name, value] : FactRows(run)) {
+    text +=
+        Wrapped(fmt::format("{:<17}  {}", name, value), columns, kFactIndent) +
+        '\n';
+  }
+  if (run.phases.empty()) {
+    text +=
+        "\nThe log contains no steps. Its level was probably warning or "
+        "error.\n";
+  } else {
     text += fmt::format(kRow, "\n", "AFTER", "TOOK", "WAITED", "PHASE",
                         "RESULT", "RESPONSES") +
             '\n';
@@ -168,10 +212,18 @@ std::string TextReport(const Report& report, std::size_t columns) {
 }
 
 std::string JsonReport(const Report& report) {
-  nlohmann::json json = {{"outcome", NameOf(report.verdict.outcome)},
-                         {"headline", report.verdict.headline},
-                         {"cause", report.verdict.cause},
-                         {"events", nlohmann::json::array()}};
+  const Run& run = report.run;
+  nlohmann::json json = {
+      {"bmc", run.Detail("BMC")},
+      {"start", IsoTime(run, run.begin_stamp)},
+      {"end", IsoTime(run, run.end_stamp)},
+      {"duration_seconds", run.end - run.begin},
+      {"verdict", IdOf(report.verdict.outcome)},
+      {"exit_code", static_cast<int>(ExitCodeOf(report.verdict.outcome))},
+      {"headline", report.verdict.headline},
+      {"cause", report.verdict.cause},
+      {"next", report.verdict.next},
+      {"events", nlohmann::json::array()}};
   for (const Event& event : report.events) {
     if (event.kind == EventKind::kOther) continue;
     json["events"].push_back(ToJson(event));
