@@ -142,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "[tool] No reboot: the task may still run"} +
              kEnd,
          Outcome::kUnknown, "rules; the system was not rebooted.",
-         "To reboot the system, run `quorvane restart"},
+         "To reboot the system anyway, run `quorvane restart"},
         {"timed_out_by_refused_polls",
          kAccepted + Messages{"W Task poll returned HTTP 401"} + kRebooted +
              kEnd,

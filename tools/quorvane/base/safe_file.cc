@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -168,6 +170,39 @@ mode_t ModeOfNewFiles() {
   return kReadWriteForAll & ~mask;
 }
 
+constexpr const char* kPrivateDirectory = "quorvane-run-";
+
+Descriptor LockDirectory(const std::string& path) {
+  Descriptor directory(
+      open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (directory.IsOpen() && flock(directory.get(), LOCK_EX | LOCK_NB) != 0) {
+    directory.Close();
+  }
+  return directory;
+}
+
+// Directories of processes that ended without removing them. One that is new
+// may not be locked yet.
+void RemoveLeftovers(const std::string& parent) {
+  constexpr time_t kNewSeconds = 60;
+  std::error_code unreadable;
+  for (const auto& entry : fs::directory_iterator(parent, unreadable)) {
+    const std::string path = entry.path().string();
+    if (entry.path().filename().string().rfind(kPrivateDirectory, 0) != 0) {
+      continue;
+    }
+    struct stat found {};
+    const Descriptor lock = LockDirectory(path);
+    if (!lock.IsOpen() || fstat(lock.get(), &found) != 0 ||
+        found.st_uid != geteuid() ||
+        found.st_mtime > time(nullptr) - kNewSeconds) {
+      continue;
+    }
+    std::error_code unused;  // the next process tries again
+    fs::remove_all(path, unused);
+  }
+}
+
 }  // namespace
 
 std::string FirstLineOf(const std::string& path, const std::string& what) {
@@ -272,12 +307,15 @@ std::string TemporaryDirectory() {
 }
 
 PrivateDirectory::PrivateDirectory()
-    : path_((fs::path(TemporaryDirectory()) / "quorvane-XXXXXX").string()) {
+    : path_((fs::path(TemporaryDirectory()) / kPrivateDirectory).string() +
+            "XXXXXX") {
+  RemoveLeftovers(DirectoryOf(path_).string());
   if (mkdtemp(path_.data()) == nullptr) {
     Reject(
         "Cannot create a private directory in " + DirectoryOf(path_).string(),
         SystemReason(), "Set TMPDIR to a directory that you can write to.");
   }
+  lock_ = LockDirectory(path_);
 }
 
 PrivateDirectory::~PrivateDirectory() {

@@ -39,7 +39,8 @@ void WriteDocument(const std::string& path, std::string_view text);
 /// other users can replace files in it.
 std::string TemporaryDirectory();
 
-/// A new temporary directory with mode 0700.
+/// A new temporary directory with mode 0700. A process that is killed leaves
+/// its directory behind; the next one removes it.
 class PrivateDirectory {
  public:
   PrivateDirectory();
@@ -51,6 +52,7 @@ class PrivateDirectory {
 
  private:
   std::string path_;
+  Descriptor lock_;  // held while the directory is in use
 };
 
 }  // namespace quorvane::tool

@@ -60,7 +60,8 @@ void RunSession::NoteEvent(const std::string& text) {
 }
 
 std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
-                                               RebootBy reboot_by) {
+                                               RebootBy reboot_by,
+                                               OnError on_error) {
   CallResult result = CallLibrary(
       std::move(call),
       {.rules = bmc_.rules, .reboot_by = reboot_by, .trust = bmc_.trust},
@@ -78,8 +79,10 @@ std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
       break;
   }
   if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
-    must_stop_ = true;
-    if (!error->is_login_refused) {
+    if (error->is_login_refused) {
+      must_stop_ = true;
+    } else if (on_error == OnError::kEnd) {
+      must_stop_ = true;
       NoteEvent("Worker process failed: " + error->message);
     }
     return std::nullopt;

@@ -3,6 +3,7 @@
 #define QUORVANE_TOOLS_QUORVANE_COMMANDS_RUN_SESSION_H_
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -33,11 +34,16 @@ class RunSession : private CallListener {
   /// @throws ToolError if another process changes the BMC or writes the log.
   RunSession(const BmcOptions& bmc, const Settings& settings);
 
-  /// Makes a call. If the tool was interrupted or the call failed, the facts
-  /// of the run contain that, and `MustStop` is true.
+  /// What an exception of the library means for the run.
+  enum class OnError { kEnd, kContinue };
+
+  /// Makes a call. If the tool was interrupted, if the worker failed, or after
+  /// an error that ends the run, the facts of the run contain that, and
+  /// `MustStop` is true.
   /// @return What the library returned; nothing if it did not return.
   std::optional<WorkerResponse> Call(LibraryCall call,
-                                     RebootBy reboot_by = RebootBy::kLibrary);
+                                     RebootBy reboot_by = RebootBy::kLibrary,
+                                     OnError on_error = OnError::kEnd);
 
   /// Whether the run must make no more calls.
   [[nodiscard]] bool MustStop() const { return must_stop_; }

@@ -178,11 +178,11 @@ std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
 
 std::optional<InventoryResult> ReadInventory(RunSession& session,
                                              const UpdateRequest& request) {
-  auto inventory = ResultIn<InventoryResult>(
+  return ResultIn<InventoryResult>(
       session.Call(InventoryCall{{.ip = request.bmc_ip,
                                   .username = request.username,
-                                  .password = request.password}}));
-  return inventory;
+                                  .password = request.password}},
+                   RebootBy::kLibrary, RunSession::OnError::kContinue));
 }
 
 // Requests the reboot, unless it could do harm.
@@ -224,7 +224,8 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   const bool by_rules = options.restart == RestartMode::kRules;
   responses.update = ResultIn<UpdateResponse>(
       session.Call(request, by_rules ? RebootBy::kLibrary : RebootBy::kTool));
-  if (by_rules || session.MustStop()) return responses;
+  const bool is_accepted = responses.update && responses.update->accepted;
+  if (by_rules || !is_accepted || session.MustStop()) return responses;
   responses.reboot = Reboot(session, options, rules, request);
   return responses;
 }
@@ -269,6 +270,19 @@ void RemoveOldResult(const std::string& path) {
   if (fs::is_regular_file(path, unused)) fs::remove(path, unused);
 }
 
+void PrintOutcome(const UpdateOptions& options, const RunSession& session,
+                  const Verdict& verdict, const Responses& responses) {
+  if (options.quiet) {
+    fmt::print("{}: {}. {} {}\n", Printable(options.bmc.bmc),
+               NameOf(verdict.outcome), Printable(verdict.headline),
+               Excerpt(verdict.cause, 2000));
+    return;
+  }
+  fmt::print("{}", TextOf(verdict, options.bmc.bmc, TerminalColumns()));
+  if (responses.update) PrintResponse(*responses.update);
+  fmt::print("Log:     {}\n", Printable(session.log().path()));
+}
+
 ExitCode RunUpdate(UpdateOptions options) {
   options.image = ImageUriOf(options);
   CheckImage(options);
@@ -293,9 +307,7 @@ ExitCode RunUpdate(UpdateOptions options) {
     const std::string document = ResultDocument(session, verdict, responses);
     is_complete = SaveResult(options.result, document) && is_complete;
   }
-  fmt::print("{}", TextOf(verdict, options.bmc.bmc, TerminalColumns()));
-  if (responses.update) PrintResponse(*responses.update);
-  fmt::print("Log:     {}\n", Printable(session.log().path()));
+  PrintOutcome(options, session, verdict, responses);
   const ExitCode code = ExitCodeOf(verdict.outcome);
   return code == ExitCode::kDone && !is_complete ? ExitCode::kNotRecorded
                                                  : code;

@@ -121,10 +121,7 @@ void RunBuilder::Add(const Event& event) {
                                           : ChangeRequest::Fate::kSending);
       return OpenSpan(Span::Kind::kRetryWait, event);
     case EventKind::kLoginRefused:
-      run_.login_refused = event.status;
-      run_.any_response = true;
-      CurrentPhase().result = PhaseResult::kRejected;
-      return AddRemark(event);
+      return AddRefusedLogin(event);
     case EventKind::kInventoryRead:
       run_.items_read = event.count;
       CurrentPhase().result = PhaseResult::kSucceeded;
@@ -180,6 +177,18 @@ void RunBuilder::Interrupt(const Event& event) {
   if (last.result == PhaseResult::kOpen) {
     last.result = PhaseResult::kInterrupted;
   }
+}
+
+void RunBuilder::AddRefusedLogin(const Event& event) {
+  run_.login_refused = event.status;
+  run_.any_response = true;
+  // The worker sends no request after a refused login.
+  ChangeRequest* request = CurrentRequest();
+  if (request != nullptr && request->fate == ChangeRequest::Fate::kSending) {
+    request->fate = ChangeRequest::Fate::kNotSent;
+  }
+  CurrentPhase().result = PhaseResult::kRejected;
+  AddRemark(event);
 }
 
 void RunBuilder::EndRun(const Event& event) {

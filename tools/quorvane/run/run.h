@@ -145,6 +145,7 @@ class RunBuilder {
  private:
   EventKind KindOf(const Event& event);
   void BeginRun(const Event& event);
+  void AddRefusedLogin(const Event& event);
   void EndRun(const Event& event);
   void Interrupt(const Event& event);
   void BeginPhase(Phase phase, const Event& event);

@@ -185,6 +185,10 @@ std::string Sentence(std::string text) {
   return text;
 }
 
+bool IsMissing(const ChangeRequest& request) {
+  return request.status == 404 || request.status == 405;
+}
+
 // "Upload at /a: HTTP 413 (The image is too large.)"
 std::string TextOf(const ChangeRequest& request) {
   std::string text =
@@ -205,8 +209,9 @@ std::string TextOf(const ChangeRequest& request) {
       text += fmt::format("HTTP {}", request.status);
       break;
   }
-  return request.text.empty() ? text
-                              : fmt::format("{} ({})", text, request.text);
+  // The text about a missing endpoint only repeats the status.
+  const bool is_needed = !request.text.empty() && !IsMissing(request);
+  return is_needed ? fmt::format("{} ({})", text, request.text) : text;
 }
 
 // All requests that can change the BMC, equal neighbours once.
@@ -241,10 +246,8 @@ const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
     if (!is_included(request.phase) || AnswerTo(request) != Answer::kRejected) {
       continue;
     }
-    const bool is_missing = request.status == 404 || request.status == 405;
-    const bool has_other = rejection != nullptr && rejection->status != 404 &&
-                           rejection->status != 405;
-    if (!is_missing || !has_other) rejection = &request;
+    const bool has_other = rejection != nullptr && !IsMissing(*rejection);
+    if (!IsMissing(request) || !has_other) rejection = &request;
   }
   return rejection;
 }
@@ -786,8 +789,8 @@ Verdict JudgeRun(const Run& run) {
       !run.reboot_withheld.empty() && facts.image == Answer::kAccepted &&
       verdict.outcome != Outcome::kDone && verdict.outcome != Outcome::kStaged;
   if (has_unfinished_reboot) {
-    verdict.next +=
-        fmt::format(" To reboot the system, run {}.", RebootCommand(run));
+    verdict.next += fmt::format(" To reboot the system anyway, run {}.",
+                                RebootCommand(run));
   }
   return verdict;
 }

@@ -1,0 +1,235 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Runs updates against a simulated BMC and compares the verdict with what the
+BMC itself received and did. Each row is judged three times: by `update`, by
+`report` of its log, and by `report` of the log without the tool's own verdict.
+
+Usage: outcome_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
+"""
+import concurrent.futures
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+from simulated import Machine, wait_for, write_rules
+
+TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
+WORK = tempfile.TemporaryDirectory(prefix="outcome-")
+HOME = pathlib.Path(WORK.name)
+BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
+SHARE = f"--image nfs://192.0.2.9/fw --target {BIOS} --no-download"
+faults = []
+
+
+def steps(*states):
+    """A task that returns each state ("Running 40") once, the last for ever."""
+    made = []
+    for state in states:
+        name, _, percent = state.partition(" ")
+        made.append({"state": name, "percent": int(percent or -1), "polls": 1})
+    made[-1]["polls"] = 1000
+    return {"task": {"steps": made}}
+
+
+def fault(phase, **more):
+    return {"phase": phase, **more}
+
+
+def lost(phase, **more):
+    """The BMC acts on the request, but its response is lost."""
+    return fault(phase, fault="drop", machine_acts=True, **more)
+
+
+COMPLETED = [{"state": "Running", "percent": 40, "polls": 1},
+             {"state": "Completed", "percent": 100}]
+CRITICAL = {"task": {"steps": [COMPLETED[0], {
+    **COMPLETED[1], "health": "Critical", "message_id": "Update.1.0.Bad",
+    "message": "The new image does not start."}]}}
+REASON = {"error": {"message": "This image is for another model."}}
+UPLOAD, TASK = "firmware_update/multipart_update/upload_rules/", \
+    "firmware_update/task_monitoring/task_states/"
+
+# Name, scenario, changed rules, options, exit code, text of the output, and how
+# many images the BMC received completely and how many resets it executed.
+ROWS = [
+    ("completed", {}, {}, "", 0, "done (", 1, 1),
+    ("completed_by_rules", {}, {}, "--restart rules", 0, "done (", 1, 1),
+    ("completed_never_rebooted", {}, {}, "--restart never", 0,
+     "not rebooted", 1, 0),
+    ("no_reboot_by_rules", {}, {"firmware_update/reboot/reboot_required": False},
+     "", 0, "the rules require none", 1, 0),
+    ("scheduled", steps("Scheduled 90"), {}, "", 4, "quorvane inventory", 1, 1),
+    ("scheduled_never_rebooted", steps("Scheduled 90"), {}, "--restart never", 0,
+     "staged (", 1, 0),
+    ("starting", steps("Starting 5"), {}, "", 4, "quorvane restart", 1, 0),
+    ("starting_by_rules", steps("Starting 5"), {}, "--restart rules", 4,
+     "in the state Starting; the BMC accepted a reboot", 1, 1),
+    ("critical", CRITICAL, {}, "", 1, "The new image does not start.", 1, 0),
+    ("critical_by_rules", CRITICAL, {}, "--restart rules", 1,
+     "the BMC accepted a reboot", 1, 1),
+    ("accepted_at_once", {"upload": {"status": 200}}, {}, "", 4,
+     "(HTTP 200) but named no task", 1, 0),
+    ("rule_for_no_response", {"faults": [lost("upload")]},
+     {UPLOAD + "0": "track_task"}, "--restart rules --force", 4,
+     "response was lost", 1, 1),
+    ("rule_for_500", {"faults": [fault("upload", status=500)]},
+     {UPLOAD + "500": "track_task"}, "--restart rules --force", 1,
+     "returned HTTP 500", 0, 1),
+    ("rule_for_exception", steps("Exception 40"),
+     {TASK + "Exception": "proceed_to_activation"}, "--restart rules --force", 1,
+     "The task failed (state Exception); the BMC accepted a reboot", 1, 1),
+    ("upload_lost_then_busy", {"faults": [
+        lost("upload", first=1), fault("upload", status=503)]},
+     {}, "", 4, "Upload at /redfish/v1/UpdateService/update-multipart: sent, no "
+     "response", 1, 0),
+    ("share_lost_then_missing", {"faults": [
+        lost("simple_update", first=1),
+        fault("simple_update", status=404)]}, {}, SHARE, 4,
+     "SimpleUpdate at /redfish/v1/UpdateService/Actions/UpdateService."
+     "SimpleUpdate: sent, no response", 0, 0),
+    ("activation_lost", {"faults": [lost("activation")]}, {},
+     f"--target {BIOS}", 4, "the response to its activation was lost", 1, 0),
+    ("activation_rejected", {"faults": [
+        fault("activation", status=400, body=REASON)]}, {},
+     f"--target {BIOS}", 1, "returned HTTP 400", 1, 0),
+    ("killed_by_rules", steps("Killed 40"), {}, "--restart rules", 1,
+     "(state Killed); the BMC accepted a reboot", 1, 1),
+    ("killed", steps("Killed 40"), {}, "", 1, "quorvane restart", 1, 0),
+    ("killed_reset_rejected", {**steps("Killed 40"), "faults": [
+        fault("reboot", status=409)]}, {}, "--restart rules", 1,
+     "the BMC rejected the reboot (HTTP 409)", 1, 0),
+    ("killed_reset_lost", {**steps("Killed 40"), "faults": [
+        lost("reboot")]}, {}, "--restart rules", 1,
+     "; a reboot request got no response", 1, 1),
+    ("busy_then_rejected", {"faults": [
+        fault("upload", first=1, status=503),
+        fault("upload", status=400, body=REASON)]}, {}, "", 1,
+     "returned HTTP 400: This image is for another model.", 0, 0),
+    ("forbidden_then_too_large", {"upload": {"max_bytes": 10}, "faults": [
+        fault("inventory", status=403)]}, {}, "", 1, "returned HTTP 413", 0, 0),
+    ("upload_forbidden", {"faults": [fault("upload", status=403)]}, {}, "", 1,
+     "privilege to update firmware", 0, 0),
+    ("login_refused_by_upload", {"faults": [fault("upload", status=401)]}, {},
+     "", 3, "login refused (", 0, 0),
+    ("polls_refused", {"faults": [fault("task", after=1, status=401)]}, {}, "",
+     4, "returned HTTP 401 (login refused)", 1, 0),
+    ("task_missing", {"faults": [fault("task", status=404)]}, {}, "", 4,
+     "before it reported 50 %", 1, 0),
+    ("stalls", steps("Running 40"), {}, "", 4, "Last state: Running.", 1, 0),
+    ("reset_rejected", {"faults": [fault("reboot", status=400, body=REASON)]},
+     {}, "", 1, "but the reboot failed", 1, 0),
+    ("reset_lost", {"faults": [lost("reboot")]}, {}, "", 4,
+     "a reboot request got no response", 1, 1),
+    ("inventory_unreadable", {"faults": [fault("inventory", fault="garbage")]},
+     {}, "", 0, "done (", 1, 1),
+    ("unknown_target", {}, {}, "--target /redfish/v1/Bios", 2,
+     "does not contain it", 0, 0),
+]
+
+
+def expect(holds, what, *more):
+    if not holds:
+        faults.append("\n".join(map(str, (what, *more))))
+
+
+def start(name, bmc, rules, options, **more):
+    image = "" if "--image" in options else f"--file {HOME}/fw"
+    return subprocess.Popen(
+        [TOOL, *f"update --bmc {bmc} --user admin --password-file {HOME}/pw "
+         f"--insecure --rules {rules} --log {HOME}/{name}.log --result "
+         f"{HOME}/{name}.result {image} {options.format(bmc=bmc)}".split()],
+        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
+
+
+def report(log):
+    done = subprocess.run([TOOL, "report", log, "--json"], capture_output=True,
+                          text=True)
+    return json.loads(done.stdout)
+
+
+def judge_thrice(name, printed):
+    """The verdict is the same whoever judges it."""
+    result = json.loads((HOME / f"{name}.result").read_text())
+    log = HOME / f"{name}.log"
+    bare = HOME / f"{name}.bare"
+    bare.write_text("".join(
+        line for line in log.read_text().splitlines(True)
+        if not re.search(r"\[tool\] (Outcome|Cause|Next): ", line)))
+    for judged in (report(log), report(bare)):
+        for key in ("verdict", "exit_code", "headline", "cause", "next"):
+            expect(judged[key] == result[key], f"{name}: {key} differs",
+                   judged[key], result[key])
+        expect(judged["duration_seconds"] >= 0, name, judged)
+    expect(f"Outcome: {result['verdict'].replace('_', ' ')} (" in printed, name,
+           printed)
+    return result
+
+
+def run_row(name, scenario, changes, options, code, text, images, resets):
+    rules = write_rules(SOURCE, HOME / f"{name}.json", changes)
+    with Machine(TOOL, HOME, name, scenario) as bmc:
+        update = start(name, bmc.address, rules, options)
+        printed = update.communicate(timeout=100)[0]
+    expect(update.returncode == code and text in printed,
+           f"{name}: exit {update.returncode}", printed)
+    expect((bmc.images(), bmc.resets()) == (images, resets), name, bmc.images(),
+           bmc.resets(), bmc.account)
+    expect(bmc.refused_logins() <= 1 or name == "polls_refused",
+           f"{name}: refused logins", bmc.account)
+    if code != 2:
+        judge_thrice(name, printed)
+
+
+def break_off(name, scenario, sign, text, code, options="", kill_worker=False):
+    """Ends the tool, or its worker, when its log contains `sign`."""
+    rules = write_rules(SOURCE, HOME / f"{name}.json", {})
+    with Machine(TOOL, HOME, name, scenario) as bmc:
+        update = start(name, bmc.address, rules, options)
+        log = HOME / f"{name}.log"
+        wait_for(lambda: log.exists() and sign in log.read_text())
+        target = update.pid
+        if kill_worker:
+            target = int(pathlib.Path(
+                f"/proc/{target}/task/{target}/children").read_text())
+        subprocess.run(["kill", "-KILL" if kill_worker else "-INT",
+                        str(target)], check=True)
+        printed = update.communicate(timeout=100)[0]
+    expect(update.returncode == code and text in printed, name, printed)
+    result = judge_thrice(name, printed)
+    expect(result["record"] is None, name, result)
+
+
+SLOW_UPLOAD = {"faults": [fault("upload", delay_ms=60000)]}
+BROKEN_OFF = [
+    ("int_in_upload", SLOW_UPLOAD, "sent completely",
+     "The BMC may act on the request of the phase Upload.", 130),
+    ("kill_in_upload", SLOW_UPLOAD, "sent completely",
+     "signal 9. The BMC may act on the request of the phase Upload.", 4, "",
+     True),
+    ("int_in_task", steps("Running 40"), "State: Running",
+     "may still run its task /redfish/v1/TaskService/Tasks/1", 130),
+    ("int_in_download", {"images": [{"path": "/images/fw", "size": 5000}],
+                         "faults": [lost("simple_update"),
+                                    fault("download", delay_ms=60000)]},
+     "Downloading from", "SimpleUpdate: sent, no response", 130,
+     f"--image https://{{bmc}}/images/fw --target {BIOS}"),
+    ("int_in_inventory", {"faults": [fault("inventory", delay_ms=60000)]},
+     "GET collection", "No request that changes anything", 130),
+]
+
+(HOME / "fw").write_text("x" * 5000)
+(HOME / "pw").write_text("password\n")
+(HOME / "pw").chmod(0o600)
+with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
+    futures = [pool.submit(run_row, *row) for row in ROWS]
+    futures += [pool.submit(break_off, *row) for row in BROKEN_OFF]
+for future in futures:
+    try:
+        future.result()
+    except Exception as error:  # the other rows matter as well
+        faults.append(repr(error))
+print("\n\n".join(faults))
+sys.exit(1 if faults else 0)
