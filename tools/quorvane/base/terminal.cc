@@ -4,6 +4,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <string_view>
+
 namespace quorvane::tool {
 
 std::size_t TerminalColumns() {
@@ -14,5 +17,18 @@ std::size_t TerminalColumns() {
              ? size.ws_col
              : kDefaultColumns;
 }
+
+bool IsSet(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+bool IsDrawable() {
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+         std::string_view(terminal) != "dumb";
+}
+
+bool HasColor() { return IsDrawable() && !IsSet("NO_COLOR"); }
 
 }  // namespace quorvane::tool

@@ -10,6 +10,15 @@ namespace quorvane::tool {
 /// terminal.
 std::size_t TerminalColumns();
 
+/// Whether an environment variable is set and not empty.
+bool IsSet(const char* variable);
+
+/// Whether standard output is a terminal that can move its cursor.
+bool IsDrawable();
+
+/// Whether standard output shows colors, and NO_COLOR does not disable them.
+bool HasColor();
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_BASE_TERMINAL_H_

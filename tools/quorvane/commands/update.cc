@@ -22,6 +22,7 @@
 #include "tools/quorvane/run/run_log.h"
 #include "tools/quorvane/run/verdict.h"
 #include "tools/quorvane/view/progress.h"
+#include "tools/quorvane/view/report.h"
 #include "tools/quorvane/worker/library_process.h"
 
 namespace quorvane::tool {
@@ -40,6 +41,7 @@ struct UpdateOptions {
   std::vector<std::string> targets;
   std::string result;
   bool quiet = false;
+  bool plain = false;
 };
 
 // Sends each log record to the log file, the run and the progress display.
@@ -200,8 +202,8 @@ ExitCode RunUpdate(UpdateOptions options) {
   log.Note(fmt::format(
       "Run: update of {} with {}", options.bmc.bmc,
       options.file.empty() ? RedactUri(options.image) : options.file));
-  const auto progress =
-      MakeProgress(ChooseStyle(options.quiet), rules.max_retries + 1);
+  const auto progress = MakeProgress(ChooseStyle(options.quiet, options.plain),
+                                     rules.max_retries + 1);
   RunMonitor monitor(log, *progress);
   const CallResult result =
       CallLibrary(std::move(request), options.bmc.rules, monitor);
@@ -209,7 +211,7 @@ ExitCode RunUpdate(UpdateOptions options) {
   const Verdict verdict = JudgeCall(result, monitor);
   log.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                        verdict.headline));
-  fmt::print("{}", TextOf(verdict, TerminalColumns()));
+  fmt::print("{}", OutcomeText(verdict, TerminalColumns(), HasColor()));
   if (result.response) {
     if (const auto* response = std::get_if<UpdateResponse>(&*result.response)) {
       PrintResponse(*response);
@@ -280,6 +282,8 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
       ->type_name("FILE");
   command->add_flag("--quiet", options->quiet,
                     "Show only warnings and the outcome");
+  command->add_flag("--plain", options->plain,
+                    "Print lines instead of the live display");
   command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });
 }
 

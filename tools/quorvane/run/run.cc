@@ -99,7 +99,10 @@ void RunBuilder::Add(const Event& event) {
   run_.end = event.time;
   switch (KindOf(event)) {
     case EventKind::kOther:
+    case EventKind::kMembersFound:
       return;
+    case EventKind::kNoMembers:
+    case EventKind::kMemberUnread:
     case EventKind::kProblem:
       return AddRemark(event);
     case EventKind::kRunTitle:

@@ -288,7 +288,7 @@ Verdict JudgeRun(const Run& run, const std::optional<LibraryRecord>& record) {
             "The image was uploaded, but its activation failed.",
             run.first_rejection ? CauseOf(*run.first_rejection)
                                 : run.transfer_failure,
-            "Check that `quorvane inventory` lists each --target as a TARGET."};
+            "Check that `quorvane inventory --uris` lists each --target."};
   }
   for (const PhaseRun& one : run.phases) {
     if (one.phase != Phase::kTask || one.task_of == Phase::kReboot) continue;

@@ -29,8 +29,14 @@ struct PhaseRow {
 };
 PhaseRow RowOf(const PhaseRun& phase);
 
-/// For a terminal of `columns`; 0: no line breaks.
-std::string TextReport(const Report& report, std::size_t columns);
+/// `TextOf(verdict, columns)`; with color, the line of the outcome is green,
+/// yellow (unknown) or red.
+std::string OutcomeText(const Verdict& verdict, std::size_t columns,
+                        bool has_color);
+
+/// For a terminal of `columns`; 0: no line breaks. See `OutcomeText`.
+std::string TextReport(const Report& report, std::size_t columns,
+                       bool has_color = false);
 
 /// An HTML page that loads nothing from elsewhere.
 std::string HtmlReport(const Report& report);
