@@ -17,7 +17,11 @@ int Run(int argc, char** argv) {
     return quorvane::simulator::Printable(error.what()) +
            "\nRun with --help for more information.\n";
   });
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : quorvane::simulator::kUnusable;
+  }
   return quorvane::simulator::RunSimulator(options);
 }
 

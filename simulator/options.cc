@@ -21,6 +21,14 @@ void AddOptions(CLI::App& app, SimulatorOptions& options) {
   app.add_option("--address-file", options.address_file,
                  "Write ADDRESS:PORT to this file when the BMC listens")
       ->type_name("FILE");
+  // An empty value is usually an unset variable of a script.
+  for (CLI::Option* option : app.get_options()) {
+    option->check(CLI::Validator(
+        [](const std::string& value) {
+          return value.empty() ? "the value is empty" : std::string();
+        },
+        ""));
+  }
   app.add_flag("--quiet", options.quiet,
                "Do not print a line for each request");
 }

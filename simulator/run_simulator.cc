@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -15,6 +16,7 @@
 #include <system_error>
 #include <utility>
 
+#include "simulator/redfish.h"
 #include "simulator/scenario.h"
 #include "simulator/simulated_bmc.h"
 #include "simulator/text.h"
@@ -131,6 +133,31 @@ void PrintExchange(const Exchange& exchange) {
   std::cout << std::endl;
 }
 
+// The options of an update that fit the scenario. The simulated BMC never
+// fetches the image of a share.
+std::string ImageOptions(const Scenario& scenario, const std::string& address) {
+  const bool has_uploads = !scenario.upload.multipart_paths.empty() ||
+                           !scenario.upload.binary_paths.empty();
+  const SimpleUpdateAction& action = scenario.simple_update;
+  if (action.status >= 400 && has_uploads && !scenario.images.empty()) {
+    return "--image " +
+           ShellWord("https://" + address + scenario.images.front().path);
+  }
+  if (has_uploads || action.protocols.empty()) return "--file IMAGE";
+  std::string scheme;
+  for (const char c : action.protocols.front()) {
+    scheme += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  std::string options =
+      "--image " + ShellWord(scheme + "://192.0.2.9/firmware.bin");
+  if (action.requires_targets && !scenario.firmware.members.empty()) {
+    options +=
+        " \\\n    --target " + ShellWord(std::string(kFirmwareInventory) + '/' +
+                                         scenario.firmware.members.front().id);
+  }
+  return options;
+}
+
 void PrintUsage(const std::string& scenario_file, const Scenario& scenario,
                 const std::string& address) {
   std::cout
@@ -143,7 +170,8 @@ void PrintUsage(const std::string& scenario_file, const Scenario& scenario,
       << "  quorvane update --bmc " << ShellWord(address) << " --user "
       << ShellWord(scenario.user)
       << " --password-file PASSWORD_FILE \\\n"
-         "    --file IMAGE --rules RULES_FILE\n"
+         "    "
+      << ImageOptions(scenario, address) << " --rules RULES_FILE\n"
       << "Press Ctrl-C to stop." << std::endl;
 }
 
@@ -166,7 +194,7 @@ int RunSimulator(const SimulatorOptions& options) {
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "simulator: " << Printable(error.what()) << '\n';
-    return 1;
+    return kUnusable;
   }
 }
 

@@ -316,6 +316,27 @@ def check_commands():
                     faults.append(f"{page}: {command} has no {option}")
 
 
+def check_tool_texts():
+    """The messages of the tool name commands and options that exist."""
+    def words(*command):
+        return subprocess.run([sys.argv[2], *command, "--help"], text=True,
+                              stdout=subprocess.PIPE, check=False).stdout
+    helps = {name: words(*name.split()) for name in (
+        "update", "inventory", "chassis", "rules check", "rules explain",
+        "rules schema", "report", "simulate")}
+    options = set(re.findall(r"(?<![\w-])--[\w-]+", " ".join(helps.values())))
+    # Not options of a command; the last two are rejected with a message.
+    options |= {"--", "--version", "--password", "--share-password"}
+    for path in [*(ROOT / "tools").rglob("*.cc"), *(ROOT / "simulator").glob("*.cc")]:
+        for text, _ in literals(path.read_text("utf-8")):
+            for command in re.findall(r"quorvane ((?:rules )?[a-z]+)\b", text):
+                if "`quorvane " + command in text and not helps.get(command):
+                    faults.append(f"{path}: no command {command}: {text!r}")
+            for option in re.findall(r"(?<![\w-])--[a-z][\w-]*", text):
+                if option not in options:
+                    faults.append(f"{path}: no option {option}: {text!r}")
+
+
 def check_examples():
     """The programs compile, and the report of the guide is that of its log."""
     for page in PAGES:
@@ -361,6 +382,7 @@ check_references()
 check_tables()
 check_modules()
 check_commands()
+check_tool_texts()
 check_examples()
 check_picture()
 print("\n".join(faults))

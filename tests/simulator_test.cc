@@ -484,7 +484,8 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   for (const std::string& link : {file.string(), temporary}) {
     std::filesystem::create_symlink(file.string() + ".target", link);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(RunSimulator({.address_file = file.string(), .quiet = true}), 1);
+    EXPECT_EQ(RunSimulator({.address_file = file.string(), .quiet = true}),
+              kUnusable);
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("Choose another address file."));
     EXPECT_FALSE(std::filesystem::exists(file.string() + ".target")) << link;
@@ -492,7 +493,8 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   }
 
   testing::internal::CaptureStderr();
-  EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}), 1);
+  EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}),
+            kUnusable);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));
 }
 

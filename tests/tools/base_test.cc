@@ -52,6 +52,10 @@ TEST(Excerpts, AreCutBetweenCharacters) {
   EXPECT_EQ(Excerpt("ab\xc3\xbc", 3), "ab\xc3\xbc");
   EXPECT_EQ(Excerpt("a\xe4\xb8\xad\xe4\xb8\xad", 3), "a\xe4\xb8\xad...");
   EXPECT_EQ(Excerpt("a\x1b", 3), "a...");
+  EXPECT_EQ(Elided("abcdefg", 7), "abcdefg");
+  EXPECT_EQ(Elided("abcdefgh", 7), "ab...gh");
+  EXPECT_EQ(Elided("a\xe4\xb8\xad-\x1b\xe4\xb8\xadz", 8), "a\xe4\xb8\xad...z");
+  EXPECT_EQ(Elided("abcd", 2), "...");
   EXPECT_EQ(Columns("e\xcc\x81\xe4\xb8\xad\x1b"), 7U);
   EXPECT_EQ(Wrapped("Next: one two-three  four", 12, 2),
             "Next: one\n  two-three\n  four");

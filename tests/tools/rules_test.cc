@@ -57,6 +57,8 @@ INSTANTIATE_TEST_SUITE_P(
         {"unknown_key", R"("sleep_time": 5)", R"("sleeptime": 5)",
          R"(11:5 "retry_config" has no key "sleeptime". It is ignored; did )"
          R"(you mean "sleep_time"?)"},
+        {"missing_key", R"("type": "basic",)", "",
+         R"(2:21 "authentication" has no key "type", which is required. Add)"},
         {"wrong_type", R"("sleep_time": 5)", R"("sleep_time": "5")",
          R"(11:19 "sleep_time" must be of type integer, not string.)"},
         {"fraction", R"("sleep_time": 5)", R"("sleep_time": 5.5)",

@@ -101,12 +101,109 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
                   "next poll in 18 s of 30 s", "elapsed 29 s"));
+  const Messages far = {"Multipart upload -- 1 URI(s) to try",
+                        "Trying upload URI: https://192.0.2.7/redfish/v1/"
+                        "UpdateService/update-multipart (1/1)"};
+  EXPECT_EQ(block(kStart + far, 60).front(),
+            "Upload       URI 1 of 1, attempt 1 of 4  /redfish...ltipart");
   const Report begun = ReadReport(LogOf(kStart));
   EXPECT_EQ(LiveBlock(begun.run, 4, begun.run.begin + 1e12, 80).back(),
             "elapsed 11574074 d 1 h");
   for (const std::string& line : block(retrying, 20)) {
     EXPECT_LT(line.size(), 20U) << line;
   }
+}
+
+// What the display shows of a log, with the second of each line.
+std::vector<std::string> LinesOf(const Messages& messages) {
+  std::vector<std::string> lines;
+  RunBuilder builder;
+  StepLines steps;
+  const auto add = [&lines](const std::vector<StepLine>& more) {
+    for (const StepLine& line : more) lines.push_back(TextOf(line).substr(6));
+  };
+  ReadRecords(LogOf(messages), [&](const Record& record) {
+    const Event event = EventFrom(record);
+    builder.Add(event);
+    add(steps.Add(event, builder.run()));
+  });
+  add(steps.Flush());
+  return lines;
+}
+
+struct FailureCase {
+  const char* name;
+  Messages messages;
+  std::vector<std::string> lines;
+};
+class FailureLines : public testing::TestWithParam<FailureCase> {};
+TEST_P(FailureLines, ReportEachFailureOnce) {
+  EXPECT_EQ(LinesOf(kUploading + GetParam().messages),
+            (Messages{"01   Upload: /up1 (1 of 2)"} + GetParam().lines));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Rows, FailureLines,
+    testing::ValuesIn(std::vector<FailureCase>{
+        {"status_and_retry",
+         {"Upload HTTP status: 503", "Upload response body: busy",
+          "W Upload returned 503, retrying with backoff",
+          "Retrying in 5s (attempt 1/3)"},
+         {"04 ! Upload returned 503",
+          "05   Waiting 5 s before retry (1 of 3)"}},
+        {"last_attempt",
+         {"Upload HTTP status: 413",
+          "W Upload returned 413 (too large), retrying",
+          "W Upload URI exhausted retries: /up1"},
+         {"03 ! Upload returned 413 (too large)",
+          "04 ! Upload URI exhausted retries: /up1"}},
+        {"warning_that_explains_the_status",
+         {"Upload HTTP status: 405",
+          "W Upload returned 405 - endpoint not available, trying next URI"},
+         {"03 ! Upload returned 405 - endpoint not available, trying next "
+          "URI"}},
+        {"warning_with_another_status",
+         {"Upload HTTP status: 409", "W Upload returned 400, retrying"},
+         {"02 ! Upload: HTTP 409"}},
+        {"warning_without_a_reason",
+         {"Upload HTTP status: 404",
+          "W Reboot URI failed: /r, trying next URI"},
+         {"02 ! Upload: HTTP 404"}},
+        {"status_without_a_warning",
+         {"Upload HTTP status: 405"},
+         {"02   Upload: HTTP 405"}},
+        {"no_response",
+         {"E [http] POST failed: Timeout url=https://192.0.2.7/up1",
+          "Upload HTTP status: 0",
+          "W Upload returned 0, retrying with backoff"},
+         {"02 ! Upload: POST failed: Timeout"}},
+        {"no_response_with_a_reason",
+         {"E [http] GET failed: Timeout url=https://192.0.2.7/x",
+          "W [inventory] URI failed: /x (exception: GET failed: Timeout), "
+          "trying next URI"},
+         {"03 ! Upload: URI failed: /x (exception: GET failed: Timeout), "
+          "trying next URI"}},
+        {"no_response_to_a_poll",
+         {"E [http] GET failed: Timeout url=https://192.0.2.7/t",
+          "W Task poll returned HTTP 0"},
+         {"02 ! Upload: GET failed: Timeout"}},
+        {"retry_without_a_failure",
+         {"W [inventory] 200 but empty body, retrying"},
+         {"02 ! Upload: 200 but empty body"}},
+        {"another_failure",
+         {"E [http] GET failed: Timeout url=https://192.0.2.7/x",
+          "Upload HTTP status: 503", "Upload HTTP status: 202"},
+         {"02 ! Upload: GET failed: Timeout", "03   Upload: HTTP 503",
+          "04   Upload: HTTP 202"}},
+    }),
+    [](const auto& row) { return row.param.name; });
+
+TEST(Outcome, HasAColorAndAWord) {
+  const Report report = ReadReport(WholeLog());
+  EXPECT_EQ(OutcomeText(report.verdict, "b", 0, false),
+            TextOf(report.verdict, "b", 0));
+  const std::string colored = OutcomeText(report.verdict, "b", 30, true);
+  EXPECT_THAT(colored, testing::StartsWith("\x1b[32mOutcome: done (b)."));
+  EXPECT_EQ(colored.find("\x1b[0m\n"), colored.find('\n') - 4);
 }
 
 }  // namespace

@@ -69,6 +69,24 @@ ParsedCommand CommandOf(const CLI::App& app) {
   return parsed;
 }
 
+// An empty value is usually an unset variable of a script. It must not have the
+// same effect as a missing option.
+void RejectEmptyValues(CLI::App& command) {
+  for (CLI::Option* option : command.get_options()) {
+    if (option->get_type_size() == 0) continue;  // a flag
+    // In contrast to check(), this comes before the other validators.
+    option->transform(CLI::Validator(
+        [](std::string& value) {
+          return value.empty() ? std::string("the value is empty")
+                               : std::string();
+        },
+        ""));
+  }
+  for (CLI::App* subcommand : command.get_subcommands({})) {
+    RejectEmptyValues(*subcommand);
+  }
+}
+
 std::vector<std::string> NamesIn(const CLI::App& command) {
   std::vector<std::string> names;
   for (const CLI::Option* option : command.get_options()) {
@@ -101,8 +119,22 @@ std::string UsageError(const CLI::App& command, const CLI::ParseError& error) {
                        : error.what() + std::string(".");
 }
 
+// The parser takes the argument after "--option=" for its value.
+void RequireValues(const std::vector<std::string_view>& arguments) {
+  for (const std::string_view argument : arguments) {
+    if (argument.rfind("--", 0) != 0 ||
+        argument.find('=') != argument.size() - 1) {
+      continue;
+    }
+    throw ToolError(ExitCode::kUsage,
+                    fmt::format("{}: the value is empty.",
+                                argument.substr(0, argument.size() - 1)));
+  }
+}
+
 ExitCode ParseAndRun(int argc, char** argv) {
   ExitCode exit_code = ExitCode::kDone;
+  RequireValues({argv, argv + argc});
   const std::unique_ptr<CLI::App> app = MakeApp(exit_code);
   try {
     app->parse(argc, argv);
@@ -130,7 +162,8 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   app->formatter(std::make_shared<HelpText>());
   app->footer(
       "Run `quorvane COMMAND --help` for the options of a command.\n"
-      "See quorvane(1) for details.\n"
+      "See " QUORVANE_MANUAL
+      " for details.\n"
       "To try commands without hardware, run `quorvane simulate`.");
   AddUpdateCommand(*app, exit_code);
   AddInventoryCommand(*app, exit_code);
@@ -140,6 +173,7 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   AddTrustCommand(*app, exit_code);
   AddReportCommand(*app, exit_code);
   AddSimulateCommand(*app, exit_code);
+  RejectEmptyValues(*app);
   for (CLI::App* command : app->get_subcommands({})) {
     command->group("Commands")->footer("");
     for (CLI::App* subcommand : command->get_subcommands({})) {

@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "tools/quorvane/base/text.h"
 
@@ -24,5 +26,18 @@ void PrintMessage(std::string_view text) {
   const std::string line = "quorvane: " + Printable(text) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
+
+bool IsSet(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value != '\0';
+}
+
+bool IsDrawable() {
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+         std::string_view(terminal) != "dumb";
+}
+
+bool HasColor() { return IsDrawable() && !IsSet("NO_COLOR"); }
 
 }  // namespace quorvane::tool

@@ -15,6 +15,15 @@ std::size_t TerminalColumns();
 /// a full disk does not end the program.
 void PrintMessage(std::string_view text);
 
+/// Whether an environment variable is set and not empty.
+bool IsSet(const char* variable);
+
+/// Whether standard output is a terminal that can move its cursor.
+bool IsDrawable();
+
+/// Whether standard output shows colors, and NO_COLOR does not disable them.
+bool HasColor();
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_BASE_TERMINAL_H_

@@ -116,6 +116,28 @@ std::string Excerpt(std::string_view text, std::size_t columns) {
   return shown;
 }
 
+std::string Elided(std::string_view text, std::size_t columns) {
+  constexpr std::string_view kGap = "...";
+  if (Columns(text) <= columns) return Printable(text);
+  const std::size_t kept = std::max(columns, kGap.size()) - kGap.size();
+  const std::size_t at_end = kept / 2;
+  std::string_view end = text;
+  for (std::size_t left = Columns(text); left > at_end;) {
+    const Shown first = FirstShown(end);
+    left -= first.columns;
+    end.remove_prefix(first.length);
+  }
+  std::string shown;
+  for (std::size_t used = 0;;) {
+    const Shown first = FirstShown(text);
+    used += first.columns;
+    if (used > kept - at_end) break;
+    shown += first.text;
+    text.remove_prefix(first.length);
+  }
+  return shown.append(kGap) + Printable(end);
+}
+
 std::string EscapedJson(std::string_view json) {
   std::string escaped;
   escaped.reserve(json.size());

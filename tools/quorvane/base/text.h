@@ -18,6 +18,10 @@ std::string Printable(std::string_view text);
 /// `Printable`, cut to `columns` of a terminal; "..." marks the cut.
 std::string Excerpt(std::string_view text, std::size_t columns);
 
+/// `Printable`, with "..." in place of its middle if it needs more than
+/// `columns`: the end of a URI identifies the resource.
+std::string Elided(std::string_view text, std::size_t columns);
+
 /// The same JSON document, safe to show on a terminal: characters that
 /// `Printable` escapes become \uXXXX, bytes that are not UTF-8 become U+FFFD.
 std::string EscapedJson(std::string_view json);

@@ -4,7 +4,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <string_view>
+#include <optional>
 
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/terminal.h"
@@ -15,26 +15,36 @@
 namespace quorvane::tool {
 namespace {
 
-class ProblemCollector : public CallListener {
+class EventCollector : public CallListener {
  public:
-  ProblemCollector(RunLog& log, std::vector<Record>& problems)
-      : log_(log), problems_(problems) {}
+  EventCollector(RunLog* log, std::vector<Event>& events)
+      : log_(log), events_(events) {}
   void OnRecord(const Record& record) override {
-    log_.Keep(record);
-    if (record.level >= LogLevel::WARNING) problems_.push_back(record);
+    if (log_ != nullptr) log_->Keep(record);
+    Event event = EventFrom(record);
+    if (event.kind != EventKind::kOther) events_.push_back(std::move(event));
   }
   void OnTick() override {}
 
  private:
-  RunLog& log_;
-  std::vector<Record>& problems_;
+  RunLog* log_;
+  std::vector<Event>& events_;
 };
 
-bool Contains(const std::vector<Record>& records, std::string_view text) {
-  return std::any_of(records.begin(), records.end(),
-                     [text](const Record& record) {
-                       return record.message.find(text) != std::string::npos;
-                     });
+// The last warnings and errors, without repeats, in the order of the log.
+std::vector<std::string> LastProblems(const std::vector<Event>& events) {
+  constexpr std::size_t kMaxProblems = 5;
+  std::vector<std::string> problems;
+  for (auto event = events.rbegin();
+       event != events.rend() && problems.size() < kMaxProblems; ++event) {
+    if (event->level < LogLevel::WARNING) continue;
+    const std::string& text = event->text;
+    if (std::find(problems.begin(), problems.end(), text) == problems.end()) {
+      problems.push_back(text);
+    }
+  }
+  std::reverse(problems.begin(), problems.end());
+  return problems;
 }
 
 }  // namespace
@@ -47,10 +57,12 @@ InventoryRequest BmcCall::PrepareRequest() const {
 }
 
 WorkerResponse BmcCall::MakeCall(LibraryCall call) {
-  RunLog log(options_.log, options_.log_level);
-  log_path_ = log.path();
-  log.Note("Run: " + subject_ + " of " + options_.bmc);
-  ProblemCollector collector(log, problems_);
+  std::optional<RunLog> log;
+  if (!options_.log.empty()) {
+    log.emplace(options_.log, options_.log_level);
+    log->Note("Run: " + subject_ + " of " + options_.bmc);
+  }
+  EventCollector collector(log ? &*log : nullptr, events_);
   Signals signals(Signals::OnHangup::kStop);
   CallResult result =
       CallLibrary(std::move(call),
@@ -61,45 +73,50 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
       throw ToolError(ExitCode::kInterrupted,
                       "Interrupted. Nothing was changed on the BMC.");
     case CallResult::End::kDied:
-      throw ToolError(ExitCode::kFailed,
-                      fmt::format("The worker process failed: {}. Report the "
-                                  "fault with the log {}.",
-                                  result.reason, log_path_));
+      throw ToolError(
+          ExitCode::kFailed,
+          fmt::format("The worker process failed: {}. {}", result.reason,
+                      log ? "Report the fault with the log " + log->path() + "."
+                          : "Run the command again with --log FILE "
+                            "and report the fault with that log."));
     case CallResult::End::kResponded:
       break;
   }
   if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
     if (error->is_out_of_memory) {
-      throw ToolError(
-          ExitCode::kFailed,
-          fmt::format("Cannot read the {} of {}: {} Log: {}", subject_,
-                      options_.bmc, error->message, log_path_));
+      throw ToolError(ExitCode::kFailed,
+                      fmt::format("Cannot read the {} of {}: {}", subject_,
+                                  options_.bmc, error->message));
     }
     throw ToolError(
         ExitCode::kUnreachable,
         fmt::format("No response from {}: {}. Check the address and the "
-                    "network, and that the BMC is powered on. Log: {}",
-                    options_.bmc, error->message, log_path_));
+                    "network, and that the BMC is powered on.",
+                    options_.bmc, error->message));
   }
   return *std::move(result.response);
 }
 
 ExitCode BmcCall::PrintFailure() const {
-  if (Contains(problems_, "HTTP 401") || Contains(problems_, "HTTP 403")) {
+  const bool is_refused =
+      std::any_of(events_.begin(), events_.end(), [](const Event& event) {
+        return event.level >= LogLevel::WARNING &&
+               (event.status == 401 || event.status == 403);
+      });
+  if (is_refused) {
     fmt::print(stderr,
                "quorvane: {} refused the login of {}. Check the user, the "
-               "password and the privileges of the account.\nLog: {}\n",
-               Printable(options_.bmc), Printable(options_.user),
-               Printable(log_path_));
+               "password and the privileges of the account.\n",
+               Printable(options_.bmc), Printable(options_.user));
     return ExitCode::kUnreachable;
   }
-  const std::string reason =
-      problems_.empty() ? "." : ": " + Excerpt(problems_.back().message, 400);
-  const std::string text =
-      fmt::format("quorvane: Cannot read the {} of {}{}", subject_,
-                  Printable(options_.bmc), reason);
-  fmt::print(stderr, "{}\nLog: {}\n", Wrapped(text, TerminalColumns(), 2),
-             Printable(log_path_));
+  fmt::print(stderr,
+             "quorvane: Cannot read the {} of {}. The library reported:\n",
+             subject_, Printable(options_.bmc));
+  for (const std::string& problem : LastProblems(events_)) {
+    fmt::print(stderr, "  {}\n",
+               Wrapped(Excerpt(problem, 400), TerminalColumns(), 4));
+  }
   return ExitCode::kFailed;
 }
 

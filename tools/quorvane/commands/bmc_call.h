@@ -10,13 +10,13 @@
 #include "quorvane/inventory.h"
 #include "tools/quorvane/base/exit_code.h"
 #include "tools/quorvane/commands/bmc_options.h"
-#include "tools/quorvane/run/records.h"
+#include "tools/quorvane/run/events.h"
 #include "tools/quorvane/worker/protocol.h"
 
 namespace quorvane::tool {
 
-/// A library call that only reads from a BMC: makes the call, writes its log
-/// and finds in the log why it failed.
+/// A library call that only reads from a BMC: makes the call, writes the log of
+/// --log and finds in the log records why the call failed.
 class BmcCall {
  public:
   /// @param subject  What the call reads, e.g. "inventory", for messages.
@@ -34,14 +34,16 @@ class BmcCall {
   /// Prints why the library could not read the data.
   ExitCode PrintFailure() const;
 
+  /// What the library logged, without `EventKind::kOther`.
+  [[nodiscard]] const std::vector<Event>& events() const { return events_; }
+
  private:
   InventoryRequest PrepareRequest() const;
   WorkerResponse MakeCall(LibraryCall call);
 
   const BmcOptions& options_;
   std::string subject_;
-  std::string log_path_ = {};
-  std::vector<Record> problems_ = {};  // warnings and errors
+  std::vector<Event> events_ = {};
 };
 
 }  // namespace quorvane::tool

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <stdexcept>
 #include <string_view>
 
@@ -18,6 +19,15 @@
 namespace quorvane::tool {
 namespace {
 
+bool IsPort(std::string_view port) {
+  constexpr int kMaxPort = 65535;
+  int number = 0;
+  const char* end = port.data() + port.size();
+  const auto [stop, error] = std::from_chars(port.data(), end, number);
+  return error == std::errc() && stop == end && number > 0 &&
+         number <= kMaxPort;
+}
+
 // Like `UserFault`, it does not repeat the argument, which may contain a
 // password.
 std::string AddressFault(const std::string& address) {
@@ -27,9 +37,23 @@ std::string AddressFault(const std::string& address) {
         return c > ' ' && c != '\x7f' &&
                std::string_view("@?#\\/").find(c) == std::string_view::npos;
       });
-  return is_plain ? std::string()
-                  : "give only the address, such as 192.0.2.7 or "
-                    "[2001:db8::7]:8443";
+  // Without a closing bracket, the host is empty.
+  const std::size_t host = address.rfind('[', 0) == 0
+                               ? address.find(']') + 1
+                               : std::min(address.find(':'), address.size());
+  const std::string_view rest = std::string_view(address).substr(host);
+  if (is_plain && std::count(rest.begin(), rest.end(), ':') > 1) {
+    return "put brackets around an IPv6 address, such as [2001:db8::7] or "
+           "[2001:db8::7]:8443";
+  }
+  if (!is_plain || host == 0) {
+    return "give only the address, such as 192.0.2.7 or [2001:db8::7]:8443";
+  }
+  const bool is_port_valid =
+      rest.empty() || (rest.front() == ':' && IsPort(rest.substr(1)));
+  return is_port_valid ? std::string()
+                       : "the port is a number from 1 to 65535, such as "
+                         "192.0.2.7:8443";
 }
 
 // A URI without a leading "/" would extend the host name.
@@ -108,8 +132,8 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       ->check(CLI::Validator(UserFault, ""))
       ->type_name("NAME");
   auto* file = command.add_option("--password-file", options.password_file,
-                                  "File that contains the password (default: "
-                                  "prompt)");
+                                  "File whose first line is the password "
+                                  "(default: prompt)");
   file->type_name("FILE");
   command
       .add_flag("--password-stdin", options.password_stdin,
@@ -123,8 +147,8 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
                    "Accept rules with URIs that do not begin with \"/\"");
   command
       .add_option("--log", options.log,
-                  "Append the log to this file (default: a new private "
-                  "file)")
+                  "Append the log to this file (default: a new private file "
+                  "for update, no log for other commands)")
       ->type_name("FILE");
   RejectPasswordArgument(command, "--password");
   AddTrustOptions(command, options.trust_options);

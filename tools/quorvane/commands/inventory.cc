@@ -2,15 +2,18 @@
 #include "quorvane/inventory.h"
 
 #include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
 #include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_call.h"
 #include "tools/quorvane/commands/bmc_options.h"
@@ -23,6 +26,7 @@ namespace {
 struct InventoryOptions {
   BmcOptions bmc;
   bool json = false;
+  bool uris = false;
   std::string output;
 };
 
@@ -34,7 +38,8 @@ constexpr std::array kColumns = {
     Column{"NAME", &InventoryItem::Name},
     Column{"VERSION", &InventoryItem::Version},
     Column{"SOFTWARE ID", &InventoryItem::SoftwareId},
-    Column{"TARGET", &InventoryItem::target_id}};
+    Column{"TARGET", &InventoryItem::target_id},
+    Column{"URI", &InventoryItem::uri}};
 using Row = std::array<std::string, kColumns.size()>;
 
 std::vector<Row> RowsOf(const std::vector<InventoryItem>& items) {
@@ -49,7 +54,11 @@ std::vector<Row> RowsOf(const std::vector<InventoryItem>& items) {
   return rows;
 }
 
-std::string Table(const std::vector<InventoryItem>& items) {
+// Without the last column, the URI, if the table is wider than `columns`; 0: no
+// limit.
+std::string Table(const std::vector<InventoryItem>& items,
+                  std::size_t columns) {
+  constexpr std::size_t kGap = 2;
   const std::vector<Row> rows = RowsOf(items);
   std::array<std::size_t, kColumns.size()> widths{};
   for (const Row& row : rows) {
@@ -57,16 +66,65 @@ std::string Table(const std::vector<InventoryItem>& items) {
       widths.at(i) = std::max(widths.at(i), Columns(row.at(i)));
     }
   }
+  const std::size_t width =
+      std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+  const std::size_t shown =
+      columns == 0 || width <= columns ? widths.size() : widths.size() - 1;
   std::string table;
   for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
+    for (std::size_t i = 0; i < shown; ++i) {
       table += row.at(i);
-      const bool is_last = i + 1 == row.size();
-      if (!is_last) table.append(widths.at(i) - Columns(row.at(i)) + 2, ' ');
+      const bool is_last = i + 1 == shown;
+      if (!is_last) table.append(widths.at(i) - Columns(row.at(i)) + kGap, ' ');
     }
     table += '\n';
   }
   return table;
+}
+
+std::string Uris(const std::vector<InventoryItem>& items) {
+  std::string uris;
+  for (const InventoryItem& item : items) uris += Printable(item.uri) + '\n';
+  return uris;
+}
+
+std::string Document(const std::vector<InventoryItem>& items,
+                     const InventoryOptions& options) {
+  if (options.json) return EscapedJson(InventoryToJson(items)) + "\n";
+  if (options.uris) return Uris(items);
+  return Table(items, options.output.empty() ? TerminalColumns() : 0);
+}
+
+// The library leaves out a member that it cannot read, and takes every response
+// without members for an empty collection.
+ExitCode ReportGaps(const std::vector<Event>& events, const std::string& bmc) {
+  int members = 0;
+  std::vector<std::string> unread;
+  bool is_empty = false;
+  for (const Event& event : events) {
+    if (event.kind == EventKind::kMembersFound) members = event.count;
+    if (event.kind == EventKind::kNoMembers) is_empty = true;
+    if (event.kind != EventKind::kMemberUnread) continue;
+    unread.push_back(fmt::format("  {}: {}", Printable(event.uri),
+                                 event.status < 0 ? "the response is not JSON"
+                                 : event.status == 200
+                                     ? "HTTP 200 without a body"
+                                     : fmt::format("HTTP {}", event.status)));
+  }
+  if (is_empty) {
+    fmt::print(
+        stderr,
+        "quorvane: {} lists no firmware: the response is an empty "
+        "collection, or none at all. Check inventory_uri in the rules.\n",
+        Printable(bmc));
+    return ExitCode::kUnknown;
+  }
+  if (unread.empty()) return ExitCode::kDone;
+  fmt::print(stderr,
+             "quorvane: {} of {} members could not be read, so they are "
+             "missing from the inventory:\n{}\n",
+             unread.size(), members, fmt::join(unread, "\n"));
+  return ExitCode::kUnknown;
 }
 
 ExitCode RunInventory(const InventoryOptions& options) {
@@ -77,10 +135,8 @@ ExitCode RunInventory(const InventoryOptions& options) {
   BmcCall call(options.bmc, "inventory");
   const auto [was_read, items] = call.Make<InventoryResult, InventoryCall>();
   if (!was_read) return call.PrintFailure();
-  WriteDocument(output, options.json
-                            ? EscapedJson(InventoryToJson(items)) + "\n"
-                            : Table(items));
-  return ExitCode::kDone;
+  WriteDocument(output, Document(items, options));
+  return ReportGaps(call.events(), options.bmc.bmc);
 }
 
 }  // namespace
@@ -90,7 +146,11 @@ void AddInventoryCommand(CLI::App& app, ExitCode& exit_code) {
       "inventory", "List the firmware of a server and its versions");
   const auto options = std::make_shared<InventoryOptions>();
   AddBmcOptions(*command, options->bmc);
-  command->add_flag("--json", options->json, "Print JSON");
+  auto* json = command->add_flag("--json", options->json, "Print JSON");
+  command
+      ->add_flag("--uris", options->uris,
+                 "Print only the URIs, for --target of an update")
+      ->excludes(json);
   command
       ->add_option("--output", options->output,
                    "Write the inventory to this file")

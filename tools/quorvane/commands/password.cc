@@ -2,6 +2,7 @@
 #include "tools/quorvane/commands/password.h"
 
 #include <bsd/readpassphrase.h>
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <array>
@@ -33,6 +34,19 @@ std::string PasswordIn(std::string line, const std::string& source) {
                     "Cannot use the password from " + source +
                         ": it contains a NUL byte or a carriage return. Remove "
                         "it.");
+  }
+  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+  if (line.rfind(kByteOrderMark, 0) == 0) {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot use the password from " + source +
+                        ": it begins with a byte order mark (UTF-8). Remove "
+                        "it.");
+  }
+  if (line.back() == ' ' || line.back() == '\t') {
+    fmt::print(stderr,
+               "quorvane: The password from {} ends with a {}, which is used "
+               "as part of it. Remove it if it is a mistake.\n",
+               Printable(source), line.back() == ' ' ? "space" : "tab");
   }
   return line;
 }

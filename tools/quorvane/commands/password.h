@@ -7,6 +7,9 @@
 namespace quorvane::tool {
 
 // A password may contain any bytes except NUL and line breaks, in any encoding.
+// Not at its start, though: the byte order mark of UTF-8, which editors add. A
+// carriage return before the line break is not part of it. A space or tab at
+// its end is, and a warning reports it.
 
 /// The first line of a file, see `FirstLineOf`.
 /// @throws ToolError if the file or the line cannot be used.

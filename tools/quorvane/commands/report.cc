@@ -44,7 +44,7 @@ ExitCode RunReport(const ReportOptions& options) {
   if (options.json) {
     fmt::print("{}\n", EscapedJson(JsonReport(report)));
   } else if (options.html.empty()) {
-    fmt::print("{}", TextReport(report, TerminalColumns()));
+    fmt::print("{}", TextReport(report, TerminalColumns(), HasColor()));
   } else {
     fmt::print("Report: {}\n", Printable(options.html));
   }

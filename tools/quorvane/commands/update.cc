@@ -23,6 +23,7 @@
 #include "tools/quorvane/commands/commands.h"
 #include "tools/quorvane/commands/password.h"
 #include "tools/quorvane/commands/run_session.h"
+#include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
 namespace {
@@ -49,6 +50,7 @@ struct UpdateOptions {
   RestartMode restart = RestartMode::kSafe;
   bool stop_on_hangup = false;
   bool quiet = false;
+  bool plain = false;
 };
 
 std::string ImageFault(const std::string& uri) {
@@ -273,12 +275,13 @@ void RemoveOldResult(const std::string& path) {
 void PrintOutcome(const UpdateOptions& options, const RunSession& session,
                   const Verdict& verdict, const Responses& responses) {
   if (options.quiet) {
-    fmt::print("{}: {}. {} {}\n", Printable(options.bmc.bmc),
+    fmt::print("{}: {}. {}{}{}\n", Printable(options.bmc.bmc),
                NameOf(verdict.outcome), Printable(verdict.headline),
-               Excerpt(verdict.cause, 2000));
+               verdict.cause.empty() ? "" : " ", Excerpt(verdict.cause, 2000));
     return;
   }
-  fmt::print("{}", TextOf(verdict, options.bmc.bmc, TerminalColumns()));
+  fmt::print("{}", OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
+                               HasColor()));
   if (responses.update) PrintResponse(*responses.update);
   fmt::print("Log:     {}\n", Printable(session.log().path()));
 }
@@ -296,7 +299,7 @@ ExitCode RunUpdate(UpdateOptions options) {
            "update of {} with {}", options.bmc.bmc,
            options.file.empty() ? RedactUri(options.image) : options.file),
        .image = ImageText(options),
-       .style = ChooseStyle(options.quiet),
+       .style = ChooseStyle(options.quiet, options.plain),
        .attempts = rules.max_retries + 1,
        .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
                                            : Signals::OnHangup::kContinue});
@@ -383,7 +386,9 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   command->add_flag("--no-download", options->bmc.trust.forbids_download,
                     "Never download the image of --image to upload it");
   command->add_flag("--quiet", options->quiet,
-                    "Show only warnings and the outcome");
+                    "Show only one line with the outcome");
+  command->add_flag("--plain", options->plain,
+                    "Print lines instead of the live display");
   command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });
 }
 

@@ -90,6 +90,12 @@ class SchemaCheck {
       }
       CheckMember(schema, member, name);
     }
+    for (const Schema& key : schema.value("required", Schema::array())) {
+      if (seen.count(key.get<std::string>()) > 0) continue;
+      Add(node.position,
+          fmt::format("{} has no key {}, which is required. Add it", name,
+                      key.dump()));
+    }
   }
 
   void CheckMember(const Schema& schema, const JsonNode& member,

@@ -12,6 +12,7 @@ namespace {
 
 // Texts of the library inside a message.
 constexpr LogText kInventoryUri{"inventory", " (URI "};
+constexpr LogText kMemberStatus{"inventory", " (HTTP ", 2};
 constexpr LogText kAttempt{"update", "s (attempt "};
 constexpr LogText kPercent{"update", "  PercentComplete: "};
 constexpr LogText kResult{"update", "  Result: ", 4};
@@ -72,6 +73,15 @@ void ReadUriAndIndex(std::string_view rest, Event& event) {
   const bool names_uri = place.rfind(kInventoryUri.text, 0) == 0;
   place.remove_prefix(names_uri ? kInventoryUri.text.size() : 2);
   ReadIndexAndCount(place, event);
+}
+
+// "/redfish/v1/x (HTTP 404)"
+void ReadUriAndStatus(std::string_view rest, Event& event) {
+  const std::size_t status = rest.rfind(kMemberStatus.text);
+  event.uri = rest.substr(0, status);
+  if (status == std::string_view::npos) return;
+  rest.remove_prefix(status + kMemberStatus.text.size());
+  event.status = LeadingNumber<long>(rest).value_or(-1);
 }
 
 // In a log that is cut off, half of the next line may follow.
@@ -181,6 +191,18 @@ constexpr std::array kPatterns = {
             ReadWait},
     Pattern{"inventory", "Total items fetched: ", kInventoryRead,
             Phase::kInventory, ReadCount},
+    Pattern{"inventory", "Members found: ", kMembersFound, Phase::kInventory,
+            ReadCount},
+    Pattern{"inventory", "Members[] is empty or missing", kNoMembers,
+            Phase::kInventory, IgnoreRest},
+    Pattern{"inventory", "GET member failed: ", kMemberUnread,
+            Phase::kInventory, ReadUriAndStatus},
+    Pattern{"inventory", "Failed to parse member JSON for ", kMemberUnread,
+            Phase::kInventory, ReadUri},
+    Pattern{"chassis", "Chassis collection returned HTTP ", kProblem,
+            Phase::kNone, ReadStatus},
+    Pattern{"chassis", "Chassis member returned HTTP ", kProblem, Phase::kNone,
+            ReadStatus},
     Pattern{"update", "========== FIRMWARE UPDATE START", kUpdateBegins,
             Phase::kNone, IgnoreRest},
     Pattern{"update", "========== FIRMWARE UPDATE SUMMARY", kRunEnds,
@@ -342,6 +364,12 @@ const char* NameOf(EventKind kind) {
       return "login_refused";
     case kInventoryRead:
       return "inventory_read";
+    case kMembersFound:
+      return "members_found";
+    case kNoMembers:
+      return "no_members";
+    case kMemberUnread:
+      return "member_unread";
     case kUploadsRejected:
       return "uploads_rejected";
     case kRebootSkipped:
@@ -427,9 +455,9 @@ Event EventFrom(const Record& record) {
 }
 
 std::vector<LogText> LogTexts() {
-  std::vector<LogText> texts = {kInventoryUri,   kAttempt,  kPercent,
-                                kResult,         kSuccess,  kResponseBody,
-                                kResponseStatus, kFailedUrl};
+  std::vector<LogText> texts = {
+      kInventoryUri, kMemberStatus,   kAttempt,   kPercent,  kResult, kSuccess,
+      kResponseBody, kResponseStatus, kFailedUrl, kRetrying, kNextUri};
   texts.insert(texts.end(), kPositions.begin(), kPositions.end());
   for (const Pattern& pattern : kPatterns) {
     if (pattern.component != kToolComponent) {

@@ -45,6 +45,9 @@ enum class EventKind {
   kNoTask,             ///< The BMC named no task.
   kLoginRefused,       ///< `status` 401 or 403.
   kInventoryRead,      ///< `count` items.
+  kMembersFound,       ///< The collection lists `count` members.
+  kNoMembers,          ///< The response lists none; it may be no collection.
+  kMemberUnread,       ///< `uri` is left out; `status`, unless it is not JSON.
   kUploadsRejected,    ///< The BMC accepted no upload.
   kRebootSkipped,      ///< The rules require no reboot.
   kRebootWithheld,     ///< The tool requests no reboot; `text` is the reason.
@@ -111,6 +114,12 @@ struct LogText {
   std::string_view text;       ///< Start or part of a message; {}: a value.
   int literals = 1;            ///< How many literals of its sources start so.
 };
+
+/// Begins the end of a warning that announces a retry. The library writes it
+/// after the last attempt too.
+inline constexpr LogText kRetrying{"update", ", retrying", 5};
+/// Ends the warning about a reboot URI, which does not state the reason.
+inline constexpr LogText kNextUri{"update", ", trying next URI"};
 
 /// All of them, so that a test can compare them with the library's sources.
 std::vector<LogText> LogTexts();

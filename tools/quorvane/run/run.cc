@@ -52,7 +52,10 @@ void RunBuilder::Add(const Event& event) {
   run_.end_stamp = event.stamp;
   switch (KindOf(event)) {
     case EventKind::kOther:
+    case EventKind::kMembersFound:
       return;
+    case EventKind::kNoMembers:
+    case EventKind::kMemberUnread:
     case EventKind::kProblem:
       return AddRemark(event);
     case EventKind::kRunTitle:

@@ -2,12 +2,10 @@
 #include "tools/quorvane/view/progress.h"
 
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "tools/quorvane/base/terminal.h"
@@ -15,11 +13,6 @@
 
 namespace quorvane::tool {
 namespace {
-
-bool IsSet(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
-}
 
 std::string CutTo(std::size_t columns, const std::string& line) {
   return Columns(line) < columns ? line : Excerpt(line, columns - 4);
@@ -33,7 +26,8 @@ std::string Bar(int percent, std::size_t columns) {
                      std::string(width - full, '-'), percent);
 }
 
-std::string AttemptText(const PhaseRun& phase, int attempts) {
+std::string AttemptText(const PhaseRun& phase, int attempts,
+                        std::size_t columns) {
   std::string tried = fmt::format("{:<13}", NameOf(phase.phase));
   if (phase.phase == Phase::kTask) {
     const auto poll = std::find_if(
@@ -46,7 +40,10 @@ std::string AttemptText(const PhaseRun& phase, int attempts) {
     tried += fmt::format("URI {} of {}, attempt {} of {}  ", phase.uri_index,
                          phase.uri_count, phase.attempt, attempts);
   }
-  return tried + Printable(PathOf(phase.uri));
+  constexpr std::size_t kMinColumns = 8;
+  const std::size_t used = Columns(tried) + 1;
+  return tried + Elided(PathOf(phase.uri),
+                        std::max(columns, used + kMinColumns) - used);
 }
 
 std::string WaitText(const PhaseRun& phase, double now) {
@@ -82,28 +79,40 @@ class LiveProgress final : public Progress {
   ~LiveProgress() override { Print(Erasure()); }
 
   void OnEvent(const Event& event, const Run& run) override {
-    if (event.level >= LogLevel::WARNING) {
-      Print(Erasure() + fmt::format("{}{}{}\n", kYellow,
-                                    Wrapped(PlainLine(event, run),
-                                            TerminalColumns(), kIndent),
-                                    kPlain));
-      Draw(run);
-    } else if (MonotonicSeconds() - drawn_at_ > kRedrawSeconds) {
+    if (PrintWarnings(steps_.Add(event, run)) ||
+        MonotonicSeconds() - drawn_at_ > kRedrawSeconds) {
       Draw(run);
     }
   }
-  void OnTick(const Run& run) override { Draw(run); }
-  void Finish() override { Print(Erasure()); }
+  void OnTick(const Run& run) override {
+    PrintWarnings(steps_.Flush());
+    Draw(run);
+  }
+  void Finish() override {
+    PrintWarnings(steps_.Flush());
+    Print(Erasure());
+  }
 
  private:
-  static constexpr const char* kYellow = "\x1b[33m";
-  static constexpr const char* kPlain = "\x1b[0m";
   static constexpr double kRedrawSeconds = 0.1;
 
   // Moves to the first line of the block and clears everything below.
   std::string Erasure() {
     const int lines = std::exchange(lines_, 0);
     return lines == 0 ? std::string() : fmt::format("\x1b[{}A\r\x1b[J", lines);
+  }
+
+  bool PrintWarnings(const std::vector<StepLine>& lines) {
+    bool has_warning = false;
+    for (const StepLine& line : lines) {
+      if (!line.is_warning) continue;
+      has_warning = true;
+      const std::string text =
+          Wrapped(TextOf(line), TerminalColumns(), kIndent);
+      Print(Erasure() + (HasColor() ? "\x1b[33m" + text + "\x1b[0m" : text) +
+            "\n");
+    }
+    return has_warning;
   }
 
   void Draw(const Run& run) {
@@ -120,24 +129,32 @@ class LiveProgress final : public Progress {
   int attempts_;
   int lines_ = 0;
   double drawn_at_ = 0;
+  StepLines steps_;
 };
 
 class PlainProgress : public Progress {
  public:
-  explicit PlainProgress(bool quiet) : quiet_(quiet) {}
-
   void OnEvent(const Event& event, const Run& run) override {
-    if (quiet_ && event.level < LogLevel::WARNING) return;
-    const std::string line = PlainLine(event, run);
-    if (!line.empty()) {
-      Print(Wrapped(line, TerminalColumns(), kIndent) + "\n");
-    }
+    PrintLines(steps_.Add(event, run));
   }
-  void OnTick(const Run& /*run*/) override {}
-  void Finish() override {}
+  void OnTick(const Run& /*run*/) override { PrintLines(steps_.Flush()); }
+  void Finish() override { PrintLines(steps_.Flush()); }
 
  private:
-  bool quiet_;
+  static void PrintLines(const std::vector<StepLine>& lines) {
+    for (const StepLine& line : lines) {
+      Print(Wrapped(TextOf(line), TerminalColumns(), kIndent) + "\n");
+    }
+  }
+
+  StepLines steps_;
+};
+
+class NoProgress final : public Progress {
+ public:
+  void OnEvent(const Event& /*event*/, const Run& /*run*/) override {}
+  void OnTick(const Run& /*run*/) override {}
+  void Finish() override {}
 };
 
 // The step that an event describes, without its time.
@@ -210,6 +227,9 @@ std::string StepText(const Event& event, const Run& run) {
     case EventKind::kOutcome:
     case EventKind::kCause:
     case EventKind::kNextStep:
+    case EventKind::kMembersFound:
+    case EventKind::kNoMembers:
+    case EventKind::kMemberUnread:
     case EventKind::kProblem:
       break;  // only as a warning or an error
   }
@@ -218,27 +238,30 @@ std::string StepText(const Event& event, const Run& run) {
   const std::string phase =
       run.phases.empty() ? "" : NameOf(run.phases.back().phase);
   const bool has_phase = event.text.rfind(phase, 0) == 0;
+  const std::string text =
+      event.text.substr(0, event.text.rfind(kRetrying.text));
   return fmt::format("{}{}{}", has_phase ? "" : phase, has_phase ? "" : ": ",
-                     Excerpt(event.text, 400));
+                     Excerpt(text, 400));
 }
 
 }  // namespace
 
-ProgressStyle ChooseStyle(bool quiet) {
+ProgressStyle ChooseStyle(bool quiet, bool plain) {
   if (quiet) return ProgressStyle::kQuiet;
-  const char* terminal = std::getenv("TERM");
-  const bool is_drawable = isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
-                           std::string_view(terminal) != "dumb";
-  return is_drawable && !IsSet("NO_COLOR") && !IsSet("CI")
-             ? ProgressStyle::kLive
-             : ProgressStyle::kPlain;
+  return IsDrawable() && !plain && !IsSet("CI") ? ProgressStyle::kLive
+                                                : ProgressStyle::kPlain;
 }
 
 std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts) {
-  if (style == ProgressStyle::kLive) {
-    return std::make_unique<LiveProgress>(attempts);
+  switch (style) {
+    case ProgressStyle::kLive:
+      return std::make_unique<LiveProgress>(attempts);
+    case ProgressStyle::kPlain:
+      return std::make_unique<PlainProgress>();
+    case ProgressStyle::kQuiet:
+      break;
   }
-  return std::make_unique<PlainProgress>(style == ProgressStyle::kQuiet);
+  return std::make_unique<NoProgress>();
 }
 
 std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
@@ -249,7 +272,7 @@ std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
   };
   if (!run.phases.empty()) {
     const PhaseRun& phase = run.phases.back();
-    add(AttemptText(phase, attempts));
+    add(AttemptText(phase, attempts, columns));
     if (!phase.task.empty()) {
       int percent = -1;
       for (const TaskPoint& point : phase.task) {
@@ -265,13 +288,47 @@ std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
   return lines;
 }
 
-std::string PlainLine(const Event& event, const Run& run) {
-  const std::string step = StepText(event, run);
-  if (step.empty()) return {};
+std::string TextOf(const StepLine& line) {
+  return fmt::format("{} {} {}", line.clock, line.is_warning ? '!' : ' ',
+                     line.step);
+}
+
+std::vector<StepLine> StepLines::Add(const Event& event, const Run& run) {
   constexpr std::size_t kClock = 11;  // after the date
   constexpr std::size_t kClockLength = 8;
-  return fmt::format("{} {} {}", event.stamp.substr(kClock, kClockLength),
-                     event.level >= LogLevel::WARNING ? "!" : " ", step);
+  const StepLine line{.clock = event.stamp.substr(kClock, kClockLength),
+                      .is_warning = event.level >= LogLevel::WARNING,
+                      .step = StepText(event, run)};
+  if (line.step.empty()) return {};
+  if (waiting_) {
+    if (event.status == 0 && !waiting_->has_response) return {};
+    const auto has = [&event](std::string_view text) {
+      return event.text.find(text) != std::string::npos;
+    };
+    if (line.is_warning &&
+        line.step.find(waiting_->reason) != std::string::npos) {
+      waiting_.reset();
+    } else if (line.is_warning && (has(kRetrying.text) || has(kNextUri.text))) {
+      waiting_->line.is_warning = true;
+      return Flush();
+    }
+  }
+  std::vector<StepLine> lines = Flush();
+  if (event.kind == EventKind::kRequestFailed) {
+    waiting_ = Failure{.line = line, .reason = event.text};
+  } else if (event.kind == EventKind::kStatus && event.status >= 400) {
+    waiting_ = Failure{.line = line,
+                       .reason = std::to_string(event.status),
+                       .has_response = true};
+  } else {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+std::vector<StepLine> StepLines::Flush() {
+  if (!waiting_) return {};
+  return {std::exchange(waiting_, std::nullopt)->line};
 }
 
 }  // namespace quorvane::tool

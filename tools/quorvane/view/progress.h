@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,12 +29,12 @@ class Progress {
 enum class ProgressStyle {
   kLive,   ///< A block that is redrawn; warnings appear above it.
   kPlain,  ///< One line for each step.
-  kQuiet,  ///< Warnings and errors only.
+  kQuiet,  ///< Nothing.
 };
 
-/// kLive on a terminal that can be redrawn, unless `quiet`, NO_COLOR or CI is
-/// set.
-ProgressStyle ChooseStyle(bool quiet);
+/// kLive on a terminal that can be redrawn, unless `quiet`, `plain` or the
+/// environment variable CI is set.
+ProgressStyle ChooseStyle(bool quiet, bool plain);
 
 /// @param attempts  How many the rules allow at each URI.
 std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts);
@@ -43,8 +44,36 @@ std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts);
 std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
                                    std::size_t columns);
 
-/// The line for an event; empty if it is not displayed.
-std::string PlainLine(const Event& event, const Run& run);
+/// A line of the display.
+struct StepLine {
+  std::string clock = {};
+  bool is_warning = false;
+  std::string step = {};
+};
+/// "13:07:09 ! Upload: HTTP 503"
+std::string TextOf(const StepLine& line);
+
+/// Turns the events of a run into lines.
+///
+/// The library logs a failed request up to three times: the error of the
+/// transfer, the status, and a warning, which also announces a retry after the
+/// last attempt. So the line of a failure waits for the next one, and only one
+/// of them is displayed. The wait before a retry has a line of its own.
+class StepLines {
+ public:
+  /// The lines to display after `event`, which was added to `run`.
+  std::vector<StepLine> Add(const Event& event, const Run& run);
+  /// The line that still waits, if there is one.
+  std::vector<StepLine> Flush();
+
+ private:
+  struct Failure {
+    StepLine line;
+    std::string reason;  // A warning about the same failure contains it.
+    bool has_response = false;
+  };
+  std::optional<Failure> waiting_ = {};
+};
 
 }  // namespace quorvane::tool
 

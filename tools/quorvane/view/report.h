@@ -33,8 +33,14 @@ PhaseRow RowOf(const PhaseRun& phase);
 /// What the log states about the run: start, duration, BMC, image, rules, tool.
 std::vector<std::pair<std::string, std::string>> FactRows(const Run& run);
 
-/// For a terminal of `columns`; 0: no line breaks.
-std::string TextReport(const Report& report, std::size_t columns);
+/// `TextOf`; with color, the line of the outcome is green,
+/// yellow (unknown) or red.
+std::string OutcomeText(const Verdict& verdict, const std::string& bmc,
+                        std::size_t columns, bool has_color);
+
+/// For a terminal of `columns`; 0: no line breaks. See `OutcomeText`.
+std::string TextReport(const Report& report, std::size_t columns,
+                       bool has_color = false);
 
 /// An HTML page that loads nothing from elsewhere.
 std::string HtmlReport(const Report& report);

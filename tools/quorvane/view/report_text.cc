@@ -108,6 +108,23 @@ std::string IsoTime(const Run& run, std::string stamp) {
   return stamp + ZoneOf(run);
 }
 
+std::string ColorOf(Verdict::Outcome outcome) {
+  switch (outcome) {
+    case Verdict::Outcome::kDone:
+    case Verdict::Outcome::kStaged:
+      return "\x1b[32m";
+    case Verdict::Outcome::kUnknown:
+    case Verdict::Outcome::kInterrupted:
+    case Verdict::Outcome::kNoUpdate:
+      return "\x1b[33m";
+    case Verdict::Outcome::kFailed:
+    case Verdict::Outcome::kUnreachable:
+    case Verdict::Outcome::kLoginRefused:
+      return "\x1b[31m";
+  }
+  return {};
+}
+
 }  // namespace
 
 std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
@@ -167,7 +184,17 @@ PhaseRow RowOf(const PhaseRun& phase) {
           .waited = waited};
 }
 
-std::string TextReport(const Report& report, std::size_t columns) {
+std::string OutcomeText(const Verdict& verdict, const std::string& bmc,
+                        std::size_t columns, bool has_color) {
+  std::string text = TextOf(verdict, bmc, columns);
+  if (!has_color) return text;
+  const std::size_t end = text.find('\n');
+  return ColorOf(verdict.outcome) + text.substr(0, end) + "\x1b[0m" +
+         text.substr(end);
+}
+
+std::string TextReport(const Report& report, std::size_t columns,
+                       bool has_color) {
   const Run& run = report.run;
   std::string text =
       run.title.empty() ? "" : Wrapped(Printable(run.title), columns, 2) + '\n';
@@ -208,7 +235,8 @@ std::string TextReport(const Report& report, std::size_t columns) {
           '\n';
     }
   }
-  return text + '\n' + TextOf(report.verdict, run.Detail("BMC"), columns);
+  return text + '\n' +
+         OutcomeText(report.verdict, run.Detail("BMC"), columns, has_color);
 }
 
 std::string JsonReport(const Report& report) {
