@@ -169,7 +169,7 @@ void PrintUsage(const std::string& scenario_file, const Scenario& scenario,
       << "Then run in another terminal:\n"
       << "  quorvane update --bmc " << ShellWord(address) << " --user "
       << ShellWord(scenario.user)
-      << " --password-file PASSWORD_FILE \\\n"
+      << " --insecure --password-file PASSWORD_FILE \\\n"
          "    "
       << ImageOptions(scenario, address) << " --rules RULES_FILE\n"
       << "Press Ctrl-C to stop." << std::endl;
