@@ -10,6 +10,9 @@ namespace quorvane::tool {
 /// terminal.
 std::size_t TerminalColumns();
 
+/// Whether `descriptor` is a terminal that shows colors, and NO_COLOR is unset.
+bool ShowsColors(int descriptor);
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_BASE_TERMINAL_H_
