@@ -109,7 +109,15 @@ COMMANDS = [
     ("inventory {to} s3cret", 2, "`quorvane inventory --help`"),
     ("inventory {to}", 2, "--password-stdin"),
     ("inventory {to} --password-file pw --rules bad.json", 2,
+     'bad.json:1:20: error: "authentication" must be of type object'),
+    ("inventory {to} --rules bad.json --force", 2,
      'must be a JSON object. For details, run `quorvane rules check bad.json`'),
+    ("inventory {to} --rules small.json", 2,
+     "it has errors, and nothing was sent. Correct them"),
+    ("chassis {to} --rules small.json --force --password-file pw", 0, "small.json:1:"),
+    ("update {to} --file fw --rules small.json", 2, "error: No rule for 200."),
+    ("chassis {to} --rules warned.json --password-file pw", 0, "Manufacturer  "),
+    ("inventory {to} --rules fifo", 2, "not a regular file"),
     ("inventory {to} --password-file pw --rules none", 2, "Check its name and mode"),
     ("inventory {to} --rules away.json", 2, '"@h/steal" does not begin with'),
     ("inventory {to} --rules away.json --force --password-file pw", 0, "BIOS"),
@@ -142,14 +150,38 @@ COMMANDS = [
     ("update {to} --image http://h/f?sig=s3cret", 2, "--image-file FILE"),
     ("update {to} --file http://h/f?sig=s3cret", 2, "sig=<REDACTED>"),
     ("update {to} --image-file secret", 2, "first line of secret (--image-file)"),
+    ("update {to} --file none", 2, "package none: No such file or directory."),
+    ("update {to} --file fifo", 2, "Cannot read the package fifo: it is a FIFO."),
+    ("update {to} --file /dev/zero", 2, "it is a device. Use a regular file."),
+    ("update {to} --file .", 2, "it is a directory"),
+    ("update {to} --file fw --log ./fw", 2,
+     "Cannot use fw for --file: --log would write to the same file. Use another"),
+    ("update {to} --file fw --result hard", 2, "for --file: --result would"),
+    ("update {to} --file fw --result new --log tmp/../new", 2,
+     "Cannot use new for --result: --log would write"),
+    ("update {to} --image-file secret --log secret", 2, "for --image-file: --log"),
+    ("inventory {to} --password-file pw --output pw", 2, "for --password-file"),
+    ("inventory {to} --output rules.json --rules rules.json", 2, "for --rules:"),
+    ("inventory {to} --log {rules}", 2, "for the installed rules file: --log"),
+    ("chassis {to} --password-file pw --log pw", 2, "for --password-file: --log"),
+    ("inventory {to} --password-file pw --log /dev/null --output /dev/null", 0,
+     ""),
     ("update {to} --image fw", 2, "for a local file, use --file"),
     ("report pw", 2, "it is not a Quorvane log"),
-    ("report .", 2, "Cannot read the log .: Is a directory."),
-    ("rules check bad.json", 2, "cannot be loaded"),
-    ("rules check .", 2, "cannot be loaded"),
-    ("rules check small.json", 1, "small.json:1:"),
-    ("rules check rules.json", 0, "no problems found"),
-    ("rules check /dev/stdin", 2, "/dev/stdin:1:2: Not valid JSON"),
+    ("report .", 2, "Cannot read the log .: it is a directory. Use a regular"),
+    ("report fifo", 2, "it is a FIFO"),
+    ("report /dev/zero", 2, "it is a device"),
+    ("report /dev/stdin", 2, "it is not a Quorvane log"),
+    ("report c1.log --html c1.log", 2, "for LOG: --html would write"),
+    ("simulate --scenario odd.json --address-file odd.json", 2, "for --scenario"),
+    ("rules check bad.json", 1, "bad.json:1:20: error: "),
+    ("rules check .", 2, "Cannot read the rules file .: it is a directory."),
+    ("rules check fifo", 2, "it is a FIFO"),
+    ("rules check small.json", 1, "error: No rule for 200."),
+    ("rules check warned.json", 0, "warned.json:1:2: warning: "),
+    ("rules check warned.json --strict", 1, "warned.json:1:2: warning: "),
+    ("rules check rules.json --strict", 0, "no problems found"),
+    ("rules check /dev/stdin", 1, "/dev/stdin:1:2: error: Not valid JSON"),
     ("rules explain /dev/stdin", 2, "JSON parse error in \"/dev/stdin\""),
     ("rules explain rules.json", 0, "Up to 7 polls, with a wait of 1 s before"),
     ("simulate --scenario nonsense", 2, "Built-in scenarios: busy-then-fine, "),
@@ -317,10 +349,14 @@ def use_a_terminal():
 
 
 def try_commands():
+    installed = next((HOME / "prefix").rglob("brindle.config.json"))
+    unchanged = {path: path.read_bytes() for path in (
+        installed, *(HOME / name for name in
+                     ("fw", "pw", "secret", "rules.json", "c1.log", "odd.json")))}
     with Machine("odd.json", "commands") as bmc:
         for command, code, output in COMMANDS:
-            done = run(shlex.split(
-                command.format(to=f"--bmc {bmc} --user admin")))
+            done = run(shlex.split(command.format(
+                to=f"--bmc {bmc} --user admin", rules=installed)))
             expect(done.returncode == code and output in done.stdout and
                    "s3cret" not in done.stdout,
                    f"{command}: exit {done.returncode}", done.stdout)
@@ -340,6 +376,8 @@ def try_commands():
             expect(done.returncode == code, program, arguments, done)
     for name in ("target", "shared"):
         expect((HOME / name).read_text() == name, f"{name} was written to")
+    for path, content in unchanged.items():
+        expect(path.read_bytes() == content, f"{path} was written to")
     kept = HOME / "kept"
     expect("BIOS" in kept.read_text() and kept.stat().st_mode & 0o777 == 0o640,
            "the document keeps its mode", kept.read_text(), kept.stat())
@@ -391,6 +429,7 @@ def prepare():
     once["retry_config"]["max_retries"] = 1
     (HOME / "once.json").write_text(json.dumps(once))
     update["multipart_update"]["upload_rules"] = {"202": "track_task"}
+    warned = {"Target": {}, **json.loads((HOME / "rules.json").read_text())}
     away = json.loads(json.dumps(rules))
     away["firmware_update"]["multipart_update"]["upload_uri"] = ["@h/steal"]
     machine = {"description": "Odd text.", "chassis":
@@ -401,7 +440,8 @@ def prepare():
     for name, text in (("small.json", json.dumps(rules)), ("pw", "password\n"),
                        ("bad.json", '{"authentication": 1}'), ("empty", ""),
                        ("secret", "s3cret word\n"), ("fw", "x" * 5000),
-                       ("away.json", json.dumps(away)), ("latin1", "p\xfc\n"),
+                       ("away.json", json.dumps(away)),
+                       ("warned.json", json.dumps(warned)), ("latin1", "p\xfc\n"),
                        ("nul", "password\0\n"), ("target", "target"),
                        ("mark", "\xef\xbb\xbfpassword\n"),
                        ("blank", "password \n"), ("dos", "password\r\n"),
@@ -411,6 +451,7 @@ def prepare():
             text, "utf-8" if name == "c1.log" else "latin-1")
         (HOME / name).chmod(MODES.get(name, 0o600))
     (HOME / "link").symlink_to("target")
+    (HOME / "hard").hardlink_to(HOME / "fw")
     os.mkfifo(HOME / "fifo")
     (HOME / "open").mkdir()
     (HOME / "open/rules.json").write_text(json.dumps(rules))

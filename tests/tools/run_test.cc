@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tests/tools/log_text.h"
-#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/run/events.h"
 #include "tools/quorvane/run/records.h"
 
@@ -30,8 +30,9 @@ std::string LibrarySources() {
              std::string(QUORVANE_SOURCE_DIR "/") + directory)) {
       const auto extension = entry.path().extension();
       if (extension != ".cc" && extension != ".h") continue;
-      sources += std::regex_replace(*FileText(entry.path().string()),
-                                    std::regex("(^|\n) *//[^\n]*"), "\n");
+      sources +=
+          std::regex_replace(ReadRegular(entry.path().string(), "source"),
+                             std::regex("(^|\n) *//[^\n]*"), "\n");
     }
   }
   return sources;

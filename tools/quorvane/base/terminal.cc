@@ -32,12 +32,14 @@ bool IsSet(const char* variable) {
   return value != nullptr && *value != '\0';
 }
 
-bool IsDrawable() {
+bool IsDrawable(int descriptor) {
   const char* terminal = std::getenv("TERM");
-  return isatty(STDOUT_FILENO) == 1 && terminal != nullptr &&
+  return isatty(descriptor) == 1 && terminal != nullptr &&
          std::string_view(terminal) != "dumb";
 }
 
-bool HasColor() { return IsDrawable() && !IsSet("NO_COLOR"); }
+bool ShowsColors(int descriptor) {
+  return IsDrawable(descriptor) && !IsSet("NO_COLOR");
+}
 
 }  // namespace quorvane::tool

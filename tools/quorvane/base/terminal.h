@@ -18,11 +18,11 @@ void PrintMessage(std::string_view text);
 /// Whether an environment variable is set and not empty.
 bool IsSet(const char* variable);
 
-/// Whether standard output is a terminal that can move its cursor.
-bool IsDrawable();
+/// Whether `descriptor` is a terminal that can move its cursor.
+bool IsDrawable(int descriptor);
 
-/// Whether standard output shows colors, and NO_COLOR does not disable them.
-bool HasColor();
+/// Whether `descriptor` is a terminal that shows colors, and NO_COLOR is unset.
+bool ShowsColors(int descriptor);
 
 }  // namespace quorvane::tool
 

@@ -5,11 +5,8 @@
 #include <utf8proc.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
-#include <cstdio>
-#include <memory>
 
 namespace quorvane::tool {
 namespace {
@@ -221,21 +218,6 @@ std::string Wrapped(std::string_view text, std::size_t columns,
     used += Columns(piece);
   }
   return wrapped;
-}
-
-std::optional<std::string> FileText(const std::string& path) {
-  const auto close = [](FILE* file) { static_cast<void>(std::fclose(file)); };
-  const std::unique_ptr<FILE, decltype(close)> file(
-      std::fopen(path.c_str(), "rbe"), close);
-  if (!file) return std::nullopt;
-  std::string text;
-  std::array<char, 65536> chunk{};
-  while (const std::size_t count =
-             std::fread(chunk.data(), 1, chunk.size(), file.get())) {
-    text.append(chunk.data(), count);
-  }
-  if (std::ferror(file.get()) != 0) return std::nullopt;
-  return text;
 }
 
 std::size_t Columns(std::string_view text) {

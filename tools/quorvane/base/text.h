@@ -2,7 +2,6 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_BASE_TEXT_H_
 #define QUORVANE_TOOLS_QUORVANE_BASE_TEXT_H_
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -37,9 +36,6 @@ std::string PathOf(std::string_view uri);
 /// that untrusted text cannot start a line of the terminal.
 std::string Wrapped(std::string_view text, std::size_t columns,
                     std::size_t indent);
-
-/// The content of a file; nothing, and errno, if it cannot be read.
-std::optional<std::string> FileText(const std::string& path);
 
 /// How many columns `Printable(text)` takes on a terminal.
 std::size_t Columns(std::string_view text);

@@ -10,11 +10,15 @@
 #include <charconv>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "quorvane/config.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/commands/password.h"
+#include "tools/quorvane/rules/check.h"
 
 namespace quorvane::tool {
 namespace {
@@ -56,22 +60,26 @@ std::string AddressFault(const std::string& address) {
                          "192.0.2.7:8443";
 }
 
-// A URI without a leading "/" would extend the host name.
-void RequirePaths(const Config& rules, const std::string& file) {
-  for (const auto* uris :
-       {&rules.inventory_uri, &rules.upload_uri, &rules.task_uri,
-        &rules.activation_uri, &rules.reboot_uri}) {
-    for (const std::string& uri : *uris) {
-      if (uri.rfind('/', 0) == 0) continue;
-      throw ToolError(
-          ExitCode::kUsage,
-          fmt::format(
-              "Cannot use the rules file {}: the URI \"{}\" does not begin "
-              "with \"/\", so it could send the password and the image to "
-              "another host. Correct the URI, or use --force to accept it.",
-              file, uri));
-    }
+// Prints the errors. Warnings would hide them; `rules check` prints both.
+void RequireNoErrors(const std::string& file, bool force) {
+  const std::vector<Finding> findings =
+      CheckRules(ReadRegular(file, "rules file"));
+  for (const Finding& finding : findings) {
+    if (finding.severity == Severity::kWarning) continue;
+    fmt::print(stderr, "{}\n",
+               LineOf(finding, file, ShowsColors(STDERR_FILENO)));
   }
+  if (force || !HasErrors(findings)) return;
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot use the rules file {}: it has errors, and nothing "
+                  "was sent. Correct them (for warnings too, run `quorvane "
+                  "rules check {}`), or use --force to accept them.",
+                  file, file));
+}
+
+std::string RulesFileOf(const BmcOptions& options) {
+  return options.rules.empty() ? ResolveConfigPath() : options.rules;
 }
 
 }  // namespace
@@ -144,7 +152,7 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
                   "Rules file to use instead of the installed one")
       ->type_name("FILE");
   command.add_flag("--force", options.force,
-                   "Accept rules with URIs that do not begin with \"/\"");
+                   "Accept a rules file that `rules check` finds errors in");
   command
       .add_option("--log", options.log,
                   "Append the log to this file (default: a new private file "
@@ -159,6 +167,16 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
       ->transform(CLI::Validator(
           ChoiceNumber({"debug", "info", "warning", "error"}), ""))
       ->type_name("LEVEL");
+}
+
+void RequireDistinctFiles(const BmcOptions& options,
+                          std::vector<NamedFile> others) {
+  others.push_back({"--password-file", options.password_file});
+  others.push_back(
+      {options.rules.empty() ? "the installed rules file" : "--rules",
+       RulesFileOf(options)});
+  others.push_back({"--log", options.log, /*is_written=*/true});
+  RequireDistinct(others);
 }
 
 std::string ReadPassword(const BmcOptions& options) {
@@ -179,16 +197,13 @@ std::string RulesError(const std::string& file, const std::string& reason) {
 
 Config LoadRules(const BmcOptions& options) {
   if (!options.rules.empty()) RequireTrusted(options.rules, "rules");
-  const std::string file =
-      options.rules.empty() ? ResolveConfigPath() : options.rules;
-  Config rules;
+  const std::string file = RulesFileOf(options);
+  RequireNoErrors(file, options.force);
   try {
-    rules = LoadConfig(file);
+    return LoadConfig(file);
   } catch (const std::runtime_error& error) {
     throw ToolError(ExitCode::kUsage, RulesError(file, error.what()));
   }
-  if (!options.force) RequirePaths(rules, file);
-  return rules;
 }
 
 }  // namespace quorvane::tool

@@ -10,6 +10,7 @@
 #include "quorvane/config.h"
 #include "quorvane/logging.h"
 #include "tools/quorvane/base/cli_fwd.h"
+#include "tools/quorvane/base/distinct_files.h"
 #include "tools/quorvane/commands/trust_options.h"
 #include "tools/quorvane/worker/protocol.h"
 
@@ -21,7 +22,7 @@ struct BmcOptions {
   std::string password_file;
   bool password_stdin = false;
   std::string rules;   ///< Rules file; empty: the installed one.
-  bool force = false;  ///< Accept rules that could send requests elsewhere.
+  bool force = false;  ///< Accept rules that have errors.
   std::string log;     ///< Log file; empty: a private one.
   LogLevel log_level = LogLevel::DEBUG;  ///< The lowest level in `log`.
   TrustOptions trust_options;
@@ -54,9 +55,16 @@ std::string ReadPassword(const BmcOptions& options);
 /// The error for the rules file `file`, which cannot be loaded.
 std::string RulesError(const std::string& file, const std::string& reason);
 
-/// Loads the rules before anything else happens, so that a mistake is found
-/// before the password is needed. Rejects a --rules file that other users can
-/// change and, unless forced, URIs that could lead to another host.
+/// Checks that no file that the command writes is one that it reads, or is
+/// written twice.
+/// @param others  The files of the command's own options.
+/// @throws ToolError
+void RequireDistinctFiles(const BmcOptions& options,
+                          std::vector<NamedFile> others = {});
+
+/// Checks and loads the rules before anything else happens, so that a mistake
+/// is found before the password is needed. Rejects a --rules file that other
+/// users can change and, unless forced, rules with errors, which it prints.
 /// @throws ToolError
 Config LoadRules(const BmcOptions& options);
 

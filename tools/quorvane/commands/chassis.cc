@@ -22,6 +22,7 @@ struct ChassisOptions {
 };
 
 ExitCode RunChassis(const ChassisOptions& options) {
+  RequireDistinctFiles(options.bmc);
   BmcCall call(options.bmc, "chassis");
   const auto [was_read, info] = call.Make<ChassisResult, ChassisCall>();
   if (!was_read) return call.PrintFailure();

@@ -132,6 +132,7 @@ ExitCode RunInventory(const InventoryOptions& options) {
   const std::string output =
       options.output.empty() ? "/dev/stdout" : options.output;
   CheckDocumentPath(output);
+  RequireDistinctFiles(options.bmc, {{"--output", options.output, true}});
   BmcCall call(options.bmc, "inventory");
   const auto [was_read, items] = call.Make<InventoryResult, InventoryCall>();
   if (!was_read) return call.PrintFailure();

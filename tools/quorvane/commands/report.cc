@@ -2,14 +2,15 @@
 #include "tools/quorvane/view/report.h"
 
 #include <fmt/core.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <memory>
 #include <string>
-#include <system_error>
 
+#include "tools/quorvane/base/distinct_files.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
@@ -24,16 +25,10 @@ struct ReportOptions {
   bool json = false;
 };
 
-std::string ReadLog(const std::string& path) {
-  if (auto text = FileText(path)) return *std::move(text);
-  throw ToolError(
-      ExitCode::kUsage,
-      fmt::format("Cannot read the log {}: {}. Check its name and mode.", path,
-                  std::generic_category().message(errno)));
-}
-
 ExitCode RunReport(const ReportOptions& options) {
-  const Report report = ReadReport(ReadLog(options.log));
+  RequireDistinct(
+      {{"LOG", options.log}, {"--html", options.html, /*is_written=*/true}});
+  const Report report = ReadReport(ReadRegularOrStdin(options.log, "log"));
   if (report.events.empty()) {
     throw ToolError(ExitCode::kUsage,
                     "Cannot report on " + options.log +
@@ -44,7 +39,8 @@ ExitCode RunReport(const ReportOptions& options) {
   if (options.json) {
     fmt::print("{}\n", EscapedJson(JsonReport(report)));
   } else if (options.html.empty()) {
-    fmt::print("{}", TextReport(report, TerminalColumns(), HasColor()));
+    fmt::print("{}", TextReport(report, TerminalColumns(),
+                                ShowsColors(STDOUT_FILENO)));
   } else {
     fmt::print("Report: {}\n", Printable(options.html));
   }

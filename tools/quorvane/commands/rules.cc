@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -15,6 +15,8 @@
 #include "quorvane/config.h"
 #include "tools/quorvane/base/descriptor.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
@@ -27,14 +29,14 @@ namespace {
 
 // The rules as the library loads them. The library reads only regular files, so
 // what a pipe contained is loaded from memory.
-// @param text  The content of the file `path`; nothing if it cannot be read.
-Config Load(const std::string& path, const std::optional<std::string>& text) {
+// @param text  The content of the file `path`.
+Config Load(const std::string& path, const std::string& text) {
   std::error_code unknown;
-  if (!text || std::filesystem::is_regular_file(path, unknown)) {
+  if (std::filesystem::is_regular_file(path, unknown)) {
     return LoadConfig(path);
   }
   const Descriptor copy(memfd_create("rules", MFD_CLOEXEC));
-  if (!copy.IsOpen() || !WriteAll(copy.get(), *text)) {
+  if (!copy.IsOpen() || !WriteAll(copy.get(), text)) {
     throw std::runtime_error("Cannot copy " + path + ": " +
                              std::generic_category().message(errno));
   }
@@ -50,34 +52,48 @@ Config Load(const std::string& path, const std::optional<std::string>& text) {
   }
 }
 
-// The error of the library has no line number; the findings do.
-ExitCode CheckFile(const std::string& path) {
-  const auto text = FileText(path);
-  ExitCode code = ExitCode::kDone;
+struct RulesOptions {
+  std::string file;
+  bool strict = false;
+};
+
+// The library may reject a file for a reason that the checks do not know.
+std::vector<Finding> FindingsIn(const std::string& path) {
+  const std::string text = ReadRegularOrStdin(path, "rules file");
+  std::vector<Finding> findings = CheckRules(text);
+  if (HasErrors(findings)) return findings;
   try {
     static_cast<void>(Load(path, text));
   } catch (const std::runtime_error& error) {
-    code = ExitCode::kUsage;
-    fmt::print("{}: cannot be loaded: {}\n", Printable(path),
-               Printable(error.what()));
+    findings.insert(
+        findings.begin(),
+        {.severity = Severity::kError,
+         .text = std::string("The file does not load: ") + error.what()});
   }
-  const auto findings = text ? CheckRules(*text) : std::vector<Finding>();
-  for (const Finding& finding : findings) {
-    if (code == ExitCode::kDone) code = ExitCode::kFailed;
-    fmt::print("{}:{}:{}: {}\n", Printable(path), finding.position.line,
-               finding.position.column, Printable(finding.text));
-  }
-  if (code == ExitCode::kDone) {
-    fmt::print("{}: no problems found.\n", Printable(path));
-  }
-  return code;
+  return findings;
 }
 
-ExitCode ExplainFile(const std::string& path) {
+ExitCode CheckFile(const RulesOptions& options) {
+  const std::vector<Finding> findings = FindingsIn(options.file);
+  for (const Finding& finding : findings) {
+    fmt::print("{}\n",
+               LineOf(finding, options.file, ShowsColors(STDOUT_FILENO)));
+  }
+  if (findings.empty()) {
+    fmt::print("{}: no problems found.\n", Printable(options.file));
+  }
+  return HasErrors(findings) || (options.strict && !findings.empty())
+             ? ExitCode::kFailed
+             : ExitCode::kDone;
+}
+
+ExitCode ExplainFile(const RulesOptions& options) {
   try {
-    fmt::print("{}", ExplainRules(Load(path, FileText(path))));
+    fmt::print("{}", ExplainRules(
+                         Load(options.file,
+                              ReadRegularOrStdin(options.file, "rules file"))));
   } catch (const std::runtime_error& error) {
-    throw ToolError(ExitCode::kUsage, RulesError(path, error.what()));
+    throw ToolError(ExitCode::kUsage, RulesError(options.file, error.what()));
   }
   return ExitCode::kDone;
 }
@@ -92,16 +108,20 @@ ExitCode PrintSchema() {
 void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
   auto* rules = app.add_subcommand("rules", "Check and explain a rules file");
   rules->require_subcommand(1);
-  const auto path = std::make_shared<std::string>();
+  const auto options = std::make_shared<RulesOptions>();
   const auto add = [&](const char* name, const char* description,
-                       ExitCode (*run)(const std::string& path)) {
+                       ExitCode (*run)(const RulesOptions&)) {
     auto* command = rules->add_subcommand(name, description);
-    command->add_option("FILE", *path, "The rules file")
+    command->add_option("FILE", options->file, "The rules file")
         ->required()
         ->type_name("");
-    command->callback([path, run, &exit_code] { exit_code = run(*path); });
+    command->callback(
+        [options, run, &exit_code] { exit_code = run(*options); });
+    return command;
   };
-  add("check", "Load a rules file and report its problems", CheckFile);
+  add("check", "Report the errors and warnings of a rules file", CheckFile)
+      ->add_flag("--strict", options->strict,
+                 "Exit with 1 also if there are only warnings");
   add("explain", "Describe what an update does with a rules file", ExplainFile);
   rules->add_subcommand("schema", "Print the JSON Schema of rules files")
       ->callback([&exit_code] { exit_code = PrintSchema(); });

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -10,6 +11,7 @@
 #include <variant>
 
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
@@ -72,7 +74,8 @@ bool IsConfirmed() {
 std::string WithKey(const std::string& file, const std::string& address,
                     const std::string& key) {
   std::string changed;
-  std::istringstream lines(FileText(file).value_or(""));
+  std::istringstream lines(
+      std::filesystem::exists(file) ? ReadRegular(file, "known hosts") : "");
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
     std::string name;

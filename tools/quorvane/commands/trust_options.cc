@@ -13,9 +13,9 @@
 #include <system_error>
 
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/terminal.h"
-#include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
 
 namespace quorvane::tool {
@@ -50,11 +50,11 @@ TrustOptions FromEnvironment() {
 }
 
 TrustOptions FromSiteFile() {
-  const auto text = FileText(kSiteFile);
-  if (!text && errno == ENOENT) return {};
+  if (!std::filesystem::exists(kSiteFile)) return {};
   try {
     RequireTrusted(kSiteFile, "site");
-    const auto json = nlohmann::json::parse(text.value_or(""));
+    const auto json =
+        nlohmann::json::parse(ReadRegular(kSiteFile, "site file"));
     return {.pin = json.value("pin", ""),
             .cacert = json.value("cacert", ""),
             .known_hosts = json.value("known_hosts", ""),
@@ -141,16 +141,9 @@ Trust ResolveTrust(const BmcOptions& options) {
 
 std::optional<std::string> StoredKey(const std::string& file,
                                      const std::string& address) {
-  const auto text = FileText(file);
-  if (!text && errno == ENOENT) return std::nullopt;
-  if (!text) {
-    throw ToolError(ExitCode::kUsage,
-                    fmt::format("Cannot read the known hosts {}: {}. Check the "
-                                "name and mode of the file.",
-                                file, std::generic_category().message(errno)));
-  }
+  if (!std::filesystem::exists(file)) return std::nullopt;
   RequireTrusted(file, "known hosts");
-  std::istringstream lines(*text);
+  std::istringstream lines(ReadRegular(file, "known hosts"));
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
     std::string name;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include "logging/redact.h"
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/sha256.h"
 #include "tools/quorvane/base/terminal.h"
@@ -115,14 +117,26 @@ void PrintResponse(const UpdateResponse& response) {
   fmt::print("{}\n", Wrapped(line, TerminalColumns(), kIndent));
 }
 
+// The library opens the package itself, in another process.
+void RequirePackage(const std::string& path) {
+  static_cast<void>(OpenRegular(path, "package"));
+  if (!IsOwnStream(path)) return;
+  throw ToolError(ExitCode::kUsage,
+                  "Cannot use " + path +
+                      " as the package: it names an open file of this "
+                      "process. Use the name of a file.");
+}
+
 void CheckImage(const UpdateOptions& options) {
   if (options.file.empty() == options.image.empty()) {
     throw ToolError(ExitCode::kUsage,
                     "Nothing to install. Use --file FILE, --image URI or "
                     "--image-file FILE.");
   }
+  if (options.file.empty()) return;
+  RequirePackage(options.file);
   std::error_code error;
-  if (!options.file.empty() && fs::file_size(options.file, error) == 0) {
+  if (fs::file_size(options.file, error) == 0) {
     throw ToolError(ExitCode::kUsage,
                     "Cannot install " + options.file +
                         ": the file is empty. Download it again.");
@@ -281,12 +295,17 @@ void PrintOutcome(const UpdateOptions& options, const RunSession& session,
     return;
   }
   fmt::print("{}", OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
-                               HasColor()));
+                               ShowsColors(STDOUT_FILENO)));
   if (responses.update) PrintResponse(*responses.update);
   fmt::print("Log:     {}\n", Printable(session.log().path()));
 }
 
 ExitCode RunUpdate(UpdateOptions options) {
+  RequireDistinctFiles(options.bmc,
+                       {{"--file", options.file},
+                        {"--image-file", options.image_file},
+                        {"--share-password-file", options.share_password_file},
+                        {"--result", options.result, /*is_written=*/true}});
   options.image = ImageUriOf(options);
   CheckImage(options);
   const Config rules = LoadRules(options.bmc);
@@ -319,17 +338,7 @@ ExitCode RunUpdate(UpdateOptions options) {
 void AddImageOptions(CLI::App& command, UpdateOptions& options) {
   auto* file =
       command.add_option("--file", options.file, "Firmware image to upload");
-  file->check(CLI::Validator(
-                  [](std::string& path) {
-                    // CLI11's own error repeats the argument, which may be a
-                    // URI with a secret.
-                    return CLI::ExistingFile(path).empty()
-                               ? std::string()
-                               : "the file " + RedactUri(path) +
-                                     " does not exist";
-                  },
-                  ""))
-      ->type_name("FILE");
+  file->type_name("FILE");
   auto* image = command.add_option(
       "--image", options.image, "URI from which the BMC downloads the image");
   image->excludes(file)->type_name("URI")->check(

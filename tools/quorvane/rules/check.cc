@@ -38,111 +38,27 @@ double NumberOf(const JsonNode& section, const char* key, double fallback) {
   return is_number ? value->number : fallback;
 }
 
-// Reports which of `keys` have no rule in `rules`.
-template <typename Keys>
-void ReportMissingRules(const JsonNode& rules, const Keys& keys,
-                        const char* consequence, Findings& findings) {
-  std::string missing;
-  for (const char* key : keys) {
-    if (rules.Find(key) != nullptr) continue;
-    missing += (missing.empty() ? "" : ", ") + std::string(key);
+// The schema can require one of two keys, but not that its value is not empty.
+void CheckTarget(const JsonNode& root, Findings& findings) {
+  const JsonNode* target = root.Find("target");
+  if (target == nullptr || target->type != JsonNode::Type::kObject) return;
+  for (const char* key : {"ip", "ipv6"}) {
+    const JsonNode* address = target->Find(key);
+    if (address != nullptr && address->type == JsonNode::Type::kString &&
+        !address->text.empty()) {
+      return;
+    }
   }
-  if (missing.empty()) return;
   findings.push_back(
-      {rules.position, fmt::format("No rule for {}. {}. Add the missing rules",
-                                   missing, consequence)});
-}
-
-// Rules without an effect: the library decides before it reads them.
-struct UnusedRule {
-  const char* table;
-  const char* status;
-  const char* text;
-};
-constexpr std::array kUnusedRules = {
-    UnusedRule{
-        "firmware_update/inventory_rules", "401",
-        "has no effect: a refused login always ends the inventory. Remove "
-        "it"},
-    UnusedRule{
-        "firmware_update/inventory_rules", "403",
-        "has no effect: a refused login always ends the inventory. Remove "
-        "it"},
-    UnusedRule{"firmware_update/inventory_rules", "0",
-               "has no effect: no rule applies to an inventory request without "
-               "a response. Remove it"},
-    UnusedRule{"firmware_update/multipart_update/upload_rules", "404",
-               "has no effect: the library always tries the next upload URI. "
-               "Remove it"},
-    UnusedRule{"firmware_update/multipart_update/upload_rules", "405",
-               "has no effect: the library always tries the next upload URI. "
-               "Remove it"},
-    UnusedRule{
-        "firmware_update/activation/activation_rules", "404",
-        "affects only an activation: after a SimpleUpdate, the library "
-        "always tries the next URI. Remove it if you do not activate uploads"},
-};
-
-void CheckUnusedRules(const JsonNode& root, Findings& findings) {
-  for (const auto& [table, status, text] : kUnusedRules) {
-    const JsonNode* rules = root.FindPath(table);
-    const JsonNode* rule = rules == nullptr ? nullptr : rules->Find(status);
-    if (rule == nullptr) continue;
-    findings.push_back(
-        {rule->key_position, fmt::format("The rule for {} {}", status, text)});
-  }
-}
-
-// A table of rules by HTTP status, and the consequence if a success has no
-// rule; nullptr: none.
-struct StatusTable {
-  const char* path;
-  const char* consequence;
-};
-constexpr std::array kStatusTables = {
-    StatusTable{"firmware_update/inventory_rules", nullptr},
-    StatusTable{
-        "firmware_update/multipart_update/upload_rules",
-        "An image that the BMC accepts with such a status is sent again"},
-    StatusTable{"firmware_update/activation/activation_rules",
-                "A request that the BMC accepts with such a status is sent "
-                "again"},
-    StatusTable{"firmware_update/reboot/reboot_rules",
-                "A reboot that the BMC accepts with such a status counts as "
-                "rejected"},
-};
-
-bool IsStatus(const std::string& key) {
-  return key == "0" ||
-         (key.size() == 3 && key[0] >= '1' && key[0] <= '5' &&
-          key.find_first_not_of("0123456789") == std::string::npos);
-}
-
-void CheckStatusTables(const JsonNode& root, Findings& findings) {
-  // The statuses of an accepted request (DSP0266, "Status codes").
-  constexpr std::array kSuccesses = {"200", "202", "204"};
-  for (const auto& [path, consequence] : kStatusTables) {
-    const JsonNode* rules = root.FindPath(path);
-    if (rules == nullptr) continue;
-    for (const JsonNode& rule : rules->children) {
-      if (IsStatus(rule.key)) continue;
-      findings.push_back(
-          {rule.key_position,
-           fmt::format("\"{}\" is not an HTTP status, so the rule may apply to "
-                       "another status or to none. Write three digits, or 0 "
-                       "for a request without a response",
-                       rule.key)});
-    }
-    if (consequence != nullptr) {
-      ReportMissingRules(*rules, kSuccesses, consequence, findings);
-    }
-  }
+      {Severity::kError, target->position,
+       "\"target\" has no address, so the file does not load. Add \"ip\" with "
+       "any address, such as 192.0.2.1"});
 }
 
 void ReportLongTime(const JsonNode* value, double seconds, Findings& findings) {
   if (value == nullptr || seconds <= kDay) return;
   findings.push_back(
-      {value->position,
+      {Severity::kWarning, value->position,
        fmt::format("{} is longer than a day ({}), so an update can be idle for "
                    "that time. The unit is seconds; use a smaller number",
                    value->key, Duration(seconds))});
@@ -164,7 +80,8 @@ void CheckRetries(const JsonNode& root, Findings& findings) {
   if (last_wait <= kDay) return;
   const JsonNode* value = section->Find("max_retries");
   findings.push_back(
-      {value == nullptr ? section->position : value->position,
+      {Severity::kWarning,
+       value == nullptr ? section->position : value->position,
        fmt::format("The last of {:.0f} exponential waits is longer than a day "
                    "({}), because each one is twice the previous one. Use "
                    "fewer retries or \"fixed\"",
@@ -181,7 +98,7 @@ void CheckPolling(const JsonNode& root, Findings& findings) {
                                 defaults.max_polling_time_seconds);
   if (limit < interval) {
     findings.push_back(
-        {section->position,
+        {Severity::kWarning, section->position,
          fmt::format("max_polling_time_seconds ({:.0f}) is less than "
                      "polling_interval ({:.0f}), so no task is polled. "
                      "Increase max_polling_time_seconds",
@@ -191,48 +108,111 @@ void CheckPolling(const JsonNode& root, Findings& findings) {
   ReportLongTime(section->Find("max_polling_time_seconds"), limit, findings);
 }
 
-void CheckTaskStates(const JsonNode& root, Findings& findings) {
-  constexpr std::array kFinalStates = {"Completed", "Exception", "Killed",
-                                       "Cancelled"};
-  const JsonNode* states =
-      root.FindPath("firmware_update/task_monitoring/task_states");
-  if (states == nullptr) return;
-  for (const JsonNode& rule : states->children) {
+// The states in which a task does not run (DMTF DSP2046, Task).
+struct EndState {
+  const char* name;
+  bool is_final;  ///< An interrupted task can restart.
+  /// The action for a task without success; empty: it succeeded.
+  std::string_view failure_action;
+};
+constexpr std::array kEndStates = {
+    EndState{"Completed", true, {}},
+    EndState{"Exception", true, ActionName(TaskAction::retry_upload)},
+    EndState{"Killed", true, ActionName(TaskAction::restart_upload)},
+    EndState{"Cancelled", true, ActionName(TaskAction::restart_upload)},
+    EndState{"Interrupted", false, ActionName(TaskAction::retry_last_chunk)},
+};
+
+void CheckStateNames(const JsonNode& states, Findings& findings) {
+  for (const JsonNode& rule : states.children) {
     if (std::find(TaskStates().begin(), TaskStates().end(), rule.key) !=
         TaskStates().end()) {
       continue;
     }
     findings.push_back(
-        {rule.key_position,
+        {Severity::kWarning, rule.key_position,
          fmt::format("\"{}\" is not a Redfish TaskState (DMTF DSP2046), so the "
                      "rule probably never applies{}",
                      rule.key, Suggestion(TaskStates(), rule.key))});
   }
-  for (const char* state : kFinalStates) {
-    const JsonNode* rule = states->Find(state);
-    if (rule == nullptr ||
-        rule->text != ActionName(TaskAction::continue_polling)) {
-      continue;
-    }
+}
+
+void CheckEndState(const JsonNode& rule, const EndState& state,
+                   Findings& findings) {
+  if (state.is_final && rule.text == ActionName(TaskAction::continue_polling)) {
     findings.push_back(
-        {rule->position, fmt::format("A task does not leave the state {}, but "
-                                     "polling continues to its time limit. Use "
-                                     "an action that ends polling",
-                                     state)});
+        {Severity::kWarning, rule.position,
+         fmt::format("A task does not leave the state {}, but polling "
+                     "continues to its time limit. Use an action that ends "
+                     "polling",
+                     state.name)});
+  }
+  if (!state.failure_action.empty() &&
+      rule.text == ActionName(TaskAction::proceed_to_activation)) {
+    findings.push_back(
+        {Severity::kError, rule.position,
+         fmt::format("A task in the state {} has not installed the firmware, "
+                     "but counts as successful, and the update continues. Use "
+                     "\"{}\"",
+                     state.name, state.failure_action)});
+  }
+}
+
+void CheckTaskStates(const JsonNode& root, Findings& findings) {
+  const JsonNode* states =
+      root.FindPath("firmware_update/task_monitoring/task_states");
+  if (states == nullptr) return;
+  CheckStateNames(*states, findings);
+  std::vector<std::string> final_states;
+  for (const EndState& state : kEndStates) {
+    if (state.is_final) final_states.emplace_back(state.name);
+    const JsonNode* rule = states->Find(state.name);
+    if (rule != nullptr) CheckEndState(*rule, state, findings);
   }
   ReportMissingRules(
-      *states, kFinalStates,
+      *states, final_states,
       "A task does not leave such a state, but polling continues "
       "to its time limit",
       findings);
 }
 
 // All checks, in any order: the findings are sorted.
-constexpr std::array kChecks = {CheckSchema,       CheckUnusedRules,
-                                CheckStatusTables, CheckRetries,
-                                CheckPolling,      CheckTaskStates};
+constexpr std::array kChecks = {CheckSchema,  CheckStatusRules,
+                                CheckTarget,  CheckRetries,
+                                CheckPolling, CheckTaskStates};
 
 }  // namespace
+
+bool HasErrors(const std::vector<Finding>& findings) {
+  return std::any_of(findings.begin(), findings.end(),
+                     [](const Finding& finding) {
+                       return finding.severity == Severity::kError;
+                     });
+}
+
+std::string LineOf(const Finding& finding, std::string_view file,
+                   bool is_colored) {
+  const bool is_error = finding.severity == Severity::kError;
+  const char* color = is_error ? "\x1b[31m" : "\x1b[33m";
+  return fmt::format("{}:{}:{}: {}{}{}: {}", Printable(file),
+                     finding.position.line, finding.position.column,
+                     is_colored ? color : "", is_error ? "error" : "warning",
+                     is_colored ? "\x1b[0m" : "", Printable(finding.text));
+}
+
+void ReportMissingRules(const JsonNode& table,
+                        const std::vector<std::string>& keys,
+                        const char* consequence, Findings& findings) {
+  std::string missing;
+  for (const std::string& key : keys) {
+    if (table.Find(key) != nullptr) continue;
+    missing += (missing.empty() ? "" : ", ") + key;
+  }
+  if (missing.empty()) return;
+  findings.push_back({Severity::kWarning, table.position,
+                      fmt::format("No rule for {}. {}. Add the missing rules",
+                                  missing, consequence)});
+}
 
 std::string Suggestion(const std::vector<std::string>& known,
                        const std::string& word) {
@@ -244,7 +224,7 @@ std::string Suggestion(const std::vector<std::string>& known,
 std::vector<Finding> CheckRules(std::string_view text) {
   const ParsedJson rules = ParseJson(text);
   if (!rules.is_valid) {
-    return {{rules.error,
+    return {{Severity::kError, rules.error,
              "Not valid JSON (RFC 8259). Fix this first; the rest was not "
              "checked"}};
   }

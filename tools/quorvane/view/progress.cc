@@ -2,6 +2,7 @@
 #include "tools/quorvane/view/progress.h"
 
 #include <fmt/core.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -109,8 +110,10 @@ class LiveProgress final : public Progress {
       has_warning = true;
       const std::string text =
           Wrapped(TextOf(line), TerminalColumns(), kIndent);
-      Print(Erasure() + (HasColor() ? "\x1b[33m" + text + "\x1b[0m" : text) +
-            "\n");
+      Print(
+          Erasure() +
+          (ShowsColors(STDOUT_FILENO) ? "\x1b[33m" + text + "\x1b[0m" : text) +
+          "\n");
     }
     return has_warning;
   }
@@ -248,8 +251,9 @@ std::string StepText(const Event& event, const Run& run) {
 
 ProgressStyle ChooseStyle(bool quiet, bool plain) {
   if (quiet) return ProgressStyle::kQuiet;
-  return IsDrawable() && !plain && !IsSet("CI") ? ProgressStyle::kLive
-                                                : ProgressStyle::kPlain;
+  return IsDrawable(STDOUT_FILENO) && !plain && !IsSet("CI")
+             ? ProgressStyle::kLive
+             : ProgressStyle::kPlain;
 }
 
 std::unique_ptr<Progress> MakeProgress(ProgressStyle style, int attempts) {

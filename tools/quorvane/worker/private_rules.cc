@@ -12,7 +12,7 @@
 
 #include "quorvane/config.h"
 #include "tools/quorvane/base/error.h"
-#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/base/input_file.h"
 
 namespace quorvane::tool {
 namespace {
@@ -38,7 +38,7 @@ void WriteWithoutReboot(const std::string& rules_file,
                         const std::string& copy) {
   try {
     nlohmann::json json =
-        nlohmann::json::parse(FileText(rules_file).value_or(""));
+        nlohmann::json::parse(ReadRegular(rules_file, "rules file"));
     json.at("authentication").erase("password");
     json.at("authentication").erase("token");
     json.at("firmware_update").at("reboot")["reboot_required"] = false;
