@@ -35,7 +35,7 @@ constexpr std::array kStatusTables = {
     StatusTable{.path = "firmware_update/inventory_rules",
                 .successes = {ActionName(InventoryAction::validate_firmware)},
                 .harm = "The library reads the error as the inventory",
-                .instead = "\"retry_inventory\" or \"fail_or_manual_check\"",
+                .instead = R"("retry_inventory" or "fail_or_manual_check")",
                 .without_rule = nullptr},
     StatusTable{.path = kUploadRules,
                 .successes = {kAcceptUpload},
@@ -57,7 +57,7 @@ constexpr std::array kStatusTables = {
                               ActionName(RebootAction::poll_task)},
                 .harm = "The result reports a reboot that the BMC has not "
                         "accepted",
-                .instead = "\"manual_intervention\" or \"retry_reboot\"",
+                .instead = R"("manual_intervention" or "retry_reboot")",
                 .without_rule = "A reboot that the BMC accepts with such a "
                                 "status counts as rejected"},
 };
@@ -167,7 +167,7 @@ void CheckSuccess(const StatusTable& table, const StatusRule& rule,
           : "a request without a response (the library reads this key as 0)";
   findings.push_back(
       {Severity::kError, rule.node->position,
-       fmt::format("\"{}\": \"{}\" counts {} as successful. {}. Use {}",
+       fmt::format(R"("{}": "{}" counts {} as successful. {}. Use {})",
                    rule.node->key, rule.node->text, request, table.harm,
                    table.instead)});
 }
@@ -191,7 +191,7 @@ void CheckUploadAccepted(const JsonNode& table,
                    [](const StatusRule& one) { return one.status == 200; });
   if (rule == rules.end()) {
     findings.push_back({Severity::kError, table.position,
-                        fmt::format("No rule for 200. {}. Add \"200\": \"{}\"",
+                        fmt::format(R"(No rule for 200. {}. Add "200": "{}")",
                                     kConsequence, kAcceptUpload)});
   } else if (IsUploadRetry(rule->node->text)) {
     findings.push_back(
