@@ -47,7 +47,7 @@ SCENARIOS = [
      "/update returned HTTP 413: The image has 5000 bytes"),
     ("staged-until-reboot", "", 4, "while the task was in the state Starting"),
     ("reboots-by-itself", "", 4, "The task disappeared (HTTP 404) after 50 %"),
-    ("./forging.json", "", 1, "Cause:   Upload at /redfish/v1/"),
+    ("./forging.json", "", 1, "Cause:   Binary upload at /redfish/v1/"),
     ("task-fails", "", 1, "Cause:   The image could not be applied"),
     ("task-stalls", "", 4, "was not rebooted.\nCause:   Last"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),

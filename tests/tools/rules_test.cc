@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
          "47:35: warning: max_polling_time_seconds is longer than a day"},
         {"no_poll", R"("max_polling_time_seconds": 3600)",
          R"("max_polling_time_seconds": 29)",
-         "44:24: warning: max_polling_time_seconds (29) is less than"},
+         "44:24: error: max_polling_time_seconds (29) is less than"},
         {"no_response_as_an_upload", R"("400": "retry_with_fix")",
          R"("0": "track_task")",
          R"(38:14: error: "0": "track_task" counts a request without a )"

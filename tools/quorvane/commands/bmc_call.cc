@@ -47,6 +47,13 @@ std::vector<std::string> LastProblems(const std::vector<Event>& events) {
   return problems;
 }
 
+ToolError LoginRefused(const BmcOptions& options) {
+  return {ExitCode::kUnreachable,
+          fmt::format("{} refused the login of {}. Check the user, the "
+                      "password and the privileges of the account.",
+                      options.bmc, options.user)};
+}
+
 }  // namespace
 
 InventoryRequest BmcCall::PrepareRequest() const {
@@ -88,6 +95,7 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
                       fmt::format("Cannot read the {} of {}: {}", subject_,
                                   options_.bmc, error->message));
     }
+    if (error->is_login_refused) throw LoginRefused(options_);
     throw ToolError(
         ExitCode::kUnreachable,
         fmt::format("No response from {}: {}. Check the address and the "
@@ -103,13 +111,7 @@ ExitCode BmcCall::PrintFailure() const {
         return event.level >= LogLevel::WARNING &&
                (event.status == 401 || event.status == 403);
       });
-  if (is_refused) {
-    fmt::print(stderr,
-               "quorvane: {} refused the login of {}. Check the user, the "
-               "password and the privileges of the account.\n",
-               Printable(options_.bmc), Printable(options_.user));
-    return ExitCode::kUnreachable;
-  }
+  if (is_refused) throw LoginRefused(options_);
   fmt::print(stderr,
              "quorvane: Cannot read the {} of {}. The library reported:\n",
              subject_, Printable(options_.bmc));

@@ -98,9 +98,10 @@ void CheckPolling(const JsonNode& root, Findings& findings) {
                                 defaults.max_polling_time_seconds);
   if (limit < interval) {
     findings.push_back(
-        {Severity::kWarning, section->position,
+        {Severity::kError, section->position,
          fmt::format("max_polling_time_seconds ({:.0f}) is less than "
-                     "polling_interval ({:.0f}), so no task is polled. "
+                     "polling_interval ({:.0f}), so no task is polled and the "
+                     "system reboots at once. "
                      "Increase max_polling_time_seconds",
                      limit, interval)});
   }

@@ -211,7 +211,8 @@ std::string TextOf(const ChangeRequest& request) {
   }
   // The text about a missing endpoint only repeats the status.
   const bool is_needed = !request.text.empty() && !IsMissing(request);
-  return is_needed ? fmt::format("{} ({})", text, request.text) : text;
+  return is_needed ? fmt::format("{} ({})", text, Excerpt(request.text, 100))
+                   : text;
 }
 
 // All requests that can change the BMC, equal neighbours once.
