@@ -325,7 +325,7 @@ def on_terminal(command, columns=80, typed=None, **environment):
 def use_a_terminal():
     """The password is asked for, what is typed not shown, and the block drawn."""
     with Machine("clean", "terminal") as bmc:
-        to = f"--bmc {bmc} --user admin"
+        to = f"--bmc {bmc} --user admin --insecure"
         code, shown = on_terminal(f"update {to} --file fw --rules rules.json",
                                   typed=b"password\n")
         for words in ("\x1b[J", "poll 1 of 7", " 100 %", "\x1b[32mOutcome: done ("):
