@@ -250,18 +250,25 @@ std::string FactTableRows(const Run& run) {
   return html;
 }
 
+// On a narrow page, `name` stands before the text; the page has no room for a
+// row of headings.
+std::string Cell(const char* name, const std::string& text,
+                 const char* css_class = "") {
+  return fmt::format("<td data-name=\"{}\" class=\"{}\">{}</td>", name,
+                     css_class, Escaped(text));
+}
+
 std::string PhaseRows(const Run& run) {
   std::string html;
   for (const PhaseRun& phase : run.phases) {
     const PhaseRow row = RowOf(phase);
-    html += fmt::format(
-        "<tr><td>{}</td><td>{}</td><td class=\"number\">{}</td><td "
-        "class=\"number\">{}</td><td class=\"number\">{}</td><td>{}</td>"
-        "<td>{}</td></tr>\n",
-        Escaped(row.name), Escaped(row.result),
-        Duration(phase.begin - run.begin), Duration(phase.end - phase.begin),
-        row.waited == 0 ? "-" : Duration(row.waited), Escaped(row.requests),
-        Escaped(row.responses));
+    html +=
+        "<tr>" + Cell("Phase", row.name) + Cell("Result", row.result) +
+        Cell("After", Duration(phase.begin - run.begin), "number") +
+        Cell("Took", Duration(phase.end - phase.begin), "number") +
+        Cell("Waited", row.waited == 0 ? "-" : Duration(row.waited), "number") +
+        Cell("Requests", row.requests) + Cell("Responses", row.responses) +
+        "</tr>\n";
   }
   return html;
 }
@@ -270,11 +277,10 @@ std::string RemarkRows(const Run& run) {
   std::string html;
   for (const PhaseRun& phase : run.phases) {
     for (const Remark& remark : phase.remarks) {
-      html += fmt::format(
-          "<tr><td class=\"number\">{}</td><td>{}</td><td "
-          "class=\"remark\">{}</td></tr>\n",
-          Duration(remark.time - run.begin), NameOf(phase.phase),
-          Escaped(remark.text));
+      html += "<tr>" +
+              Cell("After", Duration(remark.time - run.begin), "number") +
+              Cell("Phase", NameOf(phase.phase)) +
+              Cell("What", remark.text, "remark") + "</tr>\n";
     }
   }
   return html;
