@@ -36,8 +36,8 @@ def machine(name, scenario=None, port=0):
     return Machine(TOOL, HOME, name, scenario or {}, port)
 
 
-def command(name, bmc, options="--insecure"):
-    rules = write_rules(SOURCE, HOME / f"{name}.json", {})
+def command(name, bmc, options="--insecure", changes=()):
+    rules = write_rules(SOURCE, HOME / f"{name}.json", dict(changes))
     return [TOOL, *f"update --bmc {bmc} --user admin --password-file {HOME}/pw "
             f"--rules {rules} --log {HOME}/{name}.log --result "
             f"{HOME}/{name}.result --file {HOME}/fw {options}".split()]
@@ -86,7 +86,7 @@ def ignore_hangup():
 
 def run_twice():
     """One update of a BMC, and one run for each log."""
-    with machine("twice", STALLS) as bmc, machine("other") as other:
+    with machine("twice", STALLS) as bmc, machine("idle") as other:
         update = subprocess.Popen(command("twice", bmc.address),
                                   stdout=subprocess.DEVNULL)
         reaches("twice", "State: Running")
@@ -183,45 +183,58 @@ def check_identity():
 
 def lead_away():
     """Redirects and absolute links to another computer, under a pin."""
-    for name, target in (("to_https", "https://{}/redfish/v1/TaskService/Tasks/1"),
-                         ("to_http", "http://{}/redfish/v1/")):
-        with machine(name + "_other") as other:
-            location = {"Location": target.format(other.address)}
+    with machine("other") as other, \
+            socket.create_server(("127.0.0.1", 0)) as plain:
+        plain.settimeout(0)
+        targets = {"to_https": f"https://{other.address}/redfish/v1/Tasks/1",
+                   "to_http": f"http://127.0.0.1:{plain.getsockname()[1]}/x"}
+        for name, target in targets.items():
             for kind, fault in (
                     ("redirect", {"phase": "inventory", "status": 302}),
                     ("link", {"phase": "upload", "status": 202, "body": ""})):
                 run_name = f"{name}_{kind}"
                 with machine(run_name, {"faults": [
-                        {**fault, "headers": location}]}) as bmc:
+                        {**fault, "headers": {"Location": target}}]}) as bmc:
                     done = run(command(run_name, bmc.address,
                                        f"--pin {key_of(bmc)}"))
-                expect("--pin" not in done.stdout and done.returncode ==
-                       (0 if kind == "redirect" else 4), run_name, done.stdout)
-        expect("GET" not in other.account, name, other.account)
+                # Without an inventory, the update goes on.
+                expect(done.returncode == (0 if kind == "redirect" else 4),
+                       run_name, done.stdout)
+        try:
+            plain.accept()
+            expect(False, "a request without TLS arrived")
+        except BlockingIOError:
+            pass
+    expect("GET" not in other.account, "the other computer", other.account)
 
 
-def change_key():
+def change_key(name, scenario, changes, sign, code, text):
     """A BMC that makes a new certificate when it restarts."""
-    with machine("before", STALLS) as bmc:
+    with machine(name, scenario) as bmc:
         port = int(bmc.address.rsplit(":", 1)[1])
         update = subprocess.Popen(
-            command("changes", bmc.address, f"--pin {key_of(bmc)}"),
+            command(name, bmc.address, f"--pin {key_of(bmc)}", changes),
             stdout=subprocess.PIPE, text=True)
-        reaches("changes", "State: Running")
-    with machine("after", STALLS, port) as bmc:
+        reaches(name, sign)
+    with machine(name + "_restarted", scenario, port) as bmc:
         printed = update.communicate(timeout=100)[0]
-    expect(update.returncode == 4 and "does not match pinned public key" in
-           printed, "changed key", printed)
-    expect("GET" not in bmc.account, "after", bmc.account)
+    expect(update.returncode == code and text in printed, name, printed)
+    expect("GET" not in bmc.account, name, bmc.account)
 
 
+signal.signal(signal.SIGHUP, signal.SIG_DFL)  # whatever started this test
 (HOME / "fw").write_text("x" * 5000)
 (HOME / "pw").write_text("password\n")
 (HOME / "pw").chmod(0o600)
 TASKS = [(lose_terminal, "", "unknown"),
          (lose_terminal, "--stop-on-hangup", "interrupted"), (ignore_hangup,),
          (run_twice,), (fill_disk,), (remove_leftovers,), (be_silent,),
-         (check_identity,), (lead_away,), (change_key,)]
+         (check_identity,), (lead_away,),
+         (change_key, "key_in_task", STALLS, {}, "State: Running", 4,
+          "does not match pinned public key"),
+         (change_key, "key_in_retry",
+          {"faults": [{"phase": "upload", "first": 1, "status": 503}]},
+          {"retry_config/sleep_time": 4}, "Retrying in", 1, "not sent (")]
 with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(*task) for task in TASKS]
 for future, task in zip(futures, TASKS):
