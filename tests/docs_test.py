@@ -215,6 +215,8 @@ TABLES = (
      r"enum class ExitCode \{(.*?)\}", r"= (\d+)"),
     ("docs/exit-codes.md", "Outcomes", "tools/quorvane/run/verdict.cc",
      r"NameOf\(Verdict::Outcome(.*?)^\}", r'return "(.+)"'),
+    ("docs/json.md", "Result file", "tools/quorvane/commands/update.cc",
+     r"ResultDocument\((.*?)^\}", r'\{"(\w+)",'),
     ("docs/json.md", "Update result", "update/export.cc", r"(.*)",
      r'Add\w+\(root\.get\(\), "(\w+)"'),
     ("docs/json.md", "Inventory", "inventory/export.cc", r"(.*)",
@@ -322,7 +324,7 @@ def check_tool_texts():
         return subprocess.run([sys.argv[2], *command, "--help"], text=True,
                               stdout=subprocess.PIPE, check=False).stdout
     helps = {name: words(*name.split()) for name in (
-        "update", "inventory", "chassis", "rules check", "rules explain",
+        "update", "restart", "trust", "inventory", "chassis", "rules check", "rules explain",
         "rules schema", "report", "simulate")}
     options = set(re.findall(r"(?<![\w-])--[\w-]+", " ".join(helps.values())))
     # Not options of a command; the last two are rejected with a message.
