@@ -151,14 +151,14 @@ def report(log):
 
 
 def judge_thrice(name, printed):
-    """The verdict is the same whoever judges it."""
+    """The verdict is the same however it is judged."""
     result = json.loads((HOME / f"{name}.result").read_text())
     log = HOME / f"{name}.log"
-    bare = HOME / f"{name}.bare"
-    bare.write_text("".join(
+    without = HOME / f"{name}.without"
+    without.write_text("".join(
         line for line in log.read_text().splitlines(True)
         if not re.search(r"\[tool\] (Outcome|Cause|Next): ", line)))
-    for judged in (report(log), report(bare)):
+    for judged in (report(log), report(without)):
         for key in ("verdict", "exit_code", "headline", "cause", "next"):
             expect(judged[key] == result[key], f"{name}: {key} differs",
                    judged[key], result[key])

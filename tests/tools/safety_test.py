@@ -105,7 +105,7 @@ def run_twice():
 
 
 def fill_disk():
-    """The log does not fit on the disk; the update is done all the same."""
+    """The log does not fit on the disk; the update is done anyway."""
     def limit():
         signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (6000, 6000))
@@ -224,7 +224,7 @@ def change_key(name, scenario, changes, sign, code, text):
     expect("GET" not in bmc.account, name, bmc.account)
 
 
-signal.signal(signal.SIGHUP, signal.SIG_DFL)  # whatever started this test
+signal.signal(signal.SIGHUP, signal.SIG_DFL)  # the caller may ignore it
 (HOME / "fw").write_text("x" * 5000)
 (HOME / "pw").write_text("password\n")
 (HOME / "pw").chmod(0o600)

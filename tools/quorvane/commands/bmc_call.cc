@@ -9,6 +9,7 @@
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/bmc_text.h"
 #include "tools/quorvane/run/run_log.h"
 #include "tools/quorvane/worker/library_process.h"
 
@@ -45,6 +46,20 @@ std::vector<std::string> LastProblems(const std::vector<Event>& events) {
   }
   std::reverse(problems.begin(), problems.end());
   return problems;
+}
+
+// The error for a BMC that responded to no request.
+ToolError Unreachable(const BmcOptions& options, const std::string& reason) {
+  return {ExitCode::kUnreachable,
+          IsUntrusted(reason)
+              ? fmt::format("The certificate of {} is not the expected one, so "
+                            "the tool sent no password: {}. Compare the key "
+                            "that `quorvane trust` shows with that of the "
+                            "server.",
+                            options.bmc, reason)
+              : fmt::format("No response from {}: {}. Check the address and "
+                            "the network, and that the BMC is powered on.",
+                            options.bmc, reason)};
 }
 
 ToolError LoginRefused(const BmcOptions& options) {
@@ -96,11 +111,7 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
                                   options_.bmc, error->message));
     }
     if (error->is_login_refused) throw LoginRefused(options_);
-    throw ToolError(
-        ExitCode::kUnreachable,
-        fmt::format("No response from {}: {}. Check the address and the "
-                    "network, and that the BMC is powered on.",
-                    options_.bmc, error->message));
+    throw Unreachable(options_, error->message);
   }
   return *std::move(result.response);
 }
@@ -112,6 +123,17 @@ ExitCode BmcCall::PrintFailure() const {
                (event.status == 401 || event.status == 403);
       });
   if (is_refused) throw LoginRefused(options_);
+  const bool any_response =
+      std::any_of(events_.begin(), events_.end(), [](const Event& event) {
+        return event.kind == EventKind::kResponseReceived;
+      });
+  const auto failure =
+      std::find_if(events_.rbegin(), events_.rend(), [](const Event& event) {
+        return event.kind == EventKind::kRequestFailed;
+      });
+  if (!any_response && failure != events_.rend()) {
+    throw Unreachable(options_, failure->text);
+  }
   fmt::print(stderr,
              "quorvane: Cannot read the {} of {}. The library reported:\n",
              subject_, Printable(options_.bmc));

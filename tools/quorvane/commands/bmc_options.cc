@@ -156,7 +156,7 @@ void AddBmcOptions(CLI::App& command, BmcOptions& options) {
   command
       .add_option("--log", options.log,
                   "Append the log to this file (default: a new private file "
-                  "for update, no log for other commands)")
+                  "for update and restart, else no log)")
       ->type_name("FILE");
   RejectPasswordArgument(command, "--password");
   AddTrustOptions(command, options.trust_options);
@@ -175,6 +175,8 @@ void RequireDistinctFiles(const BmcOptions& options,
   others.push_back(
       {options.rules.empty() ? "the installed rules file" : "--rules",
        RulesFileOf(options)});
+  others.push_back({"--cacert", options.trust_options.cacert});
+  others.push_back({"--known-hosts", options.trust_options.known_hosts});
   others.push_back({"--log", options.log, /*is_written=*/true});
   RequireDistinct(others);
 }

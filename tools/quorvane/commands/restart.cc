@@ -14,6 +14,7 @@ namespace quorvane::tool {
 namespace {
 
 ExitCode RunRestart(BmcOptions options) {
+  RequireDistinctFiles(options, {});
   const Config rules = LoadRules(options);
   options.trust = ResolveTrust(options);
   const InventoryRequest request{.ip = options.bmc,
@@ -28,7 +29,7 @@ ExitCode RunRestart(BmcOptions options) {
   const Verdict verdict = session.Finish();
   fmt::print("{}Log:     {}\n", TextOf(verdict, options.bmc, TerminalColumns()),
              Printable(session.log().path()));
-  return ExitCodeOf(verdict.outcome);
+  return ExitCodeOf(verdict, session.log().IsComplete());
 }
 
 }  // namespace

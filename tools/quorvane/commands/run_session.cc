@@ -16,9 +16,13 @@ namespace quorvane::tool {
 namespace {
 
 std::string TextOf(const Trust& trust) {
-  if (!trust.pinned_key.empty()) return "key " + trust.pinned_key;
-  if (!trust.ca_file.empty()) return "certificates in " + trust.ca_file;
-  return "none";
+  if (!trust.IsChecked()) return "none";
+  std::string text;
+  if (!trust.pinned_key.empty()) text = "key " + trust.pinned_key;
+  if (!trust.ca_file.empty()) {
+    text += (text.empty() ? "" : ", ") + ("certificates in " + trust.ca_file);
+  }
+  return text;
 }
 
 }  // namespace
@@ -120,6 +124,12 @@ bool RunSession::Probe() {
 
 void RunSession::WithholdReboot(const std::string& reason) {
   NoteEvent("No reboot: " + reason);
+}
+
+ExitCode ExitCodeOf(const Verdict& verdict, bool is_recorded) {
+  const ExitCode code = ExitCodeOf(verdict.outcome);
+  return code == ExitCode::kDone && !is_recorded ? ExitCode::kNotRecorded
+                                                 : code;
 }
 
 Verdict RunSession::Finish() {

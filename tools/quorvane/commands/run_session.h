@@ -79,6 +79,9 @@ class RunSession : private CallListener {
   bool must_stop_ = false;
 };
 
+/// The exit code of a run; also reports a log or a result that is incomplete.
+ExitCode ExitCodeOf(const Verdict& verdict, bool is_recorded);
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_RUN_SESSION_H_

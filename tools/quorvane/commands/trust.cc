@@ -10,6 +10,7 @@
 #include <string>
 #include <variant>
 
+#include "tools/quorvane/base/address.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
@@ -80,7 +81,8 @@ std::string WithKey(const std::string& file, const std::string& address,
     std::istringstream words(line);
     std::string name;
     words >> name;
-    if (name != address) changed += line + "\n";
+    if (NormalizedAddress(name) != NormalizedAddress(address))
+      changed += line + "\n";
   }
   return changed + fmt::format("{} {}\n", address, key);
 }

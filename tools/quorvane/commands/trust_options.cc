@@ -12,6 +12,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "tools/quorvane/base/address.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
@@ -95,18 +96,24 @@ void AddTrustOptions(CLI::App& command, TrustOptions& options) {
       command.add_option("--pin", options.pin,
                          "Public key that the BMC must have: sha256//BASE64");
   pin->check(CLI::Validator(PinFault, ""))->type_name("KEY");
-  command
-      .add_option("--cacert", options.cacert,
-                  "File of certificates that must have signed that of the BMC")
-      ->type_name("FILE");
-  command
-      .add_option("--known-hosts", options.known_hosts,
-                  "File of keys that `quorvane trust` wrote")
-      ->excludes(pin)
-      ->type_name("FILE");
-  command.add_flag("--insecure", options.insecure,
-                   "Check no certificate: another computer can pose as the BMC "
-                   "and get the password");
+  auto* cacert =
+      command
+          .add_option(
+              "--cacert", options.cacert,
+              "File of certificates that must have signed that of the BMC")
+          ->type_name("FILE");
+  auto* known_hosts =
+      command
+          .add_option("--known-hosts", options.known_hosts,
+                      "File of keys that `quorvane trust` wrote")
+          ->excludes(pin)
+          ->type_name("FILE");
+  auto* insecure = command.add_flag(
+      "--insecure", options.insecure,
+      "Check no certificate: another computer can pose as the BMC "
+      "and get the password");
+  for (CLI::Option* check : {pin, cacert, known_hosts})
+    insecure->excludes(check);
 }
 
 TrustOptions EffectiveTrustOptions(const TrustOptions& options) {
@@ -149,7 +156,7 @@ std::optional<std::string> StoredKey(const std::string& file,
     std::string name;
     std::string key;
     words >> name >> key;
-    if (name != address) continue;
+    if (NormalizedAddress(name) != NormalizedAddress(address)) continue;
     if (const std::string fault = PinFault(key); !fault.empty()) {
       throw ToolError(ExitCode::kUsage,
                       fmt::format("Cannot use the key of {} in {}: {}.",

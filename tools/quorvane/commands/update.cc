@@ -306,11 +306,11 @@ ExitCode RunUpdate(UpdateOptions options) {
                         {"--image-file", options.image_file},
                         {"--share-password-file", options.share_password_file},
                         {"--result", options.result, /*is_written=*/true}});
+  if (!options.result.empty()) RemoveOldResult(options.result);
   options.image = ImageUriOf(options);
   CheckImage(options);
   const Config rules = LoadRules(options.bmc);
   options.bmc.trust = ResolveTrust(options.bmc);
-  if (!options.result.empty()) RemoveOldResult(options.result);
   const UpdateRequest request = RequestFrom(options);
   RunSession session(
       options.bmc,
@@ -322,7 +322,16 @@ ExitCode RunUpdate(UpdateOptions options) {
        .attempts = rules.max_retries + 1,
        .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
                                            : Signals::OnHangup::kContinue});
-  const Responses responses = MakeCalls(session, options, rules, request);
+  Responses responses;
+  try {
+    responses = MakeCalls(session, options, rules, request);
+  } catch (const ToolError& error) {
+    const Verdict stopped{Verdict::Outcome::kFailed, error.what(), {}, {}};
+    if (!options.result.empty()) {
+      SaveResult(options.result, ResultDocument(session, stopped, responses));
+    }
+    throw;
+  }
   const Verdict verdict = session.Finish();
   bool is_complete = session.log().IsComplete();
   if (!options.result.empty()) {
@@ -330,9 +339,7 @@ ExitCode RunUpdate(UpdateOptions options) {
     is_complete = SaveResult(options.result, document) && is_complete;
   }
   PrintOutcome(options, session, verdict, responses);
-  const ExitCode code = ExitCodeOf(verdict.outcome);
-  return code == ExitCode::kDone && !is_complete ? ExitCode::kNotRecorded
-                                                 : code;
+  return ExitCodeOf(verdict, is_complete);
 }
 
 void AddImageOptions(CLI::App& command, UpdateOptions& options) {

@@ -70,6 +70,13 @@ std::string ErrorText(const std::string& body) {
   return text;
 }
 
+// The reasons of libcurl for a certificate or key that is not the expected one.
+bool IsUntrusted(const std::string& reason) {
+  return reason.find("SSL public key does not match") != std::string::npos ||
+         reason.find("SSL peer certificate or SSH remote key was not OK") !=
+             std::string::npos;
+}
+
 TaskReport ReadTask(const std::string& body) {
   const Json task = Json::parse(body, nullptr, false);
   const Json& messages = Member(task, "Messages");

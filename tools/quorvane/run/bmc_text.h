@@ -12,6 +12,9 @@ namespace quorvane::tool {
 /// not JSON, its beginning.
 std::string ErrorText(const std::string& body);
 
+/// Whether libcurl rejected the certificate or the key of the peer.
+bool IsUntrusted(const std::string& reason);
+
 /// A task resource (DSP2046, Task).
 struct TaskReport {
   std::string status = {};    ///< TaskStatus, e.g. "Critical"; may be empty.

@@ -215,7 +215,7 @@ std::string TextOf(const ChangeRequest& request) {
                    : text;
 }
 
-// All requests that can change the BMC, equal neighbours once.
+// All requests that can change the BMC, the same request once with its count.
 std::string ListOf(const Run& run) {
   std::string list;
   for (auto one = run.requests.begin(); one != run.requests.end();) {
@@ -301,13 +301,6 @@ Verdict LoginRefused(const Facts& facts) {
       ListOf(facts.run),
       "Check the user and the password. More attempts can lock the "
       "account."};
-}
-
-// The reasons of libcurl for a certificate or key that is not the expected one.
-bool IsUntrusted(const std::string& reason) {
-  return reason.find("SSL public key does not match") != std::string::npos ||
-         reason.find("SSL peer certificate or SSH remote key was not OK") !=
-             std::string::npos;
 }
 
 Verdict Unreachable(const Facts& facts) {
@@ -666,7 +659,9 @@ constexpr std::array kRows = {
     Row{[](const Facts& f) { return !f.run.worker_failure.empty(); },
         WorkerDied},
     Row{[](const Facts& f) {
-          return f.run.login_refused == 401 && !HasSentRequest(f.run);
+          return f.run.login_refused == 401 && f.image != Answer::kAccepted &&
+                 f.image != Answer::kInDoubt && f.reboot != Answer::kAccepted &&
+                 f.reboot != Answer::kInDoubt;
         },
         LoginRefused},
     Row{[](const Facts& f) { return !f.run.is_complete; }, LogEnds},

@@ -6,28 +6,15 @@
 #include <sys/un.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstddef>
-#include <string_view>
 #include <system_error>
 
+#include "tools/quorvane/base/address.h"
 #include "tools/quorvane/base/error.h"
 
 namespace quorvane::tool {
 namespace {
-
-std::string NormalizedAddress(std::string address) {
-  std::transform(address.begin(), address.end(), address.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  constexpr std::string_view kDefaultPort = ":443";
-  if (address.size() > kDefaultPort.size() &&
-      address.compare(address.size() - kDefaultPort.size(), std::string::npos,
-                      kDefaultPort) == 0) {
-    address.resize(address.size() - kDefaultPort.size());
-  }
-  return address;
-}
 
 // A name in the abstract namespace of unix(7): it needs no file, and ends with
 // the process that bound it.

@@ -222,7 +222,7 @@ std::string ServerKey(const std::string& address) {
   Set(handle.get(), CURLOPT_PROTOCOLS_STR, "https");
   Set(handle.get(), CURLOPT_PROXY, "");
   Set(handle.get(), CURLOPT_TIMEOUT_MS, kTimeoutMs);
-  // The key is what the operator decides on, whoever signed it.
+  // The key is what the operator decides on, not who signed it.
   Set(handle.get(), CURLOPT_SSL_VERIFYPEER, 0L);
   Set(handle.get(), CURLOPT_SSL_VERIFYHOST, 0L);
   Set(handle.get(), CURLOPT_CERTINFO, 1L);
