@@ -88,6 +88,38 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kFailed,
          "a critical problem; the BMC accepted a reboot of the system. Bad "
          "CRC."},
+        {"completed_with_a_critical_message_that_is_not_utf8",
+         kAccepted +
+             Messages{"[RF-TASK] State: Completed",
+                      kTask + "{\"Messages\": [{\"Message\": \"Bad \xff.\", "
+                              "\"Severity\": \"Critical\"}]}",
+                      "[RF-TASK] State: Completed  Result: Success"} +
+             kRebooted + kEnd,
+         Outcome::kFailed, "a critical problem", "",
+         "the task reports a critical problem"},
+        {"completed_with_an_unreadable_body",
+         kAccepted +
+             Messages{"[RF-TASK] State: Completed", kTask + "{\"Messages\": [",
+                      "[RF-TASK] State: Completed  Result: Success"} +
+             kRebooted + kEnd,
+         Outcome::kUnknown, "cannot be read", "",
+         "the status of the task cannot be read"},
+        {"activated_at_once",
+         kAccepted + kCompleted + kActivating +
+             Messages{"Activation HTTP status: 204"} + kRebooted + kEnd,
+         Outcome::kDone, "", "", ""},
+        {"activation_that_polls_the_task_of_the_upload",
+         kAccepted + kCompleted + kActivating +
+             Messages{"Activation HTTP status: 202"} +
+             Messages(kPolling.begin() + 2, kPolling.end()) + kCompleted +
+             kRebooted + kEnd,
+         Outcome::kUnknown, "accepted the activation (HTTP 202) but named no",
+         "", "no task shows that the firmware was installed"},
+        {"gateway_timeout",
+         kStart + kUploading + Rejected("504", "x") + kGivenUp + kEnd,
+         Outcome::kUnknown,
+         "The BMC may install it. Requests: Upload at /up1: "
+         "HTTP 504"},
         {"completed_and_reboot_withheld",
          kAccepted + kCompleted +
              Messages{"[tool] No reboot: --restart is never"} + kEnd,
@@ -263,7 +295,8 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kUnreachable, "Couldn't connect"},
         {"no_connection_for_the_image",
          kStart + kUploading +
-             Messages{"E [http] Multipart POST failed: Couldn't connect to "
+             Messages{"[tool] The request was not sent.",
+                      "E [http] Multipart POST failed: Couldn't connect to "
                       "server url=https://192.0.2.7/up1",
                       "Upload HTTP status: 0"} +
              kEnd,
@@ -297,6 +330,10 @@ INSTANTIATE_TEST_SUITE_P(
          Messages{"[tool] Run: restart of 192.0.2.7", "[tool] BMC: 192.0.2.7"} +
              kRebooted + kEnd,
          Outcome::kDone, "accepted the reboot"},
+        {"only_a_reboot_with_a_wrong_password",
+         Messages{"[tool] Run: restart of 192.0.2.7", "[tool] BMC: 192.0.2.7"} +
+             kRebooting + Messages{"Reboot HTTP status: 401"} + kEnd,
+         Outcome::kLoginRefused, "HTTP 401"},
         {"only_a_rejected_reboot",
          Messages{"[tool] Run: restart of 192.0.2.7", "[tool] BMC: 192.0.2.7"} +
              kRebooting + Messages{"Reboot HTTP status: 404"} + kEnd,

@@ -22,6 +22,11 @@ std::size_t TerminalColumns() {
              : kDefaultColumns;
 }
 
+void PrintText(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
 void PrintMessage(std::string_view text) {
   const std::string line = "quorvane: " + Printable(text) + "\n";
   std::fwrite(line.data(), 1, line.size(), stderr);

@@ -11,6 +11,10 @@ namespace quorvane::tool {
 /// terminal.
 std::size_t TerminalColumns();
 
+/// Prints `text` on standard output. A closed terminal does not end the
+/// program.
+void PrintText(std::string_view text);
+
 /// Prints "quorvane: TEXT" as one line on standard error. A closed terminal or
 /// a full disk does not end the program.
 void PrintMessage(std::string_view text);

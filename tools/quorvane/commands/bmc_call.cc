@@ -62,6 +62,13 @@ ToolError Unreachable(const BmcOptions& options, const std::string& reason) {
                             options.bmc, reason)};
 }
 
+ToolError Forbidden(const BmcOptions& options, const std::string& subject) {
+  return {ExitCode::kFailed,
+          fmt::format("{} does not let {} read the {} (HTTP 403). Use an "
+                      "account with that privilege.",
+                      options.bmc, options.user, subject)};
+}
+
 ToolError LoginRefused(const BmcOptions& options) {
   return {ExitCode::kUnreachable,
           fmt::format("{} refused the login of {}. Check the user, the "
@@ -117,12 +124,16 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
 }
 
 ExitCode BmcCall::PrintFailure() const {
-  const bool is_refused =
-      std::any_of(events_.begin(), events_.end(), [](const Event& event) {
-        return event.level >= LogLevel::WARNING &&
-               (event.status == 401 || event.status == 403);
-      });
-  if (is_refused) throw LoginRefused(options_);
+  const auto has_status = [this](long status) {
+    return std::any_of(
+        events_.begin(), events_.end(), [status](const Event& event) {
+          return event.level >= LogLevel::WARNING && event.status == status;
+        });
+  };
+  constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
+  constexpr long kForbidden = 403;     // RFC 9110, section 15.5.4
+  if (has_status(kUnauthorized)) throw LoginRefused(options_);
+  if (has_status(kForbidden)) throw Forbidden(options_, subject_);
   const bool any_response =
       std::any_of(events_.begin(), events_.end(), [](const Event& event) {
         return event.kind == EventKind::kResponseReceived;

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <fmt/core.h>
-
 #include <CLI/CLI.hpp>
 #include <memory>
 
@@ -27,8 +25,8 @@ ExitCode RunRestart(BmcOptions options) {
     static_cast<void>(session.Call(RestartCall{request}));
   }
   const Verdict verdict = session.Finish();
-  fmt::print("{}Log:     {}\n", TextOf(verdict, options.bmc, TerminalColumns()),
-             Printable(session.log().path()));
+  PrintText(TextOf(verdict, options.bmc, TerminalColumns()) +
+            "Log:     " + Printable(session.log().path()) + "\n");
   return ExitCodeOf(verdict, session.log().IsComplete());
 }
 

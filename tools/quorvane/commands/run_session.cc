@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 
 #include <csignal>
+#include <exception>
 #include <utility>
 #include <variant>
 
@@ -42,6 +43,10 @@ RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
   NoteEvent(fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules)));
   if (!settings.image.empty()) NoteEvent("Image: " + settings.image);
   NoteEvent("Certificate check: " + TextOf(bmc.trust));
+  if (log_.IsComplete()) return;
+  throw ToolError(ExitCode::kUsage,
+                  "Cannot write the log " + log_.path() +
+                      ". Nothing was sent; use --log with another file.");
 }
 
 void RunSession::OnRecord(const Record& record) {
@@ -66,10 +71,16 @@ void RunSession::NoteEvent(const std::string& text) {
 std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
                                                RebootBy reboot_by,
                                                OnError on_error) {
-  CallResult result = CallLibrary(
-      std::move(call),
-      {.rules = bmc_.rules, .reboot_by = reboot_by, .trust = bmc_.trust},
-      signals_, *this);
+  CallResult result;
+  try {
+    result = CallLibrary(
+        std::move(call),
+        {.rules = bmc_.rules, .reboot_by = reboot_by, .trust = bmc_.trust},
+        signals_, *this);
+  } catch (const std::exception& error) {
+    // An earlier call may have changed the BMC, so the verdict must be made.
+    result.reason = error.what();
+  }
   switch (result.end) {
     case CallResult::End::kInterrupted:
       NoteEvent("Interrupted by a signal.");
@@ -139,11 +150,23 @@ Verdict RunSession::Finish() {
     NoteEvent("Finished.");
   }
   Verdict verdict = JudgeRun(run());
+  LogVerdict(verdict);
+  return verdict;
+}
+
+Verdict RunSession::Stop(const std::string& reason) {
+  progress_->Finish();
+  NoteEvent("Finished.");
+  Verdict verdict{Verdict::Outcome::kFailed, reason, {}, {}};
+  LogVerdict(verdict);
+  return verdict;
+}
+
+void RunSession::LogVerdict(const Verdict& verdict) {
   log_.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                         verdict.headline));
   if (!verdict.cause.empty()) log_.Note("Cause: " + verdict.cause);
   if (!verdict.next.empty()) log_.Note("Next: " + verdict.next);
-  return verdict;
 }
 
 }  // namespace quorvane::tool

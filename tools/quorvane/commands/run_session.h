@@ -61,6 +61,9 @@ class RunSession : private CallListener {
   /// Ends the run: logs and returns the verdict.
   Verdict Finish();
 
+  /// Ends the run before it changed anything.
+  Verdict Stop(const std::string& reason);
+
   [[nodiscard]] const Run& run() const { return builder_.run(); }
   [[nodiscard]] const RunLog& log() const { return log_; }
 
@@ -69,6 +72,7 @@ class RunSession : private CallListener {
   void OnTick() override;
   /// Writes a record to the log and adds its event to the run.
   void NoteEvent(const std::string& text);
+  void LogVerdict(const Verdict& verdict);
 
   const BmcOptions& bmc_;
   BmcLock lock_;

@@ -43,23 +43,53 @@ std::string Variable(const char* name) {
   return value == nullptr ? std::string() : std::string(value);
 }
 
+// As on the command line: no check and a check exclude each other.
+TrustOptions RequireConsistent(TrustOptions options, const char* source) {
+  const bool is_checked = !options.pin.empty() || !options.cacert.empty() ||
+                          !options.known_hosts.empty();
+  if (options.insecure && is_checked) {
+    throw ToolError(ExitCode::kUsage,
+                    fmt::format("Cannot use the certificate check of {}: it "
+                                "contains insecure and a check. Remove one.",
+                                source));
+  }
+  return options;
+}
+
+// A misspelled key must not turn the check off.
+nlohmann::json CheckedSiteFile(const std::string& text) {
+  auto json = nlohmann::json::parse(text);
+  for (const auto& [key, value] : json.items()) {
+    if (key == "pin" || key == "cacert" || key == "known_hosts" ||
+        key == "insecure") {
+      continue;
+    }
+    throw ToolError(ExitCode::kUsage,
+                    fmt::format("Cannot use {}: the key \"{}\" is unknown. Use "
+                                "pin, cacert, known_hosts or insecure.",
+                                kSiteFile, key));
+  }
+  return json;
+}
+
 TrustOptions FromEnvironment() {
-  return {.pin = Variable("QUORVANE_PIN"),
-          .cacert = Variable("QUORVANE_CACERT"),
-          .known_hosts = Variable("QUORVANE_KNOWN_HOSTS"),
-          .insecure = Variable("QUORVANE_INSECURE") == "1"};
+  return RequireConsistent({.pin = Variable("QUORVANE_PIN"),
+                            .cacert = Variable("QUORVANE_CACERT"),
+                            .known_hosts = Variable("QUORVANE_KNOWN_HOSTS"),
+                            .insecure = Variable("QUORVANE_INSECURE") == "1"},
+                           "the environment");
 }
 
 TrustOptions FromSiteFile() {
   if (!std::filesystem::exists(kSiteFile)) return {};
   try {
     RequireTrusted(kSiteFile, "site");
-    const auto json =
-        nlohmann::json::parse(ReadRegular(kSiteFile, "site file"));
-    return {.pin = json.value("pin", ""),
-            .cacert = json.value("cacert", ""),
-            .known_hosts = json.value("known_hosts", ""),
-            .insecure = json.value("insecure", false)};
+    const auto json = CheckedSiteFile(ReadRegular(kSiteFile, "site file"));
+    return RequireConsistent({.pin = json.value("pin", ""),
+                              .cacert = json.value("cacert", ""),
+                              .known_hosts = json.value("known_hosts", ""),
+                              .insecure = json.value("insecure", false)},
+                             kSiteFile);
   } catch (const nlohmann::json::exception& error) {
     throw ToolError(ExitCode::kUsage,
                     fmt::format("Cannot use {}: {}. Correct the file; see "

@@ -99,8 +99,8 @@ UpdateRequest RequestFrom(const UpdateOptions& options) {
           .prefetched_inventory = {}};
 }
 
-void PrintResponse(const UpdateResponse& response) {
-  const auto yes_or_no = [](bool value) { return value ? "yes" : "no"; };
+// @param reboot  Whether the system was rebooted, and by whom.
+void PrintResponse(const UpdateResponse& response, const char* reboot) {
   const auto or_none = [](const std::string& text) {
     return text.empty() ? std::string("none") : Excerpt(text, 400);
   };
@@ -110,11 +110,11 @@ void PrintResponse(const UpdateResponse& response) {
           : fmt::format(" {} %", response.percent_complete);
   const std::string line = fmt::format(
       "Library: accepted {}, HTTP {}, task {}, state {}{}, reboot {}: {}",
-      yes_or_no(response.accepted), response.http_status,
+      response.accepted ? "yes" : "no", response.http_status,
       RedactUri(or_none(response.task_uri)), or_none(response.task_state),
-      percent, yes_or_no(response.reboot_performed), or_none(response.message));
+      percent, reboot, or_none(response.message));
   constexpr std::size_t kIndent = 9;
-  fmt::print("{}\n", Wrapped(line, TerminalColumns(), kIndent));
+  PrintText(Wrapped(line, TerminalColumns(), kIndent) + "\n");
 }
 
 // The library opens the package itself, in another process.
@@ -207,11 +207,12 @@ std::optional<UpdateResponse> Reboot(RunSession& session,
                                      const Config& rules,
                                      const UpdateRequest& request) {
   const std::string harm = ReasonAgainstReboot(session.run());
-  const std::string reason = !harm.empty()            ? harm
-                             : !rules.reboot_required ? "the rules require none"
-                             : options.restart == RestartMode::kNever
-                                 ? "--restart is never"
-                                 : std::string();
+  const std::string reason =
+      !harm.empty()              ? harm
+      : !rules.reboot_required   ? "the rules require none"
+      : rules.reboot_uri.empty() ? "the rules contain no reboot URI"
+      : options.restart == RestartMode::kNever ? "--restart is never"
+                                               : std::string();
   if (!reason.empty()) {
     session.WithholdReboot(reason);
     return std::nullopt;
@@ -247,23 +248,22 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
 }
 
 nlohmann::json RecordOf(const std::optional<UpdateResponse>& response) {
-  return response ? nlohmann::json::parse(UpdateResponseToJson(*response),
-                                          nullptr, false)
+  return response ? nlohmann::json::parse(
+                        EscapedJson(UpdateResponseToJson(*response)))
                   : nlohmann::json();
 }
 
 std::string ResultDocument(const RunSession& session, const Verdict& verdict,
-                           const Responses& responses) {
-  const nlohmann::json json = {
-      {"bmc", session.run().Detail("BMC")},
-      {"verdict", IdOf(verdict.outcome)},
-      {"exit_code", static_cast<int>(ExitCodeOf(verdict.outcome))},
-      {"headline", verdict.headline},
-      {"cause", verdict.cause},
-      {"next", verdict.next},
-      {"record", RecordOf(responses.update)},
-      {"reboot", RecordOf(responses.reboot)},
-      {"log", session.log().path()}};
+                           ExitCode code, const Responses& responses) {
+  const nlohmann::json json = {{"bmc", session.run().Detail("BMC")},
+                               {"verdict", IdOf(verdict.outcome)},
+                               {"exit_code", static_cast<int>(code)},
+                               {"headline", verdict.headline},
+                               {"cause", verdict.cause},
+                               {"next", verdict.next},
+                               {"record", RecordOf(responses.update)},
+                               {"reboot", RecordOf(responses.reboot)},
+                               {"log", session.log().path()}};
   return EscapedJson(json.dump(2, ' ', false,
                                nlohmann::json::error_handler_t::replace)) +
          "\n";
@@ -282,22 +282,33 @@ bool SaveResult(const std::string& path, const std::string& document) {
 
 void RemoveOldResult(const std::string& path) {
   CheckDocumentPath(path);
-  std::error_code unused;  // a file that stays is replaced at the end
-  if (fs::is_regular_file(path, unused)) fs::remove(path, unused);
+  std::error_code error;
+  if (fs::is_regular_file(path, error)) fs::remove(path, error);
+  if (!error || error == std::errc::no_such_file_or_directory) return;
+  throw ToolError(ExitCode::kUsage,
+                  fmt::format("Cannot replace {}: {}. Use a file of your own.",
+                              path, error.message()));
 }
 
 void PrintOutcome(const UpdateOptions& options, const RunSession& session,
                   const Verdict& verdict, const Responses& responses) {
   if (options.quiet) {
-    fmt::print("{}: {}. {}{}{}\n", Printable(options.bmc.bmc),
-               NameOf(verdict.outcome), Printable(verdict.headline),
-               verdict.cause.empty() ? "" : " ", Excerpt(verdict.cause, 2000));
+    PrintText(fmt::format("{}: {}. {}{}{}\n", Printable(options.bmc.bmc),
+                          NameOf(verdict.outcome), Printable(verdict.headline),
+                          verdict.cause.empty() ? "" : " ",
+                          Excerpt(verdict.cause, 2000)));
     return;
   }
-  fmt::print("{}", OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
-                               ShowsColors(STDOUT_FILENO)));
-  if (responses.update) PrintResponse(*responses.update);
-  fmt::print("Log:     {}\n", Printable(session.log().path()));
+  PrintText(OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
+                        ShowsColors(STDOUT_FILENO)));
+  if (responses.update) {
+    const bool by_tool = responses.reboot && responses.reboot->reboot_performed;
+    PrintResponse(*responses.update, by_tool ? "by the tool"
+                                     : responses.update->reboot_performed
+                                         ? "yes"
+                                         : "no");
+  }
+  PrintText("Log:     " + Printable(session.log().path()) + "\n");
 }
 
 ExitCode RunUpdate(UpdateOptions options) {
@@ -326,16 +337,18 @@ ExitCode RunUpdate(UpdateOptions options) {
   try {
     responses = MakeCalls(session, options, rules, request);
   } catch (const ToolError& error) {
-    const Verdict stopped{Verdict::Outcome::kFailed, error.what(), {}, {}};
+    const Verdict stopped = session.Stop(error.what());
     if (!options.result.empty()) {
-      SaveResult(options.result, ResultDocument(session, stopped, responses));
+      SaveResult(options.result,
+                 ResultDocument(session, stopped, error.code(), responses));
     }
     throw;
   }
   const Verdict verdict = session.Finish();
   bool is_complete = session.log().IsComplete();
   if (!options.result.empty()) {
-    const std::string document = ResultDocument(session, verdict, responses);
+    const std::string document = ResultDocument(
+        session, verdict, ExitCodeOf(verdict, is_complete), responses);
     is_complete = SaveResult(options.result, document) && is_complete;
   }
   PrintOutcome(options, session, verdict, responses);

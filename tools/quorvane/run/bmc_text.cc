@@ -4,10 +4,17 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 
+#include "tools/quorvane/base/text.h"
+
 namespace quorvane::tool {
 namespace {
 
 using Json = nlohmann::json;
+
+// A single byte that is not UTF-8 must not hide the rest.
+Json ParsedBody(const std::string& body) {
+  return Json::parse(EscapedJson(body), nullptr, false);
+}
 
 std::string TextMember(const Json& object, const char* name) {
   if (!object.is_object()) return {};
@@ -57,7 +64,7 @@ void AppendMessages(std::string& text, const Json& messages,
 }  // namespace
 
 std::string ErrorText(const std::string& body) {
-  const Json response = Json::parse(body, nullptr, false);
+  const Json response = ParsedBody(body);
   if (response.is_discarded()) {
     constexpr std::size_t kMaxBytes = 200;
     return body.substr(0, kMaxBytes);
@@ -78,9 +85,10 @@ bool IsUntrusted(const std::string& reason) {
 }
 
 TaskReport ReadTask(const std::string& body) {
-  const Json task = Json::parse(body, nullptr, false);
+  const Json task = ParsedBody(body);
   const Json& messages = Member(task, "Messages");
-  TaskReport report{.status = TextMember(task, "TaskStatus")};
+  TaskReport report{.is_unreadable = !task.is_object(),
+                    .status = TextMember(task, "TaskStatus")};
   AppendMessages(report.messages, messages);
   AppendMessages(report.critical, messages, IsCritical);
   return report;

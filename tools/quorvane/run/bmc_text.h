@@ -17,9 +17,10 @@ bool IsUntrusted(const std::string& reason);
 
 /// A task resource (DSP2046, Task).
 struct TaskReport {
-  std::string status = {};    ///< TaskStatus, e.g. "Critical"; may be empty.
-  std::string messages = {};  ///< Messages, in one text.
-  std::string critical = {};  ///< Those with the severity Critical.
+  bool is_unreadable = false;  ///< The body is not a JSON object.
+  std::string status = {};     ///< TaskStatus, e.g. "Critical"; may be empty.
+  std::string messages = {};   ///< Messages, in one text.
+  std::string critical = {};   ///< Those with the severity Critical.
 };
 TaskReport ReadTask(const std::string& body);
 

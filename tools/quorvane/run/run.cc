@@ -424,7 +424,8 @@ void RunBuilder::AddFailure(const Event& event) {
   }
   request->text = event.text;
   if (request->fate != ChangeRequest::Fate::kNotSent) {
-    request->fate = WasNeverConnected(event.text)
+    // The tool itself logs what was not sent.
+    request->fate = run_.title.empty() && WasNeverConnected(event.text)
                         ? ChangeRequest::Fate::kNotSent
                         : ChangeRequest::Fate::kNoResponse;
   }

@@ -49,7 +49,11 @@ RunLog::RunLog(std::string path, LogLevel level)
 }
 
 void RunLog::RequireNoOtherRun() const {
-  if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+  struct stat found {};
+  const bool is_shared =  // such as /dev/null
+      fstat(file_.get(), &found) == 0 && !S_ISREG(found.st_mode);
+  if (is_shared || flock(file_.get(), LOCK_EX | LOCK_NB) == 0 ||
+      errno != EWOULDBLOCK) {
     return;
   }
   throw ToolError(ExitCode::kUsage,

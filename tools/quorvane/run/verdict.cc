@@ -29,6 +29,7 @@ enum class TaskEnd {
   kTimedOut,    // polling ended before the task
   kGoneLate,    // HTTP 404 from 50 % on
   kGoneEarly,   // HTTP 404 below 50 %
+  kUnreadable,  // Completed, but the rest of the task cannot be read
   kUndecided,   // only a rule ended polling, its state is no end
   kUnfinished,  // the log ends first
 };
@@ -44,6 +45,12 @@ struct Facts {
   bool has_task = false;  // of the last request that started a change
 };
 
+// A gateway lost the response of the service behind it (RFC 9110, sections
+// 15.6.3 and 15.6.5).
+bool IsFromGateway(const ChangeRequest& request) {
+  return request.status == 502 || request.status == 504;
+}
+
 Answer AnswerTo(const ChangeRequest& request) {
   switch (request.fate) {
     case Fate::kPlanned:
@@ -54,7 +61,8 @@ Answer AnswerTo(const ChangeRequest& request) {
     case Fate::kNoResponse:
       return Answer::kInDoubt;
     case Fate::kAnswered:
-      return request.WasAccepted() ? Answer::kAccepted : Answer::kRejected;
+      if (request.WasAccepted()) return Answer::kAccepted;
+      return IsFromGateway(request) ? Answer::kInDoubt : Answer::kRejected;
   }
   return Answer::kNone;
 }
@@ -88,6 +96,7 @@ TaskEnd EndOfDecided(const PhaseRun& task, const std::string& state) {
                                                 : TaskEnd::kFailed;
   }
   if (!is_success) return TaskEnd::kUndecided;
+  if (task.report.is_unreadable) return TaskEnd::kUnreadable;
   const bool is_critical =
       task.report.status == "Critical" || !task.report.critical.empty();
   return is_critical ? TaskEnd::kCritical : TaskEnd::kCompleted;
@@ -117,18 +126,35 @@ TaskEnd EndOf(const PhaseRun& task) {
   return TaskEnd::kUnfinished;
 }
 
+// Whether the BMC answered an activation with 202 (RFC 9110, section 15.3.3).
+bool PromisesTask(const Run& run) {
+  constexpr long kAcceptedStatus = 202;
+  return std::any_of(
+      run.requests.begin(), run.requests.end(), [](const ChangeRequest& one) {
+        return one.phase == Phase::kActivation && one.status == kAcceptedStatus;
+      });
+}
+
 Facts FactsOf(const Run& run) {
   Facts facts{.run = run,
               .image = AnswerTo(run, SendsImage),
               .activation = AnswerTo(run, Phase::kActivation),
               .reboot = AnswerTo(run, Phase::kReboot)};
+  std::vector<std::string> polled;
   for (const PhaseRun& phase : run.phases) {
-    if (SendsImage(phase.phase) || phase.phase == Phase::kActivation) {
+    if (SendsImage(phase.phase) ||
+        (phase.phase == Phase::kActivation && PromisesTask(run))) {
       facts.has_task = false;
     }
     if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
       continue;
     }
+    // The library polls the task of the upload again if the activation names
+    // none; that proves nothing about the activation.
+    if (std::find(polled.begin(), polled.end(), phase.uri) != polled.end()) {
+      continue;
+    }
+    polled.push_back(phase.uri);
     facts.has_task = true;
     const TaskEnd end = EndOf(phase);
     facts.is_staged = facts.is_staged || end == TaskEnd::kStaged;
@@ -148,6 +174,21 @@ std::string Account(const Run& run) {
     const std::string value = run.Detail(name);
     if (!value.empty()) options += fmt::format(" {} {}", option, value);
   }
+  const std::string check = run.Detail("Certificate check");
+  constexpr std::string_view kKey = "key ";
+  constexpr std::string_view kFile = "certificates in ";
+  if (check.rfind(kKey, 0) == 0) {
+    options +=
+        " --pin " + check.substr(kKey.size(), check.find(',') - kKey.size());
+  }
+  if (const auto file = check.find(kFile); file != std::string::npos) {
+    options += " --cacert " + check.substr(file + kFile.size());
+  }
+  const std::string rules = run.Detail("Rules");
+  const std::string rules_file = rules.substr(0, rules.find(" (SHA-256"));
+  if (!rules_file.empty() && rules_file != ResolveConfigPath()) {
+    options += " --rules " + rules_file;
+  }
   return options;
 }
 
@@ -158,12 +199,7 @@ std::string CompareVersions(const Run& run) {
 }
 
 std::string RebootCommand(const Run& run) {
-  const std::string rules = run.Detail("Rules");
-  const std::string file = rules.substr(0, rules.find(" (SHA-256"));
-  return fmt::format("`quorvane restart{}{}`", Account(run),
-                     file.empty() || file == ResolveConfigPath()
-                         ? std::string()
-                         : " --rules " + file);
+  return fmt::format("`quorvane restart{}`", Account(run));
 }
 
 // A task that still exists, then the versions.
@@ -253,6 +289,8 @@ const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
   return rejection;
 }
 
+constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
+
 bool IsActivation(Phase phase) { return phase == Phase::kActivation; }
 bool IsReboot(Phase phase) { return phase == Phase::kReboot; }
 
@@ -321,7 +359,9 @@ Verdict Unreachable(const Facts& facts) {
 std::string Continuation(const Facts& facts) {
   const Run& run = facts.run;
   if (!HasSentRequest(run)) {
-    return "No request that changes anything was sent to the BMC.";
+    return run.was_interrupted || !run.worker_failure.empty()
+               ? "No request that changes anything was sent to the BMC."
+               : "It contains no request that changes anything.";
   }
   const ChangeRequest& last = *std::find_if(
       run.requests.rbegin(), run.requests.rend(), [](const auto& one) {
@@ -411,7 +451,7 @@ std::string NextAfterRejection(const Run& run, long status) {
 Verdict ImageRejected(const Facts& facts) {
   const Run& run = facts.run;
   const ChangeRequest& rejection = *LastRejection(run, SendsImage);
-  if (rejection.status == 401) return LoginRefused(facts);
+  if (rejection.status == kUnauthorized) return LoginRefused(facts);
   if (facts.has_task) {
     return {Outcome::kUnknown,
             fmt::format("The BMC answered the image with HTTP {}, but the "
@@ -525,6 +565,13 @@ Verdict BadTask(const Facts& facts) {
                           "{}{}.",
                           state, clause),
               report.messages, CheckTask(run)};
+    case TaskEnd::kUnreadable:
+      return {Outcome::kUnknown,
+              fmt::format("The task completed, but its status and messages "
+                          "cannot be read{}.",
+                          clause),
+              {},
+              CheckTask(run)};
     case TaskEnd::kUnfinished:
     case TaskEnd::kCompleted:
     case TaskEnd::kStaged:
@@ -541,10 +588,11 @@ Verdict NoTask(const Facts& facts) {
         return one.phase != Phase::kReboot && one.WasAccepted();
       });
   return {Outcome::kUnknown,
-          fmt::format("The BMC accepted the image (HTTP {}) but named no task, "
-                      "so the outcome is unknown{}.",
-                      accepted == run.requests.rend() ? 0 : accepted->status,
-                      RebootClause(facts)),
+          fmt::format(
+              "The BMC accepted the {} (HTTP {}) but named no task, so "
+              "the outcome is unknown{}.",
+              accepted->phase == Phase::kActivation ? "activation" : "image",
+              accepted->status, RebootClause(facts)),
           {},
           CompareVersions(run)};
 }
@@ -632,6 +680,9 @@ Verdict RebootOnly(const Facts& facts) {
               "A reboot request got no response; the system may reboot.",
               ListOf(run), "Check the state of the server."};
     case Answer::kRejected:
+      if (LastRejection(run, IsReboot)->status == kUnauthorized) {
+        return LoginRefused(facts);
+      }
       return {Outcome::kFailed, "The BMC rejected the reboot.",
               CauseAndList(run, *LastRejection(run, IsReboot)),
               "Fix the problem that the BMC reports, or reboot the system in "
@@ -712,7 +763,7 @@ constexpr std::array kRows = {
     Row{[](const Facts& f) { return !f.run.reboot_withheld.empty(); },
         DoneNotRebooted},
     Row{[](const Facts& f) { return f.run.reboot_skipped; }, DoneByRules},
-    Row{[](const Facts& /*f*/) { return true; }, LogEnds},
+    Row{[](const Facts& /*f*/) { return true; }, DoneNotRebooted},
 };
 
 // The verdict that the tool logged; nothing if it has another form.
@@ -740,6 +791,8 @@ const char* ReasonAgainstReboot(const PhaseRun& task) {
       return "the task failed";
     case TaskEnd::kCritical:
       return "the task reports a critical problem";
+    case TaskEnd::kUnreadable:
+      return "the status of the task cannot be read";
     case TaskEnd::kTimedOut:
     case TaskEnd::kUndecided:
     case TaskEnd::kUnfinished:

@@ -56,7 +56,7 @@ pid_t HolderOf(const Name& name) {
 BmcLock::BmcLock(const std::string& address) : socket_(NewSocket()) {
   const Name name(address);
   if (bind(socket_.get(), name.get(), name.length) == 0 &&
-      listen(socket_.get(), 1) == 0) {
+      listen(socket_.get(), SOMAXCONN) == 0) {
     return;
   }
   const int error = errno;

@@ -48,14 +48,15 @@ struct Pipe {
 class Child {
  public:
   explicit Child(pid_t pid) : pid_(pid) {}
-  ~Child() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      Wait();
-    }
-  }
+  ~Child() { Kill(); }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
+
+  void Kill() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    Wait();
+  }
 
   /// @return The status that waitpid(2) reports.
   int Wait() {
@@ -185,15 +186,17 @@ class PipeReader {
       const int ready = poll(polled_.data(), polled_.size(), kTickMs);
       if (ready == 0) listener_.OnTick();
       if (ready <= 0) continue;
-      if (polled_[kSignals].revents != 0 && signals_.MustStop()) {
-        if (polled_[kLog].revents != 0) ReadAvailable(kLog);
-        return false;
-      }
+      if (polled_[kSignals].revents != 0 && signals_.MustStop()) return false;
       for (const Source source : {kLog, kResponse, kErrors}) {
         if (polled_.at(source).revents != 0) ReadAvailable(source);
       }
     }
     return true;
+  }
+
+  /// Reads what the child logged before it was killed.
+  void ReadRemainingLog() {
+    while (polled_[kLog].fd >= 0) ReadAvailable(kLog);
   }
 
   [[nodiscard]] const std::string& response() const { return response_; }
@@ -282,7 +285,12 @@ CallResult CallLibrary(LibraryCall call, const CallOptions& options,
   pipes.request.write_end.Close();
 
   PipeReader reader(pipes, signals, listener);
-  if (!reader.ReadAll()) return {.end = CallResult::End::kInterrupted};
+  if (!reader.ReadAll()) {
+    // The child could send a request until now; its log contains that.
+    child.Kill();
+    reader.ReadRemainingLog();
+    return {.end = CallResult::End::kInterrupted};
+  }
   listener.OnTick();
   return ResultOf(reader, child.Wait());
 }

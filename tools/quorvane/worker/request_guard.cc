@@ -37,6 +37,7 @@ struct GuardState {
   bool is_active = false;
   std::atomic<bool> has_changed = false;
   std::atomic<bool> login_refused = false;
+  std::atomic<CURLcode> last_code = CURLE_OK;
 };
 
 GuardState& Guard() {
@@ -145,6 +146,7 @@ CURLcode GuardedPerform(CURL* handle) {
   Set(handle, CURLOPT_XFERINFODATA, &is_logged);
   Set(handle, CURLOPT_NOPROGRESS, 0L);
   const CURLcode code = RealPerform()(handle);
+  guard.last_code = code;
   Note(handle, code);
   return code;
 }
@@ -203,7 +205,13 @@ void RequireEffectiveGuard(const Trust& trust) {
   GuardRequests({});
   const bool is_reachable = reaches();
   GuardRequests({.trust = trust, .bmc = stranger.Address()});
-  const bool is_guarded = is_reachable && !reaches();
+  Guard().last_code = CURLE_OK;
+  const bool is_rejected = is_reachable && !reaches();
+  // Other failures, such as a timeout, prove nothing.
+  const CURLcode reason = Guard().last_code;
+  const bool is_guarded =
+      is_rejected && (reason == CURLE_SSL_PINNEDPUBKEYNOTMATCH ||
+                      reason == CURLE_PEER_FAILED_VERIFICATION);
   GuardRequests(before);
   if (!is_guarded) {
     throw std::runtime_error(
