@@ -250,8 +250,7 @@ std::string FactTableRows(const Run& run) {
   return html;
 }
 
-// On a narrow page, `name` stands before the text; the page has no room for a
-// row of headings.
+// A narrow page shows `name` before the text, instead of a row of headings.
 std::string Cell(const char* name, const std::string& text,
                  const char* css_class = "") {
   return fmt::format("<td data-name=\"{}\" class=\"{}\">{}</td>", name,
