@@ -93,10 +93,19 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
   }
   EventCollector collector(log ? &*log : nullptr, events_);
   Signals signals(Signals::OnHangup::kStop);
-  CallResult result =
-      CallLibrary(std::move(call),
-                  {.rules = options_.rules, .trust = ResolveTrust(options_)},
-                  signals, collector);
+  const Trust trust = ResolveTrust(options_);
+  const auto make = [&](LibraryCall one) {
+    return ResponseTo(CallLibrary(std::move(one),
+                                  {.rules = options_.rules, .trust = trust},
+                                  signals, collector));
+  };
+  // Known within seconds, while the library retries for minutes.
+  const auto probe = std::get<ProbeResult>(make(ProbeCall{options_.bmc}));
+  if (probe.status == 0) throw Unreachable(options_, probe.reason);
+  return make(std::move(call));
+}
+
+WorkerResponse BmcCall::ResponseTo(CallResult result) const {
   switch (result.end) {
     case CallResult::End::kInterrupted:
       throw ToolError(ExitCode::kInterrupted,
@@ -104,10 +113,12 @@ WorkerResponse BmcCall::MakeCall(LibraryCall call) {
     case CallResult::End::kDied:
       throw ToolError(
           ExitCode::kFailed,
-          fmt::format("The worker process failed: {}. {}", result.reason,
-                      log ? "Report the fault with the log " + log->path() + "."
-                          : "Run the command again with --log FILE "
-                            "and report the fault with that log."));
+          fmt::format(
+              "The worker process failed: {}. {}", result.reason,
+              options_.log.empty()
+                  ? "Run the command again with --log FILE and report "
+                    "the fault with that log."
+                  : "Report the fault with the log " + options_.log + "."));
     case CallResult::End::kResponded:
       break;
   }

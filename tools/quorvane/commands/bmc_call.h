@@ -11,6 +11,7 @@
 #include "tools/quorvane/base/exit_code.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/run/events.h"
+#include "tools/quorvane/worker/library_process.h"
 #include "tools/quorvane/worker/protocol.h"
 
 namespace quorvane::tool {
@@ -40,6 +41,7 @@ class BmcCall {
  private:
   InventoryRequest PrepareRequest() const;
   WorkerResponse MakeCall(LibraryCall call);
+  WorkerResponse ResponseTo(CallResult result) const;
 
   const BmcOptions& options_;
   std::string subject_;

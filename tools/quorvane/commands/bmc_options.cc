@@ -45,7 +45,8 @@ std::string AddressFault(const std::string& address) {
   const std::size_t host = address.rfind('[', 0) == 0
                                ? address.find(']') + 1
                                : std::min(address.find(':'), address.size());
-  const std::string_view rest = std::string_view(address).substr(host);
+  const std::string_view text = address;
+  const std::string_view rest = text.substr(host);
   if (is_plain && std::count(rest.begin(), rest.end(), ':') > 1) {
     return "put brackets around an IPv6 address, such as [2001:db8::7] or "
            "[2001:db8::7]:8443";

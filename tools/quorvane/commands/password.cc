@@ -15,6 +15,7 @@
 
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/safe_file.h"
+#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 
 namespace quorvane::tool {
@@ -22,7 +23,12 @@ namespace {
 
 // The password in `line`, which comes from `source`.
 std::string PasswordIn(std::string line, const std::string& source) {
-  if (!line.empty() && line.back() == '\r') line.pop_back();
+  if (!line.empty() && line.back() == '\r') {
+    line.pop_back();
+    PrintMessage("The password from " + source +
+                 " ends with a carriage return, which is not used. Write the "
+                 "file with line breaks of Unix.");
+  }
   if (line.empty()) {
     throw ToolError(ExitCode::kUsage, "Cannot read the password from " +
                                           source +

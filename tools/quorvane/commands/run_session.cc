@@ -3,7 +3,6 @@
 
 #include <fmt/core.h>
 
-#include <csignal>
 #include <exception>
 #include <utility>
 #include <variant>
@@ -116,20 +115,18 @@ bool RunSession::Probe() {
   }
   if (result.end == CallResult::End::kDied) {
     must_stop_ = true;
-    if (result.reason == fmt::format("signal {}", SIGALRM)) {
-      NoteEvent(
-          fmt::format("No response: the lookup of {} took longer than "
-                      "{} s",
-                      bmc_.bmc, kProbeSeconds));
-    } else {
-      NoteEvent("Worker process failed: " + result.reason);
-    }
+    NoteEvent("Worker process failed: " + result.reason);
     return false;
   }
   if (const auto* error = std::get_if<WorkerError>(&*result.response)) {
     throw ToolError(ExitCode::kUsage, "Cannot start: " + error->message + ".");
   }
-  must_stop_ = std::get<ProbeResult>(*result.response).status == 0;
+  const auto& probe = std::get<ProbeResult>(*result.response);
+  must_stop_ = probe.status == 0;
+  // The library logs a failed request itself, but not a lookup that hangs.
+  if (must_stop_ && run().transfer_failure.empty()) {
+    NoteEvent("No response: " + probe.reason);
+  }
   return !must_stop_;
 }
 
@@ -146,6 +143,7 @@ ExitCode ExitCodeOf(const Verdict& verdict, bool is_recorded) {
 Verdict RunSession::Finish() {
   progress_->Finish();
   log_.NoteElapsed();
+  NoteEvent("Ended: " + ZonedStampNow());
   if (!run().was_interrupted && run().worker_failure.empty()) {
     NoteEvent("Finished.");
   }

@@ -81,8 +81,9 @@ std::string WithKey(const std::string& file, const std::string& address,
     std::istringstream words(line);
     std::string name;
     words >> name;
-    if (NormalizedAddress(name) != NormalizedAddress(address))
+    if (NormalizedAddress(name) != NormalizedAddress(address)) {
       changed += line + "\n";
+    }
   }
   return changed + fmt::format("{} {}\n", address, key);
 }

@@ -158,6 +158,7 @@ constexpr std::array kPatterns = {
     Pattern{"tool", "Rules: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Tool: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Started: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Ended: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Certificate check: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Elapsed: ", kElapsed, Phase::kNone, ReadElapsed},
     Pattern{"tool", "The request was not sent", kRequestNotSent, Phase::kNone,

@@ -92,20 +92,20 @@ std::string ResponsesOf(const PhaseRun& phase, const PhaseRow& row) {
                      phase.uri_count);
 }
 
-// The offset from UTC that the tool logged, e.g. "+0200"; empty if unknown.
-std::string ZoneOf(const Run& run) {
-  const std::string started = run.Detail("Started");
-  const std::size_t offset = started.find_last_of("+-");
-  return offset == std::string::npos || offset < started.find('T')
+// The offset from UTC of a time that the tool logged, e.g. "+0200"; empty if
+// unknown.
+std::string ZoneOf(const std::string& zoned) {
+  const std::size_t offset = zoned.find_last_of("+-");
+  return offset == std::string::npos || offset < zoned.find('T')
              ? std::string()
-             : started.substr(offset);
+             : zoned.substr(offset);
 }
 
 // A stamp of the log as ISO 8601.
-std::string IsoTime(const Run& run, std::string stamp) {
+std::string IsoTime(std::string stamp, const std::string& zone) {
   const std::size_t blank = stamp.find(' ');
   if (blank != std::string::npos) stamp[blank] = 'T';
-  return stamp + ZoneOf(run);
+  return stamp + zone;
 }
 
 std::string ColorOf(Verdict::Outcome outcome) {
@@ -130,7 +130,7 @@ std::string ColorOf(Verdict::Outcome outcome) {
 std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
   std::vector<std::pair<std::string, std::string>> rows;
   if (!run.begin_stamp.empty()) {
-    const std::string zone = ZoneOf(run);
+    const std::string zone = ZoneOf(run.Detail("Started"));
     rows.emplace_back("Started",
                       fmt::format("{} {}", run.begin_stamp.substr(0, 19),
                                   zone.empty() ? "(local time)" : zone));
@@ -241,10 +241,13 @@ std::string TextReport(const Report& report, std::size_t columns,
 
 std::string JsonReport(const Report& report) {
   const Run& run = report.run;
+  const std::string zone = ZoneOf(run.Detail("Started"));
+  // Daylight saving time can begin or end during a run.
+  const std::string ended = ZoneOf(run.Detail("Ended"));
   nlohmann::json json = {
       {"bmc", run.Detail("BMC")},
-      {"start", IsoTime(run, run.begin_stamp)},
-      {"end", IsoTime(run, run.end_stamp)},
+      {"start", IsoTime(run.begin_stamp, zone)},
+      {"end", IsoTime(run.end_stamp, ended.empty() ? zone : ended)},
       {"duration_seconds", run.end - run.begin},
       {"verdict", IdOf(report.verdict.outcome)},
       {"exit_code", static_cast<int>(ExitCodeOf(report.verdict.outcome))},

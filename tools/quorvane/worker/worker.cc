@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/quorvane/worker/worker.h"
 
+#include <fmt/core.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -45,9 +46,26 @@ WorkerResponse Call(const ChassisCall& call) {
   return result;
 }
 
-WorkerResponse Call(const ProbeCall& call) {
-  // Only the lookup of a host name can outlast the time limit of the request.
+// The response to a call that takes too long, for a signal handler.
+std::string& LateResponse() {
+  static std::string bytes;
+  return bytes;
+}
+
+// Only the lookup of a host name can outlast the time limit of a request.
+void RespondAtAlarm(const ProbeResult& result) {
+  LateResponse() = Encode(WorkerResponse(result));
+  std::signal(SIGALRM, [](int /*signal*/) {
+    const bool is_sent = WriteAll(STDOUT_FILENO, LateResponse());
+    _exit(static_cast<int>(is_sent ? ExitCode::kDone : ExitCode::kFailed));
+  });
   alarm(kProbeSeconds);
+}
+
+WorkerResponse Call(const ProbeCall& call) {
+  RespondAtAlarm(
+      {.reason = fmt::format("the lookup of {} took longer than {} s",
+                             call.address, kProbeSeconds)});
   constexpr long kTimeoutMs = 1000L * kProbeSeconds - 500;
   ProbeResult result;
   try {
@@ -59,6 +77,7 @@ WorkerResponse Call(const ProbeCall& call) {
   } catch (const std::runtime_error& error) {
     result.reason = error.what();
   }
+  alarm(0);
   return result;
 }
 
