@@ -49,7 +49,7 @@ SCENARIOS = [
     ("reboots-by-itself", "", 4, "The task disappeared (HTTP 404) after 50 %"),
     ("./forging.json", "", 1, "Cause:   Binary upload at /redfish/v1/"),
     ("task-fails", "", 1, "Cause:   The image could not be applied"),
-    ("task-stalls", "", 4, "was not rebooted.\nCause:   Last"),
+    ("task-stalls", "", 4, "the task may still run.\nCause:   Last"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),
     ("share-only", SHARE, 1, "400: The action requires the parameter Targets."),
     ("share-only", "--share-user me --share-password-file secret", 0,

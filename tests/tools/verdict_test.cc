@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"gateway_timeout",
          kStart + kUploading + Rejected("504", "x") + kGivenUp + kEnd,
          Outcome::kUnknown,
-         "The BMC may install it. Requests: Upload at /up1: "
+         "The BMC may install the image. Requests: Upload at /up1: "
          "HTTP 504"},
         {"completed_and_reboot_withheld",
          kAccepted + kCompleted +
@@ -160,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(
          kAccepted +
              Messages{"Task returned 404 after reaching 80% -- Machine"} +
              kRebooted + kEnd,
-         Outcome::kUnknown, "(HTTP 404) after 50 %", "Compare the versions",
+         Outcome::kUnknown, "(HTTP 404) after 50 %", "compare the versions",
          ""},
         {"timed_out_and_rebooted",
          kAccepted +
@@ -173,8 +173,9 @@ INSTANTIATE_TEST_SUITE_P(
              Messages{"[RF-TASK] State: Running  PercentComplete: 40%",
                       "[tool] No reboot: the task may still run"} +
              kEnd,
-         Outcome::kUnknown, "rules; the system was not rebooted.",
-         "To reboot the system anyway, run `quorvane restart"},
+         Outcome::kUnknown,
+         "rules; the system was not rebooted, because the task may still run.",
+         "to reboot the system anyway, run `quorvane restart"},
         {"timed_out_by_refused_polls",
          kAccepted + Messages{"W Task poll returned HTTP 401"} + kRebooted +
              kEnd,
@@ -195,7 +196,7 @@ INSTANTIATE_TEST_SUITE_P(
          kAccepted + Messages{"E Update Method Not Supported (HTTP 404)"} +
              kRebooted + kEnd,
          Outcome::kUnknown, "(HTTP 404) before it reported 50 %",
-         "Compare the versions",
+         "compare the versions",
          "the task disappeared before it reported 50 %"},
         {"failed_task_with_messages",
          kAccepted +
@@ -241,7 +242,8 @@ INSTANTIATE_TEST_SUITE_P(
          kStart + kUploading + kLost + kNextUri + Rejected("503", "busy") +
              kGivenUp + kEnd,
          Outcome::kUnknown,
-         "The BMC may install it. Requests: Upload at /up1: sent, no response "
+         "The BMC may install the image. Requests: Upload at /up1: sent, no "
+         "response "
          "(Multipart POST failed: Timeout was reached); Upload at /up2: HTTP "
          "503",
          "Look for a new task"},
@@ -311,7 +313,8 @@ INSTANTIATE_TEST_SUITE_P(
         {"reboot_rejected",
          kAccepted + kCompleted + kRebooting +
              Messages{"Reboot HTTP status: 404"} + kEnd,
-         Outcome::kFailed, "but the reboot failed. Reboot at /reset returned"},
+         Outcome::kFailed,
+         "but the BMC rejected the reboot. Reboot at /reset returned"},
         {"reboot_without_a_response_then_rejected",
          kAccepted + kCompleted + kRebooting +
              Messages{"Reboot HTTP status: 0", "Retrying in 1s (attempt 1/1)",
@@ -377,8 +380,8 @@ INSTANTIATE_TEST_SUITE_P(
                       "Downloading from: http://192.0.2.9/f",
                       "[tool] Interrupted by a signal."},
          Outcome::kInterrupted,
-         "during the phase Download. The BMC may act on the request of the "
-         "phase SimpleUpdate"},
+         "during the phase Download. The BMC may act on the SimpleUpdate "
+         "request"},
         {"accepted_without_a_promised_task",
          kStart + kUploading +
              Messages{"Upload HTTP status: 202",
@@ -399,8 +402,8 @@ INSTANTIATE_TEST_SUITE_P(
              Messages{"D [http] MULTIPART POST https://192.0.2.7/up1 file=x",
                       "[tool] Worker process failed: signal 9"},
          Outcome::kUnknown,
-         "failed: signal 9. The BMC may act on the request of the phase "
-         "Upload. Requests: Upload at /up1: no response yet."},
+         "failed (signal 9). The BMC may act on the Upload request. Requests: "
+         "Upload at /up1: no response yet."},
         {"worker_died_before_any_request",
          kStart + Messages{"[tool] Worker process failed: signal 9"},
          Outcome::kFailed, "No request that changes anything"},

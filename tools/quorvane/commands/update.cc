@@ -109,7 +109,8 @@ void PrintResponse(const UpdateResponse& response, const char* reboot) {
           ? std::string()
           : fmt::format(" {} %", response.percent_complete);
   const std::string line = fmt::format(
-      "Library: accepted {}, HTTP {}, task {}, state {}{}, reboot {}: {}",
+      "Library: accepted {}, HTTP {}, task {}, state {}{}, reboot {}: {} (its "
+      "last step only; the outcome counts)",
       response.accepted ? "yes" : "no", response.http_status,
       RedactUri(or_none(response.task_uri)), or_none(response.task_state),
       percent, reboot, or_none(response.message));
@@ -171,12 +172,13 @@ void RequireKnownTargets(const UpdateOptions& options,
     const std::string closest = ClosestOf(known, target);
     throw ToolError(
         ExitCode::kUsage,
-        fmt::format("Cannot update {}: the inventory of {} does not contain "
-                    "it{}. Use a URI of `quorvane inventory --uris`, or "
-                    "--force.",
-                    target, options.bmc.bmc,
-                    closest.empty() ? std::string()
-                                    : "; did you mean " + closest + "?"));
+        fmt::format(
+            "Cannot update {}: the inventory of {} does not contain "
+            "it{}. Nothing was changed. Use a URI of `quorvane inventory "
+            "--uris`, or --force to skip this check.",
+            target, options.bmc.bmc,
+            closest.empty() ? std::string()
+                            : "; did you mean " + closest + "?"));
   }
 }
 
@@ -209,9 +211,9 @@ std::optional<UpdateResponse> Reboot(RunSession& session,
   const std::string harm = ReasonAgainstReboot(session.run());
   const std::string reason =
       !harm.empty()              ? harm
-      : !rules.reboot_required   ? "the rules require none"
+      : !rules.reboot_required   ? "the rules require no reboot"
       : rules.reboot_uri.empty() ? "the rules contain no reboot URI"
-      : options.restart == RestartMode::kNever ? "--restart is never"
+      : options.restart == RestartMode::kNever ? "--restart never was given"
                                                : std::string();
   if (!reason.empty()) {
     session.WithholdReboot(reason);

@@ -106,6 +106,9 @@ void RunBuilder::Add(const Event& event) {
       return;
     case EventKind::kBodySent:
       if (Span* span = CurrentSpan()) span->is_sent = true;
+      if (ChangeRequest* request = CurrentRequest()) {
+        request->is_complete = true;
+      }
       return;
     case EventKind::kResponseReceived:
       run_.any_response = true;

@@ -89,7 +89,8 @@ struct ChangeRequest {
   std::string uri = {};
   Fate fate = Fate::kPlanned;
   long status = -1;
-  std::string text = {};  ///< The reason that the BMC or libcurl states.
+  std::string text = {};     ///< The reason that the BMC or libcurl states.
+  bool is_complete = false;  ///< The last byte was sent.
 
   [[nodiscard]] bool WasAccepted() const {
     return fate == Fate::kAnswered && status >= 200 && status < 300;

@@ -194,7 +194,8 @@ std::string Account(const Run& run) {
 
 std::string CompareVersions(const Run& run) {
   return fmt::format(
-      "Compare the versions with `quorvane inventory{}` when the BMC responds.",
+      "Run `quorvane inventory{}` and compare the versions with those before "
+      "the update.",
       Account(run));
 }
 
@@ -236,7 +237,8 @@ std::string TextOf(const ChangeRequest& request) {
       text += "not sent";
       break;
     case Fate::kSending:
-      text += "no response yet";
+      text += request.is_complete ? "sent completely, no response yet"
+                                  : "no response yet";
       break;
     case Fate::kNoResponse:
       text += "sent, no response";
@@ -309,8 +311,10 @@ std::string RebootClause(const Facts& facts) {
     case Answer::kNone:
       break;
   }
-  return facts.run.reboot_withheld.empty() ? ""
-                                           : "; the system was not rebooted";
+  return facts.run.reboot_withheld.empty()
+             ? std::string()
+             : "; the system was not rebooted, because " +
+                   facts.run.reboot_withheld;
 }
 
 // "Upload at /a returned HTTP 413: Too large."
@@ -368,7 +372,7 @@ std::string Continuation(const Facts& facts) {
         return one.fate != Fate::kPlanned && one.fate != Fate::kNotSent;
       });
   if (last.IsInDoubt()) {
-    return fmt::format("The BMC may act on the request of the phase {}.",
+    return fmt::format("The BMC may act on the {} request.",
                        NameOf(last.phase));
   }
   if (facts.reboot == Answer::kAccepted) return "The system reboots.";
@@ -398,8 +402,8 @@ Verdict Interrupted(const Facts& facts) {
 
 Verdict WorkerDied(const Facts& facts) {
   const std::string headline =
-      fmt::format("The worker process failed: {}. {}", facts.run.worker_failure,
-                  Continuation(facts));
+      fmt::format("The process that runs the library failed ({}). {}",
+                  facts.run.worker_failure, Continuation(facts));
   if (!HasSentRequest(facts.run)) return {Outcome::kFailed, headline, {}, {}};
   return {Outcome::kUnknown, headline, ListOf(facts.run), AfterCutOff(facts)};
 }
@@ -412,11 +416,21 @@ Verdict LogEnds(const Facts& facts) {
 }
 
 Verdict ImageInDoubt(const Facts& facts) {
-  return {Outcome::kUnknown,
-          "The image was sent, at least in part, but the response was lost. "
-          "The BMC may install it" +
-              RebootClause(facts) + ".",
-          ListOf(facts.run), CheckTask(facts.run)};
+  const bool is_simple_update =
+      std::any_of(facts.run.requests.begin(), facts.run.requests.end(),
+                  [](const ChangeRequest& one) {
+                    return one.phase == Phase::kSimpleUpdate && one.IsInDoubt();
+                  });
+  return {
+      Outcome::kUnknown,
+      fmt::format("{}, but a response was lost. The BMC may install the "
+                  "image{}.",
+                  is_simple_update
+                      ? "The BMC was requested to download the image"
+                      : "The image was sent, at least in part",
+                  RebootClause(facts)),
+      ListOf(facts.run),
+      CheckTask(facts.run) + " Do not start another update before you know."};
 }
 
 // Why the download failed that follows a rejected SimpleUpdate; empty if the
@@ -487,9 +501,11 @@ Verdict NoImageRequest(const Facts& facts) {
 Verdict ActivationInDoubt(const Facts& facts) {
   return {Outcome::kUnknown,
           "The image was uploaded, but the response to its activation was "
-          "lost" +
+          "lost. The BMC may still activate it" +
               RebootClause(facts) + ".",
-          ListOf(facts.run), CheckTask(facts.run)};
+          ListOf(facts.run),
+          "Look for a new task with GET /redfish/v1/TaskService/Tasks. " +
+              CompareVersions(facts.run)};
 }
 
 Verdict ActivationRejected(const Facts& facts) {
@@ -499,7 +515,8 @@ Verdict ActivationRejected(const Facts& facts) {
               RebootClause(facts) + ".",
           rejection != nullptr ? CauseAndList(facts.run, *rejection)
                                : Sentence(facts.run.transfer_failure),
-          "Check that `quorvane inventory --uris` lists each --target."};
+          "Look up why in the event log of the BMC, and check that its "
+          "SimpleUpdate action accepts each --target."};
 }
 
 // "Last state: Running. The last poll returned HTTP 401 (login refused)."
@@ -541,17 +558,33 @@ Verdict BadTask(const Facts& facts) {
                                     : report.messages,
           "Fix the cause, then run the update again. " + CompareVersions(run)};
     case TaskEnd::kTimedOut:
+      if (task.failed_poll == kUnauthorized) {
+        return {Outcome::kUnknown,
+                fmt::format("The BMC refused the last polls of the task (login "
+                            "refused), so its end is not known{}.",
+                            clause),
+                LastPoll(run, task),
+                "Check the user and the password; more attempts can lock the "
+                "account. " +
+                    CheckTask(run)};
+      }
       return {Outcome::kUnknown,
               fmt::format("The task did not end within the time limit of the "
                           "rules{}.",
                           clause),
               LastPoll(run, task), CheckTask(run)};
     case TaskEnd::kGoneEarly:
-      return {Outcome::kUnknown,
-              fmt::format("The task disappeared (HTTP 404) before it reported "
-                          "50 %{}.",
-                          clause),
-              {},
+      return {
+          Outcome::kUnknown,
+          fmt::format("{}{}.",
+                      task.task.empty()
+                          ? "The BMC named a task, but returned HTTP 404 for "
+                            "it"
+                          : "The task disappeared (HTTP 404) before it "
+                            "reported 50 %",
+                      clause),
+          {},
+          "Look for a task with GET /redfish/v1/TaskService/Tasks. " +
               CompareVersions(run)};
     case TaskEnd::kGoneLate:
       return {Outcome::kUnknown,
@@ -602,21 +635,28 @@ const char* Prefix(const Facts& facts) {
 }
 
 Verdict RebootRejected(const Facts& facts) {
-  const ChangeRequest* rejection = LastRejection(facts.run, IsReboot);
-  const PhaseRun* task = facts.run.Last(Phase::kTask);
+  const Run& run = facts.run;
+  const ChangeRequest* rejection = LastRejection(run, IsReboot);
+  const PhaseRun* task = run.Last(Phase::kTask);
   return {Outcome::kFailed,
-          fmt::format("{}, but the reboot failed.", Prefix(facts)),
-          rejection != nullptr ? CauseAndList(facts.run, *rejection)
-          : task != nullptr    ? LastPoll(facts.run, *task)
+          fmt::format("{}, but {}.", Prefix(facts),
+                      rejection != nullptr ? "the BMC rejected the reboot"
+                                           : "the task of the reboot failed"),
+          rejection != nullptr ? CauseAndList(run, *rejection)
+          : task != nullptr    ? LastPoll(run, *task)
                                : std::string(),
-          "Reboot the system to activate the new firmware."};
+          fmt::format("Fix the problem that the BMC reports, then run {}, or "
+                      "reboot the system in another way.",
+                      RebootCommand(run))};
 }
 
 Verdict RebootInDoubt(const Facts& facts) {
   return {
       Outcome::kUnknown,
       fmt::format("{}, but a reboot request got no response.", Prefix(facts)),
-      ListOf(facts.run), CompareVersions(facts.run)};
+      ListOf(facts.run),
+      fmt::format("Check whether the system reboots; if not, run {}. {}",
+                  RebootCommand(facts.run), CompareVersions(facts.run))};
 }
 
 Verdict RebootNotSent(const Facts& facts) {
@@ -638,7 +678,10 @@ Verdict StagedAndRebooted(const Facts& facts) {
 Verdict Staged(const Facts& facts) {
   return {Outcome::kStaged,
           "The firmware is staged; the next reboot of the system applies it.",
-          Sentence(facts.run.reboot_withheld),
+          facts.run.reboot_withheld.empty()
+              ? std::string()
+              : Sentence("No reboot was requested, because " +
+                         facts.run.reboot_withheld),
           fmt::format("Reboot the system when convenient, e.g. with {}.",
                       RebootCommand(facts.run))};
 }
@@ -655,8 +698,11 @@ Verdict DoneByRules(const Facts& /*facts*/) {
 }
 
 Verdict DoneNotRebooted(const Facts& facts) {
-  return {Outcome::kDone, "The update is done; the system was not rebooted.",
-          Sentence(facts.run.reboot_withheld),
+  return {Outcome::kDone,
+          facts.run.reboot_withheld.empty()
+              ? std::string("The update is done; no reboot was requested.")
+              : "The update is done" + RebootClause(facts) + ".",
+          {},
           fmt::format("Reboot the system if the firmware needs it, e.g. with "
                       "{}.",
                       RebootCommand(facts.run))};
@@ -838,8 +884,10 @@ Verdict JudgeRun(const Run& run) {
       !run.reboot_withheld.empty() && facts.image == Answer::kAccepted &&
       verdict.outcome != Outcome::kDone && verdict.outcome != Outcome::kStaged;
   if (has_unfinished_reboot) {
-    verdict.next += fmt::format(" To reboot the system anyway, run {}.",
-                                RebootCommand(run));
+    verdict.next += fmt::format(
+        " A reboot now can interrupt an installation; to reboot the system "
+        "anyway, run {}.",
+        RebootCommand(run));
   }
   return verdict;
 }
