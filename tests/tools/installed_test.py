@@ -20,7 +20,8 @@ import subprocess
 import sys
 import tempfile
 import termios
-import time
+
+from simulated import wait_for
 
 BUILD, SOURCE = map(pathlib.Path, sys.argv[1:])
 WORK = tempfile.TemporaryDirectory(prefix="installed-")
@@ -231,14 +232,6 @@ class Machine:
         self.process.send_signal(signal.SIGINT)
         expect(self.process.wait(20) == 0, "simulate ends in order")
         expect(not self.address.exists(), "the address file is removed")
-
-
-def wait_for(condition):
-    end = time.monotonic() + 30
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError("waited for 30 s")
-        time.sleep(0.02)
 
 
 def meet(number, scenario, options, code, output):
