@@ -142,8 +142,9 @@ void AddTrustOptions(CLI::App& command, TrustOptions& options) {
       "--insecure", options.insecure,
       "Check no certificate: another computer can pose as the BMC "
       "and get the password");
-  for (CLI::Option* check : {pin, cacert, known_hosts})
+  for (CLI::Option* check : {pin, cacert, known_hosts}) {
     insecure->excludes(check);
+  }
 }
 
 TrustOptions EffectiveTrustOptions(const TrustOptions& options) {
