@@ -336,13 +336,11 @@ std::string CauseAndList(const Run& run, const ChangeRequest& rejection) {
 }
 
 Verdict LoginRefused(const Facts& facts) {
-  return {
-      Outcome::kLoginRefused,
-      fmt::format("The BMC refused the login (HTTP {}).",
-                  facts.run.login_refused != 0 ? facts.run.login_refused : 401),
-      ListOf(facts.run),
-      "Check the user and the password. More attempts can lock the "
-      "account."};
+  return {Outcome::kLoginRefused,
+          fmt::format("The BMC refused the login (HTTP {}).", kUnauthorized),
+          ListOf(facts.run),
+          "Check the user and the password. More attempts can lock the "
+          "account."};
 }
 
 Verdict Unreachable(const Facts& facts) {
@@ -636,7 +634,10 @@ const char* Prefix(const Facts& facts) {
 
 Verdict RebootRejected(const Facts& facts) {
   const Run& run = facts.run;
-  const ChangeRequest* rejection = LastRejection(run, IsReboot);
+  // An earlier URI may have rejected a reboot whose task then failed.
+  const ChangeRequest* rejection = facts.reboot == Answer::kRejected
+                                       ? LastRejection(run, IsReboot)
+                                       : nullptr;
   const PhaseRun* task = run.Last(Phase::kTask);
   return {Outcome::kFailed,
           fmt::format("{}, but {}.", Prefix(facts),
