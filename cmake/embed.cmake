@@ -15,4 +15,6 @@ constinit const std::string_view @name@ = R"embedded(@contents@)embedded";
 }
 ]=])
   target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${name}.cc)
+  set_source_files_properties(${CMAKE_CURRENT_BINARY_DIR}/${name}.cc PROPERTIES
+    SKIP_UNITY_BUILD_INCLUSION ON)
 endfunction()

@@ -10,8 +10,6 @@
 namespace quorvane::simulator {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // Levenshtein distance, computed row by row.
 std::size_t EditDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);

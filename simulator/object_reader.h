@@ -3,11 +3,11 @@
 #define QUORVANE_SIMULATOR_OBJECT_READER_H_
 
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "simulator/json.h"
 #include "simulator/scenario.h"
 
 namespace quorvane::simulator {
@@ -20,7 +20,7 @@ class ObjectReader {
  public:
   /// @param path  Names the object in errors: "file.json: $.task.steps[0]".
   /// @throws ScenarioError if `json` is not an object.
-  ObjectReader(const nlohmann::ordered_json& json, std::string path);
+  ObjectReader(const Json& json, std::string path);
 
   void Read(const char* key, std::string& out);
   /// One of `allowed`.
@@ -63,7 +63,7 @@ class ObjectReader {
   [[nodiscard]] bool Has(const char* key) const { return json_.contains(key); }
 
   /// Marks `key` as known. Returns null if the object lacks it.
-  const nlohmann::ordered_json* Find(const char* key);
+  const Json* Find(const char* key);
 
   /// @throws ScenarioError if the object lacks `key`.
   void Require(const char* key) const;
@@ -77,7 +77,7 @@ class ObjectReader {
  private:
   [[nodiscard]] std::string PathOf(const std::string& key) const;
 
-  const nlohmann::ordered_json& json_;
+  const Json& json_;
   std::string path_;
   std::vector<std::string> known_;
 };

@@ -7,8 +7,6 @@
 
 namespace quorvane::simulator {
 
-using Json = nlohmann::ordered_json;
-
 Json ParseJson(const std::string& text) {
   constexpr int kMaxDepth = 100;
   try {

@@ -2,8 +2,9 @@
 #ifndef QUORVANE_SIMULATOR_PARSE_JSON_H_
 #define QUORVANE_SIMULATOR_PARSE_JSON_H_
 
-#include <nlohmann/json.hpp>
 #include <string>
+
+#include "simulator/json.h"
 
 namespace quorvane::simulator {
 
@@ -11,7 +12,7 @@ namespace quorvane::simulator {
 /// and copying a document are recursive and could overflow the stack.
 /// @throws std::runtime_error with a printable message if `text` is not valid
 ///     JSON or is nested deeper than 100 levels.
-nlohmann::ordered_json ParseJson(const std::string& text);
+Json ParseJson(const std::string& text);
 
 }  // namespace quorvane::simulator
 

@@ -5,8 +5,6 @@
 
 namespace quorvane::simulator {
 
-using Json = nlohmann::ordered_json;
-
 std::string NormalizePath(const std::string& path) {
   return path.size() > 1 && path.ends_with('/')
              ? path.substr(0, path.size() - 1)

@@ -2,12 +2,12 @@
 #ifndef QUORVANE_SIMULATOR_REDFISH_H_
 #define QUORVANE_SIMULATOR_REDFISH_H_
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "simulator/http_message.h"
+#include "simulator/json.h"
 
 namespace quorvane::simulator {
 
@@ -32,8 +32,7 @@ std::string MemberId(const std::string& path, std::string_view collection);
 
 std::string MemberPath(std::string_view collection, std::string_view id);
 
-BmcResponse JsonResponse(int status, const nlohmann::ordered_json& body,
-                         HeaderList headers = {});
+BmcResponse JsonResponse(int status, const Json& body, HeaderList headers = {});
 
 /// An error object (DSP0266, "Error responses") with one message of the Base
 /// registry, such as "ResourceMissingAtURI".
@@ -43,8 +42,7 @@ BmcResponse ErrorResponse(int status, const std::string& message_key,
                           HeaderList headers = {});
 
 /// The strings in the array `key`; empty if there is no such array.
-std::vector<std::string> StringArray(const nlohmann::ordered_json& object,
-                                     const char* key);
+std::vector<std::string> StringArray(const Json& object, const char* key);
 
 }  // namespace quorvane::simulator
 

@@ -13,8 +13,6 @@
 namespace quorvane::simulator {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 bool Contains(const std::vector<std::string>& list, const std::string& text) {
   return std::find(list.begin(), list.end(), text) != list.end();
 }

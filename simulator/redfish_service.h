@@ -6,12 +6,12 @@
 #include <cstddef>
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "simulator/http_message.h"
+#include "simulator/json.h"
 #include "simulator/scenario.h"
 
 namespace quorvane::simulator {
@@ -21,7 +21,6 @@ namespace quorvane::simulator {
 class RedfishService {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
-  using Json = nlohmann::ordered_json;
 
   struct Outcome {
     BmcResponse response;

@@ -10,8 +10,6 @@
 namespace quorvane::simulator {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 Json Link(std::string_view path) { return {{"@odata.id", path}}; }
 
 Json HealthyStatus() { return {{"State", "Enabled"}, {"Health", "OK"}}; }

@@ -20,8 +20,6 @@ namespace quorvane::simulator {
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
-
 constexpr int kMaxCount = 1'000'000;
 constexpr int kTenMinutesMs = 600'000;
 

@@ -20,11 +20,11 @@ bool IsEnd(const std::string& state) {
          kEndStates.end();
 }
 
-nlohmann::ordered_json Message(const TaskStep& step) {
+Json Message(const TaskStep& step) {
   return {{"@odata.type", "#Message.v1_1_2.Message"},
           {"MessageId", step.message_id},
           {"Message", step.message},
-          {"MessageArgs", nlohmann::ordered_json::array()},
+          {"MessageArgs", Json::array()},
           {"Severity", step.health}};
 }
 
@@ -75,7 +75,7 @@ TaskStep RedfishService::StepOf(const Task& task) const {
   return step;
 }
 
-RedfishService::Json RedfishService::TaskBody(const Task& task) const {
+Json RedfishService::TaskBody(const Task& task) const {
   const TaskStep current = StepOf(task);
   Json body = {{"@odata.id", MemberPath(kTasks, task.id)},
                {"@odata.type", "#Task.v1_4_3.Task"},

@@ -897,10 +897,10 @@ std::string TextOf(const Verdict& verdict, const std::string& bmc,
                    std::size_t columns) {
   std::string text;
   const auto add = [&](const char* name, const std::string& value) {
-    constexpr std::size_t kIndent = 9;
+    constexpr std::size_t kTextColumn = 9;
     if (value.empty()) return;
-    text += Wrapped(fmt::format("{:<{}}{}", name, kIndent, value), columns,
-                    kIndent) +
+    text += Wrapped(fmt::format("{:<{}}{}", name, kTextColumn, value), columns,
+                    kTextColumn) +
             '\n';
   };
   add("Outcome:", fmt::format("{}{}. {}", NameOf(verdict.outcome),

@@ -253,7 +253,7 @@ std::string FactTableRows(const Run& run) {
 // A narrow page shows `name` before the text, instead of a row of headings.
 std::string Cell(const char* name, const std::string& text,
                  const char* css_class = "") {
-  return fmt::format("<td data-name=\"{}\" class=\"{}\">{}</td>", name,
+  return fmt::format(R"(<td data-name="{}" class="{}">{}</td>)", name,
                      css_class, Escaped(text));
 }
 

@@ -76,26 +76,22 @@ bool IsImageDownload(CURL* handle) {
 
 // Whatever cannot be set must end the request, because it would be unchecked.
 CURLcode ApplyTrust(CURL* handle, const Trust& trust) {
-  const auto set = [handle](CURLoption option, auto value) {
-    const CURLcode code = Set(handle, option, value);
-    if (code != CURLE_OK) throw code;
+  CURLcode code = CURLE_OK;  // the first failure
+  const auto set = [&](CURLoption option, auto value) {
+    if (code == CURLE_OK) code = Set(handle, option, value);
   };
-  try {
-    set(CURLOPT_PROTOCOLS_STR, "https");
-    set(CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    if (IsImageDownload(handle)) return CURLE_OK;
-    if (!trust.pinned_key.empty()) {
-      set(CURLOPT_PINNEDPUBLICKEY, trust.pinned_key.c_str());
-    }
-    if (!trust.ca_file.empty()) {
-      set(CURLOPT_CAINFO, trust.ca_file.c_str());
-      set(CURLOPT_SSL_VERIFYPEER, 1L);
-      set(CURLOPT_SSL_VERIFYHOST, 2L);
-    }
-  } catch (const CURLcode code) {
-    return code;
+  set(CURLOPT_PROTOCOLS_STR, "https");
+  set(CURLOPT_REDIR_PROTOCOLS_STR, "https");
+  if (IsImageDownload(handle)) return code;
+  if (!trust.pinned_key.empty()) {
+    set(CURLOPT_PINNEDPUBLICKEY, trust.pinned_key.c_str());
   }
-  return CURLE_OK;
+  if (!trust.ca_file.empty()) {
+    set(CURLOPT_CAINFO, trust.ca_file.c_str());
+    set(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_SSL_VERIFYHOST, 2L);
+  }
+  return code;
 }
 
 // Logs once that the last byte of the request was sent.
@@ -169,7 +165,7 @@ std::string KeyOf(const char* certificate_pem) {
   EVP_Digest(key, static_cast<std::size_t>(length), hash.data(), &size,
              EVP_sha256(), nullptr);
   OPENSSL_free(key);
-  std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> base64{};
+  std::array<unsigned char, std::size_t{2} * EVP_MAX_MD_SIZE> base64{};
   EVP_EncodeBlock(base64.data(), hash.data(), static_cast<int>(size));
   return "sha256//" + std::string(reinterpret_cast<char*>(base64.data()));
 }
@@ -253,8 +249,8 @@ std::string ServerKey(const std::string& address) {
 
 // NOLINTNEXTLINE(readability-identifier-naming): the function of libcurl.
 extern "C" __attribute__((visibility("default"))) CURLcode curl_easy_perform(
-    CURL* handle) {
+    CURL* curl) {
   using quorvane::tool::Guard;
-  if (!Guard().is_active) return quorvane::tool::RealPerform()(handle);
-  return quorvane::tool::GuardedPerform(handle);
+  if (!Guard().is_active) return quorvane::tool::RealPerform()(curl);
+  return quorvane::tool::GuardedPerform(curl);
 }
