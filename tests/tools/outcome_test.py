@@ -8,8 +8,10 @@ Usage: outcome_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
 """
 import concurrent.futures
 import json
+import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import tempfile
@@ -183,19 +185,22 @@ def run_row(name, scenario, changes, options, code, text, images, resets):
         judge_thrice(name, printed)
 
 
-def break_off(name, scenario, sign, text, code, options="", kill_worker=False):
-    """Ends the tool, or its worker, when its log contains `sign`."""
+def break_off(name, scenario, sign, text, code, options="", victim="tool"):
+    """Ends the tool, its worker or both when the log contains `sign`."""
     rules = write_rules(SOURCE, HOME / f"{name}.json", {})
     with Machine(TOOL, HOME, name, scenario) as bmc:
-        update = start(name, bmc.address, rules, options)
+        update = start(name, bmc.address, rules, options,
+                       start_new_session=True)
         log = HOME / f"{name}.log"
         wait_for(lambda: log.exists() and sign in log.read_text())
-        target = update.pid
-        if kill_worker:
-            target = int(pathlib.Path(
-                f"/proc/{target}/task/{target}/children").read_text())
-        subprocess.run(["kill", "-KILL" if kill_worker else "-INT",
-                        str(target)], check=True)
+        if victim == "tool":
+            update.send_signal(signal.SIGINT)
+        elif victim == "worker":
+            os.kill(int(pathlib.Path(
+                f"/proc/{update.pid}/task/{update.pid}/children").read_text()),
+                signal.SIGKILL)
+        else:  # as a service manager does it
+            os.killpg(update.pid, signal.SIGTERM)
         printed = update.communicate(timeout=100)[0]
     expect(update.returncode == code and text in printed, name, printed)
     result = judge_thrice(name, printed)
@@ -208,9 +213,11 @@ BROKEN_OFF = [
      "The BMC may act on the Upload request.", 130),
     ("kill_in_upload", SLOW_UPLOAD, "sent completely",
      "(signal 9). The BMC may act on the Upload request.", 4, "",
-     True),
+     "worker"),
     ("int_in_task", steps("Running 40"), "State: Running",
      "may still run its task /redfish/v1/TaskService/Tasks/1", 130),
+    ("term_in_task", steps("Running 40"), "State: Running",
+     "may still run its task /redfish/v1/TaskService/Tasks/1", 130, "", "group"),
     ("int_in_download", {"images": [{"path": "/images/fw", "size": 5000}],
                          "faults": [lost("simple_update"),
                                     fault("download", delay_ms=60000)]},

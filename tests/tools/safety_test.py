@@ -164,16 +164,18 @@ def check_identity():
         expect(stored.returncode == 0 and pins[real] in known.read_text(),
                "trust", stored.stdout)
         port = {bmc: bmc.address.rsplit(":", 1)[1] for bmc in (real, false)}
+        (HOME / "der").write_bytes(b"\x30\x82\x01\x0a")
         for name, options, code in (
                 ("pin", f"--pin {pins[real]}", 0),
                 ("wrong_pin", f"--pin {pins[false]}", 3),
                 ("ca", f"--cacert {HOME}/{port[real]}.pem", 0),
                 ("wrong_ca", f"--cacert {HOME}/{port[false]}.pem", 3),
+                ("not_pem", f"--cacert {HOME}/der", 2),
                 ("known", f"--known-hosts {known}", 0)):
             done = run(command(name, real.address, options))
-            expect(done.returncode == code and
-                   (code == 0 or "is not the expected one" in done.stdout),
-                   name, done.stdout)
+            text = {0: "", 2: "PEM", 3: "is not the expected one"}[code]
+            expect(done.returncode == code and text in done.stdout, name,
+                   done.stdout)
         done = run(command("unknown", false.address, f"--known-hosts {known}"))
         expect(done.returncode == 2 and "does not contain its key" in
                done.stdout, "unknown host", done.stdout)

@@ -188,8 +188,8 @@ ExitCode RunTool(int argc, char** argv) {
   // Core dumps and debuggers of the same user must not show a password.
   prctl(PR_SET_DUMPABLE, 0);
   try {
-    if (argc == 2 && std::string_view(argv[1]) == kWorkerArgument) {
-      return RunWorker();
+    if (argc == 3 && std::string_view(argv[1]) == kWorkerArgument) {
+      return RunWorker(argv[2]);
     }
     if (argc == 2 && std::string_view(argv[1]) == kCompletionArgument) {
       ExitCode unused = ExitCode::kDone;

@@ -31,6 +31,8 @@ namespace {
          "Check its name and mode.");
 }
 
+constexpr std::string_view kDescriptors = "/dev/fd/";
+
 // Why a file of this type cannot be read; null for a regular file.
 const char* FaultOf(mode_t mode) {
   if (S_ISREG(mode)) return nullptr;
@@ -55,7 +57,6 @@ std::string ReadToEnd(int descriptor, const std::string& path,
 }  // namespace
 
 bool IsOwnStream(const std::string& path) {
-  constexpr std::string_view kDescriptors = "/dev/fd/";
   return path == kStandardInput || path == "/dev/stdout" ||
          path == "/dev/stderr" || path.rfind(kDescriptors, 0) == 0;
 }
@@ -84,8 +85,14 @@ std::string ReadRegular(const std::string& path, const std::string& what) {
 
 std::string ReadRegularOrStdin(const std::string& path,
                                const std::string& what) {
-  return path == kStandardInput ? ReadToEnd(STDIN_FILENO, path, what)
-                                : ReadRegular(path, what);
+  if (path == kStandardInput) return ReadToEnd(STDIN_FILENO, path, what);
+  // A process substitution of the shell: a pipe that has a writer.
+  if (path.rfind(kDescriptors, 0) == 0) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.IsOpen()) RejectWithErrno(path, what);
+    return ReadToEnd(file.get(), path, what);
+  }
+  return ReadRegular(path, what);
 }
 
 }  // namespace quorvane::tool

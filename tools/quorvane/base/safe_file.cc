@@ -145,7 +145,8 @@ class Replacement {
   Replacement& operator=(const Replacement&) = delete;
 
   void ReplaceWith(std::string_view text, mode_t mode) {
-    if (!WriteAll(file_.get(), text) || fchmod(file_.get(), mode) != 0 ||
+    if (!WriteAll(file_.get(), text) || fsync(file_.get()) != 0 ||
+        fchmod(file_.get(), mode) != 0 ||
         rename(name_.c_str(), path_.c_str()) != 0) {
       Fail();
     }
@@ -278,10 +279,23 @@ void CheckDocumentPath(const std::string& path) {
   RequireNoWriters(directory, S_IWOTH, CannotWrite(path));
 }
 
+// The file itself is replaced by each change, so its directory has the lock.
+Descriptor LockDocument(const std::string& path) {
+  Descriptor directory(
+      open(DirectoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory.IsOpen() || flock(directory.get(), LOCK_EX) != 0) {
+    Reject(CannotWrite(path), SystemReason(),
+           "Use a file in a directory of your own.");
+  }
+  return directory;
+}
+
 void WriteDocument(const std::string& path, std::string_view text) {
   if (path == kStandardOutput) {
     fmt::print("{}", EscapedJson(text));
-    return;
+    if (std::fflush(stdout) == 0) return;
+    Reject(CannotWrite(path), SystemReason(),
+           "Free some space, or use a file.");
   }
   CheckDocumentPath(path);
   const auto found = DocumentAt(path);

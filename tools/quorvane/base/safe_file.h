@@ -30,6 +30,10 @@ Descriptor OpenForAppending(const std::string& path);
 /// Checks, before any work is done, that `WriteDocument` can write to `path`.
 void CheckDocumentPath(const std::string& path);
 
+/// Holds off other processes that change the document `path` in the same way,
+/// until the descriptor is closed.
+Descriptor LockDocument(const std::string& path);
+
 /// Replaces the content of the file `path` by `text` in one step. An existing
 /// file keeps its mode; a new one gets 0666 minus the umask. /dev/null discards
 /// the text, /dev/stdout prints it like `EscapedJson`.

@@ -9,6 +9,7 @@
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/commands/log_header.h"
 #include "tools/quorvane/run/bmc_text.h"
 #include "tools/quorvane/run/run_log.h"
 #include "tools/quorvane/worker/library_process.h"
@@ -86,14 +87,17 @@ InventoryRequest BmcCall::PrepareRequest() const {
 }
 
 WorkerResponse BmcCall::MakeCall(LibraryCall call) {
+  const Trust trust = ResolveTrust(options_);
   std::optional<RunLog> log;
   if (!options_.log.empty()) {
     log.emplace(options_.log, options_.log_level);
-    log->Note("Run: " + subject_ + " of " + options_.bmc);
+    for (const std::string& message :
+         LogHeader(options_, subject_ + " of " + options_.bmc, {}, trust)) {
+      log->Note(message);
+    }
   }
   EventCollector collector(log ? &*log : nullptr, events_);
   Signals signals(Signals::OnHangup::kStop);
-  const Trust trust = ResolveTrust(options_);
   const auto make = [&](LibraryCall one) {
     return ResponseTo(CallLibrary(std::move(one),
                                   {.rules = options_.rules, .trust = trust},

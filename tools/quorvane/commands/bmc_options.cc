@@ -79,11 +79,11 @@ void RequireNoErrors(const std::string& file, bool force) {
                   file, file));
 }
 
+}  // namespace
+
 std::string RulesFileOf(const BmcOptions& options) {
   return options.rules.empty() ? ResolveConfigPath() : options.rules;
 }
-
-}  // namespace
 
 // The text of CLI::CheckedTransformer would list the numbers too, and accept
 // them.
@@ -176,8 +176,9 @@ void RequireDistinctFiles(const BmcOptions& options,
   others.push_back(
       {options.rules.empty() ? "the installed rules file" : "--rules",
        RulesFileOf(options)});
-  others.push_back({"--cacert", options.trust_options.cacert});
-  others.push_back({"--known-hosts", options.trust_options.known_hosts});
+  const TrustOptions trust = EffectiveTrustOptions(options.trust_options);
+  others.push_back({"--cacert", trust.cacert});
+  others.push_back({"--known-hosts", trust.known_hosts});
   others.push_back({"--log", options.log, /*is_written=*/true});
   RequireDistinct(others);
 }

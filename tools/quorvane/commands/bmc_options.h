@@ -68,6 +68,9 @@ void RequireDistinctFiles(const BmcOptions& options,
 /// @throws ToolError
 Config LoadRules(const BmcOptions& options);
 
+/// The rules file that the options name, else the installed one.
+std::string RulesFileOf(const BmcOptions& options);
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_BMC_OPTIONS_H_

@@ -7,41 +7,20 @@
 #include <utility>
 #include <variant>
 
-#include "quorvane/config.h"
-#include "quorvane/version.h"
 #include "tools/quorvane/base/error.h"
-#include "tools/quorvane/base/sha256.h"
+#include "tools/quorvane/commands/log_header.h"
 
 namespace quorvane::tool {
-namespace {
-
-std::string TextOf(const Trust& trust) {
-  if (!trust.IsChecked()) return "none";
-  std::string text;
-  if (!trust.pinned_key.empty()) text = "key " + trust.pinned_key;
-  if (!trust.ca_file.empty()) {
-    text += (text.empty() ? "" : ", ") + ("certificates in " + trust.ca_file);
-  }
-  return text;
-}
-
-}  // namespace
-
 RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
     : bmc_(bmc),
       lock_(bmc.bmc),
       log_(bmc.log, bmc.log_level),
       signals_(settings.on_hangup),
       progress_(MakeProgress(settings.style, settings.attempts)) {
-  const std::string rules = bmc.rules.empty() ? ResolveConfigPath() : bmc.rules;
-  NoteEvent("Run: " + settings.title);
-  NoteEvent("Tool: quorvane " QUORVANE_VERSION_STRING);
-  NoteEvent("Started: " + ZonedStampNow());
-  NoteEvent("BMC: " + bmc.bmc);
-  NoteEvent("User: " + bmc.user);
-  NoteEvent(fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules)));
-  if (!settings.image.empty()) NoteEvent("Image: " + settings.image);
-  NoteEvent("Certificate check: " + TextOf(bmc.trust));
+  for (const std::string& message :
+       LogHeader(bmc, settings.title, settings.image, bmc.trust)) {
+    NoteEvent(message);
+  }
   if (log_.IsComplete()) return;
   throw ToolError(ExitCode::kUsage,
                   "Cannot write the log " + log_.path() +

@@ -11,6 +11,7 @@
 #include <variant>
 
 #include "tools/quorvane/base/address.h"
+#include "tools/quorvane/base/descriptor.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/safe_file.h"
@@ -116,6 +117,7 @@ ExitCode RunTrust(const TrustCommandOptions& options) {
     fmt::print("Not stored.\n");
     return ExitCode::kFailed;
   }
+  const Descriptor lock = LockDocument(file);
   WriteDocument(file, WithKey(file, options.bmc, key));
   fmt::print("Stored in {}.\n", Printable(file));
   return ExitCode::kDone;

@@ -2,15 +2,12 @@
 #include "tools/quorvane/commands/trust_options.h"
 
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <system_error>
 
 #include "tools/quorvane/base/address.h"
 #include "tools/quorvane/base/error.h"
@@ -110,11 +107,14 @@ std::string KeyFromKnownHosts(const std::string& file,
 }
 
 std::string CheckedFile(const std::string& file) {
-  if (access(file.c_str(), R_OK) != 0) {
+  // libcurl would report another file as a BMC that does not respond.
+  if (ReadRegular(file, "certificates").find("-----BEGIN ") ==
+      std::string::npos) {
     throw ToolError(ExitCode::kUsage,
-                    fmt::format("Cannot read the certificates {}: {}. Check "
-                                "the name and mode of the file.",
-                                file, std::generic_category().message(errno)));
+                    fmt::format("Cannot use the certificates {}: the file "
+                                "contains none in PEM form. Convert it, e.g. "
+                                "with `openssl x509 -inform DER`.",
+                                file));
   }
   return std::filesystem::absolute(file).string();
 }

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -119,7 +120,9 @@ pid_t Spawn(const WorkerPipes& pipes, Signals& signals,
   environment.push_back(nullptr);
   std::string name = "quorvane";
   std::string role = kWorkerArgument;
-  std::array<char*, 3> arguments = {name.data(), role.data(), nullptr};
+  std::string parent = std::to_string(getpid());
+  std::array<char*, 4> arguments = {name.data(), role.data(), parent.data(),
+                                    nullptr};
 
   pid_t pid = 0;
   const int error = posix_spawn(&pid, "/proc/self/exe", &actions, &attributes,

@@ -56,8 +56,9 @@ bool Signals::MustStop() {
 
 sigset_t Signals::ChildMask() const {
   sigset_t mask = before_;
-  sigaddset(&mask, SIGINT);
-  sigaddset(&mask, SIGHUP);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&mask, signal);
+  }
   return mask;
 }
 

@@ -31,8 +31,8 @@ class Signals {
   /// @return Whether the run must stop; true for ever after the first time.
   bool MustStop();
 
-  /// The mask for a child process: the signals of a terminal, which reach the
-  /// child as well, do not end it before its parent decides.
+  /// The mask for a child process: signals that reach the whole process group
+  /// do not end it before its parent decides.
   [[nodiscard]] sigset_t ChildMask() const;
 
  private:

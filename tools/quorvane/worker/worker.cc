@@ -195,10 +195,12 @@ WorkerResponse Respond() {
 
 }  // namespace
 
-ExitCode RunWorker() {
+ExitCode RunWorker(const std::string& parent) {
   // If the tool ends, nothing receives the log; an update must not go on
   // unseen.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const bool has_parent = std::to_string(getppid()) == parent;
+  if (!has_parent) return ExitCode::kFailed;  // it ended before the prctl
   const WorkerResponse response = Respond();
   ShutdownLogger();
   return WriteAll(STDOUT_FILENO, Encode(response)) ? ExitCode::kDone

@@ -5,19 +5,23 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_WORKER_WORKER_H_
 #define QUORVANE_TOOLS_QUORVANE_WORKER_WORKER_H_
 
+#include <string>
+
 #include "tools/quorvane/base/exit_code.h"
 
 namespace quorvane::tool {
 
-/// The only argument of a process that is a worker. Not a user command.
+/// The first argument of a process that is a worker; the second one is the
+/// process that started it. Not a user command.
 constexpr const char* kWorkerArgument = "library-worker";
 
 /// The descriptor of the pipe to which a worker writes log records, see
 /// record_stream.h.
 constexpr int kWorkerLogDescriptor = 3;
 
-/// Reads one request, makes the call and writes the response.
-ExitCode RunWorker();
+/// Reads one request, makes the call and writes the response. Ends with the
+/// process `parent`.
+ExitCode RunWorker(const std::string& parent);
 
 }  // namespace quorvane::tool
 
