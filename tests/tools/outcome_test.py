@@ -7,6 +7,7 @@ BMC itself received and did. Each row is judged three times: by `update`, by
 Usage: outcome_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
 """
 import concurrent.futures
+import datetime
 import json
 import os
 import pathlib
@@ -141,7 +142,8 @@ def start(name, bmc, rules, options, **more):
     image = "" if "--image" in options else f"--file {HOME}/fw"
     return subprocess.Popen(
         [TOOL, *f"update --bmc {bmc} --user admin --password-file {HOME}/pw "
-         f"--insecure --rules {rules} --log {HOME}/{name}.log --result "
+         f"--insecure --rules {rules} --log {HOME}/{name}.log --events "
+         f"{HOME}/{name}.events --result "
          f"{HOME}/{name}.result {image} {options.format(bmc=bmc)}".split()],
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
 
@@ -167,7 +169,19 @@ def judge_thrice(name, printed):
         expect(judged["duration_seconds"] >= 0, name, judged)
     expect(f"Outcome: {result['verdict'].replace('_', ' ')} (" in printed, name,
            printed)
+    expect_same_events(name, report(log)["events"])
     return result
+
+
+def expect_same_events(name, reported):
+    """A program that follows the run gets what the report shows."""
+    events = [json.loads(line) for line in
+              (HOME / f"{name}.events").read_text().splitlines()]
+    for event in events:
+        expect(datetime.datetime.fromisoformat(event["time"]).tzinfo, name, event)
+    kinds = [event["kind"] for event in events if event["kind"] != "bytes_sent"]
+    expect(kinds == [event["kind"] for event in reported
+                     if event["kind"] != "elapsed"], name, kinds)
 
 
 def run_row(name, scenario, changes, options, code, text, images, resets):

@@ -101,6 +101,21 @@ TEST(LiveView, ShowsPhaseBarWaitAndElapsedTime) {
       ElementsAre("Task         poll 2 of 2  /redfish/v1/TaskService/Tasks/1",
                   "[################------------------------]  40 %  Running",
                   "next poll in 18 s of 30 s", "elapsed 29 s"));
+  // Half of an image in the 13 s since the request.
+  const auto sent = [](const char* bytes) {
+    return kStart + Messages{"Multipart upload -- 1 URI(s) to try",
+                             "Trying upload URI: https://h/up1 (1/1)",
+                             "D [http] MULTIPART POST https://h/up1 file=/fw",
+                             bytes};
+  };
+  EXPECT_THAT(
+      block(sent("D [progress] Sent 52428800 of 104857600 bytes"), 80),
+      ElementsAre("Upload       URI 1 of 1, attempt 1 of 4  /up1",
+                  "[####################--------------------]  50 %  50.0 of "
+                  "100.0 MiB",
+                  "sending, 3.8 MiB/s, 13 s left", HasSubstr("elapsed ")));
+  EXPECT_THAT(block(sent("[tool] The request was sent completely."), 80),
+              testing::Contains("image sent, the BMC processes it, 13 s"));
   const Messages far = {"Multipart upload -- 1 URI(s) to try",
                         "Trying upload URI: https://192.0.2.7/redfish/v1/"
                         "UpdateService/update-multipart (1/1)"};

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/log_header.h"
 
 namespace quorvane::tool {
@@ -15,6 +16,7 @@ RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
     : bmc_(bmc),
       lock_(bmc.bmc),
       log_(bmc.log, bmc.log_level),
+      events_(settings.events),
       signals_(settings.on_hangup),
       progress_(MakeProgress(settings.style, settings.attempts)) {
   for (const std::string& message :
@@ -31,7 +33,7 @@ void RunSession::OnRecord(const Record& record) {
   log_.Keep(record);
   Event event = EventFrom(record);
   event.time = MonotonicSeconds();
-  builder_.Add(event);
+  AddEvent(event);
   progress_->OnEvent(event, run());
 }
 
@@ -42,8 +44,13 @@ void RunSession::NoteEvent(const std::string& text) {
   Event event = EventFrom({.time = MonotonicSeconds(),
                            .stamp = StampNow(),
                            .component = kToolComponent,
-                           .message = text});
+                           .message = Printable(text)});
+  AddEvent(event);
+}
+
+void RunSession::AddEvent(const Event& event) {
   builder_.Add(event);
+  events_.Write(event);
 }
 
 std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
@@ -140,10 +147,10 @@ Verdict RunSession::Stop(const std::string& reason) {
 }
 
 void RunSession::LogVerdict(const Verdict& verdict) {
-  log_.Note(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
+  NoteEvent(fmt::format("Outcome: {}. {}", NameOf(verdict.outcome),
                         verdict.headline));
-  if (!verdict.cause.empty()) log_.Note("Cause: " + verdict.cause);
-  if (!verdict.next.empty()) log_.Note("Next: " + verdict.next);
+  if (!verdict.cause.empty()) NoteEvent("Cause: " + verdict.cause);
+  if (!verdict.next.empty()) NoteEvent("Next: " + verdict.next);
 }
 
 }  // namespace quorvane::tool

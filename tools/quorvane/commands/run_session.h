@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/commands/event_stream.h"
 #include "tools/quorvane/run/run.h"
 #include "tools/quorvane/run/run_log.h"
 #include "tools/quorvane/run/verdict.h"
@@ -26,6 +27,7 @@ class RunSession : private CallListener {
     std::string title = {};  ///< E.g. "update of 192.0.2.7 with fw.bin".
     std::string image =
         {};  ///< File or URI with its size and hash; may be empty.
+    std::string events = {};  ///< See `EventStream`.
     ProgressStyle style = ProgressStyle::kPlain;
     int attempts = 1;  ///< How many the rules allow at each URI.
     Signals::OnHangup on_hangup = Signals::OnHangup::kContinue;
@@ -66,6 +68,10 @@ class RunSession : private CallListener {
 
   [[nodiscard]] const Run& run() const { return builder_.run(); }
   [[nodiscard]] const RunLog& log() const { return log_; }
+  /// Whether the log and the events were written completely.
+  [[nodiscard]] bool IsRecorded() const {
+    return log_.IsComplete() && events_.IsComplete();
+  }
 
  private:
   void OnRecord(const Record& record) override;
@@ -73,10 +79,12 @@ class RunSession : private CallListener {
   /// Writes a record to the log and adds its event to the run.
   void NoteEvent(const std::string& text);
   void LogVerdict(const Verdict& verdict);
+  void AddEvent(const Event& event);
 
   const BmcOptions& bmc_;
   BmcLock lock_;
   RunLog log_;
+  EventStream events_;
   Signals signals_;
   std::unique_ptr<Progress> progress_;
   RunBuilder builder_;

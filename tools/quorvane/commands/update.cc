@@ -49,6 +49,7 @@ struct UpdateOptions {
   bool verify_share_certificate = false;
   std::vector<std::string> targets;
   std::string result;
+  std::string events;
   RestartMode restart = RestartMode::kSafe;
   bool stop_on_hangup = false;
   bool quiet = false;
@@ -318,6 +319,7 @@ ExitCode RunUpdate(UpdateOptions options) {
                        {{"--file", options.file},
                         {"--image-file", options.image_file},
                         {"--share-password-file", options.share_password_file},
+                        {"--events", options.events, /*is_written=*/true},
                         {"--result", options.result, /*is_written=*/true}});
   if (!options.result.empty()) RemoveOldResult(options.result);
   options.image = ImageUriOf(options);
@@ -331,6 +333,7 @@ ExitCode RunUpdate(UpdateOptions options) {
            "update of {} with {}", options.bmc.bmc,
            options.file.empty() ? RedactUri(options.image) : options.file),
        .image = ImageText(options),
+       .events = options.events,
        .style = ChooseStyle(options.quiet, options.plain),
        .attempts = rules.max_retries + 1,
        .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
@@ -347,7 +350,7 @@ ExitCode RunUpdate(UpdateOptions options) {
     throw;
   }
   const Verdict verdict = session.Finish();
-  bool is_complete = session.log().IsComplete();
+  bool is_complete = session.IsRecorded();
   if (!options.result.empty()) {
     const std::string document = ResultDocument(
         session, verdict, ExitCodeOf(verdict, is_complete), responses);
@@ -404,6 +407,11 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   command
       ->add_option("--result", options->result,
                    "Write the result to this file, as JSON")
+      ->type_name("FILE");
+  command
+      ->add_option("--events", options->events,
+                   "Write the events of the run to this file while it goes on, "
+                   "as JSON Lines; - for standard output")
       ->type_name("FILE");
   command
       ->add_option("--restart", options->restart,

@@ -139,6 +139,13 @@ void ReadPercent(std::string_view rest, Event& event) {
   event.percent = IntOr(rest, -1);
 }
 
+// "1234 of 5678 bytes"
+void ReadBytes(std::string_view rest, Event& event) {
+  constexpr std::string_view kOf = " of ";
+  event.sent = LeadingNumber<std::int64_t>(rest).value_or(-1);
+  event.total = LeadingNumber<std::int64_t>(TextAfter(rest, kOf)).value_or(-1);
+}
+
 struct Pattern {
   std::string_view component, prefix;
   EventKind kind;
@@ -165,6 +172,7 @@ constexpr std::array kPatterns = {
             IgnoreRest},
     Pattern{"tool", "The request was sent", kBodySent, Phase::kNone,
             IgnoreRest},
+    Pattern{kProgressComponent, "Sent ", kBytesSent, Phase::kNone, ReadBytes},
     Pattern{"tool", "No response: ", kRequestFailed, Phase::kNone, ReadLine},
     Pattern{"tool", "Login refused (HTTP ", kLoginRefused, Phase::kNone,
             ReadStatus},
@@ -327,6 +335,8 @@ const char* NameOf(EventKind kind) {
       return "response_received";
     case kRequestNotSent:
       return "request_not_sent";
+    case kBytesSent:
+      return "bytes_sent";
     case kBodySent:
       return "body_sent";
     case kRequestFailed:
@@ -461,7 +471,8 @@ std::vector<LogText> LogTexts() {
       kResponseBody, kResponseStatus, kFailedUrl, kRetrying, kNextUri};
   texts.insert(texts.end(), kPositions.begin(), kPositions.end());
   for (const Pattern& pattern : kPatterns) {
-    if (pattern.component != kToolComponent) {
+    if (pattern.component != kToolComponent &&
+        pattern.component != kProgressComponent) {
       texts.push_back({pattern.component, pattern.prefix, pattern.literals});
     }
   }
@@ -473,7 +484,7 @@ nlohmann::json ToJson(const Event& event) {
   const auto add_text = [&json](const char* name, const std::string& text) {
     if (!text.empty()) json[name] = text;
   };
-  const auto add_number = [&json](const char* name, long number) {
+  const auto add_number = [&json](const char* name, std::int64_t number) {
     if (number >= 0) json[name] = number;
   };
   if (event.phase != Phase::kNone) json["phase"] = NameOf(event.phase);
@@ -486,6 +497,8 @@ nlohmann::json ToJson(const Event& event) {
   add_number("count", event.count);
   add_number("seconds", event.seconds);
   add_number("percent", event.percent);
+  add_number("sent", event.sent);
+  add_number("total", event.total);
   if (event.elapsed >= 0) json["elapsed"] = event.elapsed;
   add_text("text", event.text);
   return json;

@@ -4,6 +4,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_EVENTS_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_EVENTS_H_
 
+#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
@@ -26,6 +27,7 @@ enum class EventKind {
   kRequestSent,        ///< `verb` and `uri` (debug level only).
   kResponseReceived,   ///< `status` (debug level only).
   kRequestNotSent,     ///< The request that fails next reached no peer.
+  kBytesSent,          ///< `sent` of `total` bytes of the request were sent.
   kBodySent,           ///< The last byte of the request was sent.
   kRequestFailed,      ///< No response; `text` is the reason.
   kStatus,             ///< The request of the phase got `status`.
@@ -99,6 +101,8 @@ struct Event {
   int seconds = -1;
   int percent = -1;
   double elapsed = -1;
+  std::int64_t sent = -1;   ///< Bytes.
+  std::int64_t total = -1;  ///< Bytes.
 };
 
 /// Never fails: an unknown message is `kOther`, or `kProblem` from a warning

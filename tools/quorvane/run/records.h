@@ -32,6 +32,10 @@ struct Record {
 /// Component of the records that the tool itself writes.
 constexpr const char* kToolComponent = "tool";
 
+/// Component of the records that only the display and the event stream need:
+/// how much of a request was sent. No log contains them.
+constexpr const char* kProgressComponent = "progress";
+
 /// The current time in the format of a record.
 std::string StampNow();
 

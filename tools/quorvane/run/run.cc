@@ -104,6 +104,12 @@ void RunBuilder::Add(const Event& event) {
         request->fate = ChangeRequest::Fate::kNotSent;
       }
       return;
+    case EventKind::kBytesSent:
+      if (Span* span = CurrentSpan()) {
+        span->sent = event.sent;
+        span->total = event.total;
+      }
+      return;
     case EventKind::kBodySent:
       if (Span* span = CurrentSpan()) span->is_sent = true;
       if (ChangeRequest* request = CurrentRequest()) {

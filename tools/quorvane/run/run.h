@@ -3,6 +3,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_RUN_RUN_H_
 #define QUORVANE_TOOLS_QUORVANE_RUN_RUN_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,8 +27,10 @@ struct Span {
   int count = -1;           ///< and the maximum number of polls.
   std::string verb = {};    ///< Of a request, at debug level.
   std::string uri = {};
-  long status = -1;      ///< 0: no response; -1: not known yet.
-  bool is_sent = false;  ///< Of a request: its last byte was sent.
+  long status = -1;        ///< 0: no response; -1: not known yet.
+  bool is_sent = false;    ///< Of a request: its last byte was sent.
+  std::int64_t sent = 0;   ///< Of a request: bytes that were sent so far
+  std::int64_t total = 0;  ///< of so many; 0: not known.
 };
 
 /// A decision or a problem.

@@ -69,6 +69,7 @@ void RunLog::EndEarlierRun() {
 }
 
 void RunLog::Keep(const Record& record) {
+  if (record.component == kProgressComponent) return;
   if (record.level < level_ && record.component != kToolComponent) return;
   // Without these seconds, a clock that is set would falsify all durations.
   const double error =

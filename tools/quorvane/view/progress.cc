@@ -47,8 +47,42 @@ std::string AttemptText(const PhaseRun& phase, int attempts,
                         std::max(columns, used + kMinColumns) - used);
 }
 
+// The request that sends the image now; nullptr if there is none, or if nothing
+// is known about its progress.
+const Span* SendingSpan(const PhaseRun& phase) {
+  if (phase.spans.empty() || !SendsImage(phase.phase)) return nullptr;
+  const Span& span = phase.spans.back();
+  return span.is_open && span.total > 0 && !span.is_sent ? &span : nullptr;
+}
+
+constexpr double kMiB = 1 << 20;
+
+// "12.3 of 27.1 MiB"
+std::string SentText(const Span& span) {
+  return fmt::format("{:.1f} of {:.1f} MiB",
+                     static_cast<double>(span.sent) / kMiB,
+                     static_cast<double>(span.total) / kMiB);
+}
+
+// "sending, 3.1 MiB/s, 5 s left"
+std::string RateText(const Span& span, double now) {
+  const double seconds = now - span.begin;
+  const double rate =
+      seconds > 0 ? static_cast<double>(span.sent) / seconds : 0;
+  // The rate of the first second includes the set-up of the connection.
+  if (seconds < 1 || rate <= 0) return "sending";
+  const double left = static_cast<double>(span.total - span.sent) / rate;
+  return fmt::format("sending, {:.1f} MiB/s, {} left", rate / kMiB,
+                     Duration(std::ceil(left)));
+}
+
+int PercentSent(const Span& span) {
+  return static_cast<int>(span.sent * 100 / span.total);
+}
+
 std::string WaitText(const PhaseRun& phase, double now) {
   if (phase.spans.empty() || !phase.spans.back().is_open) return {};
+  if (const Span* span = SendingSpan(phase)) return RateText(*span, now);
   const Span& span = phase.spans.back();
   const double passed = std::max(now - span.begin, 0.0);
   const double left = span.planned_seconds - passed;
@@ -57,8 +91,14 @@ std::string WaitText(const PhaseRun& phase, double now) {
     // Nothing but the tool's own record shows that all of it was sent.
     const bool is_sending =
         is_request && !span.is_sent && SendsImage(phase.phase);
+    const bool is_processed =
+        is_request && span.is_sent &&
+        (phase.phase == Phase::kUpload || phase.phase == Phase::kBinaryUpload);
     return fmt::format(
-        "{}, {}", is_sending ? "sending" : "waiting for the response",
+        "{}, {}",
+        is_sending     ? "sending"
+        : is_processed ? "image sent, the BMC processes it"
+                       : "waiting for the response",
         Duration(std::floor(is_request ? passed : std::abs(left))));
   }
   return fmt::format(
@@ -68,6 +108,12 @@ std::string WaitText(const PhaseRun& phase, double now) {
 }
 
 constexpr std::size_t kIndent = 11;  // after the time
+
+std::string ClockOf(const Event& event) {
+  constexpr std::size_t kClock = 11;  // after the date
+  constexpr std::size_t kClockLength = 8;
+  return event.stamp.substr(kClock, kClockLength);
+}
 
 void Print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -138,12 +184,30 @@ class LiveProgress final : public Progress {
 class PlainProgress : public Progress {
  public:
   void OnEvent(const Event& event, const Run& run) override {
+    if (event.kind == EventKind::kBytesSent) return PrintSent(event, run);
     PrintLines(steps_.Add(event, run));
   }
   void OnTick(const Run& /*run*/) override { PrintLines(steps_.Flush()); }
   void Finish() override { PrintLines(steps_.Flush()); }
 
  private:
+  // A line now and then, because a log of a terminal keeps each one.
+  void PrintSent(const Event& event, const Run& run) {
+    constexpr double kSeconds = 10;
+    const Span* span =
+        run.phases.empty() ? nullptr : SendingSpan(run.phases.back());
+    if (span == nullptr ||
+        event.time - std::max(sent_at_, span->begin) < kSeconds) {
+      return;
+    }
+    sent_at_ = event.time;
+    PrintLines({{.clock = ClockOf(event),
+                 .step = fmt::format("{}: {} % sent ({}), {}",
+                                     NameOf(run.phases.back().phase),
+                                     PercentSent(*span), SentText(*span),
+                                     RateText(*span, event.time))}});
+  }
+
   static void PrintLines(const std::vector<StepLine>& lines) {
     for (const StepLine& line : lines) {
       Print(Wrapped(TextOf(line), TerminalColumns(), kIndent) + "\n");
@@ -151,6 +215,7 @@ class PlainProgress : public Progress {
   }
 
   StepLines steps_;
+  double sent_at_ = 0;
 };
 
 class NoProgress final : public Progress {
@@ -223,6 +288,7 @@ std::string StepText(const Event& event, const Run& run) {
     case EventKind::kRunDetail:
     case EventKind::kElapsed:
     case EventKind::kRequestNotSent:
+    case EventKind::kBytesSent:
     case EventKind::kBodySent:
     case EventKind::kFinished:
     case EventKind::kRebootWithheld:
@@ -285,6 +351,9 @@ std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
       const std::string state = Printable(phase.task.back().state);
       add(percent < 0 ? state : Bar(percent, columns) + "  " + state);
     }
+    if (const Span* span = SendingSpan(phase)) {
+      add(Bar(PercentSent(*span), columns) + "  " + SentText(*span));
+    }
     add(WaitText(phase, now));
   }
   const double elapsed = run.begin == 0 ? 0 : std::max(now - run.begin, 0.0);
@@ -298,9 +367,7 @@ std::string TextOf(const StepLine& line) {
 }
 
 std::vector<StepLine> StepLines::Add(const Event& event, const Run& run) {
-  constexpr std::size_t kClock = 11;  // after the date
-  constexpr std::size_t kClockLength = 8;
-  const StepLine line{.clock = event.stamp.substr(kClock, kClockLength),
+  const StepLine line{.clock = ClockOf(event),
                       .is_warning = event.level >= LogLevel::WARNING,
                       .step = StepText(event, run)};
   if (line.step.empty()) return {};

@@ -5,6 +5,7 @@
 #define CURL_DISABLE_TYPECHECK
 #include <curl/curl.h>
 #include <dlfcn.h>
+#include <fmt/core.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 
@@ -94,12 +95,26 @@ CURLcode ApplyTrust(CURL* handle, const Trust& trust) {
   return code;
 }
 
-// Logs once that the last byte of the request was sent.
-int OnProgress(void* is_logged, curl_off_t /*to_receive*/,
+// What was logged about the body of a request.
+struct SendLog {
+  bool is_complete = false;
+  double reported_at = 0;  // see MonotonicSeconds
+};
+
+// libcurl counts what it has handed to the connection.
+int OnProgress(void* send_log, curl_off_t /*to_receive*/,
                curl_off_t /*received*/, curl_off_t to_send, curl_off_t sent) {
-  auto& done = *static_cast<bool*>(is_logged);
-  if (!done && to_send > 0 && sent >= to_send) {
-    done = true;
+  constexpr double kReportSeconds = 0.25;
+  auto& log = *static_cast<SendLog*>(send_log);
+  if (log.is_complete || to_send <= 0) return 0;
+  const double now = MonotonicSeconds();
+  if (now - log.reported_at >= kReportSeconds) {
+    log.reported_at = now;
+    LogDebug(kProgressComponent,
+             fmt::format("Sent {} of {} bytes", sent, to_send));
+  }
+  if (sent >= to_send) {
+    log.is_complete = true;
     LogInfo(kToolComponent, "The request was sent completely.");
   }
   return 0;
@@ -137,9 +152,9 @@ CURLcode GuardedPerform(CURL* handle) {
     const CURLcode code = ApplyTrust(handle, policy.trust);
     if (code != CURLE_OK) return code;
   }
-  bool is_logged = false;
+  SendLog send_log;
   Set(handle, CURLOPT_XFERINFOFUNCTION, &OnProgress);
-  Set(handle, CURLOPT_XFERINFODATA, &is_logged);
+  Set(handle, CURLOPT_XFERINFODATA, &send_log);
   Set(handle, CURLOPT_NOPROGRESS, 0L);
   const CURLcode code = RealPerform()(handle);
   guard.last_code = code;
