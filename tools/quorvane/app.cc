@@ -166,6 +166,8 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
       " for details.\n"
       "To try commands without hardware, run `quorvane simulate`.");
   AddUpdateCommand(*app, exit_code);
+  AddPlanCommand(*app, exit_code);
+  AddTasksCommands(*app, exit_code);
   AddInventoryCommand(*app, exit_code);
   AddChassisCommand(*app, exit_code);
   AddRulesCommands(*app, exit_code);

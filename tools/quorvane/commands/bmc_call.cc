@@ -4,6 +4,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
 
 #include "tools/quorvane/base/error.h"
@@ -11,7 +12,6 @@
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/log_header.h"
 #include "tools/quorvane/run/bmc_text.h"
-#include "tools/quorvane/run/run_log.h"
 #include "tools/quorvane/worker/library_process.h"
 
 namespace quorvane::tool {
@@ -79,34 +79,50 @@ ToolError LoginRefused(const BmcOptions& options) {
 
 }  // namespace
 
-InventoryRequest BmcCall::PrepareRequest() const {
-  static_cast<void>(LoadRules(options_));
-  return {.ip = options_.bmc,
-          .username = options_.user,
-          .password = ReadPassword(options_)};
+const InventoryRequest& BmcCall::Connect() {
+  if (request_) return *request_;
+  InventoryRequest request{.ip = options_.bmc,
+                           .username = options_.user,
+                           .password = ReadPassword(options_)};
+  trust_ = ResolveTrust(options_);
+  if (!options_.log.empty()) {
+    log_.emplace(options_.log, options_.log_level);
+    for (const std::string& message :
+         LogHeader(options_, subject_ + " of " + options_.bmc, {}, trust_)) {
+      log_->Note(message);
+    }
+  }
+  signals_ = std::make_unique<Signals>(Signals::OnHangup::kStop);
+  // Known within seconds, while the library retries for minutes.
+  const auto probe = std::get<ProbeResult>(MakeCall(ProbeCall{options_.bmc}));
+  if (probe.status == 0) throw Unreachable(options_, probe.reason);
+  request_ = std::move(request);
+  return *request_;
+}
+
+std::vector<Resource> BmcCall::Read(const std::vector<std::string>& uris,
+                                    double limit_seconds) {
+  constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
+  const InventoryRequest& request = Connect();
+  auto result = std::get<ReadResult>(MakeCall(ReadCall{
+      .request = request, .uris = uris, .limit_seconds = limit_seconds}));
+  std::vector<Resource> resources;
+  resources.reserve(result.resources.size());
+  for (ReadResource& one : result.resources) {
+    if (one.status == kUnauthorized) throw LoginRefused(options_);
+    resources.push_back({.uri = std::move(one.uri),
+                         .status = one.status,
+                         .body = std::move(one.body),
+                         .reason = std::move(one.reason)});
+  }
+  return resources;
 }
 
 WorkerResponse BmcCall::MakeCall(LibraryCall call) {
-  const Trust trust = ResolveTrust(options_);
-  std::optional<RunLog> log;
-  if (!options_.log.empty()) {
-    log.emplace(options_.log, options_.log_level);
-    for (const std::string& message :
-         LogHeader(options_, subject_ + " of " + options_.bmc, {}, trust)) {
-      log->Note(message);
-    }
-  }
-  EventCollector collector(log ? &*log : nullptr, events_);
-  Signals signals(Signals::OnHangup::kStop);
-  const auto make = [&](LibraryCall one) {
-    return ResponseTo(CallLibrary(std::move(one),
-                                  {.rules = options_.rules, .trust = trust},
-                                  signals, collector));
-  };
-  // Known within seconds, while the library retries for minutes.
-  const auto probe = std::get<ProbeResult>(make(ProbeCall{options_.bmc}));
-  if (probe.status == 0) throw Unreachable(options_, probe.reason);
-  return make(std::move(call));
+  EventCollector collector(log_ ? &*log_ : nullptr, events_);
+  return ResponseTo(CallLibrary(std::move(call),
+                                {.rules = options_.rules, .trust = trust_},
+                                *signals_, collector));
 }
 
 WorkerResponse BmcCall::ResponseTo(CallResult result) const {
@@ -168,6 +184,22 @@ ExitCode BmcCall::PrintFailure() const {
                Wrapped(Excerpt(problem, 400), TerminalColumns(), 4));
   }
   return ExitCode::kFailed;
+}
+
+// Enough for a thousand slow resources. After it, the rest is unknown.
+constexpr double kReadingSeconds = 300;
+
+BmcReader::BmcReader(const BmcOptions& options, std::string subject)
+    : call_(options, std::move(subject)), seconds_left_(kReadingSeconds) {}
+
+std::vector<Resource> BmcReader::Read(const std::vector<std::string>& uris) {
+  call_.Connect();
+  const auto begin = std::chrono::steady_clock::now();
+  std::vector<Resource> resources = call_.Read(uris, seconds_left_);
+  seconds_left_ -=
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - begin)
+          .count();
+  return resources;
 }
 
 }  // namespace quorvane::tool

@@ -10,6 +10,8 @@
 namespace quorvane::tool {
 
 void AddUpdateCommand(CLI::App& app, ExitCode& exit_code);
+void AddPlanCommand(CLI::App& app, ExitCode& exit_code);
+void AddTasksCommands(CLI::App& app, ExitCode& exit_code);
 void AddInventoryCommand(CLI::App& app, ExitCode& exit_code);
 void AddChassisCommand(CLI::App& app, ExitCode& exit_code);
 void AddRulesCommands(CLI::App& app, ExitCode& exit_code);

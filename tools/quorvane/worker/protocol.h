@@ -35,9 +35,17 @@ struct RestartCall {
 struct KeyCall {
   std::string address;
 };
+/// Reads resources with GET, one after the other; see `ReadResult`.
+struct ReadCall {
+  InventoryRequest request;
+  /// Paths on the BMC, such as "/redfish/v1/". Nothing else is requested.
+  std::vector<std::string> uris = {};
+  /// After this time, the rest is not requested.
+  double limit_seconds = 300;
+};
 /// The call that the worker makes.
 using LibraryCall = std::variant<UpdateRequest, InventoryCall, ChassisCall,
-                                 ProbeCall, RestartCall, KeyCall>;
+                                 ProbeCall, RestartCall, KeyCall, ReadCall>;
 
 constexpr unsigned kProbeSeconds = 15;
 
@@ -71,6 +79,16 @@ struct ProbeResult {
   long status = 0;          ///< Of the response; 0: none.
   std::string reason = {};  ///< Why there is none.
 };
+/// What the BMC returned for one URI of a `ReadCall`.
+struct ReadResource {
+  std::string uri;
+  long status = 0;          ///< Of the response; 0: none.
+  std::string body = {};    ///< Empty if it is too large, see `reason`.
+  std::string reason = {};  ///< Why there is no response, or no body.
+};
+struct ReadResult {
+  std::vector<ReadResource> resources = {};  ///< In the order of the URIs.
+};
 struct KeyResult {
   std::string key;  ///< "sha256//BASE64"
 };
@@ -83,7 +101,7 @@ struct WorkerError {
 /// The result of the call, of the type that belongs to it, or an error.
 using WorkerResponse =
     std::variant<UpdateResponse, InventoryResult, ChassisResult, ProbeResult,
-                 KeyResult, WorkerError>;
+                 KeyResult, WorkerError, ReadResult>;
 
 /// @{ The bytes of a message.
 std::string Encode(const WorkerRequest& request);

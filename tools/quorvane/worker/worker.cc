@@ -22,6 +22,7 @@
 #include "tools/quorvane/base/descriptor.h"
 #include "tools/quorvane/run/records.h"
 #include "tools/quorvane/worker/protocol.h"
+#include "tools/quorvane/worker/read_resources.h"
 #include "tools/quorvane/worker/record_stream.h"
 #include "tools/quorvane/worker/request_guard.h"
 #include "update/phases.h"
@@ -99,6 +100,14 @@ WorkerResponse Call(const RestartCall& call) {
 WorkerResponse Call(const KeyCall& call) {
   const HttpClient initializes_libcurl;
   return KeyResult{ServerKey(call.address)};
+}
+
+WorkerResponse Call(const ReadCall& call) {
+  const HttpClient client;
+  return ReadResources(call, [&](const std::string& uri, long timeout_ms) {
+    return client.get("https://" + call.request.ip + uri, {}, timeout_ms,
+                      call.request.username, call.request.password, "basic");
+  });
 }
 
 const std::string& AddressIn(const UpdateRequest& call) { return call.bmc_ip; }

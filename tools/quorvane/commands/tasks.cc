@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/redfish/tasks.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/terminal.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/commands/bmc_call.h"
+#include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/view/plan_text.h"
+
+namespace quorvane::tool {
+namespace {
+
+struct TaskOptions {
+  BmcOptions bmc;
+  std::string uri;
+  bool json = false;
+};
+
+std::string DocumentOf(const nlohmann::json& json) {
+  return EscapedJson(json.dump(2, ' ', false,
+                               nlohmann::json::error_handler_t::replace)) +
+         "\n";
+}
+
+Layout TerminalLayout() {
+  return {.columns = TerminalColumns(),
+          .is_colored = ShowsColors(STDOUT_FILENO)};
+}
+
+ExitCode RunTasks(const TaskOptions& options) {
+  RequireDistinctFiles(options.bmc);
+  BmcReader reader(options.bmc, "tasks");
+  ResourceCache cache(reader);
+  const BmcTasks tasks = ReadTasks(cache, TaskServiceUri(cache));
+  PrintText(options.json ? DocumentOf(ToJson(tasks))
+                         : TasksText(tasks, TerminalLayout()));
+  if (tasks.is_complete) return ExitCode::kDone;
+  const Resource& collection = cache.At(tasks.collection);
+  PrintMessage(fmt::format(
+      "The list of tasks of {} is incomplete: {} returned {}. Run the command "
+      "again, with --log FILE to see the responses.",
+      options.bmc.bmc, tasks.collection,
+      collection.status == 0 ? "no response"
+                             : fmt::format("HTTP {}", collection.status)));
+  return ExitCode::kUnknown;
+}
+
+ExitCode RunTask(const TaskOptions& options) {
+  RequireDistinctFiles(options.bmc);
+  BmcReader reader(options.bmc, "task");
+  ResourceCache cache(reader);
+  const auto body = cache.ObjectAt(options.uri);
+  if (!body) {
+    const Resource& resource = cache.At(options.uri);
+    throw ToolError(
+        ExitCode::kFailed,
+        fmt::format(
+            "Cannot read the task {} of {}: {}. {}", options.uri,
+            options.bmc.bmc,
+            !resource.reason.empty() ? resource.reason
+            : resource.status >= 300 ? fmt::format("HTTP {}", resource.status)
+                                     : "the response is not a JSON object",
+            PresenceOf(resource) == Presence::kAbsent
+                ? "The BMC has deleted it, or never had it; `quorvane tasks` "
+                  "lists those that it has."
+                : "Run the command again, with --log FILE to see the "
+                  "response."));
+  }
+  const BmcTask task = TaskFrom(options.uri, *body);
+  PrintText(options.json ? DocumentOf(ToJson(task))
+                         : TaskText(task, TerminalLayout()));
+  return ExitCode::kDone;
+}
+
+// A URI of another host would not be requested; the error must come before the
+// password prompt.
+std::string TaskUriFault(const std::string& uri) {
+  return uri.rfind('/', 0) == 0 ? std::string()
+                                : "give the path of the task, such as "
+                                  "/redfish/v1/TaskService/Tasks/1";
+}
+
+}  // namespace
+
+void AddTasksCommands(CLI::App& app, ExitCode& exit_code) {
+  const auto add = [&](const char* name, const char* description,
+                       ExitCode (*run)(const TaskOptions&)) {
+    auto* command = app.add_subcommand(name, description);
+    const auto options = std::make_shared<TaskOptions>();
+    AddBmcOptions(*command, options->bmc);
+    command->add_flag("--json", options->json, "Print JSON");
+    command->callback(
+        [options, run, &exit_code] { exit_code = run(*options); });
+    return std::make_pair(command, options);
+  };
+  add("tasks", "List the tasks of a BMC", RunTasks);
+  const auto [command, options] =
+      add("task", "Show a task of a BMC and its messages", RunTask);
+  command
+      ->add_option("URI", options->uri, "The task, as `quorvane tasks` lists")
+      ->required()
+      ->check(CLI::Validator(TaskUriFault, ""))
+      ->type_name("");
+}
+
+}  // namespace quorvane::tool
