@@ -8,10 +8,10 @@ cd "$1"
 texts=(. ':!fuzz/corpus' ':!*.xz' ':!LICENSE' ':!tests/banned_words.txt')
 status=0
 # Misspelled on purpose: adress, fro, runing, udpate, uplaod. Redfish spells
-# Cancelled; a message of the library, initialised. Names: kno.
+# Cancelled; a message of the library, initialised. Names: kno, PlanText.
 git ls-files -z -- "${texts[@]}" |
   xargs -0 codespell --builtin clear,rare,en-GB_to_en-US \
-    --ignore-words-list adress,fro,runing,udpate,uplaod,kno,cancelled,cancelling,initialised || status=1
+    --ignore-words-list adress,fro,runing,udpate,uplaod,kno,plantext,cancelled,cancelling,initialised || status=1
 while IFS=$'\t' read -r words instead; do
   case $words in '#'* | '') continue ;; esac
   if git grep -nPi "$words" -- "${texts[@]}"; then

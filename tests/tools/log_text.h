@@ -61,7 +61,7 @@ inline const Messages kPolling = {
     "[RF-TASK] State: Running  PercentComplete: 40%",
     "[RF-TASK] Task ID: 1\nResponse body:\n{\n\t\"Id\":\t\"1\"\n}",
     "[RF-TASK] Polling task (attempt 2/2)"};
-inline const Messages kCompleted = {
+inline const Messages kCompletion = {
     "[RF-TASK] State: Completed  PercentComplete: 100%",
     "[RF-TASK] State: Completed  Result: Success"};
 inline const Messages kRebooting = {

@@ -110,7 +110,7 @@ ROWS = [
     ("busy_then_rejected", {"faults": [
         fault("upload", first=1, status=503),
         fault("upload", status=400, body=REASON)]}, {}, "", 1,
-     "returned HTTP 400: This image is for another model.", 0, 0),
+     "returned HTTP 400, 3 times: This image is for another model.", 0, 0),
     ("forbidden_then_too_large", {"upload": {"max_bytes": 10}, "faults": [
         fault("inventory", status=403)]}, {}, "", 1, "returned HTTP 413", 0, 0),
     ("upload_forbidden", {"faults": [fault("upload", status=403)]}, {}, "", 1,

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/tools/log_text.h"
+#include "tools/quorvane/run/facts.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -67,8 +68,8 @@ TEST_P(Judging, UsesTheWholeRun) {
 INSTANTIATE_TEST_SUITE_P(
     Runs, Judging,
     testing::ValuesIn(std::vector<Case>{
-        {"completed", kAccepted + kCompleted + kRebooted + kEnd, Outcome::kDone,
-         "the system reboots", "", ""},
+        {"completed", kAccepted + kCompletion + kRebooted + kEnd,
+         Outcome::kDone, "the system reboots", "", ""},
         {"completed_with_a_critical_status",
          kAccepted +
              Messages{"[RF-TASK] State: Completed",
@@ -105,13 +106,13 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kUnknown, "cannot be read", "",
          "the status of the task cannot be read"},
         {"activated_at_once",
-         kAccepted + kCompleted + kActivating +
+         kAccepted + kCompletion + kActivating +
              Messages{"Activation HTTP status: 204"} + kRebooted + kEnd,
          Outcome::kDone, "", "", ""},
         {"activation_that_polls_the_task_of_the_upload",
-         kAccepted + kCompleted + kActivating +
+         kAccepted + kCompletion + kActivating +
              Messages{"Activation HTTP status: 202"} +
-             Messages(kPolling.begin() + 2, kPolling.end()) + kCompleted +
+             Messages(kPolling.begin() + 2, kPolling.end()) + kCompletion +
              kRebooted + kEnd,
          Outcome::kUnknown, "accepted the activation (HTTP 202) but named no",
          "", "no task shows that the firmware was installed"},
@@ -121,10 +122,21 @@ INSTANTIATE_TEST_SUITE_P(
          "The BMC may install the image. Requests: Upload at /up1: "
          "HTTP 504"},
         {"completed_and_reboot_withheld",
-         kAccepted + kCompleted +
+         kAccepted + kCompletion +
              Messages{"[tool] No reboot: --restart is never"} + kEnd,
          Outcome::kDone, "--restart is never.",
          "`quorvane restart --bmc 192.0.2.7 --user admin`"},
+        {"command_to_paste",
+         Messages{"[tool] Run: update of bmc", "[tool] BMC: bmc",
+                  "[tool] User: it's me",
+                  "[tool] Rules: my rules (1).json (SHA-256 0f)",
+                  "[tool] Forced: errors in the rules accepted"} +
+             Messages(kStart.begin() + 3, kStart.end()) + kUploading +
+             kPolling + kCompletion +
+             Messages{"[tool] No reboot: --restart is never"} + kEnd,
+         Outcome::kDone, "",
+         "`quorvane restart --bmc bmc --user 'it'\\''s me' --rules 'my rules "
+         "(1).json' --force`"},
         {"completed_by_a_rule_for_exception",
          kAccepted +
              Messages{"[RF-TASK] State: Exception",
@@ -139,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kUnknown, "in the state Running", "",
          "the task may still run"},
         {"no_reboot_required",
-         kAccepted + kCompleted + Messages{"Reboot not required by config"} +
+         kAccepted + kCompletion + Messages{"Reboot not required by config"} +
              kEnd,
          Outcome::kDone, "requires no reboot"},
         {"scheduled_without_a_reboot",
@@ -226,8 +238,17 @@ INSTANTIATE_TEST_SUITE_P(
              Rejected("400", "Wrong model.") + kNextUri +
              Rejected("404", "none") + kGivenUp + kEnd,
          Outcome::kFailed,
-         "Upload at /up1 returned HTTP 400: Wrong model. Requests: Upload at "
-         "/up1: HTTP 503 (busy); Upload at /up1: HTTP 400 (Wrong model.); "},
+         "Upload at /up1 returned HTTP 400: Wrong model. Other requests: "
+         "Upload "
+         "at /up1: HTTP 503 (busy); Upload at /up2: HTTP 404; Binary upload "
+         "at /up1: HTTP 404."},
+        {"busy_each_time",
+         kStart + kUploading + Rejected("503", "busy") +
+             Messages{"Retrying in 1s (attempt 1/2)"} +
+             Rejected("503", "busy") + kGivenUp + kEnd,
+         Outcome::kFailed,
+         "Upload at /up1 returned HTTP 503, 2 times: busy. Other requests: "
+         "Binary upload at /up1: HTTP 404."},
         {"rejection_by_an_endpoint_is_the_cause",
          kStart + kUploading + Rejected("404", "none") + kNextUri +
              Rejected("413", kTooLarge) + kGivenUp + kEnd,
@@ -263,7 +284,7 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kFailed, "Upload at /up1 returned HTTP 500"},
         {"server_error_with_a_task",
          kStart + kUploading + Messages{"Upload HTTP status: 500"} +
-             Messages(kPolling.begin() + 2, kPolling.end()) + kCompleted +
+             Messages(kPolling.begin() + 2, kPolling.end()) + kCompletion +
              kRebooted + kEnd,
          Outcome::kUnknown, "HTTP 500, but the rules count that as accepted"},
         {"login_refused_by_the_inventory",
@@ -283,7 +304,10 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kFailed, "HTTP 413"},
         {"login_refused_by_the_upload",
          kStart + kUploading + Rejected("401", "x") + kEnd,
-         Outcome::kLoginRefused, "HTTP 401"},
+         Outcome::kLoginRefused,
+         "accepted the account for the inventory, then refused the login (HTTP "
+         "401)",
+         "whether the account has the right for the refused request"},
         {"upload_forbidden",
          kStart + kUploading + Rejected("403", "x") + kGivenUp + kEnd,
          Outcome::kFailed, "HTTP 403", "privilege to update firmware"},
@@ -311,18 +335,18 @@ INSTANTIATE_TEST_SUITE_P(
                   "[tool] Finished."},
          Outcome::kUnreachable, "is not the expected one", "`quorvane trust`"},
         {"reboot_rejected",
-         kAccepted + kCompleted + kRebooting +
+         kAccepted + kCompletion + kRebooting +
              Messages{"Reboot HTTP status: 404"} + kEnd,
          Outcome::kFailed,
          "but the BMC rejected the reboot. Reboot at /reset returned"},
         {"reboot_without_a_response_then_rejected",
-         kAccepted + kCompleted + kRebooting +
+         kAccepted + kCompletion + kRebooting +
              Messages{"Reboot HTTP status: 0", "Retrying in 1s (attempt 1/1)",
                       "Reboot HTTP status: 503"} +
              kEnd,
          Outcome::kUnknown, "got no response"},
         {"reboot_not_sent",
-         kAccepted + kCompleted + kRebooting +
+         kAccepted + kCompletion + kRebooting +
              Messages{"[tool] The request was not sent.",
                       "E [http] POST failed: Timeout was reached "
                       "url=https://192.0.2.7/reset",
@@ -342,19 +366,19 @@ INSTANTIATE_TEST_SUITE_P(
              kRebooting + Messages{"Reboot HTTP status: 404"} + kEnd,
          Outcome::kFailed, "rejected the reboot. Reboot at /reset returned"},
         {"activation_rejected",
-         kAccepted + kCompleted + kActivating +
+         kAccepted + kCompletion + kActivating +
              Messages{"Activation HTTP status: 400"} + kEnd,
          Outcome::kFailed, "its activation failed. Activation at /act returned",
          "", "the BMC did not accept the activation"},
         {"activation_without_a_response",
-         kAccepted + kCompleted + kActivating +
+         kAccepted + kCompletion + kActivating +
              Messages{"Activation HTTP status: 0"} + kEnd,
          Outcome::kUnknown, "the response to its activation was lost"},
         {"share_rejected_then_uploaded",
          kStart + kShare +
              Messages{"SimpleUpdate HTTP status: 405",
                       "Downloading from: http://192.0.2.9/f"} +
-             kUploading + kPolling + kCompleted + kRebooted + kEnd,
+             kUploading + kPolling + kCompletion + kRebooted + kEnd,
          Outcome::kDone, "the system reboots"},
         {"share_rejected_and_not_downloaded",
          kStart + kShare +

@@ -27,8 +27,8 @@ std::string WholeLog() {
                "Upload response body: <b>busy\x1b[2J",
                "W Upload returned 503, retrying with backoff",
                "Retrying in 5s (attempt 1/3)"} +
-      kPolling + kCompleted + kRebooting + Messages{"Reboot HTTP status: 204"} +
-      kEnd);
+      kPolling + kCompletion + kRebooting +
+      Messages{"Reboot HTTP status: 204"} + kEnd);
 }
 
 TEST(Report, OfAnIncompleteLogNeverReportsSuccess) {

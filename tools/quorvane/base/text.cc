@@ -5,6 +5,7 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstddef>
 
@@ -218,6 +219,22 @@ std::string Wrapped(std::string_view text, std::size_t columns,
     used += Columns(piece);
   }
   return wrapped;
+}
+
+std::string ShellQuoted(std::string_view text) {
+  const auto is_plain = [](unsigned char c) {
+    return std::isalnum(c) != 0 ||
+           std::string_view("%+,-./:=@_").find(static_cast<char>(c)) !=
+               std::string_view::npos;
+  };
+  if (!text.empty() && std::all_of(text.begin(), text.end(), is_plain)) {
+    return std::string(text);
+  }
+  std::string quoted = "'";
+  for (const char c : text) {
+    quoted += c == '\'' ? std::string(R"('\'')") : std::string(1, c);
+  }
+  return quoted + "'";
 }
 
 std::size_t Columns(std::string_view text) {

@@ -31,6 +31,9 @@ std::string Duration(double seconds);
 /// The part of a URL after scheme and host; any other text unchanged.
 std::string PathOf(std::string_view uri);
 
+/// `text` as one argument of a shell command: quoted if it needs that.
+std::string ShellQuoted(std::string_view text);
+
 /// `text` in lines shorter than `columns`, broken at spaces, all but the first
 /// indented; 0 columns: one line. A word longer than a line is broken too, so
 /// that untrusted text cannot start a line of the terminal.

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/log_header.h"
@@ -102,14 +103,13 @@ const InventoryRequest& BmcCall::Connect() {
 
 std::vector<Resource> BmcCall::Read(const std::vector<std::string>& uris,
                                     double limit_seconds) {
-  constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
   const InventoryRequest& request = Connect();
   auto result = std::get<ReadResult>(MakeCall(ReadCall{
       .request = request, .uris = uris, .limit_seconds = limit_seconds}));
   std::vector<Resource> resources;
   resources.reserve(result.resources.size());
   for (ReadResource& one : result.resources) {
-    if (one.status == kUnauthorized) throw LoginRefused(options_);
+    if (one.status == kHttpUnauthorized) throw LoginRefused(options_);
     resources.push_back({.uri = std::move(one.uri),
                          .status = one.status,
                          .body = std::move(one.body),
@@ -161,10 +161,8 @@ ExitCode BmcCall::PrintFailure() const {
           return event.level >= LogLevel::WARNING && event.status == status;
         });
   };
-  constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
-  constexpr long kForbidden = 403;     // RFC 9110, section 15.5.4
-  if (has_status(kUnauthorized)) throw LoginRefused(options_);
-  if (has_status(kForbidden)) throw Forbidden(options_, subject_);
+  if (has_status(kHttpUnauthorized)) throw LoginRefused(options_);
+  if (has_status(kHttpForbidden)) throw Forbidden(options_, subject_);
   const bool any_response =
       std::any_of(events_.begin(), events_.end(), [](const Event& event) {
         return event.kind == EventKind::kResponseReceived;

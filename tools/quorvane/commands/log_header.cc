@@ -34,6 +34,7 @@ std::vector<std::string> LogHeader(const BmcOptions& bmc,
       "BMC: " + bmc.bmc,
       "User: " + bmc.user,
       fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules))};
+  if (bmc.force) messages.emplace_back("Forced: errors in the rules accepted");
   if (!image.empty()) messages.push_back("Image: " + image);
   messages.push_back("Certificate check: " + TextOf(trust));
   return messages;

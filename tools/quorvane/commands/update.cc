@@ -16,6 +16,7 @@
 #include "logging/redact.h"
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
@@ -24,6 +25,7 @@
 #include "tools/quorvane/commands/image_options.h"
 #include "tools/quorvane/commands/password.h"
 #include "tools/quorvane/commands/run_session.h"
+#include "tools/quorvane/run/facts.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -164,8 +166,7 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   Responses responses;
   if (!session.Probe()) return responses;
   std::optional<InventoryResult> inventory = ReadInventory(session, request);
-  constexpr long kUnauthorized = 401;
-  if (session.MustStop() || session.run().login_refused == kUnauthorized) {
+  if (session.MustStop() || session.run().login_refused == kHttpUnauthorized) {
     return responses;
   }
   RequireKnownTargets(options, inventory);

@@ -163,6 +163,7 @@ constexpr std::array kPatterns = {
     Pattern{"tool", "User: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Image: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Rules: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Forced: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Tool: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Started: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Ended: ", kRunDetail, Phase::kNone, ReadLine},

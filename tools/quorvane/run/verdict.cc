@@ -5,11 +5,14 @@
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <optional>
 #include <utility>
 
-#include "quorvane/config.h"
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/advice.h"
+#include "tools/quorvane/run/facts.h"
+#include "tools/quorvane/run/request_text.h"
 
 namespace quorvane::tool {
 namespace {
@@ -17,330 +20,16 @@ namespace {
 using Fate = ChangeRequest::Fate;
 using Outcome = Verdict::Outcome;
 
-// What the BMC did with the requests of a kind; the strongest answer counts.
-enum class Answer { kNone, kNotSent, kRejected, kInDoubt, kAccepted };
-
-// What the task of an update or an activation proves.
-enum class TaskEnd {
-  kCompleted,
-  kStaged,      // waits for a reboot
-  kFailed,      // its state is a failure
-  kCritical,    // Completed, but with a critical status or message
-  kTimedOut,    // polling ended before the task
-  kGoneLate,    // HTTP 404 from 50 % on
-  kGoneEarly,   // HTTP 404 below 50 %
-  kUnreadable,  // Completed, but the rest of the task cannot be read
-  kUndecided,   // only a rule ended polling, its state is no end
-  kUnfinished,  // the log ends first
-};
-
-// What a run proves. A verdict states nothing that does not follow from it.
-struct Facts {
-  const Run& run;
-  Answer image = Answer::kNone;
-  Answer activation = Answer::kNone;
-  Answer reboot = Answer::kNone;
-  const PhaseRun* bad_task = nullptr;  // the first that proves no success
-  bool is_staged = false;
-  bool has_task = false;  // of the last request that started a change
-};
-
-// A gateway lost the response of the service behind it (RFC 9110, sections
-// 15.6.3 and 15.6.5).
-bool IsFromGateway(const ChangeRequest& request) {
-  return request.status == 502 || request.status == 504;
-}
-
-Answer AnswerTo(const ChangeRequest& request) {
-  switch (request.fate) {
-    case Fate::kPlanned:
-      return Answer::kNone;
-    case Fate::kNotSent:
-      return Answer::kNotSent;
-    case Fate::kSending:
-    case Fate::kNoResponse:
-      return Answer::kInDoubt;
-    case Fate::kAnswered:
-      if (request.WasAccepted()) return Answer::kAccepted;
-      return IsFromGateway(request) ? Answer::kInDoubt : Answer::kRejected;
-  }
-  return Answer::kNone;
-}
-
-template <typename IsIncluded>
-Answer AnswerTo(const Run& run, IsIncluded is_included) {
-  Answer strongest = Answer::kNone;
-  for (const ChangeRequest& request : run.requests) {
-    if (is_included(request.phase)) {
-      strongest = std::max(strongest, AnswerTo(request));
-    }
-  }
-  return strongest;
-}
-
-Answer AnswerTo(const Run& run, Phase phase) {
-  return AnswerTo(run, [phase](Phase one) { return one == phase; });
-}
-
-// The states in which a task does not continue, without success (DSP2046,
-// TaskState). No rule makes a success of them.
-bool IsFailure(const std::string& state) {
-  return state == "Exception" || state == "Killed" || state == "Cancelled";
-}
-
-TaskEnd EndOfDecided(const PhaseRun& task, const std::string& state) {
-  if (IsFailure(state)) return TaskEnd::kFailed;
-  const bool is_success = task.result == PhaseResult::kSucceeded;
-  if (state != "Completed") {
-    return is_success || state != "Interrupted" ? TaskEnd::kUndecided
-                                                : TaskEnd::kFailed;
-  }
-  if (!is_success) return TaskEnd::kUndecided;
-  if (task.report.is_unreadable) return TaskEnd::kUnreadable;
-  const bool is_critical =
-      task.report.status == "Critical" || !task.report.critical.empty();
-  return is_critical ? TaskEnd::kCritical : TaskEnd::kCompleted;
-}
-
-TaskEnd EndOf(const PhaseRun& task) {
-  const std::string state = task.task.empty() ? "" : task.task.back().state;
-  switch (task.result) {
-    case PhaseResult::kSucceeded:
-    case PhaseResult::kFailed:
-      return EndOfDecided(task, state);
-    case PhaseResult::kStaged:
-      // The library also takes a task that stays in Starting for staged.
-      return state == "Scheduled" ? TaskEnd::kStaged : TaskEnd::kUndecided;
-    case PhaseResult::kNotFoundLate:
-      return TaskEnd::kGoneLate;
-    case PhaseResult::kNotFoundEarly:
-      return TaskEnd::kGoneEarly;
-    case PhaseResult::kTimedOut:
-      return TaskEnd::kTimedOut;
-    case PhaseResult::kOpen:
-    case PhaseResult::kInterrupted:
-    case PhaseResult::kAccepted:
-    case PhaseResult::kRejected:
-      break;
-  }
-  return TaskEnd::kUnfinished;
-}
-
-// Whether the BMC answered an activation with 202 (RFC 9110, section 15.3.3).
-bool PromisesTask(const Run& run) {
-  constexpr long kAcceptedStatus = 202;
-  return std::any_of(
-      run.requests.begin(), run.requests.end(), [](const ChangeRequest& one) {
-        return one.phase == Phase::kActivation && one.status == kAcceptedStatus;
-      });
-}
-
-Facts FactsOf(const Run& run) {
-  Facts facts{.run = run,
-              .image = AnswerTo(run, SendsImage),
-              .activation = AnswerTo(run, Phase::kActivation),
-              .reboot = AnswerTo(run, Phase::kReboot)};
-  std::vector<std::string> polled;
-  for (const PhaseRun& phase : run.phases) {
-    if (SendsImage(phase.phase) ||
-        (phase.phase == Phase::kActivation && PromisesTask(run))) {
-      facts.has_task = false;
-    }
-    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
-      continue;
-    }
-    // The library polls the task of the upload again if the activation names
-    // none; that proves nothing about the activation.
-    if (std::find(polled.begin(), polled.end(), phase.uri) != polled.end()) {
-      continue;
-    }
-    polled.push_back(phase.uri);
-    facts.has_task = true;
-    const TaskEnd end = EndOf(phase);
-    facts.is_staged = facts.is_staged || end == TaskEnd::kStaged;
-    if (facts.bad_task == nullptr && end != TaskEnd::kCompleted &&
-        end != TaskEnd::kStaged) {
-      facts.bad_task = &phase;
-    }
-  }
-  return facts;
-}
-
-// "--bmc 192.0.2.7 --user admin", as far as the log names them.
-std::string Account(const Run& run) {
-  std::string options;
-  for (const auto& [option, name] :
-       {std::pair("--bmc", "BMC"), std::pair("--user", "User")}) {
-    const std::string value = run.Detail(name);
-    if (!value.empty()) options += fmt::format(" {} {}", option, value);
-  }
-  const std::string check = run.Detail("Certificate check");
-  constexpr std::string_view kKey = "key ";
-  constexpr std::string_view kFile = "certificates in ";
-  if (check.rfind(kKey, 0) == 0) {
-    options +=
-        " --pin " + check.substr(kKey.size(), check.find(',') - kKey.size());
-  }
-  if (const auto file = check.find(kFile); file != std::string::npos) {
-    options += " --cacert " + check.substr(file + kFile.size());
-  }
-  const std::string rules = run.Detail("Rules");
-  const std::string rules_file = rules.substr(0, rules.find(" (SHA-256"));
-  if (!rules_file.empty() && rules_file != ResolveConfigPath()) {
-    options += " --rules " + rules_file;
-  }
-  return options;
-}
-
-std::string CompareVersions(const Run& run) {
-  return fmt::format(
-      "Run `quorvane inventory{}` and compare the versions with those before "
-      "the update.",
-      Account(run));
-}
-
-std::string RebootCommand(const Run& run) {
-  return fmt::format("`quorvane restart{}`", Account(run));
-}
-
-// A task that still exists, then the versions.
-std::string CheckTask(const Run& run) {
-  const PhaseRun* task = run.Last(Phase::kTask);
-  if (task == nullptr || task->uri.empty()) {
-    return run.requests.empty() ? CompareVersions(run)
-                                : "Look for a new task with GET "
-                                  "/redfish/v1/TaskService/Tasks. " +
-                                      CompareVersions(run);
-  }
-  return fmt::format("Check the task with GET {}. {}", task->uri,
-                     CompareVersions(run));
-}
-
-std::string Sentence(std::string text) {
-  // The text of a BMC may end without a period.
-  if (!text.empty() && text.back() != '.') text += '.';
-  return text;
-}
-
-bool IsMissing(const ChangeRequest& request) {
-  return request.status == 404 || request.status == 405;
-}
-
-// "Upload at /a: HTTP 413 (The image is too large.)"
-std::string TextOf(const ChangeRequest& request) {
-  std::string text =
-      fmt::format("{} at {}: ", NameOf(request.phase), PathOf(request.uri));
-  switch (request.fate) {
-    case Fate::kPlanned:
-      return text + "not sent";
-    case Fate::kNotSent:
-      text += "not sent";
-      break;
-    case Fate::kSending:
-      text += request.is_complete ? "sent completely, no response yet"
-                                  : "no response yet";
-      break;
-    case Fate::kNoResponse:
-      text += "sent, no response";
-      break;
-    case Fate::kAnswered:
-      text += fmt::format("HTTP {}", request.status);
-      break;
-  }
-  // The text about a missing endpoint only repeats the status.
-  const bool is_needed = !request.text.empty() && !IsMissing(request);
-  return is_needed ? fmt::format("{} ({})", text, Excerpt(request.text, 100))
-                   : text;
-}
-
-// All requests that can change the BMC, the same request once with its count.
-std::string ListOf(const Run& run) {
-  std::string list;
-  for (auto one = run.requests.begin(); one != run.requests.end();) {
-    const std::string text = TextOf(*one);
-    const auto next = std::find_if(
-        one, run.requests.end(),
-        [&text](const auto& other) { return TextOf(other) != text; });
-    if (one->fate != Fate::kPlanned) {
-      list += (list.empty() ? "" : "; ") + text;
-      if (next - one > 1) list += fmt::format(", {} times", next - one);
-    }
-    one = next;
-  }
-  return list.empty() ? list : Sentence("Requests: " + list);
-}
-
-bool HasSentRequest(const Run& run) {
-  return std::any_of(
-      run.requests.begin(), run.requests.end(), [](const auto& one) {
-        return one.fate != Fate::kPlanned && one.fate != Fate::kNotSent;
-      });
-}
-
-// The answer that ended the phase: a missing endpoint only if there is no other
-// rejection.
-const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
-  const ChangeRequest* rejection = nullptr;
-  for (const ChangeRequest& request : run.requests) {
-    if (!is_included(request.phase) || AnswerTo(request) != Answer::kRejected) {
-      continue;
-    }
-    const bool has_other = rejection != nullptr && !IsMissing(*rejection);
-    if (!IsMissing(request) || !has_other) rejection = &request;
-  }
-  return rejection;
-}
-
-constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
-
-bool IsActivation(Phase phase) { return phase == Phase::kActivation; }
-bool IsReboot(Phase phase) { return phase == Phase::kReboot; }
-
-// What happened to the reboot, to append to a verdict on a task.
-std::string RebootClause(const Facts& facts) {
-  switch (facts.reboot) {
-    case Answer::kAccepted:
-      return "; the BMC accepted a reboot of the system";
-    case Answer::kRejected:
-      return fmt::format("; the BMC rejected the reboot (HTTP {})",
-                         LastRejection(facts.run, IsReboot)->status);
-    case Answer::kInDoubt:
-      return "; a reboot request got no response";
-    case Answer::kNotSent:
-      return "; the reboot request did not reach the BMC";
-    case Answer::kNone:
-      break;
-  }
-  return facts.run.reboot_withheld.empty()
-             ? std::string()
-             : "; the system was not rebooted, because " +
-                   facts.run.reboot_withheld;
-}
-
-// "Upload at /a returned HTTP 413: Too large."
-std::string CauseOf(const ChangeRequest& rejection) {
-  std::string cause =
-      fmt::format("{} at {} returned HTTP {}", NameOf(rejection.phase),
-                  PathOf(rejection.uri), rejection.status);
-  if (!rejection.text.empty()) cause += ": " + rejection.text;
-  return Sentence(cause);
-}
-
-// The cause, and all requests if there were others.
-std::string CauseAndList(const Run& run, const ChangeRequest& rejection) {
-  const bool has_others = std::any_of(run.requests.begin(), run.requests.end(),
-                                      [&rejection](const auto& one) {
-                                        return TextOf(one) != TextOf(rejection);
-                                      });
-  return CauseOf(rejection) + (has_others ? " " + ListOf(run) : "");
-}
-
 Verdict LoginRefused(const Facts& facts) {
+  const Run& run = facts.run;
+  const bool was_accepted = run.items_read >= 0;
   return {Outcome::kLoginRefused,
-          fmt::format("The BMC refused the login (HTTP {}).", kUnauthorized),
-          ListOf(facts.run),
-          "Check the user and the password. More attempts can lock the "
-          "account."};
+          fmt::format("The BMC {}refused the login (HTTP {}).",
+                      was_accepted ? "accepted the account for the inventory, "
+                                     "then "
+                                   : "",
+                      kHttpUnauthorized),
+          ListOf(run), AfterRefusedLogin(run)};
 }
 
 Verdict Unreachable(const Facts& facts) {
@@ -431,26 +120,15 @@ Verdict ImageInDoubt(const Facts& facts) {
       CheckTask(facts.run) + " Do not start another update before you know."};
 }
 
-// Why the download failed that follows a rejected SimpleUpdate; empty if the
-// run did not end there.
-std::string FailedDownload(const Run& run) {
-  if (run.phases.empty() || run.phases.back().phase != Phase::kDownload) {
-    return {};
-  }
-  const std::vector<Remark>& remarks = run.phases.back().remarks;
-  return " The download of the image failed as well" +
-         (remarks.empty() ? "." : ": " + Sentence(remarks.back().text));
-}
-
 std::string NextAfterRejection(const Run& run, long status) {
   if (!FailedDownload(run).empty()) {
     return "Fix the problem that the BMC reports, or download the image and "
            "use --file.";
   }
-  if (status == 403) {
+  if (status == kHttpForbidden) {
     return "Use an account with the privilege to update firmware.";
   }
-  if (status != 404 && status != 405) {
+  if (status != kHttpNotFound && status != kHttpMethodNotAllowed) {
     return "Fix the problem that the BMC reports, then run the update again.";
   }
   return run.Last(Phase::kSimpleUpdate) == nullptr
@@ -463,7 +141,7 @@ std::string NextAfterRejection(const Run& run, long status) {
 Verdict ImageRejected(const Facts& facts) {
   const Run& run = facts.run;
   const ChangeRequest& rejection = *LastRejection(run, SendsImage);
-  if (rejection.status == kUnauthorized) return LoginRefused(facts);
+  if (rejection.status == kHttpUnauthorized) return LoginRefused(facts);
   if (facts.has_task) {
     return {Outcome::kUnknown,
             fmt::format("The BMC answered the image with HTTP {}, but the "
@@ -501,9 +179,7 @@ Verdict ActivationInDoubt(const Facts& facts) {
           "The image was uploaded, but the response to its activation was "
           "lost. The BMC may still activate it" +
               RebootClause(facts) + ".",
-          ListOf(facts.run),
-          "Look for a new task with GET /redfish/v1/TaskService/Tasks. " +
-              CompareVersions(facts.run)};
+          ListOf(facts.run), LookForTask() + " " + CompareVersions(facts.run)};
 }
 
 Verdict ActivationRejected(const Facts& facts) {
@@ -517,99 +193,89 @@ Verdict ActivationRejected(const Facts& facts) {
           "SimpleUpdate action accepts each --target."};
 }
 
-// "Last state: Running. The last poll returned HTTP 401 (login refused)."
-std::string LastPoll(const Run& run, const PhaseRun& task) {
-  std::string text = task.task.empty() ? "No poll returned a state."
-                                       : fmt::format("Last state: {}.",
-                                                     task.task.back().state);
-  if (task.failed_poll == 0) {
-    text += " The last poll got no response: " + Sentence(run.transfer_failure);
-  }
-  if (task.failed_poll > 0) {
-    text += fmt::format(" The last poll returned HTTP {}{}.", task.failed_poll,
-                        task.failed_poll == 401 ? " (login refused)" : "");
-  }
-  return text;
+std::string LastState(const PhaseRun& task) {
+  return task.task.empty() ? std::string() : task.task.back().state;
 }
 
-Verdict BadTask(const Facts& facts) {
-  const Run& run = facts.run;
-  const PhaseRun& task = *facts.bad_task;
-  const std::string clause = RebootClause(facts);
-  const std::string state = task.task.empty() ? "" : task.task.back().state;
-  const TaskReport& report = task.report;
-  switch (EndOf(task)) {
-    case TaskEnd::kFailed:
-      return {
-          Outcome::kFailed,
-          fmt::format("The task failed (state {}){}.", state, clause),
-          report.messages,
-          "Fix the cause, then run the update again. " + CompareVersions(run)};
-    case TaskEnd::kCritical:
-      return {
-          Outcome::kFailed,
-          fmt::format("The task completed, but reports a critical "
-                      "problem{}.",
-                      clause),
+constexpr const char* kFixAndRepeat =
+    "Fix the cause, then run the update again. ";
+
+// Verdicts on the task that proves no success.
+
+Verdict TaskFailed(const Facts& facts) {
+  return {Outcome::kFailed,
+          fmt::format("The task failed (state {}){}.",
+                      LastState(*facts.bad_task), RebootClause(facts)),
+          facts.bad_task->report.messages,
+          kFixAndRepeat + CompareVersions(facts.run)};
+}
+
+Verdict TaskCritical(const Facts& facts) {
+  const TaskReport& report = facts.bad_task->report;
+  return {Outcome::kFailed,
+          fmt::format("The task completed, but reports a critical problem{}.",
+                      RebootClause(facts)),
           !report.critical.empty()  ? report.critical
           : report.messages.empty() ? "TaskStatus: Critical."
                                     : report.messages,
-          "Fix the cause, then run the update again. " + CompareVersions(run)};
-    case TaskEnd::kTimedOut:
-      if (task.failed_poll == kUnauthorized) {
-        return {Outcome::kUnknown,
-                fmt::format("The BMC refused the last polls of the task (login "
-                            "refused), so its end is not known{}.",
-                            clause),
-                LastPoll(run, task),
-                "Check the user and the password; more attempts can lock the "
-                "account. " +
-                    CheckTask(run)};
-      }
-      return {Outcome::kUnknown,
-              fmt::format("The task did not end within the time limit of the "
-                          "rules{}.",
-                          clause),
-              LastPoll(run, task), CheckTask(run)};
-    case TaskEnd::kGoneEarly:
-      return {
-          Outcome::kUnknown,
-          fmt::format("{}{}.",
-                      task.task.empty()
-                          ? "The BMC named a task, but returned HTTP 404 for "
-                            "it"
-                          : "The task disappeared (HTTP 404) before it "
-                            "reported 50 %",
-                      clause),
+          kFixAndRepeat + CompareVersions(facts.run)};
+}
+
+Verdict TaskPollsRefused(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("The BMC refused the last polls of the task (login "
+                      "refused), so its end is not known{}.",
+                      RebootClause(facts)),
+          LastPoll(facts.run, *facts.bad_task),
+          AfterRefusedLogin(facts.run) + " " + CheckTask(facts.run)};
+}
+
+Verdict TaskTimedOut(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("The task did not end within the time limit of the "
+                      "rules{}.",
+                      RebootClause(facts)),
+          LastPoll(facts.run, *facts.bad_task), CheckTask(facts.run)};
+}
+
+Verdict TaskGoneEarly(const Facts& facts) {
+  const char* const headline =
+      facts.bad_task->task.empty()
+          ? "The BMC named a task, but returned HTTP 404 for it"
+          : "The task disappeared (HTTP 404) before it reported 50 %";
+  return {Outcome::kUnknown,
+          headline + RebootClause(facts) + ".",
           {},
-          "Look for a task with GET /redfish/v1/TaskService/Tasks. " +
-              CompareVersions(run)};
-    case TaskEnd::kGoneLate:
-      return {Outcome::kUnknown,
-              fmt::format("The task disappeared (HTTP 404) after 50 %, as "
-                          "happens when the BMC restarts to apply firmware{}.",
-                          clause),
-              report.messages, CompareVersions(run)};
-    case TaskEnd::kUndecided:
-      return {Outcome::kUnknown,
-              fmt::format("Polling ended while the task was in the state "
-                          "{}{}.",
-                          state, clause),
-              report.messages, CheckTask(run)};
-    case TaskEnd::kUnreadable:
-      return {Outcome::kUnknown,
-              fmt::format("The task completed, but its status and messages "
-                          "cannot be read{}.",
-                          clause),
-              {},
-              CheckTask(run)};
-    case TaskEnd::kUnfinished:
-    case TaskEnd::kCompleted:
-    case TaskEnd::kStaged:
-      break;
-  }
-  return {Outcome::kUnknown, "The task did not end" + clause + ".",
-          LastPoll(run, task), CheckTask(run)};
+          LookForTask() + " " + CompareVersions(facts.run)};
+}
+
+Verdict TaskGoneLate(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("The task disappeared (HTTP 404) after 50 %, as "
+                      "happens when the BMC restarts to apply firmware{}.",
+                      RebootClause(facts)),
+          facts.bad_task->report.messages, CompareVersions(facts.run)};
+}
+
+Verdict TaskUndecided(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("Polling ended while the task was in the state {}{}.",
+                      LastState(*facts.bad_task), RebootClause(facts)),
+          facts.bad_task->report.messages, CheckTask(facts.run)};
+}
+
+Verdict TaskUnreadable(const Facts& facts) {
+  return {Outcome::kUnknown,
+          fmt::format("The task completed, but its status and messages "
+                      "cannot be read{}.",
+                      RebootClause(facts)),
+          {},
+          CheckTask(facts.run)};
+}
+
+Verdict TaskUnfinished(const Facts& facts) {
+  return {Outcome::kUnknown, "The task did not end" + RebootClause(facts) + ".",
+          LastPoll(facts.run, *facts.bad_task), CheckTask(facts.run)};
 }
 
 Verdict NoTask(const Facts& facts) {
@@ -727,7 +393,7 @@ Verdict RebootOnly(const Facts& facts) {
               "A reboot request got no response; the system may reboot.",
               ListOf(run), "Check the state of the server."};
     case Answer::kRejected:
-      if (LastRejection(run, IsReboot)->status == kUnauthorized) {
+      if (LastRejection(run, IsReboot)->status == kHttpUnauthorized) {
         return LoginRefused(facts);
       }
       return {Outcome::kFailed, "The BMC rejected the reboot.",
@@ -742,24 +408,27 @@ Verdict RebootOnly(const Facts& facts) {
           Sentence(run.transfer_failure), "Check the network."};
 }
 
+bool IsHarmless(Answer answer) {
+  return answer != Answer::kAccepted && answer != Answer::kInDoubt;
+}
+
+bool HasBadTask(const Facts& facts, TaskEnd end) {
+  return facts.bad_task != nullptr && EndOf(*facts.bad_task) == end;
+}
+
 // The decision table: the first row that applies is the verdict.
 struct Row {
   bool (*applies)(const Facts&);
   Verdict (*judge)(const Facts&);
 };
 
-constexpr bool HasReboot(const Facts& facts, Answer answer) {
-  return facts.reboot == answer;
-}
-
 constexpr std::array kRows = {
     Row{[](const Facts& f) { return f.run.was_interrupted; }, Interrupted},
     Row{[](const Facts& f) { return !f.run.worker_failure.empty(); },
         WorkerDied},
     Row{[](const Facts& f) {
-          return f.run.login_refused == 401 && f.image != Answer::kAccepted &&
-                 f.image != Answer::kInDoubt && f.reboot != Answer::kAccepted &&
-                 f.reboot != Answer::kInDoubt;
+          return f.run.login_refused == kHttpUnauthorized &&
+                 IsHarmless(f.image) && IsHarmless(f.reboot);
         },
         LoginRefused},
     Row{[](const Facts& f) { return !f.run.is_complete; }, LogEnds},
@@ -779,7 +448,23 @@ constexpr std::array kRows = {
         ImageNotSent},
     Row{[](const Facts& f) { return f.image == Answer::kNone; },
         NoImageRequest},
-    Row{[](const Facts& f) { return f.bad_task != nullptr; }, BadTask},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kFailed); },
+        TaskFailed},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kCritical); },
+        TaskCritical},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kPollsRefused); },
+        TaskPollsRefused},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kTimedOut); },
+        TaskTimedOut},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneEarly); },
+        TaskGoneEarly},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneLate); },
+        TaskGoneLate},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kUndecided); },
+        TaskUndecided},
+    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kUnreadable); },
+        TaskUnreadable},
+    Row{[](const Facts& f) { return f.bad_task != nullptr; }, TaskUnfinished},
     Row{[](const Facts& f) { return f.activation == Answer::kInDoubt; },
         ActivationInDoubt},
     Row{[](const Facts& f) {
@@ -789,18 +474,18 @@ constexpr std::array kRows = {
         ActivationRejected},
     Row{[](const Facts& f) { return !f.has_task; }, NoTask},
     Row{[](const Facts& f) {
-          return HasReboot(f, Answer::kRejected) || HasFailedRebootTask(f);
+          return f.reboot == Answer::kRejected || HasFailedRebootTask(f);
         },
         RebootRejected},
-    Row{[](const Facts& f) { return HasReboot(f, Answer::kInDoubt); },
+    Row{[](const Facts& f) { return f.reboot == Answer::kInDoubt; },
         RebootInDoubt},
-    Row{[](const Facts& f) { return HasReboot(f, Answer::kNotSent); },
+    Row{[](const Facts& f) { return f.reboot == Answer::kNotSent; },
         RebootNotSent},
     Row{[](const Facts& f) {
-          return HasReboot(f, Answer::kAccepted) && f.is_staged;
+          return f.reboot == Answer::kAccepted && f.is_staged;
         },
         StagedAndRebooted},
-    Row{[](const Facts& f) { return HasReboot(f, Answer::kAccepted); },
+    Row{[](const Facts& f) { return f.reboot == Answer::kAccepted; },
         DoneAndRebooted},
     Row{[](const Facts& f) {
           return f.is_staged &&
@@ -827,48 +512,7 @@ std::optional<Verdict> LoggedBy(const Run& run) {
   return std::nullopt;
 }
 
-// Why a reboot could do harm after `task`; nullptr if it cannot.
-const char* ReasonAgainstReboot(const PhaseRun& task) {
-  switch (EndOf(task)) {
-    case TaskEnd::kCompleted:
-    case TaskEnd::kStaged:
-    case TaskEnd::kGoneLate:  // the library counts it as a success
-      return nullptr;
-    case TaskEnd::kFailed:
-      return "the task failed";
-    case TaskEnd::kCritical:
-      return "the task reports a critical problem";
-    case TaskEnd::kUnreadable:
-      return "the status of the task cannot be read";
-    case TaskEnd::kTimedOut:
-    case TaskEnd::kUndecided:
-    case TaskEnd::kUnfinished:
-      return "the task may still run";
-    case TaskEnd::kGoneEarly:
-      return "the task disappeared before it reported 50 %";
-  }
-  return nullptr;
-}
-
 }  // namespace
-
-std::string ReasonAgainstReboot(const Run& run) {
-  const Facts facts = FactsOf(run);
-  if (facts.image != Answer::kAccepted) {
-    return "the BMC did not accept the image";
-  }
-  for (const PhaseRun& phase : run.phases) {
-    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
-      continue;
-    }
-    if (const char* reason = ReasonAgainstReboot(phase)) return reason;
-  }
-  if (facts.activation != Answer::kNone &&
-      facts.activation != Answer::kAccepted) {
-    return "the BMC did not accept the activation";
-  }
-  return facts.has_task ? "" : "no task shows that the firmware was installed";
-}
 
 Verdict JudgeRun(const Run& run) {
   if (auto logged = LoggedBy(run)) return *std::move(logged);

@@ -44,10 +44,6 @@ inline constexpr std::array kOutcomes = {
 /// The verdict on a run. If the tool logged one, it is that one.
 Verdict JudgeRun(const Run& run);
 
-/// Why a reboot of the system could do harm now, e.g. "the task may still run";
-/// empty if all tasks succeeded, are staged, or disappeared late.
-std::string ReasonAgainstReboot(const Run& run);
-
 /// Outcome with the address of the BMC, cause and next step, in lines shorter
 /// than `columns`; 0: one line each.
 std::string TextOf(const Verdict& verdict, const std::string& bmc,

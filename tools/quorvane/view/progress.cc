@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 
@@ -254,7 +255,7 @@ std::string StepText(const Event& event, const Run& run) {
                  : fmt::format("Task: {} {} %", Printable(event.state),
                                event.percent);
     case EventKind::kLoginRefused:
-      return event.status == 403
+      return event.status == kHttpForbidden
                  ? std::string(
                        "Inventory: the account lacks the right to read "
                        "it (HTTP 403).")

@@ -20,6 +20,7 @@
 #include "quorvane/http.h"
 #include "quorvane/logging.h"
 #include "simulator/simulated_bmc.h"
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/run/records.h"
 
 namespace quorvane::tool {
@@ -133,8 +134,8 @@ void Note(CURL* handle, CURLcode code) {
     return;
   }
   if (!is_read && status >= 200 && status < 300) guard.has_changed = true;
-  constexpr long kUnauthorized = 401;  // RFC 9110, section 15.5.2
-  if (status == kUnauthorized && IsForBmc(handle)) guard.login_refused = true;
+  if (status == kHttpUnauthorized && IsForBmc(handle))
+    guard.login_refused = true;
 }
 
 CURLcode GuardedPerform(CURL* handle) {
