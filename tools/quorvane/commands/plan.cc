@@ -52,8 +52,8 @@ ExitCode RunPlan(PlanOptions options) {
           ? EscapedJson(ToJson(plan).dump(
                 2, ' ', false, nlohmann::json::error_handler_t::replace)) +
                 "\n"
-          : PlanText(plan, {.columns = TerminalColumns(),
-                            .is_colored = ShowsColors(STDOUT_FILENO)}));
+          : DescribePlan(plan, {.columns = TerminalColumns(),
+                                .is_colored = ShowsColors(STDOUT_FILENO)}));
   return plan.HasBlocker() ? ExitCode::kFailed : ExitCode::kDone;
 }
 

@@ -106,7 +106,8 @@ ExitCode PrintSchema() {
 }  // namespace
 
 void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
-  auto* rules = app.add_subcommand("rules", "Check and explain a rules file");
+  auto* rules = app.add_subcommand(
+      "rules", "Check and explain a rules file, or draft one");
   rules->require_subcommand(1);
   const auto options = std::make_shared<RulesOptions>();
   const auto add = [&](const char* name, const char* description,
@@ -125,6 +126,7 @@ void AddRulesCommands(CLI::App& app, ExitCode& exit_code) {
   add("explain", "Describe what an update does with a rules file", ExplainFile);
   rules->add_subcommand("schema", "Print the JSON Schema of rules files")
       ->callback([&exit_code] { exit_code = PrintSchema(); });
+  AddRulesDraftCommand(*rules, exit_code);
 }
 
 }  // namespace quorvane::tool

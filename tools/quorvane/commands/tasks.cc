@@ -42,7 +42,7 @@ ExitCode RunTasks(const TaskOptions& options) {
   ResourceCache cache(reader);
   const BmcTasks tasks = ReadTasks(cache, TaskServiceUri(cache));
   PrintText(options.json ? DocumentOf(ToJson(tasks))
-                         : TasksText(tasks, TerminalLayout()));
+                         : DescribeTasks(tasks, TerminalLayout()));
   if (tasks.is_complete) return ExitCode::kDone;
   const Resource& collection = cache.At(tasks.collection);
   PrintMessage(fmt::format(
@@ -77,7 +77,7 @@ ExitCode RunTask(const TaskOptions& options) {
   }
   const BmcTask task = TaskFrom(options.uri, *body);
   PrintText(options.json ? DocumentOf(ToJson(task))
-                         : TaskText(task, TerminalLayout()));
+                         : DescribeTask(task, TerminalLayout()));
   return ExitCode::kDone;
 }
 

@@ -217,13 +217,13 @@ std::string FindingsSection(const Plan& plan, const Layout& layout) {
 
 }  // namespace
 
-std::string PlanText(const Plan& plan, const Layout& layout) {
+std::string DescribePlan(const Plan& plan, const Layout& layout) {
   return TargetSection(plan, layout) + ImageSection(plan, layout) +
          FlowSection(plan, layout) + FirmwareSection(plan) +
          TimeSection(plan, layout) + FindingsSection(plan, layout);
 }
 
-std::string TasksText(const BmcTasks& tasks, const Layout& layout) {
+std::string DescribeTasks(const BmcTasks& tasks, const Layout& layout) {
   std::string text;
   for (const BmcTask& task : tasks.tasks) {
     text +=
@@ -240,7 +240,7 @@ std::string TasksText(const BmcTasks& tasks, const Layout& layout) {
   return text;
 }
 
-std::string TaskText(const BmcTask& task, const Layout& layout) {
+std::string DescribeTask(const BmcTask& task, const Layout& layout) {
   std::string text = "Task\n" + LabelLine("URI", task.uri, layout);
   const auto add = [&](const char* label, const std::string& value) {
     if (!value.empty()) text += LabelLine(label, value, layout);

@@ -17,13 +17,13 @@ struct Layout {
 };
 
 /// The plan as sections for a user.
-std::string PlanText(const Plan& plan, const Layout& layout);
+std::string DescribePlan(const Plan& plan, const Layout& layout);
 
 /// A line for each task.
-std::string TasksText(const BmcTasks& tasks, const Layout& layout);
+std::string DescribeTasks(const BmcTasks& tasks, const Layout& layout);
 
 /// A task with its messages.
-std::string TaskText(const BmcTask& task, const Layout& layout);
+std::string DescribeTask(const BmcTask& task, const Layout& layout);
 
 }  // namespace quorvane::tool
 
