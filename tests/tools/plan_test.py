@@ -57,7 +57,7 @@ ROWS = [
      ["update_service_unknown", "inventory_incomplete"]),
     ("broken", every(status=500), FILE, {}, 0, [], ["upload_uri_unknown"]),
     ("garbage", every(fault="garbage"), FILE, {}, 0, [],
-     ["service_root_unknown", "upload_uri_unknown"]),
+     ["service_root_unknown", "inventory_incomplete"]),
     ("no_json", every(status=200, body="<html>"), FILE, {}, 0, [],
      ["service_root_unknown", "upload_uri_unknown"]),
     ("wrong_types", every(status=200, body={"Members": 7, "Actions": [],

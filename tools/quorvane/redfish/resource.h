@@ -36,8 +36,9 @@ class ResourceReader {
 enum class Presence { kUnknown, kAbsent, kPresent };
 
 /// What a GET reveals. Present is a JSON object, no content, or 405 for a URI
-/// that accepts only other methods (RFC 9110, section 15.5.6). Any other content
-/// proves nothing: some web servers return their start page for every path.
+/// that accepts only other methods (RFC 9110, section 15.5.6). Any other
+/// content proves nothing: some web servers return their start page for every
+/// path.
 Presence PresenceOf(const Resource& resource);
 
 /// Keeps each resource, so that it is requested once.
