@@ -17,6 +17,8 @@ import jsonschema
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 RULES = json.loads(subprocess.check_output([TOOL, "rules", "schema"]))
 SCENARIO = json.loads((SOURCE / "simulator/scenario.schema.json").read_text())
+PLAN = json.loads(
+    (SOURCE / "tools/quorvane/redfish/plan.schema.json").read_text())
 INSTALLED = json.loads((SOURCE / "config/brindle.config.json").read_text())
 
 # Mistakes in the installed rules: path and value. None removes the key.
@@ -69,7 +71,7 @@ def check(schema, what, instance, must_be_valid):
         faults.append(f"{what}: {errors or 'must be invalid'}")
 
 
-for one in (RULES, SCENARIO):
+for one in (RULES, SCENARIO, PLAN):
     assert one["$schema"].endswith("/2020-12/schema"), one["$schema"]
     jsonschema.Draft202012Validator.check_schema(one)
 check(RULES, "config", INSTALLED, True)

@@ -25,7 +25,7 @@ struct PlanImage {
 struct PlanRequest {
   std::string bmc;  ///< Address.
   Config rules;
-  PlanImage image;
+  PlanImage image = {};
   std::vector<std::string> targets = {};
   bool may_download = true;  ///< This host may download the image of a URI.
 

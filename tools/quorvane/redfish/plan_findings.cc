@@ -378,6 +378,19 @@ const auto& BlockerRows() {
 const auto& WarningRows() {
   static const std::array rows = {
       FindingRow{
+          "service_root_unknown", Never,
+          [](const Situation& at) { return !at.facts.is_root_read; },
+          [](const Situation& at) {
+            return fmt::format(
+                "{} does not respond to {} as a Redfish service does.",
+                at.request.bmc, kServiceRootUri);
+          },
+          [](const Situation&) {
+            return std::string(
+                "Check that --bmc is the address of a BMC, and that Redfish is "
+                "enabled in its settings.");
+          }},
+      FindingRow{
           "update_service_unknown", Never,
           [](const Situation& at) { return !at.facts.update_service; },
           [](const Situation& at) {

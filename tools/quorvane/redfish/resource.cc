@@ -34,7 +34,9 @@ std::string_view WithoutSlash(std::string_view path) {
 }  // namespace
 
 Presence PresenceOf(const Resource& resource) {
-  if (IsSuccess(resource.status) || resource.status == kMethodNotAllowed) {
+  const bool is_empty = resource.body.empty() && resource.reason.empty();
+  if (resource.status == kMethodNotAllowed ||
+      (IsSuccess(resource.status) && (is_empty || ObjectIn(resource)))) {
     return Presence::kPresent;
   }
   return resource.status == kNotFound ? Presence::kAbsent : Presence::kUnknown;

@@ -35,8 +35,10 @@ class ResourceReader {
 /// Whether there is a resource. Only a 404 proves that there is none.
 enum class Presence { kUnknown, kAbsent, kPresent };
 
-/// What a GET reveals: 2xx, or 405 for a URI that accepts only other methods
-/// (RFC 9110, section 15.5.6), is present.
+/// What a GET reveals. Present is a JSON object, no content, or 405 for a URI
+/// that accepts only other methods (RFC 9110, section 15.5.6). Any other
+/// content proves nothing: some web servers return their start page for every
+/// path.
 Presence PresenceOf(const Resource& resource);
 
 /// Keeps each resource, so that it is requested once.
