@@ -129,8 +129,12 @@ void PrintExchange(const Exchange& exchange) {
     std::cout << " after " << exchange.response.delay.count() << " ms";
   }
   if (!exchange.note.empty()) std::cout << "  " << Printable(exchange.note);
+  std::cout << '\n';
+  for (const std::string& change : exchange.changes) {
+    std::cout << Printable(change) << '\n';
+  }
   // Flush, so that the reader of a pipe sees each line immediately.
-  std::cout << std::endl;
+  std::cout << std::flush;
 }
 
 // The options of an update that fit the scenario. The simulated BMC never

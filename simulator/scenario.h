@@ -77,6 +77,9 @@ struct TaskScript {
   bool task_in_body = true;        ///< False: the body of a 202 is empty.
   int monitor_final_status = 200;  ///< 200 with the task, or 204.
   int retry_after = 30;            ///< Seconds, in the 202; 0: no header.
+  /// The task gets 404 after a poll has returned this percentage. Its update
+  /// finishes.
+  std::optional<int> disappears_at = {};
 };
 
 /// Where images are uploaded, and the response.
@@ -116,6 +119,17 @@ struct RebootBehavior {
   bool keeps_tasks = true;  ///< False: a reboot deletes all tasks.
 };
 
+/// When the inventory shows the versions of a finished update.
+struct VersionChange {
+  /// "restart" (at the next reboot), "completion" or "never".
+  std::string at = "restart";
+  /// The delay after that, counted while the BMC responds: reads of the
+  /// collection of the firmware inventory that still show the old versions, or
+  /// seconds from the first request that it executes.
+  int after_reads = 0;
+  double after_seconds = 0;
+};
+
 /// An image that can be downloaded without credentials.
 struct Image {
   std::string path = "/images/firmware.bin";
@@ -134,6 +148,8 @@ struct FaultRule {
   int after = 0;  ///< Number of matching requests that pass first.
   int every = 1;  ///< Of the rest, the rule applies to each n-th.
   int first = 0;  ///< The rule applies to at most n requests; 0: no limit.
+  /// The rule counts and applies only after the BMC has rebooted.
+  bool after_reboot = false;
   /// Apply the rule before the body is read, so that an upload ends after its
   /// header. A POST to the SimpleUpdate action then counts as activation,
   /// because only the body distinguishes the two.
@@ -150,7 +166,11 @@ struct Scenario {
   std::string user = "admin";
   std::string password = "password";
   std::string system_id = "system";
-  std::string power_state = "On";  ///< "On" or "Off".
+  std::string system_properties = {};  ///< As in InventoryMember.
+  /// False: ServiceEnabled of the UpdateService is false, and updates get 503.
+  bool service_enabled = true;
+  std::string update_service_properties = {};  ///< As in InventoryMember.
+  std::string power_state = "On";              ///< "On" or "Off".
   std::vector<std::string> reset_types = {
       "On",      "ForceOff",     "GracefulShutdown", "GracefulRestart",
       "ForceOn", "ForceRestart", "PowerCycle"};
@@ -164,9 +184,7 @@ struct Scenario {
   SimpleUpdateAction simple_update = {};
   Activation activation = {};
   TaskScript task = {};
-  /// When a finished update appears in the inventory: "restart" (at the next
-  /// reboot) or "completion".
-  std::string versions_change_at = "restart";
+  VersionChange version_change = {};
   RebootBehavior reboot = {};
   std::vector<Image> images = {{}};
   std::vector<FaultRule> faults = {};

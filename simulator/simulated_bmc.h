@@ -20,6 +20,8 @@ struct Exchange {
   const RecordedRequest& request;
   const BmcResponse& response;
   std::string note;  ///< What the BMC did, such as "task 1: Running 25%".
+  /// Versions that changed, such as "BIOS is now 2.5.0".
+  std::vector<std::string> changes = {};
 };
 
 struct BmcOptions {
@@ -88,6 +90,10 @@ class SimulatedBmc {
 
   /// Number of reboots, by a reset or by itself.
   [[nodiscard]] int Reboots() const;
+
+  /// The version of a member of the firmware inventory, without a request and
+  /// independent of faults; empty if there is no such member.
+  [[nodiscard]] std::string FirmwareVersion(const std::string& id) const;
 
  private:
   class Impl;
