@@ -241,6 +241,14 @@ std::string ReadFile(const std::string& path) {
           std::istreambuf_iterator<char>()};
 }
 
+Json ParseTree(const std::string& json, const std::string& origin) {
+  try {
+    return ParseJson(json);
+  } catch (const std::runtime_error& error) {
+    throw ScenarioError(origin + ": invalid JSON: " + error.what());
+  }
+}
+
 // Directories of built-in scenarios: the data directory of the installation or
 // of the build tree. The search walks up from the program, so that an
 // installation can be moved.
@@ -260,12 +268,7 @@ std::vector<fs::path> ScenarioDirectories() {
 }  // namespace
 
 Scenario ParseScenario(const std::string& json, const std::string& origin) {
-  Json tree;
-  try {
-    tree = ParseJson(json);
-  } catch (const std::runtime_error& error) {
-    throw ScenarioError(origin + ": invalid JSON: " + error.what());
-  }
+  const Json tree = ParseTree(json, origin);
   Scenario scenario;
   ObjectReader in(tree, origin + ": $");
   in.Find("$schema");  // for editors
@@ -312,6 +315,25 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
 
 Scenario LoadScenario(const std::string& path) {
   return ParseScenario(ReadFile(path), path);
+}
+
+std::vector<std::pair<std::string, int>> LoadScenarioWeights(
+    const std::string& path) {
+  const Json tree = ParseTree(ReadFile(path), path);
+  ObjectReader in(tree, path + ": $");
+  std::vector<std::pair<std::string, int>> weights;
+  bool is_usable = false;
+  for (const auto& entry : tree.items()) {
+    auto& [name, weight] = weights.emplace_back(entry.key(), 0);
+    in.Read(name.c_str(), weight, 0, kMaxCount);
+    is_usable = is_usable || weight > 0;
+  }
+  if (!is_usable) {
+    throw ScenarioError(path +
+                        ": no scenario has a positive weight. Write a JSON "
+                        "object such as {\"clean\": 9, \"task-fails\": 1}.");
+  }
+  return weights;
 }
 
 std::string FindScenario(const std::string& file_or_name) {

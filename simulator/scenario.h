@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/http_message.h"
@@ -205,6 +206,12 @@ Scenario ParseScenario(const std::string& json, const std::string& origin);
 
 /// @throws ScenarioError, also if the file cannot be read.
 Scenario LoadScenario(const std::string& path);
+
+/// Reads an object of scenario names and weights, in the order of the file:
+/// {"clean": 90, "task-fails": 3}. At least one weight is positive.
+/// @throws ScenarioError
+std::vector<std::pair<std::string, int>> LoadScenarioWeights(
+    const std::string& path);
 
 /// The path of a scenario file. `file_or_name` is an existing file, or the name
 /// of a built-in scenario such as "clean", which is in the data directory of

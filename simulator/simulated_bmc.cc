@@ -24,7 +24,8 @@ class SimulatedBmc::Impl final : public RequestHandler {
   Impl(Scenario scenario, BmcOptions options)
       : options_(std::move(options)),
         service_(std::move(scenario), options_.now),
-        server_(*this, options_.bind_address, options_.port) {}
+        server_(*this, options_.bind_address, options_.port,
+                options_.tls ? options_.tls : CreateTlsContext()) {}
 
   std::optional<BmcResponse> RespondBeforeBody(
       const RecordedRequest& request) override {
@@ -99,6 +100,8 @@ class SimulatedBmc::Impl final : public RequestHandler {
   RedfishService service_;
   TlsServer server_;  // last, because its threads use all of the above
 };
+
+TlsContext CreateTlsContext() { return TlsServer::CreateTlsContext(); }
 
 ScriptedResponses& ScriptedResponses::Respond(BmcResponse response) {
   const std::lock_guard lock(state_->mutex);

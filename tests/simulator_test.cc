@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "simulator/fleet.h"
 #include "simulator/run_simulator.h"
 #include "simulator/scenario.h"
 #include "simulator/simulated_bmc.h"
@@ -596,6 +597,124 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}),
             kUnusable);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));
+}
+
+TEST(Fleet, SpreadsScenariosByWeight) {
+  EXPECT_THAT(SpreadByWeight({3, 1}, 8), ElementsAre(0, 0, 1, 0, 0, 0, 1, 0));
+  EXPECT_THAT(SpreadByWeight({1000000, 1000000}, 3), ElementsAre(0, 1, 0));
+  const auto places = SpreadByWeight({90, 5, 3}, 200);
+  std::vector<int> counts(3);
+  for (const std::size_t place : places) ++counts[place];
+  EXPECT_THAT(counts, ElementsAre(184, 10, 6));
+}
+
+TEST(Fleet, WritesHostsThatAnsibleReads) {
+  const std::vector<InventoryHost> hosts = {
+      {"bmc001", "[::1]:1", "admin", "clean"},
+      {"bmc002", "127.0.0.1:2", "o'b\x1b#", "./a b.json"}};
+  EXPECT_THAT(AnsibleInventory(hosts, /*as_yaml=*/true), HasSubstr(R"(
+bmcs:
+  hosts:
+    bmc001:
+      quorvane_bmc: "[::1]:1"
+      quorvane_user: "admin"
+      simulated_scenario: "clean"
+    bmc002:
+      quorvane_bmc: "127.0.0.1:2"
+      quorvane_user: "o'b\u001b#"
+      simulated_scenario: "./a b.json"
+)"));
+  // A value is a word of a shell; if it is quoted, a string of Python.
+  EXPECT_THAT(AnsibleInventory(hosts, /*as_yaml=*/false), HasSubstr(R"(
+[bmcs]
+bmc001 quorvane_bmc='"[::1]:1"' quorvane_user=admin simulated_scenario=clean
+bmc002 quorvane_bmc='"127.0.0.1:2"' quorvane_user='"o'"'"'b\u001b#"' )"));
+}
+
+class FleetProgram : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directory(directory);
+    Write("busy.json", R"({"faults":[{"phase":"upload","status":503}]})");
+    Write("weights", R"({"clean":2,"busy.json":1,"task-fails":0})");
+  }
+  void TearDown() override { std::filesystem::remove_all(directory); }
+
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(directory / name) << text;
+  }
+  [[nodiscard]] std::string Read(const std::string& name) const {
+    std::ifstream file(directory / name);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  [[nodiscard]] SimulatorOptions Options() const {
+    return {.fleet = 3,
+            .scenarios = (directory / "weights").string(),
+            .inventory_file = (directory / "hosts").string(),
+            .account_directory = (directory / "accounts").string()};
+  }
+  // The message of a fleet that does not start.
+  static std::string Rejection(const SimulatorOptions& options) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunSimulator(options), kUnusable);
+    return testing::internal::GetCapturedStderr();
+  }
+
+  const std::filesystem::path directory =
+      std::filesystem::temp_directory_path() /
+      ("simulator-fleet-" + std::to_string(getpid()));
+};
+
+TEST_F(FleetProgram, GivesEachBmcItsScenarioAndAccount) {
+  testing::internal::CaptureStdout();
+  std::thread program([&] { EXPECT_EQ(RunSimulator(Options()), 0); });
+  while (Read("hosts").empty()) std::this_thread::yield();
+  const std::string inventory = Read("hosts");
+  std::vector<std::string> addresses;
+  for (std::size_t at = 0;
+       (at = inventory.find("127.0.0.1", at)) != std::string::npos; ++at) {
+    addresses.push_back(inventory.substr(at, inventory.find('"', at) - at));
+  }
+  std::vector<long> statuses;
+  for (const std::string& address : addresses) {
+    statuses.push_back(Request{"POST", kBinary, "image"}.Send(address).status);
+  }
+  pthread_kill(program.native_handle(), SIGTERM);
+  program.join();
+  EXPECT_THAT(statuses, ElementsAre(202, 503, 202));
+  EXPECT_THAT(Read("accounts/bmc002.txt"),
+              AllOf(StartsWith("Simulated BMC at https://" + addresses.at(1)),
+                    HasSubstr("busy.json: "),
+                    HasSubstr("\nPOST " + kBinary + " 503  fault\n")));
+  EXPECT_THAT(Read("accounts/bmc003.txt"), HasSubstr("image of 5 bytes"));
+  EXPECT_EQ(Read("hosts"), "") << "removed at the end";
+  EXPECT_THAT(
+      testing::internal::GetCapturedStdout(),
+      AllOf(HasSubstr("  1 busy.json\n  2 clean\n"), Not(HasSubstr("POST"))));
+}
+
+TEST_F(FleetProgram, RejectsWeightsAndFilesOfOthers) {
+  for (const auto& [weights, message] :
+       std::vector<std::pair<const char*, const char*>>{
+           {R"({"clean":0})", "no scenario has a positive weight"},
+           {R"({"clean":-1})", "$.clean: must be an integer from 0"},
+           {R"(["clean"])", "must be an object"},
+           {R"({"none":1})", "built-in scenario \"none\""},
+           {R"({"none.json":1})", "none.json\". Built-in scenarios"}}) {
+    Write("weights", weights);
+    EXPECT_THAT(Rejection(Options()), HasSubstr(message));
+  }
+  Write("weights", R"({"clean":1})");
+  Write("hosts", "[production]\nserver1\n");
+  EXPECT_THAT(Rejection(Options()), HasSubstr("Choose another inventory file"));
+  EXPECT_EQ(Read("hosts"), "[production]\nserver1\n");
+  std::filesystem::remove(directory / "hosts");
+  std::filesystem::create_directory(directory / "accounts");
+  std::filesystem::create_symlink(directory / "weights",
+                                  directory / "accounts/bmc002.txt");
+  EXPECT_THAT(Rejection(Options()), HasSubstr("another account directory"));
+  EXPECT_EQ(Read("weights"), R"({"clean":1})");
 }
 
 }  // namespace
