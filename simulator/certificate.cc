@@ -67,12 +67,11 @@ CertificatePtr SelfSigned(EVP_PKEY* key) {
 
 }  // namespace
 
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext() {
+std::shared_ptr<SSL_CTX> CreateSelfSignedTlsContext() {
   const KeyPtr key(EVP_EC_gen("P-256"), &EVP_PKEY_free);
   Require(key != nullptr, "EC key");
   const CertificatePtr certificate = SelfSigned(key.get());
-  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls(
-      SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+  std::shared_ptr<SSL_CTX> tls(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
   Require(tls != nullptr &&
               SSL_CTX_set_min_proto_version(tls.get(), TLS1_2_VERSION) == 1 &&
               SSL_CTX_use_certificate(tls.get(), certificate.get()) == 1 &&

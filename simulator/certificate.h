@@ -12,7 +12,7 @@ namespace quorvane::simulator {
 /// a self-signed certificate for 127.0.0.1, ::1 and localhost. It is valid for
 /// a day and never written to disk.
 /// @throws std::runtime_error if OpenSSL fails.
-std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> CreateSelfSignedTlsContext();
+std::shared_ptr<SSL_CTX> CreateSelfSignedTlsContext();
 
 }  // namespace quorvane::simulator
 

@@ -17,6 +17,15 @@ struct SimulatorOptions {
   /// Receives "ADDRESS:PORT\n" when the BMC listens, and is removed at the end.
   /// Empty: no file.
   std::string address_file = {};
+  /// Number of simulated BMCs, each at a free port. 0: one BMC, without the
+  /// following options.
+  int fleet = 0;
+  /// A file of scenario names and weights, instead of `scenario`; or empty.
+  std::string scenarios = {};
+  /// Receives an Ansible inventory, and is removed at the end. Empty: no file.
+  std::string inventory_file = {};
+  /// Receives a file for each BMC with its requests. Empty: they are printed.
+  std::string account_directory = {};
   bool quiet = false;  ///< Do not print a line for each request.
 };
 

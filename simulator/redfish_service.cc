@@ -100,7 +100,22 @@ RedfishService::RedfishService(Scenario scenario, Clock now)
   for (const FaultRule& rule : scenario_.faults) faults_.push_back({rule});
 }
 
+std::string RedfishService::FirmwareVersion(const std::string& id) const {
+  const auto& members = scenario_.firmware.members;
+  const auto found =
+      std::find_if(members.begin(), members.end(),
+                   [&](const InventoryMember& m) { return m.id == id; });
+  return found == members.end() ? std::string() : found->version;
+}
+
 RedfishService::Outcome RedfishService::Respond(
+    const RecordedRequest& request) {
+  Outcome outcome = RespondWithFaults(request);
+  outcome.changes = std::exchange(changes_, {});
+  return outcome;
+}
+
+RedfishService::Outcome RedfishService::RespondWithFaults(
     const RecordedRequest& request) {
   if (auto unavailable = RespondWhileRebooting()) return *unavailable;
   const FaultRule* fault = MatchFault(request, /*before_body=*/false);
@@ -128,6 +143,7 @@ const FaultRule* RedfishService::MatchFault(const RecordedRequest& request,
   for (CountedFault& fault : faults_) {
     const FaultRule& rule = fault.rule;
     if (rule.before_body != before_body ||
+        (rule.after_reboot && reboots_ == 0) ||
         (!rule.method.empty() && rule.method != request.method) ||
         (!rule.path.empty() && !PathMatches(rule.path, request.path)) ||
         (!rule.phase.empty() && rule.phase != PhaseOf(request)) ||
@@ -226,6 +242,7 @@ RedfishService::Outcome RedfishService::Handle(const RecordedRequest& request) {
 
 RedfishService::Outcome RedfishService::Route(const RecordedRequest& request,
                                               const std::string& path) {
+  AdvanceVersionChange(request, path);
   const bool is_post = request.method == "POST";
   if (Contains(scenario_.upload.multipart_paths, request.path) ||
       Contains(scenario_.upload.binary_paths, request.path)) {
@@ -258,6 +275,7 @@ RedfishService::Outcome RedfishService::Route(const RecordedRequest& request,
 }
 
 RedfishService::Outcome RedfishService::Upload(const RecordedRequest& request) {
+  if (auto disabled = RespondIfDisabled()) return *disabled;
   if (auto busy = RespondIfBusy()) return *busy;
   const bool is_multipart =
       Header(request, "Content-Type").starts_with("multipart/form-data");
@@ -312,6 +330,7 @@ RedfishService::Outcome RedfishService::StoreImage(
 
 RedfishService::Outcome RedfishService::UpdateAction(
     const RecordedRequest& request) {
+  if (auto disabled = RespondIfDisabled()) return *disabled;
   const auto body = ParseObject(request.body);
   if (!body) return MalformedJson();
   std::vector<std::string> targets = StringArray(*body, "Targets");
@@ -415,6 +434,15 @@ std::optional<RedfishService::Outcome> RedfishService::RespondIfBusy() const {
       "busy with task " + running->first};
 }
 
+std::optional<RedfishService::Outcome> RedfishService::RespondIfDisabled()
+    const {
+  if (scenario_.service_enabled) return {};
+  return Outcome{
+      ErrorResponse(503, "ServiceDisabled", "The UpdateService is disabled.",
+                    "Enable the UpdateService."),
+      "UpdateService disabled"};
+}
+
 RedfishService::Outcome RedfishService::ResetSystem(
     const RecordedRequest& request) {
   const auto body = ParseObject(request.body);
@@ -466,8 +494,38 @@ void RedfishService::Reboot(bool by_itself) {
       }
     }
   }
-  ApplyPendingUpdate();
+  StartVersionChange();
   if (!scenario_.reboot.keeps_tasks) tasks_.clear();
+}
+
+void RedfishService::StartVersionChange() {
+  // A further reboot does not restart the delay.
+  if (!pending_targets_ || change_) return;
+  const VersionChange& change = scenario_.version_change;
+  if (change.after_reads == 0 && change.after_seconds <= 0) {
+    ApplyPendingUpdate();
+  } else {
+    change_ = DelayedChange{.reads_left = change.after_reads};
+  }
+}
+
+void RedfishService::AdvanceVersionChange(const RecordedRequest& request,
+                                          const std::string& path) {
+  if (!change_) return;
+  const double seconds = scenario_.version_change.after_seconds;
+  if (seconds > 0) {
+    if (!change_->due) {
+      change_->due = now_() + std::chrono::duration_cast<TimePoint::duration>(
+                                  std::chrono::duration<double>(seconds));
+    }
+    if (now_() >= *change_->due) ApplyPendingUpdate();
+    return;
+  }
+  // The further pages of a collection belong to the same read.
+  if (IsRead(request) && path == kFirmwareInventory && request.query.empty() &&
+      change_->reads_left-- == 0) {
+    ApplyPendingUpdate();
+  }
 }
 
 void RedfishService::ApplyPendingUpdate() {
@@ -480,11 +538,15 @@ void RedfishService::ApplyPendingUpdate() {
   const bool updates_all =
       std::none_of(members.begin(), members.end(), is_target);
   for (InventoryMember& member : members) {
-    if (!member.updated_version.empty() && (updates_all || is_target(member))) {
+    const bool changes = !member.updated_version.empty() &&
+                         member.version != member.updated_version;
+    if (changes && (updates_all || is_target(member))) {
       member.version = member.updated_version;
+      changes_.push_back(member.id + " is now " + member.version);
     }
   }
   pending_targets_.reset();
+  change_.reset();
 }
 
 }  // namespace quorvane::simulator

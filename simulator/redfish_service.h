@@ -25,6 +25,8 @@ class RedfishService {
   struct Outcome {
     BmcResponse response;
     std::string note = {};  ///< What the BMC did, for a log line; may be empty.
+    /// Versions that changed, such as "BIOS is now 2.5.0".
+    std::vector<std::string> changes = {};
   };
 
   RedfishService(Scenario scenario, Clock now);
@@ -40,6 +42,10 @@ class RedfishService {
   }
   [[nodiscard]] std::size_t StoredImageSize() const { return image_size_; }
   [[nodiscard]] int Reboots() const { return reboots_; }
+
+  /// The version that a member of the firmware inventory really has, whatever a
+  /// fault makes of it; empty if there is no such member.
+  [[nodiscard]] std::string FirmwareVersion(const std::string& id) const;
 
  private:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -61,7 +67,14 @@ class RedfishService {
     int applied = 0;
   };
 
+  /// A finished update whose versions are not yet visible.
+  struct DelayedChange {
+    int reads_left = 0;
+    std::optional<TimePoint> due = {};  ///< Unset until the BMC responds.
+  };
+
   // redfish_service.cc: handling of requests, and changes of the state.
+  Outcome RespondWithFaults(const RecordedRequest& request);
   Outcome Handle(const RecordedRequest& request);
   Outcome Route(const RecordedRequest& request, const std::string& path);
   const FaultRule* MatchFault(const RecordedRequest& request, bool before_body);
@@ -77,7 +90,11 @@ class RedfishService {
   Outcome ResetSystem(const RecordedRequest& request);
   Outcome Accept(int status, std::vector<std::string> targets, bool installs);
   [[nodiscard]] std::optional<Outcome> RespondIfBusy() const;
+  [[nodiscard]] std::optional<Outcome> RespondIfDisabled() const;
   void Reboot(bool by_itself);
+  void StartVersionChange();
+  void AdvanceVersionChange(const RecordedRequest& request,
+                            const std::string& path);
   void ApplyPendingUpdate();
 
   // tasks.cc: progress of tasks.
@@ -107,8 +124,10 @@ class RedfishService {
   bool power_is_on_ = true;
   std::size_t image_size_ = 0;
   std::string image_sha256_;
-  /// Targets of an installed update that appears after a reboot.
+  /// Targets of an installed update that is not yet visible.
   std::optional<std::vector<std::string>> pending_targets_;
+  std::optional<DelayedChange> change_;
+  std::vector<std::string> changes_;  ///< By the current request.
   int reboots_ = 0;
   int unavailable_requests_ = 0;
   std::optional<TimePoint> unavailable_until_;

@@ -148,8 +148,9 @@ Json RedfishService::UpdateService() const {
   Json service = NewResource(std::string(kUpdateService),
                              "#UpdateService.v1_8_1.UpdateService",
                              "UpdateService", "Update Service");
-  service["ServiceEnabled"] = true;
+  service["ServiceEnabled"] = scenario_.service_enabled;
   service["Status"] = HealthyStatus();
+  if (!scenario_.service_enabled) service["Status"]["State"] = "Disabled";
   service["FirmwareInventory"] = Link(kFirmwareInventory);
   service["SoftwareInventory"] = Link(kSoftwareInventory);
   const UploadEndpoints& upload = scenario_.upload;
@@ -164,6 +165,7 @@ Json RedfishService::UpdateService() const {
                          {{"target", scenario_.simple_update.path},
                           {"TransferProtocol@Redfish.AllowableValues",
                            scenario_.simple_update.protocols}}}};
+  Merge(service, scenario_.update_service_properties);
   return service;
 }
 
@@ -181,6 +183,7 @@ Json RedfishService::System() const {
       {"#ComputerSystem.Reset",
        {{"target", path + "/Actions/ComputerSystem.Reset"},
         {"ResetType@Redfish.AllowableValues", scenario_.reset_types}}}};
+  Merge(system, scenario_.system_properties);
   return system;
 }
 

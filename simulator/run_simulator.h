@@ -9,9 +9,9 @@ namespace quorvane::simulator {
 /// Exit code if an option, the scenario or the address cannot be used.
 constexpr int kUnusable = 2;
 
-/// Runs a simulated BMC until SIGINT or SIGTERM, and prints its requests to
-/// standard output. The calling thread waits for the signals; all other threads
-/// of the process must block them.
+/// Runs a simulated BMC, or a fleet, until SIGINT or SIGTERM, and prints the
+/// requests to standard output. The calling thread waits for the signals; all
+/// other threads of the process must block them.
 /// @return 0; or `kUnusable` after a message on standard error if the BMC
 ///     cannot start. The password of the scenario is never printed.
 int RunSimulator(const SimulatorOptions& options);

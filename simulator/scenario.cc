@@ -129,6 +129,7 @@ void ReadTask(ObjectReader& in, TaskScript& task) {
     in.Fail("monitor_final_status", "must be 200 or 204");
   }
   in.Read("retry_after", task.retry_after, 0, kMaxCount);
+  in.Read("disappears_at", task.disappears_at, 0, 100);
 }
 
 void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
@@ -140,6 +141,18 @@ void ReadReboot(ObjectReader& in, RebootBehavior& reboot) {
   in.Read("seconds", reboot.seconds);
   in.Read("answers_503", reboot.returns_503);
   in.Read("keeps_tasks", reboot.keeps_tasks);
+}
+
+void ReadVersionChange(ObjectReader& in, VersionChange& change) {
+  in.Read("versions_change_at", change.at, {"restart", "completion", "never"});
+  if (in.Has("versions_change_after_reads") &&
+      in.Has("versions_change_after_seconds")) {
+    in.Fail("versions_change_after_seconds",
+            "set either versions_change_after_reads or "
+            "versions_change_after_seconds, not both");
+  }
+  in.Read("versions_change_after_reads", change.after_reads, 0, kMaxCount);
+  in.Read("versions_change_after_seconds", change.after_seconds);
 }
 
 Image ReadImage(ObjectReader& in) {
@@ -186,6 +199,7 @@ FaultRule ReadFault(ObjectReader& in) {
   in.Read("after", rule.after, 0, kMaxCount);
   in.Read("every", rule.every, 1, kMaxCount);
   in.Read("first", rule.first, 1, kMaxCount);
+  in.Read("after_restart", rule.after_reboot);
   in.Read("before_body", rule.before_body);
   std::vector<std::string> names;
   names.reserve(kFaults.size());
@@ -227,6 +241,14 @@ std::string ReadFile(const std::string& path) {
           std::istreambuf_iterator<char>()};
 }
 
+Json ParseTree(const std::string& json, const std::string& origin) {
+  try {
+    return ParseJson(json);
+  } catch (const std::runtime_error& error) {
+    throw ScenarioError(origin + ": invalid JSON: " + error.what());
+  }
+}
+
 // Directories of built-in scenarios: the data directory of the installation or
 // of the build tree. The search walks up from the program, so that an
 // installation can be moved.
@@ -246,12 +268,7 @@ std::vector<fs::path> ScenarioDirectories() {
 }  // namespace
 
 Scenario ParseScenario(const std::string& json, const std::string& origin) {
-  Json tree;
-  try {
-    tree = ParseJson(json);
-  } catch (const std::runtime_error& error) {
-    throw ScenarioError(origin + ": invalid JSON: " + error.what());
-  }
+  const Json tree = ParseTree(json, origin);
   Scenario scenario;
   ObjectReader in(tree, origin + ": $");
   in.Find("$schema");  // for editors
@@ -261,6 +278,10 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
     credentials.Read("password", scenario.password);
   });
   in.Read("system_id", scenario.system_id);
+  in.ReadObjectText("system_properties", scenario.system_properties);
+  in.Read("service_enabled", scenario.service_enabled);
+  in.ReadObjectText("update_service_properties",
+                    scenario.update_service_properties);
   in.Read("power_state", scenario.power_state, {"On", "Off"});
   in.Read("reset_types", scenario.reset_types);
   in.ReadObject("firmware", [&](ObjectReader& firmware) {
@@ -282,8 +303,7 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
   });
   in.ReadObject("task",
                 [&](ObjectReader& task) { ReadTask(task, scenario.task); });
-  in.Read("versions_change_at", scenario.versions_change_at,
-          {"restart", "completion"});
+  ReadVersionChange(in, scenario.version_change);
   in.ReadObject("restart", [&](ObjectReader& restart) {
     ReadReboot(restart, scenario.reboot);
   });
@@ -295,6 +315,25 @@ Scenario ParseScenario(const std::string& json, const std::string& origin) {
 
 Scenario LoadScenario(const std::string& path) {
   return ParseScenario(ReadFile(path), path);
+}
+
+std::vector<std::pair<std::string, int>> LoadScenarioWeights(
+    const std::string& path) {
+  const Json tree = ParseTree(ReadFile(path), path);
+  ObjectReader in(tree, path + ": $");
+  std::vector<std::pair<std::string, int>> weights;
+  bool is_usable = false;
+  for (const auto& entry : tree.items()) {
+    auto& [name, weight] = weights.emplace_back(entry.key(), 0);
+    in.Read(name.c_str(), weight, 0, kMaxCount);
+    is_usable = is_usable || weight > 0;
+  }
+  if (!is_usable) {
+    throw ScenarioError(path +
+                        ": no scenario has a positive weight. Write a JSON "
+                        "object such as {\"clean\": 9, \"task-fails\": 1}.");
+  }
+  return weights;
 }
 
 std::string FindScenario(const std::string& file_or_name) {

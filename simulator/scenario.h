@@ -6,6 +6,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/http_message.h"
@@ -77,6 +78,9 @@ struct TaskScript {
   bool task_in_body = true;        ///< False: the body of a 202 is empty.
   int monitor_final_status = 200;  ///< 200 with the task, or 204.
   int retry_after = 30;            ///< Seconds, in the 202; 0: no header.
+  /// The task gets 404 after a poll has returned this percentage. Its update
+  /// finishes.
+  std::optional<int> disappears_at = {};
 };
 
 /// Where images are uploaded, and the response.
@@ -116,6 +120,17 @@ struct RebootBehavior {
   bool keeps_tasks = true;  ///< False: a reboot deletes all tasks.
 };
 
+/// When the inventory shows the versions of a finished update.
+struct VersionChange {
+  /// "restart" (at the next reboot), "completion" or "never".
+  std::string at = "restart";
+  /// The delay after that, counted while the BMC responds: reads of the
+  /// collection of the firmware inventory that still show the old versions, or
+  /// seconds from the first request that it executes.
+  int after_reads = 0;
+  double after_seconds = 0;
+};
+
 /// An image that can be downloaded without credentials.
 struct Image {
   std::string path = "/images/firmware.bin";
@@ -134,6 +149,8 @@ struct FaultRule {
   int after = 0;  ///< Number of matching requests that pass first.
   int every = 1;  ///< Of the rest, the rule applies to each n-th.
   int first = 0;  ///< The rule applies to at most n requests; 0: no limit.
+  /// The rule counts and applies only after the BMC has rebooted.
+  bool after_reboot = false;
   /// Apply the rule before the body is read, so that an upload ends after its
   /// header. A POST to the SimpleUpdate action then counts as activation,
   /// because only the body distinguishes the two.
@@ -150,7 +167,11 @@ struct Scenario {
   std::string user = "admin";
   std::string password = "password";
   std::string system_id = "system";
-  std::string power_state = "On";  ///< "On" or "Off".
+  std::string system_properties = {};  ///< As in InventoryMember.
+  /// False: ServiceEnabled of the UpdateService is false, and updates get 503.
+  bool service_enabled = true;
+  std::string update_service_properties = {};  ///< As in InventoryMember.
+  std::string power_state = "On";              ///< "On" or "Off".
   std::vector<std::string> reset_types = {
       "On",      "ForceOff",     "GracefulShutdown", "GracefulRestart",
       "ForceOn", "ForceRestart", "PowerCycle"};
@@ -164,9 +185,7 @@ struct Scenario {
   SimpleUpdateAction simple_update = {};
   Activation activation = {};
   TaskScript task = {};
-  /// When a finished update appears in the inventory: "restart" (at the next
-  /// reboot) or "completion".
-  std::string versions_change_at = "restart";
+  VersionChange version_change = {};
   RebootBehavior reboot = {};
   std::vector<Image> images = {{}};
   std::vector<FaultRule> faults = {};
@@ -187,6 +206,12 @@ Scenario ParseScenario(const std::string& json, const std::string& origin);
 
 /// @throws ScenarioError, also if the file cannot be read.
 Scenario LoadScenario(const std::string& path);
+
+/// Reads an object of scenario names and weights, in the order of the file:
+/// {"clean": 90, "task-fails": 3}. At least one weight is positive.
+/// @throws ScenarioError
+std::vector<std::pair<std::string, int>> LoadScenarioWeights(
+    const std::string& path);
 
 /// The path of a scenario file. `file_or_name` is an existing file, or the name
 /// of a built-in scenario such as "clean", which is in the data directory of

@@ -24,14 +24,15 @@ class SimulatedBmc::Impl final : public RequestHandler {
   Impl(Scenario scenario, BmcOptions options)
       : options_(std::move(options)),
         service_(std::move(scenario), options_.now),
-        server_(*this, options_.bind_address, options_.port) {}
+        server_(*this, options_.bind_address, options_.port,
+                options_.tls ? options_.tls : CreateTlsContext()) {}
 
   std::optional<BmcResponse> RespondBeforeBody(
       const RecordedRequest& request) override {
     const std::lock_guard lock(mutex_);
     if (scripts_.contains({request.method, request.path})) return {};
     auto response = service_.RespondBeforeBody(request);
-    if (response) Record(request, *response, "fault before the body");
+    if (response) Record(request, {*response, "fault before the body"});
     return response;
   }
 
@@ -41,7 +42,7 @@ class SimulatedBmc::Impl final : public RequestHandler {
     const RedfishService::Outcome outcome =
         scripted ? RedfishService::Outcome{*scripted, "scripted"}
                  : service_.Respond(request);
-    Record(std::move(request), outcome.response, outcome.note);
+    Record(std::move(request), outcome);
     return outcome.response;
   }
 
@@ -74,9 +75,11 @@ class SimulatedBmc::Impl final : public RequestHandler {
     return response;
   }
 
-  void Record(RecordedRequest request, const BmcResponse& response,
-              const std::string& note) {
-    if (options_.observer) options_.observer({request, response, note});
+  void Record(RecordedRequest request, const RedfishService::Outcome& outcome) {
+    if (options_.observer) {
+      options_.observer(
+          {request, outcome.response, outcome.note, outcome.changes});
+    }
     if (request.body.size() > options_.max_recorded_body) {
       request.body.resize(options_.max_recorded_body);
       request.body.shrink_to_fit();
@@ -97,6 +100,8 @@ class SimulatedBmc::Impl final : public RequestHandler {
   RedfishService service_;
   TlsServer server_;  // last, because its threads use all of the above
 };
+
+TlsContext CreateTlsContext() { return TlsServer::CreateTlsContext(); }
 
 ScriptedResponses& ScriptedResponses::Respond(BmcResponse response) {
   const std::lock_guard lock(state_->mutex);
@@ -164,6 +169,12 @@ std::string SimulatedBmc::StoredImageSha256() const {
 std::size_t SimulatedBmc::StoredImageSize() const {
   return impl_->Locked([](const RedfishService& service, const auto&) {
     return service.StoredImageSize();
+  });
+}
+
+std::string SimulatedBmc::FirmwareVersion(const std::string& id) const {
+  return impl_->Locked([&](const RedfishService& service, const auto&) {
+    return service.FirmwareVersion(id);
   });
 }
 

@@ -13,6 +13,8 @@
 #include "simulator/http_message.h"
 #include "simulator/scenario.h"
 
+struct ssl_ctx_st;  // SSL_CTX of OpenSSL
+
 namespace quorvane::simulator {
 
 /// A request and its response, which is about to be sent.
@@ -20,7 +22,13 @@ struct Exchange {
   const RecordedRequest& request;
   const BmcResponse& response;
   std::string note;  ///< What the BMC did, such as "task 1: Running 25%".
+  /// Versions that changed, such as "BIOS is now 2.5.0".
+  std::vector<std::string> changes = {};
 };
+
+/// A key and a self-signed certificate for TLS, which several BMCs may share.
+using TlsContext = std::shared_ptr<ssl_ctx_st>;
+TlsContext CreateTlsContext();
 
 struct BmcOptions {
   std::string bind_address = "127.0.0.1";
@@ -35,6 +43,7 @@ struct BmcOptions {
   /// The clock for durations in seconds: task steps and reboots.
   std::function<std::chrono::steady_clock::time_point()> now =
       std::chrono::steady_clock::now;
+  TlsContext tls = {};  ///< Empty: a new key and certificate.
 };
 
 /// The responses for one method and path, sent in order; the last one repeats.
@@ -88,6 +97,10 @@ class SimulatedBmc {
 
   /// Number of reboots, by a reset or by itself.
   [[nodiscard]] int Reboots() const;
+
+  /// The version of a member of the firmware inventory, without a request and
+  /// independent of faults; empty if there is no such member.
+  [[nodiscard]] std::string FirmwareVersion(const std::string& id) const;
 
  private:
   class Impl;

@@ -61,6 +61,13 @@ RedfishService::Outcome RedfishService::PollTask(const std::string& id,
     Reboot(/*by_itself=*/true);  // may delete the task
     note += ", then the BMC reboots by itself";
   }
+  const auto& end = scenario_.task.disappears_at;
+  const auto left = tasks_.find(id);  // a reboot may have deleted it
+  if (end && shown.percent >= *end && left != tasks_.end()) {
+    FinishUpdate(left->second);
+    tasks_.erase(left);
+    note += ", then the task disappears";
+  }
   return {std::move(response), std::move(note)};
 }
 
@@ -134,9 +141,10 @@ void RedfishService::EnterStep(Task& task, std::size_t step) {
 }
 
 void RedfishService::FinishUpdate(const Task& task) {
-  if (!task.installs) return;
+  if (!task.installs || scenario_.version_change.at == "never") return;
   pending_targets_ = task.targets;
-  if (scenario_.versions_change_at == "completion") ApplyPendingUpdate();
+  change_.reset();
+  if (scenario_.version_change.at == "completion") StartVersionChange();
 }
 
 }  // namespace quorvane::simulator

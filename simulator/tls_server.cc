@@ -326,15 +326,21 @@ class TlsServer::Connection final : public httplib::Stream {
   bool is_broken_ = false;
 };
 
+std::shared_ptr<SSL_CTX> TlsServer::CreateTlsContext() {
+  auto tls = CreateSelfSignedTlsContext();
+  // Here, because other servers may already use a context that is shared.
+  SSL_CTX_set_alpn_select_cb(tls.get(), &Connection::RecordAlpnOffer, nullptr);
+  return tls;
+}
+
 TlsServer::TlsServer(RequestHandler& handler, const std::string& bind_address,
-                     int port)
-    : handler_(handler), tls_(CreateSelfSignedTlsContext()) {
+                     int port, std::shared_ptr<SSL_CTX> tls)
+    : handler_(handler), tls_(std::move(tls)) {
   // The default of cpp-httplib, SO_REUSEPORT, lets two simulators share a port.
   set_socket_options([](socket_t socket_fd) {
     const int on = 1;
     setsockopt(socket_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   });
-  SSL_CTX_set_alpn_select_cb(tls_.get(), &Connection::RecordAlpnOffer, nullptr);
   RegisterRoutes();
   if (port == 0) {
     port_ = bind_to_any_port(bind_address);

@@ -37,10 +37,14 @@ class RequestHandler {
 /// these.
 class TlsServer : private httplib::Server {
  public:
+  /// A new key and certificate, which several servers may share.
+  static std::shared_ptr<SSL_CTX> CreateTlsContext();
+
   /// Starts to listen. Port 0 selects a free port. `handler` must outlive the
-  /// server.
+  /// server. `tls` is from CreateTlsContext.
   /// @throws std::runtime_error if the address cannot be bound.
-  TlsServer(RequestHandler& handler, const std::string& bind_address, int port);
+  TlsServer(RequestHandler& handler, const std::string& bind_address, int port,
+            std::shared_ptr<SSL_CTX> tls);
 
   /// Closes all connections and joins all threads, without waiting for
   /// timeouts.
@@ -67,7 +71,7 @@ class TlsServer : private httplib::Server {
   bool WaitUnlessStopped(std::chrono::milliseconds duration);
 
   RequestHandler& handler_;
-  std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> tls_;
+  const std::shared_ptr<SSL_CTX> tls_;
   int port_ = 0;
 
   std::mutex mutex_;

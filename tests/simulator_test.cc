@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "simulator/fleet.h"
 #include "simulator/run_simulator.h"
 #include "simulator/scenario.h"
 #include "simulator/simulated_bmc.h"
@@ -69,12 +70,15 @@ struct Request {
   std::string credentials = "admin:password";
 
   [[nodiscard]] Result Send(const SimulatedBmc& bmc) const {
+    return Send(bmc.Address());
+  }
+  [[nodiscard]] Result Send(const std::string& address) const {
     const Handle handle(curl_easy_init(), &curl_easy_cleanup);
     CURL* curl = handle.get();
     const std::string field = "Content-Type: " + content_type;
     curl_slist* list = curl_slist_append(nullptr, field.c_str());
     Result result;
-    const std::string url = "https://" + bmc.Address() + path;
+    const std::string url = "https://" + address + path;
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
@@ -201,6 +205,8 @@ TEST(RedfishService, InstallsAMultipartUploadAtTheNextReboot) {
   EXPECT_EQ(Post(bmc, kReset, R"({"ResetType":"Sideways"})").status, 400);
   EXPECT_EQ(Post(bmc, kReset, kForceRestart).status, 204);
   EXPECT_EQ(bmc.Reboots(), 1);
+  EXPECT_THAT(Get(bmc, "/redfish/v1/TaskService/Tasks").body,
+              HasSubstr("\"@odata.id\": \"" + kTask + '"'));
   EXPECT_EQ(VersionOf(bmc, "BIOS"), "2.5.0");
   EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0") << "not a target";
 }
@@ -212,41 +218,58 @@ TEST(RedfishService, AdvancesTheTaskOfAnUpload) {
   struct Case {
     const char* scenario;
     std::string path;
-    std::string steps;  // each is the result of a poll, "reset" or "activation"
+    // Each is the result of a poll, "reset", "activation" or "read" with the
+    // status of the firmware inventory.
+    std::string steps;
     const char* version_after;
   };
-  for (const Case& row : std::vector<Case>{
-           {R"({"versions_change_at":"completion"})", kTask,
-            "200 New 0, 200 Running 25, 200 Running 75, 200 Completed 100, "
-            "200 Completed 100",
-            "1.1.0"},
-           // A task monitor disappears after its last response.
-           {R"({"task":{"steps":[{"percent":-1,"polls":2},
+  for (
+      const Case& row : std::vector<Case>{
+          {R"({"versions_change_at":"completion"})", kTask,
+           "200 New 0, 200 Running 25, 200 Running 75, 200 Completed 100, "
+           "200 Completed 100",
+           "1.1.0"},
+          // A task monitor disappears after its last response.
+          {R"({"task":{"steps":[{"percent":-1,"polls":2},
                 {"state":"Exception"}]}})",
-            kMonitor, "202 Running, 202 Running, 200 Exception 0, 404",
-            "1.0.0"},
-           {R"({"task":{"steps":[{"state":"Completed"}],
+           kMonitor, "202 Running, 202 Running, 200 Exception 0, 404", "1.0.0"},
+          {R"({"task":{"steps":[{"state":"Completed"}],
                 "monitor_final_status":204}})",
-            kMonitor, "204, 404", "1.0.0"},
-           {R"({"task":{"steps":[{"state":"Starting","until_restart":true},
+           kMonitor, "204, 404", "1.0.0"},
+          {R"({"task":{"steps":[{"state":"Starting","until_restart":true},
                 {"state":"Completed","percent":100}]},
                 "restart":{"requests":1,"answers_503":true}})",
-            kTask,
-            "200 Starting 0, 200 Starting 0, reset, 503, 200 Completed 100",
-            "1.1.0"},
-           // The BMC reboots by itself and deletes its tasks.
-           {R"({"restart":{"by_itself_at":75,"requests":2,
+           kTask,
+           "200 Starting 0, 200 Starting 0, reset, 503, 200 Completed 100",
+           "1.1.0"},
+          // The BMC reboots by itself and deletes its tasks.
+          {R"({"restart":{"by_itself_at":75,"requests":2,
                 "keeps_tasks":false}})",
-            kTask,
-            "200 New 0, 200 Running 25, 200 Running 75, no response, no "
-            "response, "
-            "404",
-            "1.1.0"},
-           {"{}", kTask, "200 New 0, reset, 200 Exception 25", "1.0.0"},
-           // An upload alone installs nothing.
-           {kActivationRequired, kTask, "200 Completed 100", "1.0.0"},
-           {kActivationRequired, kTask, "activation, 200 Completed 100",
-            "1.1.0"}}) {
+           kTask,
+           "200 New 0, 200 Running 25, 200 Running 75, no response, no "
+           "response, "
+           "404",
+           "1.1.0"},
+          {"{}", kTask, "200 New 0, reset, 200 Exception 25", "1.0.0"},
+          {R"({"versions_change_at":"never"})", kTask,
+           "200 New 0, 200 Running 25, 200 Running 75, 200 Completed 100, "
+           "reset",
+           "1.0.0"},
+          {R"({"versions_change_after_reads":1,"restart":{"requests":1},
+                "task":{"steps":[{"state":"Completed"}]}})",
+           kTask, "read 200, read 200, reset, read 0, read 200", "1.0.0"},
+          {R"({"versions_change_after_reads":1,
+                "task":{"steps":[{"state":"Completed"}]}})",
+           kTask, "reset, read 200, reset, read 200", "1.1.0"},
+          {R"({"task":{"disappears_at":25},"versions_change_at":"completion"})",
+           kTask, "200 New 0, 200 Running 25, 404", "1.1.0"},
+          {R"({"faults":[{"phase":"inventory","after_restart":true,"first":1,
+                           "status":503}]})",
+           kTask, "read 200, reset, read 503, read 200", "1.0.0"},
+          // An upload alone installs nothing.
+          {kActivationRequired, kTask, "200 Completed 100", "1.0.0"},
+          {kActivationRequired, kTask, "activation, 200 Completed 100",
+           "1.1.0"}}) {
     SimulatedBmc bmc(ParseScenario(row.scenario, "test"));
     ASSERT_EQ(Post(bmc, kBinary, "image").status, 202);
     std::string seen;
@@ -257,10 +280,12 @@ TEST(RedfishService, AdvancesTheTaskOfAnUpload) {
       };
       seen += next("reset")        ? (Post(bmc, kReset, kForceRestart), "reset")
               : next("activation") ? (Post(bmc, kAction, "{}"), "activation")
-                                   : Poll(bmc, row.path);
+              : next("read")
+                  ? "read " + std::to_string(Get(bmc, kInventory).status)
+                  : Poll(bmc, row.path);
     }
     EXPECT_EQ(seen, row.steps);
-    EXPECT_EQ(VersionOf(bmc, "BMC"), row.version_after) << row.scenario;
+    EXPECT_EQ(bmc.FirmwareVersion("BMC"), row.version_after) << row.scenario;
   }
 }
 
@@ -270,7 +295,7 @@ TEST(RedfishService, MeasuresSecondsWithItsClock) {
   SimulatedBmc bmc(
       ParseScenario(R"({"task":{"steps":[{"seconds":10},{"seconds":5,
           "percent":50},{"state":"Completed","percent":100}]},
-          "restart":{"seconds":60}})",
+          "restart":{"seconds":60},"versions_change_after_seconds":30})",
                     "test"),
       {.now = [&] { return start + std::chrono::seconds(seconds); }});
   Post(bmc, kBinary, "image");
@@ -282,7 +307,12 @@ TEST(RedfishService, MeasuresSecondsWithItsClock) {
   Post(bmc, kReset, kForceRestart);
   seconds = 74;
   EXPECT_EQ(Poll(bmc, kTask), "no response");
-  seconds = 75;
+  // The delay begins when the BMC responds, not when it could have.
+  seconds = 80;
+  EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0");
+  seconds = 109;
+  EXPECT_EQ(VersionOf(bmc, "BMC"), "1.0.0");
+  seconds = 110;
   EXPECT_EQ(VersionOf(bmc, "BMC"), "1.1.0");
 }
 
@@ -318,6 +348,15 @@ TEST(RedfishService, RespondsLikeABmc) {
             R"({"upload":{"multipart_paths":[]}})"},
            {upload, 413, "at most 4", R"({"upload":{"max_bytes":4}})"},
            {upload, 204, "", R"({"upload":{"status":204}})"},
+           {upload, 503, "is disabled", R"({"service_enabled":false})"},
+           {action, 503, "is disabled", R"({"service_enabled":false})"},
+           {get("/redfish/v1/UpdateService"), 200, R"("State": "Disabled")",
+            R"({"service_enabled":false})"},
+           {get("/redfish/v1/UpdateService"), 200, R"("HttpPushUri": "/x")",
+            R"({"update_service_properties":{"HttpPushUri":"/x"}})"},
+           {get("/redfish/v1/Systems/system"), 200, R"("Actions": {})",
+            R"({"system_properties":{"Actions":
+                {"#ComputerSystem.Reset":null}}})"},
            {action, 202, "Location: " + kTask,
             R"({"task":{"location":"task"}})"},
            {action, 400, "protocol",
@@ -391,6 +430,8 @@ TEST(ScenarioFile, IsRejectedWithAReason) {
       {R"({"upload":{"binary_paths":["x"]}})", R"(begin with "/")"},
       {R"({"chassis":[{"model":"m"}]})", "$.chassis[0].id: is required"},
       {R"({"task":{"steps":[{"polls":1,"seconds":1}]}})", "not both"},
+      {R"({"versions_change_after_reads":1,"versions_change_after_seconds":1})",
+       "not both"},
       {R"({"task":{"steps":[]}})", "at least one step"},
       {R"({"faults":[{"phase":"task"}]})", "fault: is required"},
       {R"({"faults":[{"status":500,"headers":{"A":"b\r\nC: d"}}]})",
@@ -419,11 +460,66 @@ TEST(BuiltInScenarios, LoadAndHaveADescription) {
     EXPECT_EQ(Get(bmc, "/redfish/v1").status, 200) << file;
     ++count;
   }
-  EXPECT_EQ(count, 13);
+  EXPECT_EQ(count, 21);
   EXPECT_THROW(FindScenario("no-such-scenario"), ScenarioError);
   EXPECT_THAT([] { LoadScenario("/nonexistent"); },
               testing::ThrowsMessage<ScenarioError>(
                   HasSubstr("No such file or directory. Check the path")));
+}
+
+// Uploads an image, polls its task, reboots, and reads the inventory three
+// times, as a client does that looks for evidence.
+TEST(BuiltInScenarios, DifferInWhatAnUpdateChanges) {
+  struct Case {
+    const char* name;
+    const char* last_poll;
+    const char* reads;     // the status and the BIOS version of each read
+    const char* bios_now;  // what the BMC really has at the end
+  };
+  const std::string installed = "200 2.5.0, 200 2.5.0, 200 2.5.0";
+  const std::string unchanged = "200 2.4.1, 200 2.4.1, 200 2.4.1";
+  for (const Case& row : std::vector<Case>{
+           {"clean", "200 Completed 100", installed.c_str(), "2.5.0"},
+           {"no-new-version", "200 Completed 100", unchanged.c_str(), "2.4.1"},
+           {"late-new-version", "200 Completed 100", unchanged.c_str(),
+            "2.4.1"},
+           {"wrong-version", "200 Completed 100",
+            "200 2.3.0, 200 2.3.0, 200 2.3.0", "2.3.0"},
+           {"half-way-back", "200 Completed 100", "503 , 503 , 503 ", "2.5.0"},
+           {"critical-completion", "200 Completed 100", unchanged.c_str(),
+            "2.4.1"},
+           {"task-gone", "404", installed.c_str(), "2.5.0"},
+           {"lost-after-upload", "200 Completed 100", installed.c_str(),
+            "2.5.0"},
+           {"lost-upload", "404", unchanged.c_str(), "2.4.1"}}) {
+    std::atomic<int> seconds = 0;
+    const auto start = steady_clock::now();
+    SimulatedBmc bmc(LoadScenario(FindScenario(row.name)), {.now = [&] {
+                       return start + std::chrono::seconds(seconds);
+                     }});
+    const bool is_lost = std::string(row.name).starts_with("lost-");
+    EXPECT_EQ(Post(bmc, kBinary, "image").code,
+              is_lost ? CURLE_GOT_NOTHING : CURLE_OK);
+    EXPECT_EQ(bmc.StoredImageSize(),
+              row.name == std::string("lost-upload") ? 0U : 5U);
+    std::string last_poll;
+    for (; last_poll != row.last_poll && seconds < 10; ++seconds) {
+      last_poll = Poll(bmc, kTask);
+    }
+    EXPECT_EQ(last_poll, row.last_poll) << row.name;
+    Post(bmc, kReset, kForceRestart);
+    while (Get(bmc, "/redfish/v1").status != 200) {
+      ASSERT_LT(bmc.Requests().size(), 50U);
+    }
+    std::string reads;
+    for (int i = 0; i < 3; ++i) {
+      const long status = Get(bmc, kInventory).status;
+      reads += (reads.empty() ? "" : ", ") + std::to_string(status) + ' ' +
+               VersionOf(bmc, "BIOS");
+    }
+    EXPECT_EQ(reads, row.reads) << row.name;
+    EXPECT_EQ(bmc.FirmwareVersion("BIOS"), row.bios_now) << row.name;
+  }
 }
 
 TEST(Lifetime, DestructorDoesNotWaitForConnections) {
@@ -458,7 +554,8 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   const auto file = std::filesystem::temp_directory_path() /
                     ("simulator-test-" + std::to_string(getpid()));
   const std::string scenario = file.string() + "\x1b[2J";
-  std::ofstream(scenario) << R"({"credentials": {"user": "o'b; \\ \u0007"}})";
+  std::ofstream(scenario) << R"({"credentials": {"user": "o'b; \\ \u0007"},
+      "upload": {"status": 200}, "versions_change_at": "completion"})";
   testing::internal::CaptureStdout();
   int code = -1;
   std::thread program([&] {
@@ -468,6 +565,9 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   });
   std::string address;
   while (address.empty()) std::ifstream(file) >> address;
+  Request login{"POST", kBinary, "image"};
+  login.credentials = "o'b; \\ \a:password";
+  EXPECT_EQ(login.Send(address).status, 200);
   pthread_kill(program.native_handle(), SIGTERM);
   program.join();
   EXPECT_EQ(code, 0);
@@ -475,6 +575,7 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   const std::string output = testing::internal::GetCapturedStdout();
   EXPECT_THAT(output,
               HasSubstr("--bmc '" + address + R"(' --user $'o\'b; \\ \x07' )"));
+  EXPECT_THAT(output, HasSubstr("\nBIOS is now 2.5.0\n"));
   EXPECT_THAT(output, HasSubstr("\\x1b[2J"));
   EXPECT_THAT(output, Not(HasSubstr("\x1b")));
   std::filesystem::remove(scenario);
@@ -496,6 +597,124 @@ TEST(Program, WritesItsAddressAndStopsOnASignal) {
   EXPECT_EQ(RunSimulator({.scenario = "clean", .bind_address = "\x1b[2J"}),
             kUnusable);
   EXPECT_THAT(testing::internal::GetCapturedStderr(), Not(HasSubstr("\x1b")));
+}
+
+TEST(Fleet, SpreadsScenariosByWeight) {
+  EXPECT_THAT(SpreadByWeight({3, 1}, 8), ElementsAre(0, 0, 1, 0, 0, 0, 1, 0));
+  EXPECT_THAT(SpreadByWeight({1000000, 1000000}, 3), ElementsAre(0, 1, 0));
+  const auto places = SpreadByWeight({90, 5, 3}, 200);
+  std::vector<int> counts(3);
+  for (const std::size_t place : places) ++counts[place];
+  EXPECT_THAT(counts, ElementsAre(184, 10, 6));
+}
+
+TEST(Fleet, WritesHostsThatAnsibleReads) {
+  const std::vector<InventoryHost> hosts = {
+      {"bmc001", "[::1]:1", "admin", "clean"},
+      {"bmc002", "127.0.0.1:2", "o'b\x1b#", "./a b.json"}};
+  EXPECT_THAT(AnsibleInventory(hosts, /*as_yaml=*/true), HasSubstr(R"(
+bmcs:
+  hosts:
+    bmc001:
+      quorvane_bmc: "[::1]:1"
+      quorvane_user: "admin"
+      simulated_scenario: "clean"
+    bmc002:
+      quorvane_bmc: "127.0.0.1:2"
+      quorvane_user: "o'b\u001b#"
+      simulated_scenario: "./a b.json"
+)"));
+  // A value is a word of a shell; if it is quoted, a string of Python.
+  EXPECT_THAT(AnsibleInventory(hosts, /*as_yaml=*/false), HasSubstr(R"(
+[bmcs]
+bmc001 quorvane_bmc='"[::1]:1"' quorvane_user=admin simulated_scenario=clean
+bmc002 quorvane_bmc='"127.0.0.1:2"' quorvane_user='"o'"'"'b\u001b#"' )"));
+}
+
+class FleetProgram : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directory(directory);
+    Write("busy.json", R"({"faults":[{"phase":"upload","status":503}]})");
+    Write("weights", R"({"clean":2,"busy.json":1,"task-fails":0})");
+  }
+  void TearDown() override { std::filesystem::remove_all(directory); }
+
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(directory / name) << text;
+  }
+  [[nodiscard]] std::string Read(const std::string& name) const {
+    std::ifstream file(directory / name);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  [[nodiscard]] SimulatorOptions Options() const {
+    return {.fleet = 3,
+            .scenarios = (directory / "weights").string(),
+            .inventory_file = (directory / "hosts").string(),
+            .account_directory = (directory / "accounts").string()};
+  }
+  // The message of a fleet that does not start.
+  static std::string Rejection(const SimulatorOptions& options) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(RunSimulator(options), kUnusable);
+    return testing::internal::GetCapturedStderr();
+  }
+
+  const std::filesystem::path directory =
+      std::filesystem::temp_directory_path() /
+      ("simulator-fleet-" + std::to_string(getpid()));
+};
+
+TEST_F(FleetProgram, GivesEachBmcItsScenarioAndAccount) {
+  testing::internal::CaptureStdout();
+  std::thread program([&] { EXPECT_EQ(RunSimulator(Options()), 0); });
+  while (Read("hosts").empty()) std::this_thread::yield();
+  const std::string inventory = Read("hosts");
+  std::vector<std::string> addresses;
+  for (std::size_t at = 0;
+       (at = inventory.find("127.0.0.1", at)) != std::string::npos; ++at) {
+    addresses.push_back(inventory.substr(at, inventory.find('"', at) - at));
+  }
+  std::vector<long> statuses;
+  for (const std::string& address : addresses) {
+    statuses.push_back(Request{"POST", kBinary, "image"}.Send(address).status);
+  }
+  pthread_kill(program.native_handle(), SIGTERM);
+  program.join();
+  EXPECT_THAT(statuses, ElementsAre(202, 503, 202));
+  EXPECT_THAT(Read("accounts/bmc002.txt"),
+              AllOf(StartsWith("Simulated BMC at https://" + addresses.at(1)),
+                    HasSubstr("busy.json: "),
+                    HasSubstr("\nPOST " + kBinary + " 503  fault\n")));
+  EXPECT_THAT(Read("accounts/bmc003.txt"), HasSubstr("image of 5 bytes"));
+  EXPECT_EQ(Read("hosts"), "") << "removed at the end";
+  EXPECT_THAT(
+      testing::internal::GetCapturedStdout(),
+      AllOf(HasSubstr("  1 busy.json\n  2 clean\n"), Not(HasSubstr("POST"))));
+}
+
+TEST_F(FleetProgram, RejectsWeightsAndFilesOfOthers) {
+  for (const auto& [weights, message] :
+       std::vector<std::pair<const char*, const char*>>{
+           {R"({"clean":0})", "no scenario has a positive weight"},
+           {R"({"clean":-1})", "$.clean: must be an integer from 0"},
+           {R"(["clean"])", "must be an object"},
+           {R"({"none":1})", "built-in scenario \"none\""},
+           {R"({"none.json":1})", "none.json\". Built-in scenarios"}}) {
+    Write("weights", weights);
+    EXPECT_THAT(Rejection(Options()), HasSubstr(message));
+  }
+  Write("weights", R"({"clean":1})");
+  Write("hosts", "[production]\nserver1\n");
+  EXPECT_THAT(Rejection(Options()), HasSubstr("Choose another inventory file"));
+  EXPECT_EQ(Read("hosts"), "[production]\nserver1\n");
+  std::filesystem::remove(directory / "hosts");
+  std::filesystem::create_directory(directory / "accounts");
+  std::filesystem::create_symlink(directory / "weights",
+                                  directory / "accounts/bmc002.txt");
+  EXPECT_THAT(Rejection(Options()), HasSubstr("another account directory"));
+  EXPECT_EQ(Read("weights"), R"({"clean":1})");
 }
 
 }  // namespace

@@ -51,6 +51,14 @@ SCENARIOS = [
     ("./forging.json", "", 1, "Cause:   Binary upload at /redfish/v1/"),
     ("task-fails", "", 1, "Cause:   The image could not be applied"),
     ("task-stalls", "", 4, "the task may still run.\nCause:   Last"),
+    ("no-new-version", "", 0, "Outcome: done ("),
+    ("late-new-version", "", 0, "Outcome: done ("),
+    ("wrong-version", "", 0, "Outcome: done ("),
+    ("half-way-back", "", 0, "Outcome: done ("),
+    ("critical-completion", "", 1, "Cause:   The image was written, but its "),
+    ("task-gone", "", 4, "The task disappeared (HTTP 404) after 50 %"),
+    ("lost-after-upload", "", 4, "The image was sent, at least in part, but"),
+    ("lost-upload", "", 4, "The image was sent, at least in part, but"),
     ("share-only", "--file fw", 1, "add the URI, or use --image."),
     ("share-only", SHARE, 1, "400, 3 times: The action requires the parameter Targets."),
     ("share-only", "--share-user me --share-password-file secret", 0,
@@ -175,6 +183,10 @@ COMMANDS = [
     ("report /dev/stdin", 2, "it is not a Quorvane log"),
     ("report c1.log --html c1.log", 2, "for LOG: --html would write"),
     ("simulate --scenario odd.json --address-file odd.json", 2, "for --scenario"),
+    ("simulate --fleet 2 --scenarios odd.json --inventory-file odd.json", 2,
+     "for --scenarios"),
+    ("simulate --scenarios odd.json", 2, "--scenarios requires --fleet"),
+    ("simulate --fleet 2 --port 8443", 2, "excludes"),
     ("rules check bad.json", 1, "bad.json:1:20: error: "),
     ("rules check .", 2, "Cannot read the rules file .: it is a directory."),
     ("rules check fifo", 2, "it is a FIFO"),
@@ -255,7 +267,8 @@ def meet(number, scenario, options, code, output):
     expect("s3cret" not in done.stdout + written, name, "a password is printed")
     record = json.loads(result.read_text())["record"]
     accepted = record is not None and record["accepted"]
-    expect(accepted == (code in (0, 4) or scenario == "task-fails"),
+    expect(accepted == (scenario in ("task-fails", "critical-completion") or
+                        code in (0, 4) and not scenario.startswith("lost-")),
            name, "accepted", record)
     report = json.loads(run(["report", log, "--json"]).stdout)
     if "error" in options:

@@ -39,7 +39,8 @@ RULES_MISTAKES = [
 ]
 INVALID_SCENARIOS = [
     {"tasks": {}}, {"task": {"steps": [{"percent": "40"}]}},
-    {"faults": [{"fault": "explode"}]}, {"upload": {"max_bytes": -1}}, []]
+    {"faults": [{"fault": "explode"}]}, {"upload": {"max_bytes": -1}}, [],
+    {"versions_change_after_reads": 1, "versions_change_after_seconds": 1}]
 
 
 def complete_rules(page):

@@ -19,10 +19,12 @@ void AddSimulateCommand(CLI::App& app, ExitCode& exit_code) {
   command->callback([options, &exit_code] {
     // Otherwise it is the name of a built-in scenario.
     std::error_code error;
-    if (std::filesystem::is_regular_file(options->scenario, error)) {
-      RequireDistinct({{"--scenario", options->scenario},
-                       {"--address-file", options->address_file, true}});
-    }
+    const bool is_file =
+        std::filesystem::is_regular_file(options->scenario, error);
+    RequireDistinct({{"--scenario", is_file ? options->scenario : ""},
+                     {"--scenarios", options->scenarios},
+                     {"--address-file", options->address_file, true},
+                     {"--inventory-file", options->inventory_file, true}});
     exit_code = simulator::RunSimulator(*options) == 0 ? ExitCode::kDone
                                                        : ExitCode::kUsage;
   });
