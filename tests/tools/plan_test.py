@@ -119,6 +119,7 @@ BUILT_IN = {
     "share-only": (f"{NFS} --target {BIOS}", [], "SimpleUpdate started"),
     "simple-update-refused": (WEB, [], "image of 65536 bytes stored"),
     "too-large": (FILE, ["image_too_large"], "image too large"),
+    "lost-upload": (FILE, [], "update-multipart dropped"),
 }
 
 

@@ -339,10 +339,10 @@ TEST(Drafting, PutsOnlyWhatTheBmcAdvertisesInTheLists) {
   base["authentication"]["token"] = "secret";
   const RulesDraft draft = DraftOf(bmc, base);
   const auto& update = draft.rules["firmware_update"];
-  EXPECT_EQ(update["multipart_update"]["upload_uri"],
+  EXPECT_EQ(Json(update["multipart_update"]["upload_uri"]),
             Json::array({kUpload, "/binary"}));
-  EXPECT_EQ(update["inventory_uri"], Json::array({kInventory}));
-  EXPECT_EQ(update["reboot"]["reboot_uri"], Json::array({kReset}));
+  EXPECT_EQ(Json(update["inventory_uri"]), Json::array({kInventory}));
+  EXPECT_EQ(Json(update["reboot"]["reboot_uri"]), Json::array({kReset}));
   EXPECT_EQ(update["reboot"]["reboot_required"], true);
   EXPECT_EQ(draft.rules["target"]["ip"], "192.0.2.7");
   EXPECT_EQ(draft.rules.dump().find("secret"), std::string::npos);
@@ -362,7 +362,7 @@ TEST(Drafting, KeepsWhatIsPresentAndRebootsOnlyAsTheSystemAllows) {
         ["ResetType@Redfish.AllowableValues"] = {"ForceRestart"};
   const RulesDraft draft = DraftOf(bmc, InstalledRulesJson());
   const auto& update = draft.rules["firmware_update"];
-  EXPECT_EQ(update["multipart_update"]["upload_uri"],
+  EXPECT_EQ(Json(update["multipart_update"]["upload_uri"]),
             Json::array({"/FWUpdate"}));
   EXPECT_EQ(update["reboot"]["reboot_required"], false);
   EXPECT_THAT(CheckRules(draft.rules.dump()), testing::IsEmpty());
