@@ -41,6 +41,13 @@ def steps(*states):
     return {"task": {"steps": made}}
 
 
+def built_in(name):
+    scenario = json.loads(
+        (SOURCE / f"simulator/scenarios/{name}.json").read_text())
+    del scenario["$schema"]
+    return scenario
+
+
 def fault(phase, **more):
     return {"phase": phase, **more}
 
@@ -52,13 +59,6 @@ def lost(phase, **more):
 
 NIC = FIRMWARE + "/NIC0"
 OLD_VERSIONS = {"firmware": {"members": [{"id": "BIOS", "version": "2.4.1"}]}}
-def built_in(name):
-    scenario = json.loads(
-        (SOURCE / f"simulator/scenarios/{name}.json").read_text())
-    del scenario["$schema"]
-    return scenario
-
-
 COMPLETED = [{"state": "Running", "percent": 40, "polls": 1},
              {"state": "Completed", "percent": 100}]
 CRITICAL = {"task": {"steps": [COMPLETED[0], {
@@ -202,7 +202,8 @@ def start(name, bmc, rules, options, **more):
          f"--insecure --rules {rules} --log {HOME}/{name}.log --events "
          f"{HOME}/{name}.events --result "
          f"{HOME}/{name}.result {image} {options.format(bmc=bmc)}".split()],
-        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
+        **{"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True,
+           **more})
 
 
 def report(log):
@@ -307,6 +308,22 @@ def break_off(name, scenario, sign, text, code, options="", victim="tool"):
     expect(result["record"] is None, name, result)
 
 
+def print_json():
+    """--json: one document on standard output, the same as that of --result."""
+    rules = write_rules(SOURCE, HOME / "json.json", {})
+    for name, options, code in (("json", "--json", 0),
+                                ("json_target", "--json --target /x", 2)):
+        with Machine(TOOL, HOME, name, {}) as bmc:
+            update = start(name, bmc.address, rules, options,
+                           stderr=subprocess.PIPE)
+            printed, progress = update.communicate(timeout=100)
+        document = json.loads(printed)
+        expect(update.returncode == code == document["exit_code"], name, document)
+        expect(document == json.loads((HOME / f"{name}.result").read_text()),
+               name, document)
+        expect("Inventory: 3 items" in progress, name, progress)
+
+
 SLOW_UPLOAD = {"faults": [fault("upload", delay_ms=60000)]}
 BROKEN_OFF = [
     ("int_in_upload", SLOW_UPLOAD, "sent completely",
@@ -333,6 +350,7 @@ BROKEN_OFF = [
 with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(run_row, *row) for row in ROWS]
     futures += [pool.submit(break_off, *row) for row in BROKEN_OFF]
+    futures.append(pool.submit(print_json))
 for future in futures:
     try:
         future.result()

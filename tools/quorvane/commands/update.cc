@@ -293,11 +293,7 @@ void PrintOutcome(const UpdateOptions& options, const RunSession& session,
   PrintText("Log:     " + Printable(session.log().path()) + "\n");
 }
 
-ExitCode RunUpdate(UpdateOptions options) {
-  if (options.dry_run) {
-    return RunPlan(
-        {.bmc = options.bmc, .image = options, .json = options.json});
-  }
+void PrepareFiles(const UpdateOptions& options) {
   if (options.json && options.events == "-") {
     throw ToolError(ExitCode::kUsage,
                     "Cannot write the events to standard output: --json prints "
@@ -310,6 +306,23 @@ ExitCode RunUpdate(UpdateOptions options) {
                         {"--events", options.events, /*is_written=*/true},
                         {"--result", options.result, /*is_written=*/true}});
   if (!options.result.empty()) RemoveOldResult(options.result);
+}
+
+void NoteComponents(RunSession& session, const UpdateOptions& options) {
+  for (const std::string& target : options.targets) {
+    session.Report("Target: " + RedactUri(target));
+  }
+  for (const std::string& expectation : options.expectations) {
+    session.Report("Expect: " + expectation);
+  }
+}
+
+ExitCode RunUpdate(UpdateOptions options) {
+  if (options.dry_run) {
+    return RunPlan(
+        {.bmc = options.bmc, .image = options, .json = options.json});
+  }
+  PrepareFiles(options);
   std::optional<StandardOutputAsError> output;
   if (options.json) output.emplace();
   options.image = ImageUriOf(options);
@@ -328,12 +341,7 @@ ExitCode RunUpdate(UpdateOptions options) {
        .attempts = rules.max_retries + 1,
        .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
                                            : Signals::OnHangup::kContinue});
-  for (const std::string& target : options.targets) {
-    session.Report("Target: " + RedactUri(target));
-  }
-  for (const std::string& expectation : options.expectations) {
-    session.Report("Expect: " + expectation);
-  }
+  NoteComponents(session, options);
   Responses responses;
   try {
     responses = MakeCalls(session, options, rules, request);

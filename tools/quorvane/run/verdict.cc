@@ -182,7 +182,8 @@ Verdict ActivationInDoubt(const Facts& facts) {
           "The image was uploaded, but the response to its activation was "
           "lost. The BMC may still activate it" +
               RebootClause(facts) + ".",
-          ListOf(facts.run), LookForTask() + " " + CompareVersions(facts.run)};
+          ListOf(facts.run),
+          LookForTask(facts.run) + " " + CompareVersions(facts.run)};
 }
 
 Verdict ActivationRejected(const Facts& facts) {
@@ -249,7 +250,7 @@ Verdict TaskGoneEarly(const Facts& facts) {
   return {Outcome::kUnknown,
           headline + RebootClause(facts) + ".",
           {},
-          LookForTask() + " " + CompareVersions(facts.run)};
+          LookForTask(facts.run) + " " + CompareVersions(facts.run)};
 }
 
 Verdict TaskGoneLate(const Facts& facts) {
@@ -479,7 +480,7 @@ constexpr std::array kRows = {
         NotNeeded},
     Row{Claim::kNone, [](const Facts& f) { return f.image == Answer::kNone; },
         NoImageRequest},
-    Row{Claim::kTaskFailed,
+    Row{Claim::kTaskFailure,
         [](const Facts& f) { return HasBadTask(f, TaskEnd::kFailed); },
         TaskFailed},
     Row{Claim::kCritical,
@@ -583,7 +584,7 @@ bool CanStillChange(const Run& run) {
       return facts.reboot == Answer::kAccepted && NamesComponents(run.firmware);
     case Claim::kNone:
     case Claim::kStaged:
-    case Claim::kTaskFailed:
+    case Claim::kTaskFailure:
     case Claim::kFailed:
       break;
   }

@@ -49,13 +49,13 @@ inline constexpr std::array kOutcomes = {
 
 /// What the requests and tasks of an update say, before versions are compared.
 enum class Claim {
-  kNone,        ///< Nothing that versions could show: e.g. a rejected image.
-  kSuccess,     ///< The BMC reports success.
-  kStaged,      ///< The firmware waits for a reboot, and none was requested.
-  kOpen,        ///< Neither success nor failure.
-  kCritical,    ///< A task completed with a critical problem.
-  kTaskFailed,  ///< A task failed.
-  kFailed,      ///< The activation or the reboot failed.
+  kNone,         ///< Nothing that versions could show: e.g. a rejected image.
+  kSuccess,      ///< The BMC reports success.
+  kStaged,       ///< The firmware waits for a reboot, and none was requested.
+  kOpen,         ///< Neither success nor failure.
+  kCritical,     ///< A task completed with a critical problem.
+  kTaskFailure,  ///< A task failed.
+  kFailed,       ///< The activation or the reboot failed.
 };
 Claim ClaimOf(const Run& run);
 
