@@ -6,6 +6,7 @@ BMC itself received and did. Each row is judged three times: by `update`, by
 
 Usage: outcome_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
 """
+import base64
 import concurrent.futures
 import datetime
 import json
@@ -13,16 +14,19 @@ import os
 import pathlib
 import re
 import signal
+import ssl
 import subprocess
 import sys
 import tempfile
+import urllib.request
 
 from simulated import Machine, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="outcome-")
 HOME = pathlib.Path(WORK.name)
-BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
+FIRMWARE = "/redfish/v1/UpdateService/FirmwareInventory"
+BIOS = FIRMWARE + "/BIOS"
 SHARE = f"--image nfs://192.0.2.9/fw --target {BIOS} --no-download"
 faults = []
 
@@ -37,6 +41,13 @@ def steps(*states):
     return {"task": {"steps": made}}
 
 
+def built_in(name):
+    scenario = json.loads(
+        (SOURCE / f"simulator/scenarios/{name}.json").read_text())
+    del scenario["$schema"]
+    return scenario
+
+
 def fault(phase, **more):
     return {"phase": phase, **more}
 
@@ -46,6 +57,8 @@ def lost(phase, **more):
     return fault(phase, fault="drop", machine_acts=True, **more)
 
 
+NIC = FIRMWARE + "/NIC0"
+OLD_VERSIONS = {"firmware": {"members": [{"id": "BIOS", "version": "2.4.1"}]}}
 COMPLETED = [{"state": "Running", "percent": 40, "polls": 1},
              {"state": "Completed", "percent": 100}]
 CRITICAL = {"task": {"steps": [COMPLETED[0], {
@@ -58,13 +71,55 @@ UPLOAD, TASK = "firmware_update/multipart_update/upload_rules/", \
 # Name, scenario, changed rules, options, exit code, text of the output, and how
 # many images the BMC received completely and how many resets it executed.
 ROWS = [
-    ("completed", {}, {}, "", 0, "done (", 1, 1),
-    ("completed_by_rules", {}, {}, "--restart rules", 0, "done (", 1, 1),
-    ("completed_never_rebooted", {}, {}, "--restart never", 0,
+    ("completed", {}, {}, "", 0, "updated (", 1, 1),
+    ("completed_by_rules", {}, {}, "--restart rules", 0, "updated (", 1, 1),
+    ("not_verified", {}, {}, "--no-verify", 0, "done (", 1, 1),
+    ("completed_never_rebooted", {}, {}, "--restart never", 4,
      "not rebooted", 1, 0),
     ("no_reboot_by_rules", {}, {"firmware_update/reboot/reboot_required": False},
-     "", 0, "the rules require no reboot", 1, 0),
-    ("scheduled", steps("Scheduled 90"), {}, "", 4, "quorvane inventory", 1, 1),
+     "", 4, "the rules require no reboot", 1, 0),
+    ("expected", {}, {}, "--expect BIOS=2.5.0 --expect BMC=1.1.0", 0,
+     "updated (", 1, 1),
+    ("not_as_expected", {}, {}, "--expect BIOS=9", 1, "mismatch (", 1, 1),
+    ("current", {}, {}, "--expect BIOS=2.4.1 --restart never", 0, "current (",
+     1, 0),
+    ("skipped", {}, {}, "--expect BIOS=2.4.1 --skip-if-current", 0,
+     "nothing was uploaded", 0, 0),
+    ("not_skipped", {}, {}, "--expect BIOS=2.5.0 --skip-if-current", 0,
+     "updated (", 1, 1),
+    ("unknown_expectation", {}, {}, "--expect BIOSS=2.5.0", 2,
+     "did you mean BIOS?", 0, 0),
+    ("no_new_version", OLD_VERSIONS, {}, "", 4, "unchanged (", 1, 1),
+    ("one_target_of_two", {}, {}, f"--target {BIOS} --target {NIC}", 4,
+     "not every target has another version", 1, 1),
+    ("target", {}, {}, f"--target {BIOS}", 0, "updated (", 1, 1),
+    ("changed_at_completion", {"versions_change_at": "completion"}, {},
+     "--restart never", 0, "updated (", 1, 0),
+    ("half_way_back", {"faults": [fault("inventory", after=4, first=4,
+                                        status=503)]}, {}, "", 0, "updated (",
+     1, 1),
+    ("not_back", {"faults": [fault("inventory", after=4, status=503)]}, {}, "",
+     4, "the inventory returned HTTP 503", 1, 1),
+    ("refused_afterwards", {"faults": [fault("inventory", after=4,
+                                             status=401)]}, {}, "", 4,
+     "refused the account (HTTP 401)", 1, 1),
+    ("built_in_no_version", built_in("no-new-version"), {}, "", 4,
+     "unchanged (", 1, 1),
+    ("built_in_wrong_version", built_in("wrong-version"), {},
+     "--expect BIOS=2.5.0", 1, "mismatch (", 1, 1),
+    ("built_in_late_version", built_in("late-new-version"), {},
+     "--verify-timeout 30", 0, "updated (", 1, 1),
+    ("built_in_half_way", built_in("half-way-back"), {},
+     "--verify-timeout 30", 0, "updated (", 1, 1),
+    ("built_in_critical", built_in("critical-completion"), {}, "", 1,
+     "its verification failed", 1, 0),
+    ("built_in_task_gone", built_in("task-gone"), {}, "", 0,
+     "updated (", 1, 1),
+    ("built_in_lost_response", built_in("lost-after-upload"), {},
+     "--verify-timeout 30", 0, "a response was lost", 1, 0),
+    ("built_in_lost_upload", built_in("lost-upload"), {}, "", 4,
+     "a response was lost", 0, 0),
+    ("scheduled", steps("Scheduled 90"), {}, "", 4, "unchanged (", 1, 1),
     ("scheduled_never_rebooted", steps("Scheduled 90"), {}, "--restart never", 0,
      "staged (", 1, 0),
     ("starting", steps("Starting 5"), {}, "", 4, "quorvane restart", 1, 0),
@@ -124,10 +179,10 @@ ROWS = [
     ("stalls", steps("Running 40"), {}, "", 4, "Last state: Running.", 1, 0),
     ("reset_rejected", {"faults": [fault("reboot", status=400, body=REASON)]},
      {}, "", 1, "but the BMC rejected the reboot", 1, 0),
-    ("reset_lost", {"faults": [lost("reboot")]}, {}, "", 4,
+    ("reset_lost", {"faults": [lost("reboot")]}, {}, "", 0,
      "a reboot request got no response", 1, 1),
     ("inventory_unreadable", {"faults": [fault("inventory", fault="garbage")]},
-     {}, "", 0, "done (", 1, 1),
+     {}, "", 4, "was not read before the update", 1, 1),
     ("unknown_target", {}, {}, "--target /redfish/v1/Bios", 2,
      "does not contain it", 0, 0),
 ]
@@ -139,13 +194,16 @@ def expect(holds, what, *more):
 
 
 def start(name, bmc, rules, options, **more):
+    if "verify" not in options:
+        options += " --verify-timeout 5"
     image = "" if "--image" in options else f"--file {HOME}/fw"
     return subprocess.Popen(
         [TOOL, *f"update --bmc {bmc} --user admin --password-file {HOME}/pw "
          f"--insecure --rules {rules} --log {HOME}/{name}.log --events "
          f"{HOME}/{name}.events --result "
          f"{HOME}/{name}.result {image} {options.format(bmc=bmc)}".split()],
-        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, **more)
+        **{"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True,
+           **more})
 
 
 def report(log):
@@ -184,11 +242,40 @@ def expect_same_events(name, reported):
                      if event["kind"] != "elapsed"], name, kinds)
 
 
+def version_of(bmc):
+    """The BIOS that the BMC itself has installed; None if it does not say."""
+    request = urllib.request.Request(f"https://{bmc.address}" + FIRMWARE + "/BIOS")
+    request.add_header("Authorization", "Basic " + base64.b64encode(
+        b"admin:password").decode())
+    try:
+        with urllib.request.urlopen(
+                request, timeout=10,
+                context=ssl._create_unverified_context()) as response:
+            return json.load(response)["Version"]
+    except (OSError, ValueError):
+        return None
+
+
+def compare_with_bmc(name, result, installed):
+    """No verdict claims more than the versions of the BMC show."""
+    bios = [one for one in result["firmware"] if one["uri"].endswith("/BIOS")]
+    if not bios:
+        return
+    changed = any(one["after"] not in (None, one["before"])
+                  for one in result["firmware"])
+    expect(result["verdict"] != "updated" or changed, name, result)
+    expect(result["verdict"] != "unchanged" or not changed, name, result)
+    if installed is not None and bios[0]["after"] is not None:
+        expect(bios[0]["after"] == installed, f"{name}: BMC has {installed}",
+               result)
+
+
 def run_row(name, scenario, changes, options, code, text, images, resets):
     rules = write_rules(SOURCE, HOME / f"{name}.json", changes)
     with Machine(TOOL, HOME, name, scenario) as bmc:
         update = start(name, bmc.address, rules, options)
         printed = update.communicate(timeout=100)[0]
+        installed = None if "refused" in name else version_of(bmc)
     expect(update.returncode == code and text in printed,
            f"{name}: exit {update.returncode}", printed)
     expect((bmc.images(), bmc.resets()) == (images, resets), name, bmc.images(),
@@ -196,7 +283,7 @@ def run_row(name, scenario, changes, options, code, text, images, resets):
     expect(bmc.refused_logins() <= 1 or name == "polls_refused",
            f"{name}: refused logins", bmc.account)
     if code != 2:
-        judge_thrice(name, printed)
+        compare_with_bmc(name, judge_thrice(name, printed), installed)
 
 
 def break_off(name, scenario, sign, text, code, options="", victim="tool"):
@@ -219,6 +306,22 @@ def break_off(name, scenario, sign, text, code, options="", victim="tool"):
     expect(update.returncode == code and text in printed, name, printed)
     result = judge_thrice(name, printed)
     expect(result["record"] is None, name, result)
+
+
+def print_json():
+    """--json: one document on standard output, the same as that of --result."""
+    rules = write_rules(SOURCE, HOME / "json.json", {})
+    for name, options, code in (("json", "--json", 0),
+                                ("json_target", "--json --target /x", 2)):
+        with Machine(TOOL, HOME, name, {}) as bmc:
+            update = start(name, bmc.address, rules, options,
+                           stderr=subprocess.PIPE)
+            printed, progress = update.communicate(timeout=100)
+        document = json.loads(printed)
+        expect(update.returncode == code == document["exit_code"], name, document)
+        expect(document == json.loads((HOME / f"{name}.result").read_text()),
+               name, document)
+        expect("Inventory: 3 items" in progress, name, progress)
 
 
 SLOW_UPLOAD = {"faults": [fault("upload", delay_ms=60000)]}
@@ -247,6 +350,7 @@ BROKEN_OFF = [
 with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(run_row, *row) for row in ROWS]
     futures += [pool.submit(break_off, *row) for row in BROKEN_OFF]
+    futures.append(pool.submit(print_json))
 for future in futures:
     try:
         future.result()

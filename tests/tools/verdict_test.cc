@@ -167,7 +167,8 @@ INSTANTIATE_TEST_SUITE_P(
                       "[RF-TASK] Task stable in 'Starting' state"} +
              kRebooted + kEnd,
          Outcome::kUnknown, "in the state Starting; the BMC accepted a reboot",
-         "GET /redfish/v1/TaskService/Tasks/1", "the task may still run"},
+         "`quorvane task /redfish/v1/TaskService/Tasks/1 --bmc 192.0.2.7",
+         "the task may still run"},
         {"not_found_above_50_percent",
          kAccepted +
              Messages{"Task returned 404 after reaching 80% -- Machine"} +

@@ -6,11 +6,11 @@ namespace quorvane::tool {
 
 /// Exit status of the tool. Scripts rely on the numbers, see quorvane(1).
 enum class ExitCode {
-  kDone = 0,         ///< Done, or staged until a reboot.
+  kDone = 0,         ///< Updated, current, staged or done.
   kFailed = 1,       ///< The update failed, or a check found faults.
   kUsage = 2,        ///< Wrong usage, or an unusable rules file.
   kUnreachable = 3,  ///< The BMC did not respond or refused the login.
-  kUnknown = 4,      ///< The outcome is unknown, or the inventory incomplete.
+  kUnknown = 4,      ///< Unknown or unchanged, or an incomplete inventory.
   kNotRecorded = 5,  ///< Done, but the log or the result is incomplete.
   kInterrupted = 130,
 };

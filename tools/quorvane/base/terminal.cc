@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/quorvane/base/terminal.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -45,6 +46,21 @@ bool IsDrawable(int descriptor) {
 
 bool ShowsColors(int descriptor) {
   return IsDrawable(descriptor) && !IsSet("NO_COLOR");
+}
+
+StandardOutputAsError::StandardOutputAsError() {
+  std::fflush(stdout);
+  output_ = Descriptor(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0));
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+StandardOutputAsError::~StandardOutputAsError() {
+  std::fflush(stdout);
+  dup2(output_.get(), STDOUT_FILENO);
+}
+
+bool StandardOutputAsError::Write(std::string_view text) const {
+  return WriteAll(output_.get(), text);
 }
 
 }  // namespace quorvane::tool

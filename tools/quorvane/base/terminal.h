@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "tools/quorvane/base/descriptor.h"
+
 namespace quorvane::tool {
 
 /// The width of the terminal in columns; 0 if standard output is not a
@@ -27,6 +29,23 @@ bool IsDrawable(int descriptor);
 
 /// Whether `descriptor` is a terminal that shows colors, and NO_COLOR is unset.
 bool ShowsColors(int descriptor);
+
+/// While it exists, everything that is printed to standard output goes to
+/// standard error, so that a program reads nothing but its document.
+class StandardOutputAsError {
+ public:
+  StandardOutputAsError();
+  ~StandardOutputAsError();
+  StandardOutputAsError(const StandardOutputAsError&) = delete;
+  StandardOutputAsError& operator=(const StandardOutputAsError&) = delete;
+
+  /// Writes to the real standard output.
+  /// @return Whether all of it was written.
+  [[nodiscard]] bool Write(std::string_view text) const;
+
+ private:
+  Descriptor output_;
+};
 
 }  // namespace quorvane::tool
 

@@ -130,6 +130,7 @@ WorkerResponse BmcCall::ResponseTo(CallResult result) const {
     case CallResult::End::kInterrupted:
       throw ToolError(ExitCode::kInterrupted,
                       "Interrupted. Nothing was changed on the BMC.");
+    case CallResult::End::kTimedOut:  // no limit is set
     case CallResult::End::kDied:
       throw ToolError(
           ExitCode::kFailed,

@@ -2,6 +2,7 @@
 #include "tools/quorvane/commands/run_session.h"
 
 #include <fmt/core.h>
+#include <poll.h>
 
 #include <exception>
 #include <utility>
@@ -39,18 +40,28 @@ void RunSession::OnRecord(const Record& record) {
 
 void RunSession::OnTick() { progress_->OnTick(run()); }
 
-void RunSession::NoteEvent(const std::string& text) {
+Event RunSession::NoteEvent(const std::string& text) {
   log_.Note(text);
   Event event = EventFrom({.time = MonotonicSeconds(),
                            .stamp = StampNow(),
                            .component = kToolComponent,
                            .message = Printable(text)});
   AddEvent(event);
+  return event;
 }
 
 void RunSession::AddEvent(const Event& event) {
   builder_.Add(event);
   events_.Write(event);
+}
+
+void RunSession::Report(const std::string& text) {
+  progress_->OnEvent(NoteEvent(text), run());
+}
+
+void RunSession::NoteInterruption() {
+  NoteEvent("Interrupted by a signal.");
+  must_stop_ = true;
 }
 
 std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
@@ -68,9 +79,9 @@ std::optional<WorkerResponse> RunSession::Call(LibraryCall call,
   }
   switch (result.end) {
     case CallResult::End::kInterrupted:
-      NoteEvent("Interrupted by a signal.");
-      must_stop_ = true;
+      NoteInterruption();
       return std::nullopt;
+    case CallResult::End::kTimedOut:  // no limit is set
     case CallResult::End::kDied:
       NoteEvent("Worker process failed: " + result.reason);
       must_stop_ = true;
@@ -95,8 +106,7 @@ bool RunSession::Probe() {
       CallLibrary(ProbeCall{bmc_.bmc},
                   {.rules = bmc_.rules, .trust = bmc_.trust}, signals_, *this);
   if (result.end == CallResult::End::kInterrupted) {
-    NoteEvent("Interrupted by a signal.");
-    must_stop_ = true;
+    NoteInterruption();
     return false;
   }
   if (result.end == CallResult::End::kDied) {
@@ -114,6 +124,36 @@ bool RunSession::Probe() {
     NoteEvent("No response: " + probe.reason);
   }
   return !must_stop_;
+}
+
+std::optional<WorkerResponse> RunSession::Read(LibraryCall call,
+                                               double limit_seconds) {
+  CallResult result;
+  try {
+    result = CallLibrary(std::move(call),
+                         {.rules = bmc_.rules,
+                          .trust = bmc_.trust,
+                          .limit_seconds = limit_seconds},
+                         signals_, *this);
+  } catch (const ToolError&) {
+    return std::nullopt;  // the next call may start again
+  }
+  if (result.end == CallResult::End::kInterrupted) NoteInterruption();
+  return std::move(result.response);
+}
+
+bool RunSession::Wait(double seconds) {
+  constexpr int kTickMs = 100;
+  const double end = MonotonicSeconds() + seconds;
+  while (MonotonicSeconds() < end) {
+    pollfd signal{signals_.descriptor(), POLLIN, 0};
+    if (poll(&signal, 1, kTickMs) > 0 && signals_.MustStop()) {
+      NoteInterruption();
+      return false;
+    }
+    OnTick();
+  }
+  return true;
 }
 
 void RunSession::WithholdReboot(const std::string& reason) {

@@ -54,11 +54,20 @@ class RunSession : private CallListener {
   /// @throws ToolError if the worker cannot start.
   bool Probe();
 
+  /// A call that only reads. Whatever goes wrong does not end the run, unless
+  /// the tool was interrupted.
+  /// @return What the library returned; nothing if it did not return in time.
+  std::optional<WorkerResponse> Read(LibraryCall call, double limit_seconds);
+
+  /// Waits, while the display goes on.
+  /// @return False if the tool was interrupted.
+  bool Wait(double seconds);
+
+  /// Writes a record to the log, adds its event to the run and displays it.
+  void Report(const std::string& text);
+
   /// Adds the reason why the tool requests no reboot.
   void WithholdReboot(const std::string& reason);
-
-  /// Writes a record to the log.
-  void Note(std::string_view text) { log_.Note(text); }
 
   /// Ends the run: logs and returns the verdict.
   Verdict Finish();
@@ -67,6 +76,8 @@ class RunSession : private CallListener {
   Verdict Stop(const std::string& reason);
 
   [[nodiscard]] const Run& run() const { return builder_.run(); }
+  /// The run as it is if nothing follows.
+  [[nodiscard]] Run EndedRun() const { return builder_.Ended(); }
   [[nodiscard]] const RunLog& log() const { return log_; }
   /// Whether the log and the events were written completely.
   [[nodiscard]] bool IsRecorded() const {
@@ -77,7 +88,8 @@ class RunSession : private CallListener {
   void OnRecord(const Record& record) override;
   void OnTick() override;
   /// Writes a record to the log and adds its event to the run.
-  void NoteEvent(const std::string& text);
+  Event NoteEvent(const std::string& text);
+  void NoteInterruption();
   void LogVerdict(const Verdict& verdict);
   void AddEvent(const Event& event);
 

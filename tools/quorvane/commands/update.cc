@@ -24,8 +24,12 @@
 #include "tools/quorvane/commands/commands.h"
 #include "tools/quorvane/commands/image_options.h"
 #include "tools/quorvane/commands/password.h"
+#include "tools/quorvane/commands/plan.h"
+#include "tools/quorvane/commands/result_document.h"
 #include "tools/quorvane/commands/run_session.h"
+#include "tools/quorvane/commands/verification.h"
 #include "tools/quorvane/run/facts.h"
+#include "tools/quorvane/view/firmware_table.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -48,7 +52,17 @@ struct UpdateOptions : ImageOptions {
   bool stop_on_hangup = false;
   bool quiet = false;
   bool plain = false;
+  bool json = false;
+  bool dry_run = false;
+  VerifyOptions verify;
+  std::vector<std::string> expectations;
+  bool skip_if_current = false;
 };
+
+std::string ExpectFault(const std::string& text) {
+  return ExpectationFrom(text) ? std::string()
+                               : "use NAME=VERSION, e.g. BIOS=1.3.0";
+}
 
 UpdateRequest RequestFrom(const UpdateOptions& options) {
   const std::string share_password =
@@ -116,11 +130,54 @@ void RequireKnownTargets(const UpdateOptions& options,
   }
 }
 
-// What the library returned for the update and for the reboot by the tool.
-struct Responses {
-  std::optional<UpdateResponse> update;
-  std::optional<UpdateResponse> reboot;
-};
+// A name that identifies no member, or several, would decide nothing.
+void RequireKnownExpectations(const UpdateOptions& options,
+                              const std::optional<InventoryResult>& inventory) {
+  if (options.expectations.empty() || options.bmc.force) return;
+  if (!inventory || !inventory->was_read) {
+    throw ToolError(
+        ExitCode::kFailed,
+        fmt::format("Cannot check --expect: {} returned no firmware inventory. "
+                    "Use --force to update without the check.",
+                    options.bmc.bmc));
+  }
+  std::vector<FirmwareMember> members;
+  std::vector<std::string> names;
+  for (const InventoryItem& item : inventory->items) {
+    members.push_back({.uri = item.uri, .name = item.Name});
+    names.push_back(item.uri.substr(item.uri.rfind('/') + 1));
+    names.push_back(item.Name);
+  }
+  for (const std::string& text : options.expectations) {
+    const std::string name = ExpectationFrom(text)->name;
+    const std::size_t count = MembersNamed(members, name).size();
+    if (count == 1) continue;
+    const std::string closest = count == 0 ? ClosestOf(names, name) : "";
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot use --expect {}: the inventory of {} has {} with "
+                    "the URI, Id or Name {}{}. Nothing was changed. Use a URI "
+                    "of `quorvane inventory --uris`.",
+                    text, options.bmc.bmc,
+                    count == 0 ? "no member" : "several members", name,
+                    closest.empty() ? std::string()
+                                    : "; did you mean " + closest + "?"));
+  }
+}
+
+InventoryRequest AccountOf(const UpdateRequest& request) {
+  return {.ip = request.bmc_ip,
+          .username = request.username,
+          .password = request.password};
+}
+
+VerifyOptions VerificationBy(const UpdateOptions& options,
+                             const Config& rules) {
+  VerifyOptions verify = options.verify;
+  verify.interval_seconds =
+      std::min(verify.interval_seconds, rules.polling_interval);
+  return verify;
+}
 
 template <typename Result>
 std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
@@ -131,10 +188,8 @@ std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
 std::optional<InventoryResult> ReadInventory(RunSession& session,
                                              const UpdateRequest& request) {
   return ResultIn<InventoryResult>(
-      session.Call(InventoryCall{{.ip = request.bmc_ip,
-                                  .username = request.username,
-                                  .password = request.password}},
-                   RebootBy::kLibrary, RunSession::OnError::kContinue));
+      session.Call(InventoryCall{AccountOf(request)}, RebootBy::kLibrary,
+                   RunSession::OnError::kContinue));
 }
 
 // Requests the reboot, unless it could do harm.
@@ -154,9 +209,7 @@ std::optional<UpdateResponse> Reboot(RunSession& session,
     return std::nullopt;
   }
   return ResultIn<UpdateResponse>(
-      session.Call(RestartCall{{.ip = request.bmc_ip,
-                                .username = request.username,
-                                .password = request.password}}));
+      session.Call(RestartCall{AccountOf(request)}));
 }
 
 // Reads first, so that a BMC that does not respond, a refused login and a wrong
@@ -170,8 +223,14 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
     return responses;
   }
   RequireKnownTargets(options, inventory);
+  RequireKnownExpectations(options, inventory);
   if (inventory && inventory->was_read) {
+    NoteVersionsBefore(session, inventory->items, options.targets);
     request.prefetched_inventory = std::move(inventory->items);
+  }
+  if (options.skip_if_current && IsCurrentBefore(session.run().firmware)) {
+    session.Report("Not needed: every expected version is installed");
+    return responses;
   }
   const bool by_rules = options.restart == RestartMode::kRules;
   responses.update = ResultIn<UpdateResponse>(
@@ -180,28 +239,6 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   if (by_rules || !is_accepted || session.MustStop()) return responses;
   responses.reboot = Reboot(session, options, rules, request);
   return responses;
-}
-
-nlohmann::json RecordOf(const std::optional<UpdateResponse>& response) {
-  return response ? nlohmann::json::parse(
-                        EscapedJson(UpdateResponseToJson(*response)))
-                  : nlohmann::json();
-}
-
-std::string ResultDocument(const RunSession& session, const Verdict& verdict,
-                           ExitCode code, const Responses& responses) {
-  const nlohmann::json json = {{"bmc", session.run().Detail("BMC")},
-                               {"verdict", IdOf(verdict.outcome)},
-                               {"exit_code", static_cast<int>(code)},
-                               {"headline", verdict.headline},
-                               {"cause", verdict.cause},
-                               {"next", verdict.next},
-                               {"record", RecordOf(responses.update)},
-                               {"reboot", RecordOf(responses.reboot)},
-                               {"log", session.log().path()}};
-  return EscapedJson(json.dump(2, ' ', false,
-                               nlohmann::json::error_handler_t::replace)) +
-         "\n";
 }
 
 // The update is over, so an error is printed and changes nothing else.
@@ -213,6 +250,15 @@ bool SaveResult(const std::string& path, const std::string& document) {
     PrintMessage(error.what());
     return false;
   }
+}
+
+// Writes the document to --result and, with --json, to standard output.
+bool SaveDocuments(const UpdateOptions& options,
+                   const std::optional<StandardOutputAsError>& output,
+                   const std::string& document) {
+  const bool is_saved =
+      options.result.empty() || SaveResult(options.result, document);
+  return (!output || output->Write(document)) && is_saved;
 }
 
 void RemoveOldResult(const std::string& path) {
@@ -235,7 +281,8 @@ void PrintOutcome(const UpdateOptions& options, const RunSession& session,
     return;
   }
   PrintText(OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
-                        ShowsColors(STDOUT_FILENO)));
+                        ShowsColors(STDOUT_FILENO)) +
+            FirmwareText(session.run().firmware, TerminalColumns()));
   if (responses.update) {
     const bool by_tool = responses.reboot && responses.reboot->reboot_performed;
     PrintResponse(*responses.update, by_tool ? "by the tool"
@@ -246,7 +293,12 @@ void PrintOutcome(const UpdateOptions& options, const RunSession& session,
   PrintText("Log:     " + Printable(session.log().path()) + "\n");
 }
 
-ExitCode RunUpdate(UpdateOptions options) {
+void PrepareFiles(const UpdateOptions& options) {
+  if (options.json && options.events == "-") {
+    throw ToolError(ExitCode::kUsage,
+                    "Cannot write the events to standard output: --json prints "
+                    "the result there. Use --events with a file.");
+  }
   RequireDistinctFiles(options.bmc,
                        {{"--file", options.file},
                         {"--image-file", options.image_file},
@@ -254,6 +306,25 @@ ExitCode RunUpdate(UpdateOptions options) {
                         {"--events", options.events, /*is_written=*/true},
                         {"--result", options.result, /*is_written=*/true}});
   if (!options.result.empty()) RemoveOldResult(options.result);
+}
+
+void NoteComponents(RunSession& session, const UpdateOptions& options) {
+  for (const std::string& target : options.targets) {
+    session.Report("Target: " + RedactUri(target));
+  }
+  for (const std::string& expectation : options.expectations) {
+    session.Report("Expect: " + expectation);
+  }
+}
+
+ExitCode RunUpdate(UpdateOptions options) {
+  if (options.dry_run) {
+    return RunPlan(
+        {.bmc = options.bmc, .image = options, .json = options.json});
+  }
+  PrepareFiles(options);
+  std::optional<StandardOutputAsError> output;
+  if (options.json) output.emplace();
   options.image = ImageUriOf(options);
   CheckImage(options);
   const Config rules = LoadRules(options.bmc);
@@ -270,26 +341,51 @@ ExitCode RunUpdate(UpdateOptions options) {
        .attempts = rules.max_retries + 1,
        .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
                                            : Signals::OnHangup::kContinue});
+  NoteComponents(session, options);
   Responses responses;
   try {
     responses = MakeCalls(session, options, rules, request);
-  } catch (const ToolError& error) {
-    const Verdict stopped = session.Stop(error.what());
-    if (!options.result.empty()) {
-      SaveResult(options.result,
-                 ResultDocument(session, stopped, error.code(), responses));
+    if (!session.MustStop()) {
+      VerifyVersions(session, AccountOf(request),
+                     VerificationBy(options, rules));
     }
+  } catch (const ToolError& error) {
+    SaveDocuments(options, output,
+                  ResultDocument(session, session.Stop(error.what()),
+                                 error.code(), responses));
     throw;
   }
   const Verdict verdict = session.Finish();
   bool is_complete = session.IsRecorded();
-  if (!options.result.empty()) {
-    const std::string document = ResultDocument(
-        session, verdict, ExitCodeOf(verdict, is_complete), responses);
-    is_complete = SaveResult(options.result, document) && is_complete;
-  }
+  is_complete = SaveDocuments(options, output,
+                              ResultDocument(session, verdict,
+                                             ExitCodeOf(verdict, is_complete),
+                                             responses)) &&
+                is_complete;
   PrintOutcome(options, session, verdict, responses);
   return ExitCodeOf(verdict, is_complete);
+}
+
+void AddVerificationOptions(CLI::App& command, UpdateOptions& options) {
+  constexpr int kMaxSeconds = 86400;
+  auto* off = command.add_flag("--no-verify", options.verify.is_off,
+                               "Do not compare the versions after the update");
+  command
+      .add_option("--verify-timeout", options.verify.timeout_seconds,
+                  "How long to wait for other versions, in seconds (1200)")
+      ->excludes(off)
+      ->check(CLI::Range(1, kMaxSeconds))
+      ->type_name("SECONDS");
+  auto* expect =
+      command.add_option("--expect", options.expectations,
+                         "Version that a component must have after the update; "
+                         "NAME is its Id, Name or URI; may be given more than "
+                         "once");
+  expect->type_name("NAME=VERSION")->check(CLI::Validator(ExpectFault, ""));
+  command
+      .add_flag("--skip-if-current", options.skip_if_current,
+                "Upload nothing if the BMC has every version of --expect")
+      ->needs(expect);
 }
 
 }  // namespace
@@ -315,6 +411,12 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
                    "harm), rules (as the rules file says) or never")
       ->transform(CLI::Validator(ChoiceNumber({"safe", "rules", "never"}), ""))
       ->type_name("MODE");
+  AddVerificationOptions(*command, *options);
+  command->add_flag("--dry-run", options->dry_run,
+                    "Change nothing: show what the update would do, like plan");
+  command->add_flag("--json", options->json,
+                    "Print the result as JSON, and everything else to standard "
+                    "error");
   command->add_flag("--stop-on-hangup", options->stop_on_hangup,
                     "Stop if the terminal is closed; the default is to "
                     "continue without a display");

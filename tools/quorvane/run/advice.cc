@@ -55,18 +55,20 @@ std::string CompareVersions(const Run& run) {
       Account(run));
 }
 
-std::string LookForTask() {
-  return "Look for a new task with GET /redfish/v1/TaskService/Tasks.";
+std::string LookForTask(const Run& run) {
+  return fmt::format("Look for a new task with `quorvane tasks{}`.",
+                     Account(run));
 }
 
 std::string CheckTask(const Run& run) {
   const PhaseRun* task = run.Last(Phase::kTask);
   if (task != nullptr && !task->uri.empty()) {
-    return fmt::format("Check the task with GET {}. {}", task->uri,
+    return fmt::format("Check the task with `quorvane task {}{}`. {}",
+                       ShellQuoted(task->uri), Account(run),
                        CompareVersions(run));
   }
   return run.requests.empty() ? CompareVersions(run)
-                              : LookForTask() + " " + CompareVersions(run);
+                              : LookForTask(run) + " " + CompareVersions(run);
 }
 
 std::string AfterRefusedLogin(const Run& run) {

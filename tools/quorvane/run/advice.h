@@ -16,7 +16,7 @@ std::string RebootCommand(const Run& run);
 std::string CompareVersions(const Run& run);
 
 /// How to find a task whose URI is not known.
-std::string LookForTask();
+std::string LookForTask(const Run& run);
 
 /// How to check the last task, then the versions.
 std::string CheckTask(const Run& run);

@@ -146,6 +146,28 @@ void ReadBytes(std::string_view rest, Event& event) {
   event.total = LeadingNumber<std::int64_t>(TextAfter(rest, kOf)).value_or(-1);
 }
 
+// {"uri": ..., "name": ..., "version": ..., "targeted": true}; a member without
+// a version has none.
+void ReadMember(std::string_view rest, Event& event) {
+  const auto member = nlohmann::json::parse(FirstLine(rest), nullptr,
+                                            /*allow_exceptions=*/false);
+  if (!member.is_object()) {
+    event.kind = EventKind::kOther;
+    return;
+  }
+  const auto text = [&member](const char* key) -> std::optional<std::string> {
+    const auto found = member.find(key);
+    if (found == member.end() || !found->is_string()) return std::nullopt;
+    return found->get<std::string>();
+  };
+  event.uri = text("uri").value_or("");
+  event.name = text("name").value_or("");
+  event.version = text("version");
+  const auto targeted = member.find("targeted");
+  event.is_targeted = targeted != member.end() && *targeted == true;
+  event.text.clear();
+}
+
 struct Pattern {
   std::string_view component, prefix;
   EventKind kind;
@@ -177,6 +199,22 @@ constexpr std::array kPatterns = {
     Pattern{"tool", "No response: ", kRequestFailed, Phase::kNone, ReadLine},
     Pattern{"tool", "Login refused (HTTP ", kLoginRefused, Phase::kNone,
             ReadStatus},
+    Pattern{"tool", "Target: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Unlisted target: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Expect: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Firmware before: ", kFirmwareBefore, Phase::kNone,
+            ReadMember},
+    Pattern{"tool", "Firmware after: ", kFirmwareAfter, Phase::kNone,
+            ReadMember},
+    Pattern{"tool", "Not needed: ", kUpdateNotNeeded, Phase::kNone, ReadLine},
+    Pattern{"tool", "Verification begins, at most ", kPhaseBegins,
+            Phase::kVerification, ReadSeconds},
+    Pattern{"tool", "Verification: ", kVerification, Phase::kVerification,
+            ReadLine},
+    Pattern{"tool", "Verification ends: ", kVerificationEnds,
+            Phase::kVerification, ReadLine},
+    Pattern{"tool", "No verification: ", kVerificationSkipped, Phase::kNone,
+            ReadLine},
     Pattern{"tool", "No reboot: ", kRebootWithheld, Phase::kNone, ReadLine},
     Pattern{"tool", "Interrupted", kInterrupted, Phase::kNone, IgnoreRest},
     Pattern{"tool", "Worker process failed: ", kWorkerDied, Phase::kNone,
@@ -388,6 +426,18 @@ const char* NameOf(EventKind kind) {
       return "reboot_skipped";
     case kRebootWithheld:
       return "reboot_withheld";
+    case kFirmwareBefore:
+      return "firmware_before";
+    case kFirmwareAfter:
+      return "firmware_after";
+    case kUpdateNotNeeded:
+      return "update_not_needed";
+    case kVerification:
+      return "verification";
+    case kVerificationEnds:
+      return "verification_ends";
+    case kVerificationSkipped:
+      return "verification_skipped";
     case kRunEnds:
       return "run_ends";
     case kFinished:
@@ -430,6 +480,8 @@ const char* NameOf(Phase phase) {
       return "Activation";
     case Phase::kReboot:
       return "Reboot";
+    case Phase::kVerification:
+      return "Verification";
   }
   return "";
 }
@@ -490,6 +542,8 @@ nlohmann::json ToJson(const Event& event) {
   };
   if (event.phase != Phase::kNone) json["phase"] = NameOf(event.phase);
   add_text("name", event.name);
+  if (event.version) json["version"] = *event.version;
+  if (event.is_targeted) json["targeted"] = true;
   add_text("verb", event.verb);
   add_text("uri", event.uri);
   add_text("state", event.state);

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -53,14 +54,20 @@ enum class EventKind {
   kUploadsRejected,    ///< The BMC accepted no upload.
   kRebootSkipped,      ///< The rules require no reboot.
   kRebootWithheld,     ///< The tool requests no reboot; `text` is the reason.
-  kRunEnds,            ///< The library ends its log of the call.
-  kFinished,           ///< The tool makes no more calls; its verdict follows.
-  kInterrupted,        ///< The tool was interrupted.
-  kWorkerDied,         ///< The library process failed; `text` is the reason.
-  kOutcome,            ///< The tool's verdict: "done. ..."
-  kCause,              ///< What the verdict rests on.
-  kNextStep,           ///< What the operator can do.
-  kProblem,            ///< Any other warning or error.
+  kFirmwareBefore,     ///< `uri`, `name` and `version` before the update.
+  kFirmwareAfter,      ///< The same after it.
+  kUpdateNotNeeded,    ///< Every expected version is installed already.
+  kVerification,       ///< What the verification sees; `text`.
+  kVerificationEnds,   ///< `text` is the reason.
+  kVerificationSkipped,  ///< `text` is the reason.
+  kRunEnds,              ///< The library ends its log of the call.
+  kFinished,             ///< The tool makes no more calls; its verdict follows.
+  kInterrupted,          ///< The tool was interrupted.
+  kWorkerDied,           ///< The library process failed; `text` is the reason.
+  kOutcome,              ///< The tool's verdict: "done. ..."
+  kCause,                ///< What the verdict rests on.
+  kNextStep,             ///< What the operator can do.
+  kProblem,              ///< Any other warning or error.
 };
 
 enum class Phase {
@@ -73,6 +80,7 @@ enum class Phase {
   kTask,
   kActivation,
   kReboot,
+  kVerification,  ///< The tool reads the versions after the update.
 };
 
 /// The name for users, e.g. "Upload".
@@ -92,6 +100,8 @@ struct Event {
   LogLevel level = LogLevel::INFO;
   std::string text = {};  ///< The message, or the part that the kind names.
   std::string name = {};
+  std::optional<std::string> version = {};
+  bool is_targeted = false;  ///< Of a member: by --target.
   std::string verb = {};
   std::string uri = {};
   std::string state = {};

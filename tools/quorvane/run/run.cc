@@ -41,8 +41,6 @@ std::string Run::Detail(std::string_view name) const {
   return found == details.end() ? std::string() : found->second;
 }
 
-// A table of all kinds of events, which the compiler checks for missing ones.
-// NOLINTNEXTLINE(readability-function-size)
 void RunBuilder::Add(const Event& event) {
   if (run_.begin == 0) {
     run_.begin = event.time;
@@ -50,6 +48,15 @@ void RunBuilder::Add(const Event& event) {
   }
   run_.end = event.time;
   run_.end_stamp = event.stamp;
+  if (run_.IsVerifying() && event.kind != EventKind::kInterrupted) {
+    return AddVerification(event);
+  }
+  Dispatch(event);
+}
+
+// A table of all kinds of events, which the compiler checks for missing ones.
+// NOLINTNEXTLINE(readability-function-size)
+void RunBuilder::Dispatch(const Event& event) {
   switch (KindOf(event)) {
     case EventKind::kOther:
     case EventKind::kMembersFound:
@@ -63,7 +70,18 @@ void RunBuilder::Add(const Event& event) {
       run_.title = event.text;
       return;
     case EventKind::kRunDetail:
-      run_.details.emplace_back(event.name, event.text);
+      return AddDetail(event);
+    case EventKind::kFirmwareBefore:
+    case EventKind::kFirmwareAfter:
+      return AddMember(event);
+    case EventKind::kUpdateNotNeeded:
+      run_.is_not_needed = true;
+      return;
+    case EventKind::kVerification:
+    case EventKind::kVerificationEnds:
+      return;  // in a log whose beginning is missing
+    case EventKind::kVerificationSkipped:
+      run_.verification.skipped = event.text;
       return;
     case EventKind::kUpdateBegins:
       if (run_.is_update || (run_.title.empty() && !run_.phases.empty())) {
@@ -94,6 +112,10 @@ void RunBuilder::Add(const Event& event) {
     case EventKind::kFinished:
       return EndRun(event);
     case EventKind::kPhaseBegins:
+      if (event.phase == Phase::kVerification) {
+        run_.verification.has_begun = true;
+        run_.verification.limit_seconds = event.seconds;
+      }
       return BeginPhase(event.phase, event);
     case EventKind::kAttemptBegins:
       return AddAttempt(event);
@@ -181,6 +203,88 @@ void RunBuilder::Add(const Event& event) {
   }
 }
 
+void RunBuilder::AddDetail(const Event& event) {
+  run_.details.emplace_back(event.name, event.text);
+  if (event.name == "Unlisted target") {
+    run_.firmware.unlisted_targets.push_back(event.text);
+  }
+  if (event.name == "Expect") {
+    if (auto expectation = ExpectationFrom(event.text)) {
+      run_.firmware.expectations.push_back(*std::move(expectation));
+    }
+  }
+}
+
+void RunBuilder::AddMember(const Event& event) {
+  const auto [found, is_new] =
+      members_.emplace(event.uri, run_.firmware.members.size());
+  if (is_new) run_.firmware.members.push_back({.uri = event.uri});
+  FirmwareMember& member = run_.firmware.members[found->second];
+  if (!event.name.empty()) member.name = event.name;
+  if (event.kind == EventKind::kFirmwareAfter) {
+    member.after = event.version;
+    return;
+  }
+  member.before = event.version;
+  member.is_targeted = event.is_targeted;
+}
+
+// The library logs each reading of the inventory like the first one. What it
+// reports must not change what is known about the update itself.
+void RunBuilder::AddVerification(const Event& event) {
+  Verification& seen = run_.verification;
+  switch (event.kind) {
+    case EventKind::kPhaseBegins:  // the library reads the inventory
+      seen.unread = 0;
+      seen.is_empty = false;
+      seen.status = -1;
+      return;
+    case EventKind::kRequestSent:
+      return OpenSpan(Span::Kind::kRequest, event);
+    case EventKind::kResponseReceived:
+      return CloseSpan(event.time, event.status);
+    case EventKind::kRequestFailed:
+      return CloseSpan(event.time, 0);
+    case EventKind::kStatus:
+      seen.status = event.status;
+      return;
+    case EventKind::kMemberUnread:
+      ++seen.unread;
+      return;
+    case EventKind::kNoMembers:
+      seen.is_empty = true;
+      return;
+    case EventKind::kLoginRefused:
+      seen.refused = event.status;
+      return;
+    case EventKind::kVerification:
+      seen.state = event.text;
+      return AddRemark(event);
+    case EventKind::kVerificationEnds:
+      seen.end = event.text;
+      CurrentPhase().result = PhaseResult::kSucceeded;
+      return AddRemark(event);
+    case EventKind::kRunTitle:
+    case EventKind::kRunDetail:
+    case EventKind::kUpdateBegins:
+    case EventKind::kFirmwareAfter:
+    case EventKind::kFinished:
+    case EventKind::kWorkerDied:
+    case EventKind::kOutcome:
+    case EventKind::kCause:
+    case EventKind::kNextStep:
+      return Dispatch(event);
+    default:
+      return;
+  }
+}
+
+Run RunBuilder::Ended() const {
+  RunBuilder copy = *this;
+  copy.EndRun({.time = run_.end});
+  return std::move(copy.run_);
+}
+
 void RunBuilder::Interrupt(const Event& event) {
   run_.was_interrupted = true;
   if (run_.phases.empty()) return;
@@ -234,6 +338,7 @@ void RunBuilder::BeginRun(const Event& event) {
   const std::string title = is_announced ? run_.title : std::string();
   const int earlier = run_.earlier_runs + (is_announced ? 0 : 1);
   run_ = Run{};
+  members_.clear();
   run_.title = title;
   run_.earlier_runs = earlier;
   run_.begin = run_.end = event.time;

@@ -7,11 +7,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "tools/quorvane/run/bmc_text.h"
 #include "tools/quorvane/run/events.h"
+#include "tools/quorvane/run/versions.h"
 
 namespace quorvane::tool {
 
@@ -111,6 +113,19 @@ struct LoggedVerdict {
   std::string next = {};
 };
 
+/// The comparison of the versions with those before the update.
+struct Verification {
+  std::string skipped = {};  ///< Why there is none; may be empty.
+  bool has_begun = false;
+  int limit_seconds = 0;
+  std::string state = {};  ///< The last thing that it saw.
+  std::string end = {};    ///< Why it ended, as a sentence.
+  long status = -1;        ///< Of the last response that is no inventory.
+  long refused = 0;        ///< 401 or 403, if the BMC refused the account.
+  int unread = 0;          ///< Members that could not be read.
+  bool is_empty = false;   ///< The inventory lists no member.
+};
+
 struct Run {
   std::string title = {};  ///< What the tool does, if it logged that.
   /// What the tool logged about the run, e.g. {"BMC", "192.0.2.7"}.
@@ -122,7 +137,10 @@ struct Run {
   bool reboot_skipped = false;       ///< By the rules.
   std::string reboot_withheld = {};  ///< Why the tool requested no reboot.
   int earlier_runs = 0;              ///< In the same log.
-  int items_read = -1;
+  bool is_not_needed = false;        ///< Every expected version is installed.
+  Firmware firmware = {};
+  Verification verification = {};
+  int items_read = -1;     ///< Before the update.
   long login_refused = 0;  ///< 401 or 403
   bool any_response = false;
   std::string transfer_failure =
@@ -138,6 +156,9 @@ struct Run {
   [[nodiscard]] const PhaseRun* Last(Phase phase) const;
   /// The value of a detail; empty if the log does not contain it.
   [[nodiscard]] std::string Detail(std::string_view name) const;
+  [[nodiscard]] bool IsVerifying() const {
+    return !phases.empty() && phases.back().phase == Phase::kVerification;
+  }
 };
 
 /// Builds a run, event by event.
@@ -145,10 +166,16 @@ class RunBuilder {
  public:
   void Add(const Event& event);
   [[nodiscard]] const Run& run() const { return run_; }
+  /// The run as it is if nothing follows.
+  [[nodiscard]] Run Ended() const;
 
  private:
+  void Dispatch(const Event& event);
   EventKind KindOf(const Event& event);
   void BeginRun(const Event& event);
+  void AddDetail(const Event& event);
+  void AddMember(const Event& event);
+  void AddVerification(const Event& event);
   void AddRefusedLogin(const Event& event);
   void EndRun(const Event& event);
   void Interrupt(const Event& event);
@@ -172,6 +199,7 @@ class RunBuilder {
   void PlanRequest(const std::string& uri, ChangeRequest::Fate fate);
 
   Run run_;
+  std::unordered_map<std::string, std::size_t> members_;  // by URI
   bool has_requests_ = false;  // the log contains debug records
   bool awaits_state_ = false;  // a poll has begun and got no state yet
 };

@@ -13,6 +13,7 @@
 #include "tools/quorvane/run/advice.h"
 #include "tools/quorvane/run/facts.h"
 #include "tools/quorvane/run/request_text.h"
+#include "tools/quorvane/run/version_verdict.h"
 
 namespace quorvane::tool {
 namespace {
@@ -142,17 +143,19 @@ Verdict ImageRejected(const Facts& facts) {
   const Run& run = facts.run;
   const ChangeRequest& rejection = *LastRejection(run, SendsImage);
   if (rejection.status == kHttpUnauthorized) return LoginRefused(facts);
-  if (facts.has_task) {
-    return {Outcome::kUnknown,
-            fmt::format("The BMC answered the image with HTTP {}, but the "
-                        "rules count that as accepted{}.",
-                        rejection.status, RebootClause(facts)),
-            CauseAndList(run, rejection), CheckTask(run)};
-  }
   return {Outcome::kFailed,
           fmt::format("The BMC rejected the update{}.", RebootClause(facts)),
           CauseAndList(run, rejection) + FailedDownload(run),
           NextAfterRejection(run, rejection.status)};
+}
+
+Verdict ImageAcceptedByRule(const Facts& facts) {
+  const ChangeRequest& rejection = *LastRejection(facts.run, SendsImage);
+  return {Outcome::kUnknown,
+          fmt::format("The BMC answered the image with HTTP {}, but the rules "
+                      "count that as accepted{}.",
+                      rejection.status, RebootClause(facts)),
+          CauseAndList(facts.run, rejection), CheckTask(facts.run)};
 }
 
 Verdict ImageNotSent(const Facts& facts) {
@@ -179,7 +182,8 @@ Verdict ActivationInDoubt(const Facts& facts) {
           "The image was uploaded, but the response to its activation was "
           "lost. The BMC may still activate it" +
               RebootClause(facts) + ".",
-          ListOf(facts.run), LookForTask() + " " + CompareVersions(facts.run)};
+          ListOf(facts.run),
+          LookForTask(facts.run) + " " + CompareVersions(facts.run)};
 }
 
 Verdict ActivationRejected(const Facts& facts) {
@@ -246,7 +250,7 @@ Verdict TaskGoneEarly(const Facts& facts) {
   return {Outcome::kUnknown,
           headline + RebootClause(facts) + ".",
           {},
-          LookForTask() + " " + CompareVersions(facts.run)};
+          LookForTask(facts.run) + " " + CompareVersions(facts.run)};
 }
 
 Verdict TaskGoneLate(const Facts& facts) {
@@ -354,12 +358,13 @@ Verdict Staged(const Facts& facts) {
 }
 
 Verdict DoneAndRebooted(const Facts& /*facts*/) {
-  return {Outcome::kDone, "The update is done; the system reboots.", {}, {}};
+  return {
+      Outcome::kDone, "The BMC reports success; the system reboots.", {}, {}};
 }
 
 Verdict DoneByRules(const Facts& /*facts*/) {
   return {Outcome::kDone,
-          "The update is done; the rules file requires no reboot.",
+          "The BMC reports success; the rules file requires no reboot.",
           {},
           {}};
 }
@@ -367,8 +372,8 @@ Verdict DoneByRules(const Facts& /*facts*/) {
 Verdict DoneNotRebooted(const Facts& facts) {
   return {Outcome::kDone,
           facts.run.reboot_withheld.empty()
-              ? std::string("The update is done; no reboot was requested.")
-              : "The update is done" + RebootClause(facts) + ".",
+              ? std::string("The BMC reports success; no reboot was requested.")
+              : "The BMC reports success" + RebootClause(facts) + ".",
           {},
           fmt::format("Reboot the system if the firmware needs it, e.g. with "
                       "{}.",
@@ -408,6 +413,14 @@ Verdict RebootOnly(const Facts& facts) {
           Sentence(run.transfer_failure), "Check the network."};
 }
 
+Verdict NotNeeded(const Facts& /*facts*/) {
+  return {Outcome::kCurrent,
+          "The BMC has every expected version already, so nothing was uploaded "
+          "(--skip-if-current).",
+          {},
+          {}};
+}
+
 bool IsHarmless(Answer answer) {
   return answer != Answer::kAccepted && answer != Answer::kInDoubt;
 }
@@ -416,87 +429,131 @@ bool HasBadTask(const Facts& facts, TaskEnd end) {
   return facts.bad_task != nullptr && EndOf(*facts.bad_task) == end;
 }
 
-// The decision table: the first row that applies is the verdict.
+// The decision table: the first row that applies is the verdict on what the BMC
+// answered. version_verdict.cc has the table of what the versions add.
 struct Row {
+  Claim claim;
   bool (*applies)(const Facts&);
   Verdict (*judge)(const Facts&);
 };
 
 constexpr std::array kRows = {
-    Row{[](const Facts& f) { return f.run.was_interrupted; }, Interrupted},
-    Row{[](const Facts& f) { return !f.run.worker_failure.empty(); },
+    Row{Claim::kNone, [](const Facts& f) { return f.run.was_interrupted; },
+        Interrupted},
+    Row{Claim::kNone,
+        [](const Facts& f) { return !f.run.worker_failure.empty(); },
         WorkerDied},
-    Row{[](const Facts& f) {
+    Row{Claim::kNone,
+        [](const Facts& f) {
           return f.run.login_refused == kHttpUnauthorized &&
                  IsHarmless(f.image) && IsHarmless(f.reboot);
         },
         LoginRefused},
-    Row{[](const Facts& f) { return !f.run.is_complete; }, LogEnds},
-    Row{[](const Facts& f) {
+    Row{Claim::kNone, [](const Facts& f) { return !f.run.is_complete; },
+        LogEnds},
+    Row{Claim::kNone,
+        [](const Facts& f) {
           return !f.run.any_response && !HasSentRequest(f.run);
         },
         Unreachable},
-    Row{[](const Facts& f) {
+    Row{Claim::kNone,
+        [](const Facts& f) {
           return f.image == Answer::kNone && f.reboot != Answer::kNone;
         },
         RebootOnly},
-    Row{[](const Facts& f) { return f.image == Answer::kInDoubt; },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return f.image == Answer::kInDoubt; },
         ImageInDoubt},
-    Row{[](const Facts& f) { return f.image == Answer::kRejected; },
+    Row{Claim::kOpen,
+        [](const Facts& f) {
+          return f.image == Answer::kRejected && f.has_task &&
+                 LastRejection(f.run, SendsImage)->status != kHttpUnauthorized;
+        },
+        ImageAcceptedByRule},
+    Row{Claim::kNone,
+        [](const Facts& f) { return f.image == Answer::kRejected; },
         ImageRejected},
-    Row{[](const Facts& f) { return f.image == Answer::kNotSent; },
+    Row{Claim::kNone,
+        [](const Facts& f) { return f.image == Answer::kNotSent; },
         ImageNotSent},
-    Row{[](const Facts& f) { return f.image == Answer::kNone; },
+    Row{Claim::kNone, [](const Facts& f) { return f.run.is_not_needed; },
+        NotNeeded},
+    Row{Claim::kNone, [](const Facts& f) { return f.image == Answer::kNone; },
         NoImageRequest},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kFailed); },
+    Row{Claim::kTaskFailure,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kFailed); },
         TaskFailed},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kCritical); },
+    Row{Claim::kCritical,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kCritical); },
         TaskCritical},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kPollsRefused); },
+    Row{Claim::kNone,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kPollsRefused); },
         TaskPollsRefused},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kTimedOut); },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kTimedOut); },
         TaskTimedOut},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneEarly); },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneEarly); },
         TaskGoneEarly},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneLate); },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kGoneLate); },
         TaskGoneLate},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kUndecided); },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kUndecided); },
         TaskUndecided},
-    Row{[](const Facts& f) { return HasBadTask(f, TaskEnd::kUnreadable); },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return HasBadTask(f, TaskEnd::kUnreadable); },
         TaskUnreadable},
-    Row{[](const Facts& f) { return f.bad_task != nullptr; }, TaskUnfinished},
-    Row{[](const Facts& f) { return f.activation == Answer::kInDoubt; },
+    Row{Claim::kOpen, [](const Facts& f) { return f.bad_task != nullptr; },
+        TaskUnfinished},
+    Row{Claim::kOpen,
+        [](const Facts& f) { return f.activation == Answer::kInDoubt; },
         ActivationInDoubt},
-    Row{[](const Facts& f) {
+    Row{Claim::kFailed,
+        [](const Facts& f) {
           return f.activation == Answer::kRejected ||
                  f.activation == Answer::kNotSent;
         },
         ActivationRejected},
-    Row{[](const Facts& f) { return !f.has_task; }, NoTask},
-    Row{[](const Facts& f) {
+    Row{Claim::kOpen, [](const Facts& f) { return !f.has_task; }, NoTask},
+    Row{Claim::kFailed,
+        [](const Facts& f) {
           return f.reboot == Answer::kRejected || HasFailedRebootTask(f);
         },
         RebootRejected},
-    Row{[](const Facts& f) { return f.reboot == Answer::kInDoubt; },
+    Row{Claim::kOpen,
+        [](const Facts& f) { return f.reboot == Answer::kInDoubt; },
         RebootInDoubt},
-    Row{[](const Facts& f) { return f.reboot == Answer::kNotSent; },
+    Row{Claim::kFailed,
+        [](const Facts& f) { return f.reboot == Answer::kNotSent; },
         RebootNotSent},
-    Row{[](const Facts& f) {
+    Row{Claim::kSuccess,
+        [](const Facts& f) {
           return f.reboot == Answer::kAccepted && f.is_staged;
         },
         StagedAndRebooted},
-    Row{[](const Facts& f) { return f.reboot == Answer::kAccepted; },
+    Row{Claim::kSuccess,
+        [](const Facts& f) { return f.reboot == Answer::kAccepted; },
         DoneAndRebooted},
-    Row{[](const Facts& f) {
+    Row{Claim::kStaged,
+        [](const Facts& f) {
           return f.is_staged &&
                  (f.run.reboot_skipped || !f.run.reboot_withheld.empty());
         },
         Staged},
-    Row{[](const Facts& f) { return !f.run.reboot_withheld.empty(); },
+    Row{Claim::kSuccess,
+        [](const Facts& f) { return !f.run.reboot_withheld.empty(); },
         DoneNotRebooted},
-    Row{[](const Facts& f) { return f.run.reboot_skipped; }, DoneByRules},
-    Row{[](const Facts& /*f*/) { return true; }, DoneNotRebooted},
+    Row{Claim::kSuccess, [](const Facts& f) { return f.run.reboot_skipped; },
+        DoneByRules},
+    Row{Claim::kSuccess, [](const Facts& /*f*/) { return true; },
+        DoneNotRebooted},
 };
+
+const Row& RowFor(const Facts& facts) {
+  return *std::find_if(kRows.begin(), kRows.end(),
+                       [&facts](const Row& one) { return one.applies(facts); });
+}
 
 // The verdict that the tool logged; nothing if it has another form.
 std::optional<Verdict> LoggedBy(const Run& run) {
@@ -514,6 +571,26 @@ std::optional<Verdict> LoggedBy(const Run& run) {
 
 }  // namespace
 
+Claim ClaimOf(const Run& run) { return RowFor(FactsOf(run)).claim; }
+
+bool CanStillChange(const Run& run) {
+  const Facts facts = FactsOf(run);
+  switch (RowFor(facts).claim) {
+    case Claim::kOpen:
+      return true;
+    case Claim::kSuccess:
+      return facts.reboot == Answer::kAccepted;
+    case Claim::kCritical:
+      return facts.reboot == Answer::kAccepted && NamesComponents(run.firmware);
+    case Claim::kNone:
+    case Claim::kStaged:
+    case Claim::kTaskFailure:
+    case Claim::kFailed:
+      break;
+  }
+  return false;
+}
+
 Verdict JudgeRun(const Run& run) {
   if (auto logged = LoggedBy(run)) return *std::move(logged);
   if (!run.is_update && !run.was_interrupted && run.worker_failure.empty() &&
@@ -521,13 +598,12 @@ Verdict JudgeRun(const Run& run) {
     return {Outcome::kNoUpdate, "The log contains no update.", {}, {}};
   }
   const Facts facts = FactsOf(run);
-  const auto* const row =
-      std::find_if(kRows.begin(), kRows.end(),
-                   [&facts](const Row& one) { return one.applies(facts); });
-  Verdict verdict = row->judge(facts);
-  const bool has_unfinished_reboot =
-      !run.reboot_withheld.empty() && facts.image == Answer::kAccepted &&
-      verdict.outcome != Outcome::kDone && verdict.outcome != Outcome::kStaged;
+  const Row& row = RowFor(facts);
+  Verdict verdict = JudgeByVersions(facts, row.claim, row.judge(facts));
+  const bool has_unfinished_reboot = !run.reboot_withheld.empty() &&
+                                     facts.image == Answer::kAccepted &&
+                                     (verdict.outcome == Outcome::kUnknown ||
+                                      verdict.outcome == Outcome::kFailed);
   if (has_unfinished_reboot) {
     verdict.next += fmt::format(
         " A reboot now can interrupt an installation; to reboot the system "
@@ -557,10 +633,18 @@ std::string TextOf(const Verdict& verdict, const std::string& bmc,
 
 const char* NameOf(Verdict::Outcome outcome) {
   switch (outcome) {
+    case Outcome::kUpdated:
+      return "updated";
+    case Outcome::kCurrent:
+      return "current";
     case Outcome::kDone:
       return "done";
     case Outcome::kStaged:
       return "staged";
+    case Outcome::kUnchanged:
+      return "unchanged";
+    case Outcome::kMismatch:
+      return "mismatch";
     case Outcome::kFailed:
       return "failed";
     case Outcome::kUnknown:
@@ -585,11 +669,14 @@ std::string IdOf(Verdict::Outcome outcome) {
 
 ExitCode ExitCodeOf(Verdict::Outcome outcome) {
   switch (outcome) {
+    case Outcome::kUpdated:
+    case Outcome::kCurrent:
     case Outcome::kDone:
     case Outcome::kStaged:
     case Outcome::kNoUpdate:
       return ExitCode::kDone;
     case Outcome::kFailed:
+    case Outcome::kMismatch:
       return ExitCode::kFailed;
     case Outcome::kUnreachable:
     case Outcome::kLoginRefused:
@@ -597,6 +684,7 @@ ExitCode ExitCodeOf(Verdict::Outcome outcome) {
     case Outcome::kInterrupted:
       return ExitCode::kInterrupted;
     case Outcome::kUnknown:
+    case Outcome::kUnchanged:
       return ExitCode::kUnknown;
   }
   return ExitCode::kUnknown;

@@ -19,9 +19,13 @@ namespace quorvane::tool {
 
 struct Verdict {
   enum class Outcome {
-    kDone,
-    kStaged,  ///< Accepted; a later reboot applies it.
-    kFailed,  ///< The BMC rejected it, or reported a failure.
+    kUpdated,    ///< The versions show the update.
+    kCurrent,    ///< The expected versions were installed before, and are.
+    kDone,       ///< The BMC reports success; no versions were compared.
+    kStaged,     ///< Accepted; a later reboot applies it.
+    kUnchanged,  ///< The BMC reports success, but no version changed.
+    kMismatch,   ///< Versions changed, but not to the expected ones.
+    kFailed,     ///< The BMC rejected it, or reported a failure.
     kUnknown,
     kUnreachable,
     kLoginRefused,
@@ -36,10 +40,27 @@ struct Verdict {
 };
 
 inline constexpr std::array kOutcomes = {
+    Verdict::Outcome::kUpdated,     Verdict::Outcome::kCurrent,
     Verdict::Outcome::kDone,        Verdict::Outcome::kStaged,
+    Verdict::Outcome::kUnchanged,   Verdict::Outcome::kMismatch,
     Verdict::Outcome::kFailed,      Verdict::Outcome::kUnknown,
     Verdict::Outcome::kUnreachable, Verdict::Outcome::kLoginRefused,
     Verdict::Outcome::kInterrupted, Verdict::Outcome::kNoUpdate};
+
+/// What the requests and tasks of an update say, before versions are compared.
+enum class Claim {
+  kNone,         ///< Nothing that versions could show: e.g. a rejected image.
+  kSuccess,      ///< The BMC reports success.
+  kStaged,       ///< The firmware waits for a reboot, and none was requested.
+  kOpen,         ///< Neither success nor failure.
+  kCritical,     ///< A task completed with a critical problem.
+  kTaskFailure,  ///< A task failed.
+  kFailed,       ///< The activation or the reboot failed.
+};
+Claim ClaimOf(const Run& run);
+
+/// Whether versions can still change after the run, without another request.
+bool CanStillChange(const Run& run);
 
 /// The verdict on a run. If the tool logged one, it is that one.
 Verdict JudgeRun(const Run& run);

@@ -233,7 +233,14 @@ std::string StepText(const Event& event, const Run& run) {
   const std::string place =
       event.index < 0 ? std::string()
                       : fmt::format(" ({} of {})", event.index, event.count);
+  // The library logs each check of the verification like an inventory.
+  const bool is_verifying =
+      run.IsVerifying() && event.phase != Phase::kVerification;
+  if (is_verifying) return {};
   switch (event.kind) {
+    case EventKind::kVerification:
+    case EventKind::kVerificationEnds:
+      return "Verification: " + Printable(event.text);
     case EventKind::kAttemptBegins:
       return fmt::format("{}: {}{}", NameOf(event.phase),
                          Printable(PathOf(event.uri)), place);
@@ -264,7 +271,14 @@ std::string StepText(const Event& event, const Run& run) {
     case EventKind::kPhaseBegins:
       return event.phase == Phase::kDownload
                  ? "Download: " + Printable(event.uri)
+             : event.phase == Phase::kVerification
+                 ? "Verification: comparing the versions, at most " +
+                       Duration(event.seconds)
                  : std::string();
+    case EventKind::kFirmwareBefore:
+    case EventKind::kFirmwareAfter:
+    case EventKind::kUpdateNotNeeded:
+    case EventKind::kVerificationSkipped:
     case EventKind::kOther:
     case EventKind::kRunTitle:
     case EventKind::kUpdateBegins:
@@ -341,7 +355,14 @@ std::vector<std::string> LiveBlock(const Run& run, int attempts, double now,
   const auto add = [&](const std::string& line) {
     if (!line.empty()) lines.push_back(CutTo(columns, line));
   };
-  if (!run.phases.empty()) {
+  if (run.IsVerifying()) {
+    const double passed = std::max(now - run.phases.back().begin, 0.0);
+    add(fmt::format("{:<13}{}", NameOf(Phase::kVerification),
+                    Printable(run.verification.state)));
+    add(fmt::format("comparing the versions, {} of at most {}",
+                    Duration(std::floor(passed)),
+                    Duration(run.verification.limit_seconds)));
+  } else if (!run.phases.empty()) {
     const PhaseRun& phase = run.phases.back();
     add(AttemptText(phase, attempts, columns));
     if (!phase.task.empty()) {

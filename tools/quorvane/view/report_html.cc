@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/view/firmware_table.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -257,6 +258,27 @@ std::string Cell(const char* name, const std::string& text,
                      css_class, Escaped(text));
 }
 
+// The versions before and after; nothing if they were not compared.
+std::string FirmwareSection(const Firmware& firmware) {
+  std::string rows;
+  for (const FirmwareRow& row : FirmwareRows(firmware)) {
+    rows += "<tr>" + Cell("Component", row.name) + Cell("Before", row.before) +
+            Cell("After", row.after) + "</tr>\n";
+  }
+  const std::string others = OtherFirmware(firmware);
+  if (rows.empty() && others.empty()) return {};
+  std::string html = "<h2>Versions</h2>\n";
+  if (!rows.empty()) {
+    html +=
+        "<div class=\"scroll\"><table class=\"rows\">\n"
+        "<tr><th>Component</th><th>Before</th><th>After</th></tr>\n" +
+        rows + "</table></div>\n";
+  }
+  return others.empty()
+             ? html
+             : html + "<p class=\"faint\">" + Escaped(others) + "</p>\n";
+}
+
 std::string PhaseRows(const Run& run) {
   std::string html;
   for (const PhaseRun& phase : run.phases) {
@@ -292,6 +314,7 @@ std::string HtmlReport(const Report& report) {
       std::pair("<!-- title -->\n", PageTitle(report)),
       std::pair("<!-- outcome -->\n", OutcomeSection(report)),
       std::pair("<!-- facts -->\n", FactTableRows(report.run)),
+      std::pair("<!-- firmware -->\n", FirmwareSection(report.run.firmware)),
       std::pair("<!-- timeline -->\n", Timeline(report.run).Draw()),
       std::pair("<!-- phases -->\n", PhaseRows(report.run)),
       std::pair("<!-- remarks -->\n", RemarkRows(report.run))};

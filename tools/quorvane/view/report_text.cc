@@ -7,6 +7,7 @@
 
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/run/log_clock.h"
+#include "tools/quorvane/view/firmware_table.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -19,10 +20,11 @@ std::string ResultText(const PhaseRun& phase) {
     case PhaseResult::kAccepted:
       return "accepted";
     case PhaseResult::kSucceeded:
-      return phase.phase == Phase::kTask       ? "succeeded"
-             : phase.phase == Phase::kDownload ? "downloaded"
-             : phase.phase == Phase::kNone     ? "responded"
-                                               : "read";
+      return phase.phase == Phase::kTask           ? "succeeded"
+             : phase.phase == Phase::kVerification ? "ended"
+             : phase.phase == Phase::kDownload     ? "downloaded"
+             : phase.phase == Phase::kNone         ? "responded"
+                                                   : "read";
     case PhaseResult::kFailed:
       return "failed";
     case PhaseResult::kStaged:
@@ -110,14 +112,18 @@ std::string IsoTime(std::string stamp, const std::string& zone) {
 
 std::string ColorOf(Verdict::Outcome outcome) {
   switch (outcome) {
+    case Verdict::Outcome::kUpdated:
+    case Verdict::Outcome::kCurrent:
     case Verdict::Outcome::kDone:
     case Verdict::Outcome::kStaged:
       return "\x1b[32m";
     case Verdict::Outcome::kUnknown:
+    case Verdict::Outcome::kUnchanged:
     case Verdict::Outcome::kInterrupted:
     case Verdict::Outcome::kNoUpdate:
       return "\x1b[33m";
     case Verdict::Outcome::kFailed:
+    case Verdict::Outcome::kMismatch:
     case Verdict::Outcome::kUnreachable:
     case Verdict::Outcome::kLoginRefused:
       return "\x1b[31m";
@@ -140,6 +146,11 @@ std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
        {"BMC", "User", "Image", "Rules", "Tool", "Certificate check"}) {
     const std::string value = run.Detail(name);
     if (!value.empty()) rows.emplace_back(name, Printable(value));
+  }
+  for (const auto& [name, value] : run.details) {
+    if (name == "Target" || name == "Expect") {
+      rows.emplace_back(name, Printable(value));
+    }
   }
   return rows;
 }
@@ -236,7 +247,8 @@ std::string TextReport(const Report& report, std::size_t columns,
     }
   }
   return text + '\n' +
-         OutcomeText(report.verdict, run.Detail("BMC"), columns, has_color);
+         OutcomeText(report.verdict, run.Detail("BMC"), columns, has_color) +
+         FirmwareText(run.firmware, columns);
 }
 
 std::string JsonReport(const Report& report) {
@@ -254,6 +266,7 @@ std::string JsonReport(const Report& report) {
       {"headline", report.verdict.headline},
       {"cause", report.verdict.cause},
       {"next", report.verdict.next},
+      {"firmware", FirmwareJson(run.firmware)},
       {"events", nlohmann::json::array()}};
   for (const Event& event : report.events) {
     if (event.kind == EventKind::kOther) continue;

@@ -21,6 +21,7 @@
 #include "tools/quorvane/base/descriptor.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/records.h"
 #include "tools/quorvane/worker/private_rules.h"
 #include "tools/quorvane/worker/record_stream.h"
 #include "tools/quorvane/worker/worker.h"
@@ -181,20 +182,26 @@ class PipeReader {
                  {pipes.errors.read_end.get(), POLLIN, 0},
                  {signals.descriptor(), POLLIN, 0}}} {}
 
-  /// @return False if a signal arrived first.
-  bool ReadAll() {
+  /// @return Whether all was read; else why not.
+  CallResult::End ReadAll(double limit_seconds) {
     constexpr int kTickMs = 100;
+    const double end = MonotonicSeconds() + limit_seconds;
     while (polled_[kLog].fd >= 0 || polled_[kResponse].fd >= 0 ||
            polled_[kErrors].fd >= 0) {
       const int ready = poll(polled_.data(), polled_.size(), kTickMs);
+      if (limit_seconds > 0 && MonotonicSeconds() >= end) {
+        return CallResult::End::kTimedOut;
+      }
       if (ready == 0) listener_.OnTick();
       if (ready <= 0) continue;
-      if (polled_[kSignals].revents != 0 && signals_.MustStop()) return false;
+      if (polled_[kSignals].revents != 0 && signals_.MustStop()) {
+        return CallResult::End::kInterrupted;
+      }
       for (const Source source : {kLog, kResponse, kErrors}) {
         if (polled_.at(source).revents != 0) ReadAvailable(source);
       }
     }
-    return true;
+    return CallResult::End::kResponded;
   }
 
   /// Reads what the child logged before it was killed.
@@ -288,11 +295,12 @@ CallResult CallLibrary(LibraryCall call, const CallOptions& options,
   pipes.request.write_end.Close();
 
   PipeReader reader(pipes, signals, listener);
-  if (!reader.ReadAll()) {
+  const CallResult::End end = reader.ReadAll(options.limit_seconds);
+  if (end != CallResult::End::kResponded) {
     // The child could send a request until now; its log contains that.
     child.Kill();
     reader.ReadRemainingLog();
-    return {.end = CallResult::End::kInterrupted};
+    return {.end = end};
   }
   listener.OnTick();
   return ResultOf(reader, child.Wait());

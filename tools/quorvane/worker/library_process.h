@@ -38,6 +38,7 @@ struct CallResult {
     kResponded,    ///< `response` is what the worker sent.
     kDied,         ///< The process ended without a response.
     kInterrupted,  ///< A signal; the process was ended.
+    kTimedOut,     ///< The time limit was over; the process was ended.
   };
   End end = End::kDied;
   std::optional<WorkerResponse> response = {};
@@ -54,6 +55,8 @@ struct CallOptions {
   std::string rules = {};  ///< Rules file to use; empty: the installed one.
   RebootBy reboot_by = RebootBy::kLibrary;
   Trust trust = {};
+  /// Only for calls that read; 0: none.
+  double limit_seconds = 0;
 };
 
 /// Makes one call in a child process; blocks until it ends.

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/commands/verification.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "logging/redact.h"
+#include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/verdict.h"
+#include "tools/quorvane/run/versions.h"
+
+namespace quorvane::tool {
+namespace {
+
+constexpr int kGoodChecks = 3;
+
+// A line of the log: {"name": ..., "uri": ..., "version": ...}.
+std::string MemberLine(const char* prefix, const InventoryItem& item,
+                       bool is_targeted) {
+  nlohmann::json json = {{"uri", RedactUri(item.uri)}, {"name", item.Name}};
+  if (!item.Version.empty()) json["version"] = item.Version;
+  if (is_targeted) json["targeted"] = true;
+  return prefix +
+         EscapedJson(json.dump(-1, ' ', false,
+                               nlohmann::json::error_handler_t::replace));
+}
+
+// What `firmware` becomes when `items` are read after the update.
+Firmware WithVersions(Firmware firmware,
+                      const std::vector<InventoryItem>& items) {
+  RunBuilder builder;
+  for (const FirmwareMember& member : firmware.members) {
+    builder.Add({.kind = EventKind::kFirmwareBefore,
+                 .name = member.name,
+                 .version = member.before,
+                 .is_targeted = member.is_targeted,
+                 .uri = member.uri});
+  }
+  for (const InventoryItem& item : items) {
+    builder.Add(EventFrom({.component = kToolComponent,
+                           .message = MemberLine("Firmware after: ", item,
+                                                 /*is_targeted=*/false)}));
+  }
+  firmware.members = builder.run().firmware.members;
+  return firmware;
+}
+
+class Verifier {
+ public:
+  Verifier(RunSession& session, const InventoryRequest& bmc,
+           const VerifyOptions& options)
+      : session_(session),
+        bmc_(bmc),
+        options_(options),
+        end_(MonotonicSeconds() + options.timeout_seconds),
+        can_change_(CanStillChange(session.EndedRun())) {}
+
+  void Run() {
+    int good_checks = 0;
+    while (true) {
+      auto items = ReadInventory();
+      if (session_.MustStop()) return;
+      if (session_.run().verification.refused != 0) return EndAsRefused();
+      good_checks = items ? good_checks + 1 : 0;
+      if (items && good_checks >= kGoodChecks) {
+        if (IsDecided(WithVersions(session_.run().firmware, *items))) {
+          return End(*items, "The versions are compared.");
+        }
+        if (!can_change_) {
+          return End(*items, "The BMC has nothing left to apply.");
+        }
+        if (IsTimeOver()) return End(*items, TimeOver());
+      }
+      // The last checks may still become three good ones.
+      if (IsTimeOver() && good_checks == 0) return End({}, TimeOver());
+      if (!session_.Wait(options_.interval_seconds)) return;
+    }
+  }
+
+ private:
+  [[nodiscard]] bool IsTimeOver() const { return MonotonicSeconds() >= end_; }
+
+  [[nodiscard]] std::string TimeOver() const {
+    return fmt::format("The time limit of {} s (--verify-timeout) is over.",
+                       options_.timeout_seconds);
+  }
+
+  // An inventory that is complete; else nothing, and the reason is logged.
+  std::optional<std::vector<InventoryItem>> ReadInventory() {
+    // A BMC that restarts makes the library wait much longer.
+    const auto probed = session_.Read(ProbeCall{bmc_.ip}, kProbeSeconds + 5);
+    if (session_.MustStop()) return std::nullopt;
+    const auto* probe = probed ? std::get_if<ProbeResult>(&*probed) : nullptr;
+    if (probe == nullptr || probe->status == 0) {
+      return Nothing("the BMC does not respond");
+    }
+    constexpr double kMinSeconds = 30;
+    const auto response = session_.Read(
+        InventoryCall{bmc_}, std::max(kMinSeconds, end_ - MonotonicSeconds()));
+    if (session_.MustStop()) return std::nullopt;
+    const auto* read =
+        response ? std::get_if<InventoryResult>(&*response) : nullptr;
+    const Verification& seen = session_.run().verification;
+    if (read == nullptr || !read->was_read) {
+      return Nothing(
+          seen.status > 0
+              ? fmt::format("the inventory returned HTTP {}", seen.status)
+              : std::string("the BMC responds, but not with an "
+                            "inventory"));
+    }
+    if (seen.unread > 0) {
+      return Nothing(fmt::format("{} members of the inventory cannot be read",
+                                 seen.unread));
+    }
+    if (seen.is_empty || read->items.empty()) {
+      return Nothing("the inventory lists no firmware");
+    }
+    NoteState(IsAnyChanged(read->items)
+                  ? "the BMC responds, and versions have changed"
+                  : "the BMC responds, the versions are as before");
+    return read->items;
+  }
+
+  [[nodiscard]] bool IsAnyChanged(
+      const std::vector<InventoryItem>& items) const {
+    const Firmware now = WithVersions(session_.run().firmware, items);
+    return !ChangesText(now).empty();
+  }
+
+  std::nullopt_t Nothing(const std::string& reason) {
+    NoteState(reason);
+    return std::nullopt;
+  }
+
+  // A check every few seconds would fill the log.
+  void NoteState(const std::string& state) {
+    if (state == session_.run().verification.state) return;
+    session_.Report("Verification: " + state);
+  }
+
+  void EndAsRefused() {
+    session_.Report(
+        fmt::format("Verification ends: The BMC refused the account (HTTP {}).",
+                    session_.run().verification.refused));
+  }
+
+  void End(const std::vector<InventoryItem>& items, const std::string& reason) {
+    for (const InventoryItem& item : items) {
+      session_.Report(
+          MemberLine("Firmware after: ", item, /*is_targeted=*/false));
+    }
+    session_.Report("Verification ends: " + reason);
+  }
+
+  RunSession& session_;
+  const InventoryRequest& bmc_;
+  const VerifyOptions& options_;
+  double end_;
+  bool can_change_;
+};
+
+}  // namespace
+
+void NoteVersionsBefore(RunSession& session,
+                        const std::vector<InventoryItem>& items,
+                        const std::vector<std::string>& targets) {
+  std::vector<std::string> unlisted = targets;
+  for (const InventoryItem& item : items) {
+    const auto is_item = [&item](const std::string& target) {
+      return target == item.uri || target == item.target_id;
+    };
+    const bool is_targeted =
+        std::any_of(targets.begin(), targets.end(), is_item);
+    unlisted.erase(std::remove_if(unlisted.begin(), unlisted.end(), is_item),
+                   unlisted.end());
+    session.Report(MemberLine("Firmware before: ", item, is_targeted));
+  }
+  for (const std::string& target : unlisted) {
+    session.Report("Unlisted target: " + RedactUri(target));
+  }
+}
+
+void VerifyVersions(RunSession& session, const InventoryRequest& bmc,
+                    const VerifyOptions& options) {
+  const Run ended = session.EndedRun();
+  if (ClaimOf(ended) == Claim::kNone) return;
+  if (options.is_off) {
+    session.Report("No verification: --no-verify was given");
+    return;
+  }
+  session.Report(fmt::format("Verification begins, at most {} s",
+                             options.timeout_seconds));
+  if (!ended.firmware.WasReadBefore() && ended.firmware.expectations.empty()) {
+    session.Report(
+        "Verification ends: The inventory was not read before the update.");
+    return;
+  }
+  Verifier(session, bmc, options).Run();
+}
+
+}  // namespace quorvane::tool

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// Compares the versions of the firmware with those before the update.
+#ifndef QUORVANE_TOOLS_QUORVANE_COMMANDS_VERIFICATION_H_
+#define QUORVANE_TOOLS_QUORVANE_COMMANDS_VERIFICATION_H_
+
+#include <string>
+#include <vector>
+
+#include "quorvane/inventory.h"
+#include "tools/quorvane/commands/run_session.h"
+
+namespace quorvane::tool {
+
+struct VerifyOptions {
+  bool is_off = false;
+  int timeout_seconds = 1200;
+  int interval_seconds = 10;  ///< Between two checks.
+};
+
+/// Logs the versions before the update, so that the log alone shows what
+/// changed.
+/// @param targets  URIs of --target: of members, or of what they belong to.
+void NoteVersionsBefore(RunSession& session,
+                        const std::vector<InventoryItem>& items,
+                        const std::vector<std::string>& targets);
+
+/// Reads the inventory until the result is decided, or nothing more can change,
+/// or the time is over. Sends only GET requests, and none if nothing was
+/// accepted. What it finds becomes part of the run, and of its verdict.
+///
+/// A BMC that restarts can respond and disappear again, so only three complete
+/// inventories in a row count.
+void VerifyVersions(RunSession& session, const InventoryRequest& bmc,
+                    const VerifyOptions& options);
+
+}  // namespace quorvane::tool
+
+#endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_VERIFICATION_H_

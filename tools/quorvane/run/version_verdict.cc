@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/quorvane/run/version_verdict.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+
+#include "tools/quorvane/run/advice.h"
+#include "tools/quorvane/run/request_text.h"
+
+namespace quorvane::tool {
+namespace {
+
+using Outcome = Verdict::Outcome;
+
+std::string Joined(const std::string& first, const std::string& then) {
+  return first.empty() || then.empty() ? first + then : first + " " + then;
+}
+
+// Why the verification ended, and what it saw last.
+std::string SeenBy(const Verification& seen) {
+  return Joined(seen.end, seen.state.empty()
+                              ? std::string()
+                              : Sentence("Last check: " + seen.state));
+}
+
+// What led to the versions, after a headline that states the success.
+std::string AfterSuccess(const Facts& facts, const Verdict& said) {
+  if (said.outcome != Outcome::kDone) return said.headline;
+  if (!facts.run.reboot_withheld.empty()) {
+    return Sentence("The system was not rebooted, because " +
+                    facts.run.reboot_withheld);
+  }
+  return facts.reboot == Answer::kAccepted
+             ? "The BMC accepted a reboot of the system."
+             : "No reboot was requested.";
+}
+
+std::string ByVersions(const Facts& facts) {
+  const std::string changes = ChangesText(facts.run.firmware);
+  return changes.empty()
+             ? std::string("The firmware has the expected versions.")
+             : fmt::format("The firmware was updated: {}.", changes);
+}
+
+// The BMC reports success, and the versions confirm it.
+Verdict Updated(const Facts& facts, const Verdict& /*said*/) {
+  return {Outcome::kUpdated, ByVersions(facts), {}, {}};
+}
+
+// The versions decide; the cause keeps what the BMC reports.
+Verdict UpdatedAnyway(const Facts& facts, const Verdict& said) {
+  return {Outcome::kUpdated, ByVersions(facts),
+          Joined(said.headline, said.cause),
+          "The versions decide the outcome, because the BMC did not confirm "
+          "the update. Check the event log of the BMC."};
+}
+
+// The verdict on what the BMC answered, with what the versions show.
+Verdict WithChanges(const Facts& facts, const Verdict& said) {
+  const Firmware& firmware = facts.run.firmware;
+  const std::string changes = ChangesText(firmware);
+  Verdict verdict = said;
+  if (EvidenceOf(firmware) == Evidence::kNone) {
+    verdict.cause = Joined(said.cause, SeenBy(facts.run.verification));
+  } else {
+    verdict.headline += changes.empty()
+                            ? std::string(" No version has changed.")
+                            : fmt::format(" Changed: {}.", changes);
+  }
+  return verdict;
+}
+
+// The critical problem can concern one of several components.
+Verdict UpdatedDespiteCritical(const Facts& facts, const Verdict& said) {
+  return NamesComponents(facts.run.firmware) ? UpdatedAnyway(facts, said)
+                                             : WithChanges(facts, said);
+}
+
+Verdict Current(const Facts& /*facts*/, const Verdict& said) {
+  return {Outcome::kCurrent,
+          "The firmware had the expected versions before the update, and has "
+          "them now.",
+          {},
+          said.next};
+}
+
+Verdict Mismatch(const Facts& facts, const Verdict& said) {
+  return {Outcome::kMismatch,
+          fmt::format("Versions have changed, but not all are the expected "
+                      "ones. Changed: {}.",
+                      ChangesText(facts.run.firmware)),
+          Joined(said.headline, said.cause),
+          "Check that the image contains the versions of --expect. " +
+              CompareVersions(facts.run)};
+}
+
+Verdict PartlyUpdated(const Facts& facts, const Verdict& said) {
+  return {Outcome::kUnknown,
+          fmt::format("The BMC reports success, but not every target has "
+                      "another version than before. Changed: {}.",
+                      ChangesText(facts.run.firmware)),
+          Joined(AfterSuccess(facts, said), SeenBy(facts.run.verification)),
+          CompareVersions(facts.run)};
+}
+
+Verdict Unchanged(const Facts& facts, const Verdict& said) {
+  const std::string reason =
+      "If the image contains other versions than the installed ones, look up "
+      "in the event log of the BMC why they were not installed.";
+  return {Outcome::kUnchanged,
+          "The BMC reports success, but no version has changed.",
+          Joined(AfterSuccess(facts, said), SeenBy(facts.run.verification)),
+          said.outcome == Outcome::kDone ? Joined(said.next, reason) : reason};
+}
+
+Verdict Pending(const Facts& facts, const Verdict& said) {
+  return {Outcome::kStaged,
+          "The inventory lists firmware that the next reboot of the system "
+          "applies.",
+          said.headline,
+          fmt::format("Reboot the system when convenient, e.g. with {}.",
+                      RebootCommand(facts.run))};
+}
+
+Verdict NoEvidence(const Facts& facts, const Verdict& said) {
+  const std::string& reboot = said.outcome == Outcome::kDone ? said.next : "";
+  return {Outcome::kUnknown,
+          "The BMC reports success, but the versions could not be compared.",
+          Joined(AfterSuccess(facts, said), SeenBy(facts.run.verification)),
+          Joined(reboot, CompareVersions(facts.run))};
+}
+
+// A pair without a row keeps the verdict on what the BMC answered, see
+// `WithChanges`.
+struct VersionRow {
+  Claim claim;
+  Evidence evidence;
+  Verdict (*judge)(const Facts& facts, const Verdict& said);
+};
+
+constexpr std::array kVersionRows = {
+    VersionRow{Claim::kSuccess, Evidence::kUpdated, Updated},
+    VersionRow{Claim::kSuccess, Evidence::kCurrent, Current},
+    VersionRow{Claim::kSuccess, Evidence::kMismatch, Mismatch},
+    VersionRow{Claim::kSuccess, Evidence::kPartly, PartlyUpdated},
+    VersionRow{Claim::kSuccess, Evidence::kPending, Pending},
+    VersionRow{Claim::kSuccess, Evidence::kUnchanged, Unchanged},
+    VersionRow{Claim::kSuccess, Evidence::kNone, NoEvidence},
+    VersionRow{Claim::kStaged, Evidence::kUpdated, Updated},
+    VersionRow{Claim::kStaged, Evidence::kMismatch, Mismatch},
+    VersionRow{Claim::kOpen, Evidence::kUpdated, UpdatedAnyway},
+    VersionRow{Claim::kOpen, Evidence::kMismatch, Mismatch},
+    VersionRow{Claim::kCritical, Evidence::kUpdated, UpdatedDespiteCritical},
+    VersionRow{Claim::kFailed, Evidence::kUpdated, UpdatedAnyway},
+};
+
+}  // namespace
+
+Verdict JudgeByVersions(const Facts& facts, Claim claim, const Verdict& said) {
+  const Verification& seen = facts.run.verification;
+  if (claim == Claim::kNone || !seen.has_begun) return said;
+  const Evidence evidence = EvidenceOf(facts.run.firmware);
+  const auto* const row = std::find_if(
+      kVersionRows.begin(), kVersionRows.end(), [&](const VersionRow& one) {
+        return one.claim == claim && one.evidence == evidence;
+      });
+  return row != kVersionRows.end() ? row->judge(facts, said)
+                                   : WithChanges(facts, said);
+}
+
+}  // namespace quorvane::tool
