@@ -91,8 +91,9 @@ class Drafter {
     for (const NamedUri& one : advertised) {
       const bool is_path = one.uri.rfind('/', 0) == 0;
       if (!is_path ||
-          std::find(uris.begin(), uris.end(), one.uri) != uris.end())
+          std::find(uris.begin(), uris.end(), one.uri) != uris.end()) {
         continue;
+      }
       uris.push_back(one.uri);
       reason += fmt::format("{}{} is {} of the BMC", reason.empty() ? "" : "; ",
                             one.uri, one.property);

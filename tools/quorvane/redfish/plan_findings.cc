@@ -212,6 +212,7 @@ bool UnlessUploadWorks(const Situation& at) {
 
 // One row for each finding. A row applies only if the BMC itself reported what
 // it rests on.
+// NOLINTNEXTLINE(readability-function-size)
 const auto& BlockerRows() {
   static const std::array rows = {
       FindingRow{
@@ -375,6 +376,7 @@ const auto& BlockerRows() {
   return rows;
 }
 
+// NOLINTNEXTLINE(readability-function-size)
 const auto& WarningRows() {
   static const std::array rows = {
       FindingRow{

@@ -56,7 +56,7 @@ bool ResourceCache::ReadInto(const std::vector<std::string>& uris) {
 void ResourceCache::Fetch(const std::vector<std::string>& uris) {
   std::vector<std::string> missing;
   for (const std::string& uri : uris) {
-    if (resources_.count(uri) > 0 ||
+    if (resources_.contains(uri) ||
         std::find(missing.begin(), missing.end(), uri) != missing.end()) {
       continue;
     }
@@ -72,7 +72,7 @@ void ResourceCache::Fetch(const std::vector<std::string>& uris) {
 }
 
 const Resource& ResourceCache::At(const std::string& uri) {
-  if (resources_.count(uri) == 0) Fetch({uri});
+  if (!resources_.contains(uri)) Fetch({uri});
   const auto [found, is_new] = resources_.try_emplace(uri);
   if (is_new) found->second.uri = uri;
   return found->second;

@@ -13,14 +13,14 @@ namespace {
 
 using Version = std::optional<std::string> FirmwareMember::*;
 
-std::string_view IdOf(const FirmwareMember& member) {
+std::string_view MemberId(const FirmwareMember& member) {
   const std::string_view uri = member.uri;
   return uri.substr(uri.rfind('/') + 1);
 }
 
 // A member that lists firmware for the next reboot, as some BMCs have one.
 bool IsForReboot(const FirmwareMember& member) {
-  std::string text = std::string(IdOf(member)) + " " + member.name;
+  std::string text = std::string(MemberId(member)) + " " + member.name;
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
     return static_cast<char>(std::tolower(c));
   });
@@ -136,7 +136,7 @@ std::vector<const FirmwareMember*> MembersNamed(
     }
   };
   find([](const FirmwareMember& member) { return member.uri; });
-  if (found.empty()) find(IdOf);
+  if (found.empty()) find(MemberId);
   if (found.empty()) find([](const FirmwareMember& one) { return one.name; });
   return found;
 }
@@ -203,7 +203,7 @@ std::string ChangesText(const Firmware& firmware) {
     if (!HasChanged(member) || ++count > kMaxListed) continue;
     text += fmt::format(
         "{}{} {} -> {}", count == 1 ? "" : ", ",
-        member.name.empty() ? std::string(IdOf(member)) : member.name,
+        member.name.empty() ? std::string(MemberId(member)) : member.name,
         *member.before, *member.after);
   }
   return count > kMaxListed

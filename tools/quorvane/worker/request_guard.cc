@@ -134,8 +134,9 @@ void Note(CURL* handle, CURLcode code) {
     return;
   }
   if (!is_read && status >= 200 && status < 300) guard.has_changed = true;
-  if (status == kHttpUnauthorized && IsForBmc(handle))
+  if (status == kHttpUnauthorized && IsForBmc(handle)) {
     guard.login_refused = true;
+  }
 }
 
 CURLcode GuardedPerform(CURL* handle) {
