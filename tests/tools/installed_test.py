@@ -50,7 +50,7 @@ SCENARIOS = [
     ("reboots-by-itself", "", 0, "Cause:   The task disappeared (HTTP 404) after 50 %"),
     ("./forging.json", "", 1, "Cause:   Binary upload at /redfish/v1/"),
     ("task-fails", "", 1, "Cause:   The image could not be applied"),
-    ("task-stalls", "", 4, "the task may still run.\nCause:   Last"),
+    ("task-stalls", "", 4, "may still run. No version has changed.\nCause:   Last"),
     ("no-new-version", "", 4, "Outcome: unchanged ("),
     ("late-new-version", "--verify-timeout 30", 0, "Outcome: updated ("),
     ("wrong-version", "--expect BIOS=2.5.0", 1, "System BIOS 2.4.1 -> 2.3.0"),

@@ -68,7 +68,7 @@ bool IsEveryTargetUpdated(const Firmware& firmware) {
          std::all_of(firmware.members.begin(), firmware.members.end(),
                      [&](const FirmwareMember& member) {
                        return !member.is_targeted || HasChanged(member) ||
-                              expected.count(&member) > 0;
+                              expected.contains(&member);
                      });
 }
 
@@ -188,7 +188,7 @@ std::vector<const FirmwareMember*> RelevantMembers(const Firmware& firmware) {
   std::vector<const FirmwareMember*> relevant;
   for (const FirmwareMember& member : firmware.members) {
     if (member.HasChanged() || IsPending(member) || member.is_targeted ||
-        expected.count(&member) > 0) {
+        expected.contains(&member)) {
       relevant.push_back(&member);
     }
   }

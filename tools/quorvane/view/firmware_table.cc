@@ -52,8 +52,9 @@ std::string FirmwareText(const Firmware& firmware, std::size_t columns) {
   constexpr std::size_t kIndent = 4;
   const std::vector<FirmwareRow> rows = FirmwareRows(firmware);
   std::size_t width = 0;
-  for (const FirmwareRow& row : rows)
+  for (const FirmwareRow& row : rows) {
     width = std::max(width, Columns(row.name));
+  }
   std::string text;
   for (const FirmwareRow& row : rows) {
     const std::string versions =
