@@ -173,7 +173,7 @@ def plan(name, scenario, options, rules, code, blockers, warnings):
     if not blockers or name in UNPROVEN:
         return
     with Machine(TOOL, HOME, name + ".update", scenario) as bmc:
-        update = with_login("update", bmc, f"{options} --rules {rules}")
+        update = with_login("update --no-verify", bmc, f"{options} --rules {rules}")
     expect(update.returncode != 0, f"{name}: a false blocker", update)
 
 
@@ -217,7 +217,7 @@ def draft(name):
         expect(key in drafted.stderr, f"{name}: no reason for {key}", drafted)
     quicken(rules)
     with Machine(TOOL, HOME, "updated-" + name, SCENARIOS[name]) as bmc:
-        update = with_login("update", bmc, f"{options} --rules {rules}")
+        update = with_login("update --no-verify", bmc, f"{options} --rules {rules}")
     expect(sign in bmc.account, f"{name}: update with the draft", update.stdout,
            bmc.account)
     missing = [path for method, path, status in REQUEST.findall(bmc.account)
@@ -234,7 +234,7 @@ def tasks():
     uri = "/redfish/v1/TaskService/Tasks/1"
     with Machine(TOOL, HOME, "tasks", script) as bmc:
         none = with_login("tasks", bmc, "")
-        with_login("update", bmc, f"{FILE} --rules {rules}")
+        with_login("update --no-verify", bmc, f"{FILE} --rules {rules}")
         listed = with_login("tasks", bmc, "")
         shown = with_login(f"task {uri}", bmc, "")
         absent = with_login(f"task {uri}2", bmc, "")
