@@ -78,6 +78,14 @@ INSTANTIATE_TEST_SUITE_P(
              kRebooted + kEnd,
          Outcome::kFailed, "TaskStatus: Critical.", "",
          "the task reports a critical problem"},
+        {"scheduled_with_a_critical_status",
+         kAccepted +
+             Messages{"[RF-TASK] State: Scheduled",
+                      kTask + R"({"TaskStatus": "Critical"})",
+                      "[RF-TASK] Task stable in 'Scheduled' state"} +
+             kEnd,
+         Outcome::kFailed, "waits for a reboot, but reports a critical", "",
+         "the task reports a critical problem"},
         {"completed_with_a_critical_message",
          kAccepted +
              Messages{"[RF-TASK] State: Completed",

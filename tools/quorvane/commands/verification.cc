@@ -69,7 +69,11 @@ class Verifier {
       if (session_.run().verification.refused != 0) return EndAsRefused();
       good_checks = items ? good_checks + 1 : 0;
       if (items && good_checks >= kGoodChecks) {
-        if (IsDecided(WithVersions(session_.run().firmware, *items))) {
+        const Firmware now = WithVersions(session_.run().firmware, *items);
+        // A reboot that was accepted may still apply what is pending.
+        const bool is_waiting =
+            can_change_ && EvidenceOf(now) == Evidence::kPending;
+        if (IsDecided(now) && !is_waiting) {
           return End(*items, "The versions are compared.");
         }
         if (!can_change_) {
@@ -107,9 +111,10 @@ class Verifier {
     const auto* read =
         response ? std::get_if<InventoryResult>(&*response) : nullptr;
     const Verification& seen = session_.run().verification;
+    constexpr long kFirstRedirect = 300;  // RFC 9110, section 15.4
     if (read == nullptr || !read->was_read) {
       return Nothing(
-          seen.status > 0
+          seen.status >= kFirstRedirect
               ? fmt::format("the inventory returned HTTP {}", seen.status)
               : std::string("the BMC responds, but not with an "
                             "inventory"));

@@ -54,6 +54,10 @@ bool IsFailure(const std::string& state) {
   return state == "Exception" || state == "Killed" || state == "Cancelled";
 }
 
+bool IsCritical(const TaskReport& report) {
+  return report.status == "Critical" || !report.critical.empty();
+}
+
 TaskEnd EndOfDecided(const PhaseRun& task, const std::string& state) {
   if (IsFailure(state)) return TaskEnd::kFailed;
   const bool is_success = task.result == PhaseResult::kSucceeded;
@@ -63,9 +67,7 @@ TaskEnd EndOfDecided(const PhaseRun& task, const std::string& state) {
   }
   if (!is_success) return TaskEnd::kUndecided;
   if (task.report.is_unreadable) return TaskEnd::kUnreadable;
-  const bool is_critical =
-      task.report.status == "Critical" || !task.report.critical.empty();
-  return is_critical ? TaskEnd::kCritical : TaskEnd::kCompleted;
+  return IsCritical(task.report) ? TaskEnd::kCritical : TaskEnd::kCompleted;
 }
 
 // Whether the BMC answered an activation with 202.
@@ -110,7 +112,8 @@ TaskEnd EndOf(const PhaseRun& task) {
       return EndOfDecided(task, state);
     case PhaseResult::kStaged:
       // The library also takes a task that stays in Starting for staged.
-      return state == "Scheduled" ? TaskEnd::kStaged : TaskEnd::kUndecided;
+      if (state != "Scheduled") return TaskEnd::kUndecided;
+      return IsCritical(task.report) ? TaskEnd::kCritical : TaskEnd::kStaged;
     case PhaseResult::kNotFoundLate:
       return TaskEnd::kGoneLate;
     case PhaseResult::kNotFoundEarly:

@@ -17,7 +17,7 @@ enum class TaskEnd {
   kCompleted,
   kStaged,        ///< Waits for a reboot.
   kFailed,        ///< Its state is a failure.
-  kCritical,      ///< Completed, but with a critical status or message.
+  kCritical,      ///< Completed or staged, with a critical status or message.
   kTimedOut,      ///< Polling ended before the task.
   kPollsRefused,  ///< The same, because the BMC refused the login.
   kGoneLate,      ///< HTTP 404 from 50 % on.

@@ -217,7 +217,10 @@ Verdict TaskFailed(const Facts& facts) {
 Verdict TaskCritical(const Facts& facts) {
   const TaskReport& report = facts.bad_task->report;
   return {Outcome::kFailed,
-          fmt::format("The task completed, but reports a critical problem{}.",
+          fmt::format("The task {}, but reports a critical problem{}.",
+                      facts.bad_task->result == PhaseResult::kStaged
+                          ? "waits for a reboot"
+                          : "completed",
                       RebootClause(facts)),
           !report.critical.empty()  ? report.critical
           : report.messages.empty() ? "TaskStatus: Critical."
