@@ -20,7 +20,7 @@ import sys
 import tempfile
 import urllib.request
 
-from simulated import Machine, wait_for, write_rules
+from simulated import Machine, finish, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="outcome-")
@@ -351,10 +351,4 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(run_row, *row) for row in ROWS]
     futures += [pool.submit(break_off, *row) for row in BROKEN_OFF]
     futures.append(pool.submit(print_json))
-for future in futures:
-    try:
-        future.result()
-    except Exception as error:  # the other rows matter as well
-        faults.append(repr(error))
-print("\n\n".join(faults))
-sys.exit(1 if faults else 0)
+finish(futures, faults)

@@ -15,7 +15,7 @@ import sys
 import tempfile
 
 import jsonschema
-from simulated import Machine, write_rules
+from simulated import Machine, finish, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="plan-")
@@ -267,10 +267,4 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures += [pool.submit(plan_scenario, name) for name in SCENARIOS]
     futures += [pool.submit(draft, name) for name in SCENARIOS]
     futures += [pool.submit(tasks), pool.submit(draft_without_update_service)]
-for future in futures:
-    try:
-        future.result()
-    except Exception as error:  # the other rows matter as well
-        faults.append(repr(error))
-print("\n\n".join(faults))
-sys.exit(1 if faults else 0)
+finish(futures, faults)

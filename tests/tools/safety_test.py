@@ -19,7 +19,7 @@ import sys
 import tempfile
 import time
 
-from simulated import Machine, wait_for, write_rules
+from simulated import Machine, finish, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="safety-")
@@ -245,10 +245,4 @@ TASKS = [(lose_terminals,), (ignore_hangup,),
           {"retry_config/sleep_time": 4}, "Retrying in", 1, "not sent (")]
 with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(*task) for task in TASKS]
-for future, task in zip(futures, TASKS):
-    try:
-        future.result()
-    except Exception as error:  # the others matter as well
-        faults.append(f"{task}: {error!r}")
-print("\n\n".join(faults))
-sys.exit(1 if faults else 0)
+finish(futures, faults)

@@ -4,7 +4,9 @@ import json
 import re
 import signal
 import subprocess
+import sys
 import time
+import traceback
 
 
 class Machine:
@@ -37,6 +39,17 @@ class Machine:
 
     def refused_logins(self):
         return len(re.findall(r"(?m)^[A-Z]+ \S+ 401\b", self.account))
+
+
+def finish(futures, faults):
+    """Prints the faults and exits; a row that raised an exception is one."""
+    for future in futures:
+        try:
+            future.result()
+        except Exception:  # the other rows matter as well
+            faults.append(traceback.format_exc())
+    print("\n\n".join(faults))
+    sys.exit(1 if faults else 0)
 
 
 def wait_for(condition):

@@ -13,6 +13,7 @@
 #include "tools/quorvane/commands/log_header.h"
 
 namespace quorvane::tool {
+
 RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
     : bmc_(bmc),
       lock_(bmc.bmc),
