@@ -63,32 +63,37 @@ class Verifier {
 
   void Run() {
     int good_checks = 0;
-    while (true) {
-      auto items = ReadInventory();
+    do {
+      const auto items = ReadInventory();
       if (session_.MustStop()) return;
       if (session_.run().verification.refused != 0) return EndAsRefused();
       good_checks = items ? good_checks + 1 : 0;
-      if (items && good_checks >= kGoodChecks) {
-        const Firmware now = WithVersions(session_.run().firmware, *items);
-        // A reboot that was accepted may still apply what is pending.
-        const bool is_waiting =
-            can_change_ && EvidenceOf(now) == Evidence::kPending;
-        if (IsDecided(now) && !is_waiting) {
-          return End(*items, "The versions are compared.");
-        }
-        if (!can_change_) {
-          return End(*items, "The BMC has nothing left to apply.");
-        }
-        if (IsTimeOver()) return End(*items, TimeOver());
+      const std::string reason = ReasonToEnd(items, good_checks);
+      if (!reason.empty()) {
+        return End(items.value_or(std::vector<InventoryItem>{}), reason);
       }
-      // The last checks may still become three good ones.
-      if (IsTimeOver() && good_checks == 0) return End({}, TimeOver());
-      if (!session_.Wait(options_.interval_seconds)) return;
-    }
+    } while (session_.Wait(options_.interval_seconds));
   }
 
  private:
   [[nodiscard]] bool IsTimeOver() const { return MonotonicSeconds() >= end_; }
+
+  // Empty while a further check can still change the result.
+  [[nodiscard]] std::string ReasonToEnd(
+      const std::optional<std::vector<InventoryItem>>& items,
+      int good_checks) const {
+    if (good_checks < kGoodChecks) {
+      // The last checks may still become three good ones.
+      return IsTimeOver() && good_checks == 0 ? TimeOver() : "";
+    }
+    const Firmware now = WithVersions(session_.run().firmware, *items);
+    // A reboot that was accepted may still apply what is pending.
+    const bool is_waiting =
+        can_change_ && EvidenceOf(now) == Evidence::kPending;
+    if (IsDecided(now) && !is_waiting) return "The versions are compared.";
+    if (!can_change_) return "The BMC has nothing left to apply.";
+    return IsTimeOver() ? TimeOver() : "";
+  }
 
   [[nodiscard]] std::string TimeOver() const {
     return fmt::format("The time limit of {} s (--verify-timeout) is over.",
