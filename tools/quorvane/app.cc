@@ -171,6 +171,7 @@ std::unique_ptr<CLI::App> MakeApp(ExitCode& exit_code) {
   AddInventoryCommand(*app, exit_code);
   AddChassisCommand(*app, exit_code);
   AddRulesCommands(*app, exit_code);
+  AddWatchCommand(*app, exit_code);
   AddRestartCommand(*app, exit_code);
   AddTrustCommand(*app, exit_code);
   AddReportCommand(*app, exit_code);

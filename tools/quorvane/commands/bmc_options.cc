@@ -110,6 +110,14 @@ std::string UserFault(const std::string& user) {
                "option";
 }
 
+// A URI of another host would not be requested; the error must come before the
+// password prompt.
+std::string TaskUriFault(const std::string& uri) {
+  return uri.rfind('/', 0) == 0 ? std::string()
+                                : "give the path of the task, such as "
+                                  "/redfish/v1/TaskService/Tasks/1";
+}
+
 void RejectPasswordArgument(CLI::App& command, const std::string& option) {
   command
       .add_option_function<std::string>(

@@ -47,6 +47,9 @@ void RejectPasswordArgument(CLI::App& command, const std::string& option);
 /// Why `user` cannot be the name of an account; empty if it can.
 std::string UserFault(const std::string& user);
 
+/// Why `uri` cannot be the URI of a task; empty if it can.
+std::string TaskUriFault(const std::string& uri);
+
 /// Reads the password from the source that the options name, else from the
 /// terminal.
 /// @throws ToolError

@@ -17,6 +17,7 @@ void AddChassisCommand(CLI::App& app, ExitCode& exit_code);
 void AddRulesCommands(CLI::App& app, ExitCode& exit_code);
 /// Adds `draft` to the command `rules`.
 void AddRulesDraftCommand(CLI::App& rules, ExitCode& exit_code);
+void AddWatchCommand(CLI::App& app, ExitCode& exit_code);
 void AddRestartCommand(CLI::App& app, ExitCode& exit_code);
 void AddTrustCommand(CLI::App& app, ExitCode& exit_code);
 void AddReportCommand(CLI::App& app, ExitCode& exit_code);

@@ -3,6 +3,8 @@
 
 #include <fmt/core.h>
 
+#include <utility>
+
 #include "quorvane/version.h"
 #include "tools/quorvane/base/sha256.h"
 #include "tools/quorvane/run/run_log.h"
@@ -20,23 +22,37 @@ std::string TextOf(const Trust& trust) {
   return text;
 }
 
+std::vector<std::string> Access(const BmcOptions& bmc, const Trust& trust) {
+  const std::string rules = RulesFileOf(bmc);
+  std::vector<std::string> messages = {
+      "BMC: " + bmc.bmc, "User: " + bmc.user,
+      fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules)),
+      "Certificate check: " + TextOf(trust)};
+  if (bmc.force) messages.emplace_back("Forced: errors in the rules accepted");
+  return messages;
+}
+
+constexpr const char* kTool = "Tool: quorvane " QUORVANE_VERSION_STRING;
+
 }  // namespace
 
 std::vector<std::string> LogHeader(const BmcOptions& bmc,
                                    const std::string& title,
                                    const std::string& image,
                                    const Trust& trust) {
-  const std::string rules = RulesFileOf(bmc);
-  std::vector<std::string> messages = {
-      "Run: " + title,
-      "Tool: quorvane " QUORVANE_VERSION_STRING,
-      "Started: " + ZonedStampNow(),
-      "BMC: " + bmc.bmc,
-      "User: " + bmc.user,
-      fmt::format("Rules: {} (SHA-256 {})", rules, Sha256Of(rules))};
-  if (bmc.force) messages.emplace_back("Forced: errors in the rules accepted");
+  std::vector<std::string> messages = {"Run: " + title, kTool,
+                                       "Started: " + ZonedStampNow()};
+  for (std::string& one : Access(bmc, trust))
+    messages.push_back(std::move(one));
   if (!image.empty()) messages.push_back("Image: " + image);
-  messages.push_back("Certificate check: " + TextOf(trust));
+  return messages;
+}
+
+std::vector<std::string> ContinuedHeader(const BmcOptions& bmc,
+                                         const Trust& trust) {
+  std::vector<std::string> messages = {"Continued: " + ZonedStampNow(), kTool};
+  for (std::string& one : Access(bmc, trust))
+    messages.push_back(std::move(one));
   return messages;
 }
 

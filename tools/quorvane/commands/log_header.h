@@ -19,6 +19,10 @@ std::vector<std::string> LogHeader(const BmcOptions& bmc,
                                    const std::string& image,
                                    const Trust& trust);
 
+/// The same for a run that goes on in its log.
+std::vector<std::string> ContinuedHeader(const BmcOptions& bmc,
+                                         const Trust& trust);
+
 }  // namespace quorvane::tool
 
 #endif  // QUORVANE_TOOLS_QUORVANE_COMMANDS_LOG_HEADER_H_

@@ -6,7 +6,8 @@
 #include <string>
 
 #include "quorvane/update.h"
-#include "tools/quorvane/commands/run_session.h"
+#include "tools/quorvane/run/run.h"
+#include "tools/quorvane/run/verdict.h"
 
 namespace quorvane::tool {
 
@@ -17,8 +18,10 @@ struct Responses {
 };
 
 /// The document of --json and --result, with a final newline.
-std::string ResultDocument(const RunSession& session, const Verdict& verdict,
-                           ExitCode code, const Responses& responses);
+/// @param log  Name of the log of `run`.
+std::string ResultDocument(const Run& run, const std::string& log,
+                           const Verdict& verdict, ExitCode code,
+                           const Responses& responses);
 
 }  // namespace quorvane::tool
 

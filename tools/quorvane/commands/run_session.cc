@@ -4,13 +4,17 @@
 #include <fmt/core.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 #include <variant>
 
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/log_header.h"
+#include "tools/quorvane/run/facts.h"
+#include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
 
@@ -21,14 +25,30 @@ RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
       events_(settings.events),
       signals_(settings.on_hangup),
       progress_(MakeProgress(settings.style, settings.attempts)) {
+  if (settings.continues) AddEarlierEvents();
   for (const std::string& message :
-       LogHeader(bmc, settings.title, settings.image, bmc.trust)) {
+       settings.continues
+           ? ContinuedHeader(bmc, bmc.trust)
+           : LogHeader(bmc, settings.title, settings.image, bmc.trust)) {
     NoteEvent(message);
   }
   if (log_.IsComplete()) return;
   throw ToolError(ExitCode::kUsage,
                   "Cannot write the log " + log_.path() +
                       ". Nothing was sent; use --log with another file.");
+}
+
+// The events of the log have times of the day, those of this run do not.
+void RunSession::AddEarlierEvents() {
+  Report earlier = ReadReport(ReadRegular(log_.path(), "log"));
+  if (earlier.events.empty()) return;
+  const double now = MonotonicSeconds();
+  const double shift =
+      now - std::max(SecondsOf(StampNow()), earlier.events.back().time);
+  for (Event& event : earlier.events) {
+    event.time += shift;
+    builder_.Add(event);
+  }
 }
 
 void RunSession::OnRecord(const Record& record) {
@@ -157,8 +177,20 @@ bool RunSession::Wait(double seconds) {
   return true;
 }
 
-void RunSession::WithholdReboot(const std::string& reason) {
+std::optional<UpdateResponse> RunSession::Reboot(
+    const Config& rules, const InventoryRequest& account,
+    const std::string& objection) {
+  const std::string harm = ReasonAgainstReboot(run());
+  const std::string reason =
+      !harm.empty()              ? harm
+      : !rules.reboot_required   ? "the rules require no reboot"
+      : rules.reboot_uri.empty() ? "the rules contain no reboot URI"
+                                 : objection;
+  if (reason.empty()) {
+    return ResultIn<UpdateResponse>(Call(RestartCall{account}));
+  }
   NoteEvent("No reboot: " + reason);
+  return std::nullopt;
 }
 
 ExitCode ExitCodeOf(const Verdict& verdict, bool is_recorded) {

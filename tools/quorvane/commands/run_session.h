@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/event_stream.h"
@@ -29,6 +31,8 @@ class RunSession : private CallListener {
         {};  ///< File or URI with its size and hash; may be empty.
     std::string events = {};  ///< See `EventStream`.
     ProgressStyle style = ProgressStyle::kPlain;
+    /// Goes on with the run in the log, instead of a new one.
+    bool continues = false;
     int attempts = 1;  ///< How many the rules allow at each URI.
     Signals::OnHangup on_hangup = Signals::OnHangup::kContinue;
   };
@@ -66,8 +70,13 @@ class RunSession : private CallListener {
   /// Writes a record to the log, adds its event to the run and displays it.
   void Report(const std::string& text);
 
-  /// Adds the reason why the tool requests no reboot.
-  void WithholdReboot(const std::string& reason);
+  /// Requests the reboot of the system, unless that could do harm, or the rules
+  /// have none; then the run states the reason.
+  /// @param objection  A further reason against it; may be empty.
+  /// @return What the library returned.
+  std::optional<UpdateResponse> Reboot(const Config& rules,
+                                       const InventoryRequest& account,
+                                       const std::string& objection);
 
   /// Ends the run: logs and returns the verdict.
   Verdict Finish();
@@ -89,6 +98,7 @@ class RunSession : private CallListener {
   void OnTick() override;
   /// Writes a record to the log and adds its event to the run.
   Event NoteEvent(const std::string& text);
+  void AddEarlierEvents();
   void NoteInterruption();
   void LogVerdict(const Verdict& verdict);
   void AddEvent(const Event& event);
@@ -102,6 +112,13 @@ class RunSession : private CallListener {
   RunBuilder builder_;
   bool must_stop_ = false;
 };
+
+/// The result of a call, of its type.
+template <typename Result>
+std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
+  if (!response) return std::nullopt;
+  return std::get<Result>(*std::move(response));
+}
 
 /// The exit code of a run; also reports a log or a result that is incomplete.
 ExitCode ExitCodeOf(const Verdict& verdict, bool is_recorded);

@@ -81,14 +81,6 @@ ExitCode RunTask(const TaskOptions& options) {
   return ExitCode::kDone;
 }
 
-// A URI of another host would not be requested; the error must come before the
-// password prompt.
-std::string TaskUriFault(const std::string& uri) {
-  return uri.rfind('/', 0) == 0 ? std::string()
-                                : "give the path of the task, such as "
-                                  "/redfish/v1/TaskService/Tasks/1";
-}
-
 }  // namespace
 
 void AddTasksCommands(CLI::App& app, ExitCode& exit_code) {

@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -17,25 +13,18 @@
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/http_status.h"
-#include "tools/quorvane/base/safe_file.h"
-#include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
 #include "tools/quorvane/commands/image_options.h"
 #include "tools/quorvane/commands/password.h"
 #include "tools/quorvane/commands/plan.h"
-#include "tools/quorvane/commands/result_document.h"
+#include "tools/quorvane/commands/run_output.h"
 #include "tools/quorvane/commands/run_session.h"
 #include "tools/quorvane/commands/verification.h"
-#include "tools/quorvane/run/facts.h"
-#include "tools/quorvane/view/firmware_table.h"
-#include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
 namespace {
-
-namespace fs = std::filesystem;
 
 // Who requests the reboot after an update, and when.
 enum class RestartMode {
@@ -46,23 +35,12 @@ enum class RestartMode {
 
 struct UpdateOptions : ImageOptions {
   BmcOptions bmc;
-  std::string result;
-  std::string events;
+  OutputOptions output;
   RestartMode restart = RestartMode::kSafe;
-  bool stop_on_hangup = false;
-  bool quiet = false;
-  bool plain = false;
-  bool json = false;
   bool dry_run = false;
   VerifyOptions verify;
-  std::vector<std::string> expectations;
   bool skip_if_current = false;
 };
-
-std::string ExpectFault(const std::string& text) {
-  return ExpectationFrom(text) ? std::string()
-                               : "use NAME=VERSION, e.g. BIOS=1.3.0";
-}
 
 UpdateRequest RequestFrom(const UpdateOptions& options) {
   const std::string share_password =
@@ -79,25 +57,6 @@ UpdateRequest RequestFrom(const UpdateOptions& options) {
           .targets = options.targets,
           .verify_remote_server_certificate = options.verify_share_certificate,
           .prefetched_inventory = {}};
-}
-
-// @param reboot  Whether the system was rebooted, and by whom.
-void PrintResponse(const UpdateResponse& response, const char* reboot) {
-  const auto or_none = [](const std::string& text) {
-    return text.empty() ? std::string("none") : Excerpt(text, 400);
-  };
-  const std::string percent =
-      response.percent_complete < 0
-          ? std::string()
-          : fmt::format(" {} %", response.percent_complete);
-  const std::string line = fmt::format(
-      "Library: accepted {}, HTTP {}, task {}, state {}{}, reboot {}: {} (its "
-      "last step only; the outcome counts)",
-      response.accepted ? "yes" : "no", response.http_status,
-      RedactUri(or_none(response.task_uri)), or_none(response.task_state),
-      percent, reboot, or_none(response.message));
-  constexpr std::size_t kIndent = 9;
-  PrintText(Wrapped(line, TerminalColumns(), kIndent) + "\n");
 }
 
 // A --target that the BMC does not list would be rejected after the upload, or
@@ -133,7 +92,7 @@ void RequireKnownTargets(const UpdateOptions& options,
 // A name that identifies no member, or several, would decide nothing.
 void RequireKnownExpectations(const UpdateOptions& options,
                               const std::optional<InventoryResult>& inventory) {
-  if (options.expectations.empty() || options.bmc.force) return;
+  if (options.verify.expectations.empty() || options.bmc.force) return;
   if (!inventory || !inventory->was_read) {
     throw ToolError(
         ExitCode::kFailed,
@@ -148,7 +107,7 @@ void RequireKnownExpectations(const UpdateOptions& options,
     names.push_back(item.uri.substr(item.uri.rfind('/') + 1));
     names.push_back(item.Name);
   }
-  for (const std::string& text : options.expectations) {
+  for (const std::string& text : options.verify.expectations) {
     const std::string name = ExpectationFrom(text)->name;
     const std::size_t count = MembersNamed(members, name).size();
     if (count == 1) continue;
@@ -171,20 +130,6 @@ InventoryRequest AccountOf(const UpdateRequest& request) {
           .password = request.password};
 }
 
-VerifyOptions VerificationBy(const UpdateOptions& options,
-                             const Config& rules) {
-  VerifyOptions verify = options.verify;
-  verify.interval_seconds =
-      std::min(verify.interval_seconds, rules.polling_interval);
-  return verify;
-}
-
-template <typename Result>
-std::optional<Result> ResultIn(std::optional<WorkerResponse> response) {
-  if (!response) return std::nullopt;
-  return std::get<Result>(*std::move(response));
-}
-
 std::optional<InventoryResult> ReadInventory(RunSession& session,
                                              const UpdateRequest& request) {
   return ResultIn<InventoryResult>(
@@ -192,35 +137,15 @@ std::optional<InventoryResult> ReadInventory(RunSession& session,
                    RunSession::OnError::kContinue));
 }
 
-// Requests the reboot, unless it could do harm.
-std::optional<UpdateResponse> Reboot(RunSession& session,
-                                     const UpdateOptions& options,
-                                     const Config& rules,
-                                     const UpdateRequest& request) {
-  const std::string harm = ReasonAgainstReboot(session.run());
-  const std::string reason =
-      !harm.empty()              ? harm
-      : !rules.reboot_required   ? "the rules require no reboot"
-      : rules.reboot_uri.empty() ? "the rules contain no reboot URI"
-      : options.restart == RestartMode::kNever ? "--restart never was given"
-                                               : std::string();
-  if (!reason.empty()) {
-    session.WithholdReboot(reason);
-    return std::nullopt;
-  }
-  return ResultIn<UpdateResponse>(
-      session.Call(RestartCall{AccountOf(request)}));
-}
-
 // Reads first, so that a BMC that does not respond, a refused login and a wrong
 // target are known before anything is changed.
-Responses MakeCalls(RunSession& session, const UpdateOptions& options,
-                    const Config& rules, UpdateRequest request) {
-  Responses responses;
-  if (!session.Probe()) return responses;
+void MakeCalls(RunSession& session, const UpdateOptions& options,
+               const Config& rules, UpdateRequest request,
+               Responses& responses) {
+  if (!session.Probe()) return;
   std::optional<InventoryResult> inventory = ReadInventory(session, request);
   if (session.MustStop() || session.run().login_refused == kHttpUnauthorized) {
-    return responses;
+    return;
   }
   RequireKnownTargets(options, inventory);
   RequireKnownExpectations(options, inventory);
@@ -230,89 +155,24 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   }
   if (options.skip_if_current && IsCurrentBefore(session.run().firmware)) {
     session.Report("Not needed: every expected version is installed");
-    return responses;
+    return;
   }
   const bool by_rules = options.restart == RestartMode::kRules;
   responses.update = ResultIn<UpdateResponse>(
       session.Call(request, by_rules ? RebootBy::kLibrary : RebootBy::kTool));
   const bool is_accepted = responses.update && responses.update->accepted;
-  if (by_rules || !is_accepted || session.MustStop()) return responses;
-  responses.reboot = Reboot(session, options, rules, request);
-  return responses;
-}
-
-// The update is over, so an error is printed and changes nothing else.
-bool SaveResult(const std::string& path, const std::string& document) {
-  try {
-    WriteDocument(path, document);
-    return true;
-  } catch (const ToolError& error) {
-    PrintMessage(error.what());
-    return false;
-  }
-}
-
-// Writes the document to --result and, with --json, to standard output.
-bool SaveDocuments(const UpdateOptions& options,
-                   const std::optional<StandardOutputAsError>& output,
-                   const std::string& document) {
-  const bool is_saved =
-      options.result.empty() || SaveResult(options.result, document);
-  return (!output || output->Write(document)) && is_saved;
-}
-
-void RemoveOldResult(const std::string& path) {
-  CheckDocumentPath(path);
-  std::error_code error;
-  if (fs::is_regular_file(path, error)) fs::remove(path, error);
-  if (!error || error == std::errc::no_such_file_or_directory) return;
-  throw ToolError(ExitCode::kUsage,
-                  fmt::format("Cannot replace {}: {}. Use a file of your own.",
-                              path, error.message()));
-}
-
-void PrintOutcome(const UpdateOptions& options, const RunSession& session,
-                  const Verdict& verdict, const Responses& responses) {
-  if (options.quiet) {
-    PrintText(fmt::format("{}: {}. {}{}{}\n", Printable(options.bmc.bmc),
-                          NameOf(verdict.outcome), Printable(verdict.headline),
-                          verdict.cause.empty() ? "" : " ",
-                          Excerpt(verdict.cause, 2000)));
-    return;
-  }
-  PrintText(OutcomeText(verdict, options.bmc.bmc, TerminalColumns(),
-                        ShowsColors(STDOUT_FILENO)) +
-            FirmwareText(session.run().firmware, TerminalColumns()));
-  if (responses.update) {
-    const bool by_tool = responses.reboot && responses.reboot->reboot_performed;
-    PrintResponse(*responses.update, by_tool ? "by the tool"
-                                     : responses.update->reboot_performed
-                                         ? "yes"
-                                         : "no");
-  }
-  PrintText("Log:     " + Printable(session.log().path()) + "\n");
-}
-
-void PrepareFiles(const UpdateOptions& options) {
-  if (options.json && options.events == "-") {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot write the events to standard output: --json prints "
-                    "the result there. Use --events with a file.");
-  }
-  RequireDistinctFiles(options.bmc,
-                       {{"--file", options.file},
-                        {"--image-file", options.image_file},
-                        {"--share-password-file", options.share_password_file},
-                        {"--events", options.events, /*is_written=*/true},
-                        {"--result", options.result, /*is_written=*/true}});
-  if (!options.result.empty()) RemoveOldResult(options.result);
+  if (by_rules || !is_accepted || session.MustStop()) return;
+  responses.reboot = session.Reboot(rules, AccountOf(request),
+                                    options.restart == RestartMode::kNever
+                                        ? "--restart never was given"
+                                        : "");
 }
 
 void NoteComponents(RunSession& session, const UpdateOptions& options) {
   for (const std::string& target : options.targets) {
     session.Report("Target: " + RedactUri(target));
   }
-  for (const std::string& expectation : options.expectations) {
+  for (const std::string& expectation : options.verify.expectations) {
     session.Report("Expect: " + expectation);
   }
 }
@@ -320,72 +180,31 @@ void NoteComponents(RunSession& session, const UpdateOptions& options) {
 ExitCode RunUpdate(UpdateOptions options) {
   if (options.dry_run) {
     return RunPlan(
-        {.bmc = options.bmc, .image = options, .json = options.json});
+        {.bmc = options.bmc, .image = options, .json = options.output.json});
   }
-  PrepareFiles(options);
-  std::optional<StandardOutputAsError> output;
-  if (options.json) output.emplace();
+  RunOutput output(options.bmc, options.output,
+                   {{"--file", options.file},
+                    {"--image-file", options.image_file},
+                    {"--share-password-file", options.share_password_file}});
   options.image = ImageUriOf(options);
   CheckImage(options);
   const Config rules = LoadRules(options.bmc);
   options.bmc.trust = ResolveTrust(options.bmc);
   const UpdateRequest request = RequestFrom(options);
-  RunSession session(
-      options.bmc,
-      {.title = fmt::format(
-           "update of {} with {}", options.bmc.bmc,
-           options.file.empty() ? RedactUri(options.image) : options.file),
-       .image = ImageText(options),
-       .events = options.events,
-       .style = ChooseStyle(options.quiet, options.plain),
-       .attempts = rules.max_retries + 1,
-       .on_hangup = options.stop_on_hangup ? Signals::OnHangup::kStop
-                                           : Signals::OnHangup::kContinue});
+  RunSession::Settings settings = SettingsFrom(options.output);
+  settings.title = fmt::format(
+      "update of {} with {}", options.bmc.bmc,
+      options.file.empty() ? RedactUri(options.image) : options.file);
+  settings.image = ImageText(options);
+  settings.attempts = rules.max_retries + 1;
+  RunSession session(options.bmc, settings);
   NoteComponents(session, options);
-  Responses responses;
-  try {
-    responses = MakeCalls(session, options, rules, request);
-    if (!session.MustStop()) {
-      VerifyVersions(session, AccountOf(request),
-                     VerificationBy(options, rules));
-    }
-  } catch (const ToolError& error) {
-    SaveDocuments(options, output,
-                  ResultDocument(session, session.Stop(error.what()),
-                                 error.code(), responses));
-    throw;
-  }
-  const Verdict verdict = session.Finish();
-  bool is_complete = session.IsRecorded();
-  is_complete = SaveDocuments(options, output,
-                              ResultDocument(session, verdict,
-                                             ExitCodeOf(verdict, is_complete),
-                                             responses)) &&
-                is_complete;
-  PrintOutcome(options, session, verdict, responses);
-  return ExitCodeOf(verdict, is_complete);
-}
-
-void AddVerificationOptions(CLI::App& command, UpdateOptions& options) {
-  constexpr int kMaxSeconds = 86400;
-  auto* off = command.add_flag("--no-verify", options.verify.is_off,
-                               "Do not compare the versions after the update");
-  command
-      .add_option("--verify-timeout", options.verify.timeout_seconds,
-                  "How long to wait for other versions, in seconds (1200)")
-      ->excludes(off)
-      ->check(CLI::Range(1, kMaxSeconds))
-      ->type_name("SECONDS");
-  auto* expect =
-      command.add_option("--expect", options.expectations,
-                         "Version that a component must have after the update; "
-                         "NAME is its Id, Name or URI; may be given more than "
-                         "once");
-  expect->type_name("NAME=VERSION")->check(CLI::Validator(ExpectFault, ""));
-  command
-      .add_flag("--skip-if-current", options.skip_if_current,
-                "Upload nothing if the BMC has every version of --expect")
-      ->needs(expect);
+  return output.RunToEnd(session, [&](Responses& responses) {
+    MakeCalls(session, options, rules, request, responses);
+    if (session.MustStop()) return;
+    VerifyVersions(session, AccountOf(request),
+                   AtMostEvery(rules.polling_interval, options.verify));
+  });
 }
 
 }  // namespace
@@ -396,36 +215,22 @@ void AddUpdateCommand(CLI::App& app, ExitCode& exit_code) {
   const auto options = std::make_shared<UpdateOptions>();
   AddBmcOptions(*command, options->bmc);
   AddImageOptions(*command, *options);
-  command
-      ->add_option("--result", options->result,
-                   "Write the result to this file, as JSON")
-      ->type_name("FILE");
-  command
-      ->add_option("--events", options->events,
-                   "Write the events of the run to this file while it goes on, "
-                   "as JSON Lines; - for standard output")
-      ->type_name("FILE");
+  AddOutputOptions(*command, options->output);
   command
       ->add_option("--restart", options->restart,
                    "Reboot the system: safe (default; not if it could do "
                    "harm), rules (as the rules file says) or never")
       ->transform(CLI::Validator(ChoiceNumber({"safe", "rules", "never"}), ""))
       ->type_name("MODE");
-  AddVerificationOptions(*command, *options);
+  AddVerifyOptions(*command, options->verify);
+  command
+      ->add_flag("--skip-if-current", options->skip_if_current,
+                 "Upload nothing if the BMC has every version of --expect")
+      ->needs(command->get_option("--expect"));
   command->add_flag("--dry-run", options->dry_run,
                     "Change nothing: show what the update would do, like plan");
-  command->add_flag("--json", options->json,
-                    "Print the result as JSON, and everything else to standard "
-                    "error");
-  command->add_flag("--stop-on-hangup", options->stop_on_hangup,
-                    "Stop if the terminal is closed; the default is to "
-                    "continue without a display");
   command->add_flag("--no-download", options->bmc.trust.forbids_download,
                     "Never download the image of --image to upload it");
-  command->add_flag("--quiet", options->quiet,
-                    "Show only one line with the outcome");
-  command->add_flag("--plain", options->plain,
-                    "Print lines instead of the live display");
   command->callback([options, &exit_code] { exit_code = RunUpdate(*options); });
 }
 

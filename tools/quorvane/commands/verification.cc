@@ -3,6 +3,7 @@
 
 #include <fmt/core.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -49,6 +50,11 @@ Firmware WithVersions(Firmware firmware,
   }
   firmware.members = builder.run().firmware.members;
   return firmware;
+}
+
+std::string ExpectFault(const std::string& text) {
+  return ExpectationFrom(text) ? std::string()
+                               : "use NAME=VERSION, e.g. BIOS=1.3.0";
 }
 
 class Verifier {
@@ -176,6 +182,30 @@ class Verifier {
 };
 
 }  // namespace
+
+void AddVerifyOptions(CLI::App& command, VerifyOptions& options) {
+  constexpr int kMaxSeconds = 86400;
+  auto* off = command.add_flag("--no-verify", options.is_off,
+                               "Do not compare the versions after the update");
+  command
+      .add_option("--verify-timeout", options.timeout_seconds,
+                  "How long to wait for other versions, in seconds (1200)")
+      ->excludes(off)
+      ->check(CLI::Range(1, kMaxSeconds))
+      ->type_name("SECONDS");
+  command
+      .add_option("--expect", options.expectations,
+                  "Version that a component must have after the update; "
+                  "NAME is its Id, Name or URI; may be given more than "
+                  "once")
+      ->type_name("NAME=VERSION")
+      ->check(CLI::Validator(ExpectFault, ""));
+}
+
+VerifyOptions AtMostEvery(int seconds, VerifyOptions options) {
+  options.interval_seconds = std::min(options.interval_seconds, seconds);
+  return options;
+}
 
 void NoteVersionsBefore(RunSession& session,
                         const std::vector<InventoryItem>& items,

@@ -7,15 +7,24 @@
 #include <vector>
 
 #include "quorvane/inventory.h"
+#include "tools/quorvane/base/cli_fwd.h"
 #include "tools/quorvane/commands/run_session.h"
 
 namespace quorvane::tool {
 
+/// --no-verify, --verify-timeout and --expect.
 struct VerifyOptions {
   bool is_off = false;
   int timeout_seconds = 1200;
-  int interval_seconds = 10;  ///< Between two checks.
+  int interval_seconds = 10;                   ///< Between two checks.
+  std::vector<std::string> expectations = {};  ///< "NAME=VERSION"
 };
+
+/// Adds the options to `command`. `options` must outlive it.
+void AddVerifyOptions(CLI::App& command, VerifyOptions& options);
+
+/// `options` with checks at least that often.
+VerifyOptions AtMostEvery(int seconds, VerifyOptions options);
 
 /// Logs the versions before the update, so that the log alone shows what
 /// changed.

@@ -19,30 +19,49 @@ std::string Before(const std::string& detail, std::string_view end) {
 
 // "--bmc 192.0.2.7 --user admin", as far as the log names them.
 std::string Account(const Run& run) {
+  const LoggedAccess access = AccessIn(run);
   std::string options;
   const auto add = [&options](const char* option, const std::string& value) {
     if (!value.empty()) {
       options += fmt::format(" {} {}", option, ShellQuoted(value));
     }
   };
-  add("--bmc", run.Detail("BMC"));
-  add("--user", run.Detail("User"));
+  add("--bmc", access.bmc);
+  add("--user", access.user);
+  add("--pin", access.pin);
+  add("--cacert", access.cacert);
+  add("--rules", access.rules);
+  if (access.is_forced) options += " --force";
+  return options;
+}
+
+// A log of the library alone has no account, and no versions before.
+std::string FollowRun(const Run& run) {
+  return run.title.empty()
+             ? CompareVersions(run)
+             : "To follow the run to its end and compare the versions, use "
+               "`quorvane watch --log LOG`, which uploads nothing.";
+}
+
+}  // namespace
+
+LoggedAccess AccessIn(const Run& run) {
+  LoggedAccess access{.bmc = run.Detail("BMC"),
+                      .user = run.Detail("User"),
+                      .is_forced = !run.Detail("Forced").empty()};
   const std::string check = run.Detail("Certificate check");
   constexpr std::string_view kKey = "key ";
   constexpr std::string_view kFile = "certificates in ";
   if (check.rfind(kKey, 0) == 0) {
-    add("--pin", check.substr(kKey.size(), check.find(',') - kKey.size()));
+    access.pin = check.substr(kKey.size(), check.find(',') - kKey.size());
   }
   if (const auto file = check.find(kFile); file != std::string::npos) {
-    add("--cacert", check.substr(file + kFile.size()));
+    access.cacert = check.substr(file + kFile.size());
   }
   const std::string rules = Before(run.Detail("Rules"), " (SHA-256");
-  if (rules != ResolveConfigPath()) add("--rules", rules);
-  if (!run.Detail("Forced").empty()) options += " --force";
-  return options;
+  if (rules != ResolveConfigPath()) access.rules = rules;
+  return access;
 }
-
-}  // namespace
 
 std::string RebootCommand(const Run& run) {
   return fmt::format("`quorvane restart{}`", Account(run));
@@ -64,11 +83,10 @@ std::string CheckTask(const Run& run) {
   const PhaseRun* task = run.Last(Phase::kTask);
   if (task != nullptr && !task->uri.empty()) {
     return fmt::format("Check the task with `quorvane task {}{}`. {}",
-                       ShellQuoted(task->uri), Account(run),
-                       CompareVersions(run));
+                       ShellQuoted(task->uri), Account(run), FollowRun(run));
   }
   return run.requests.empty() ? CompareVersions(run)
-                              : LookForTask(run) + " " + CompareVersions(run);
+                              : LookForTask(run) + " " + FollowRun(run);
 }
 
 std::string AfterRefusedLogin(const Run& run) {

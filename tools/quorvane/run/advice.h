@@ -9,6 +9,18 @@
 
 namespace quorvane::tool {
 
+/// How a run connected to its BMC, as far as its log states it; the rest is
+/// empty.
+struct LoggedAccess {
+  std::string bmc = {};
+  std::string user = {};
+  std::string pin = {};     ///< "sha256//BASE64"
+  std::string cacert = {};  ///< File of certificates.
+  std::string rules = {};   ///< Rules file; empty: the installed one.
+  bool is_forced = false;   ///< Errors in the rules were accepted.
+};
+LoggedAccess AccessIn(const Run& run);
+
 /// "`quorvane restart --bmc 192.0.2.7 --user admin`"
 std::string RebootCommand(const Run& run);
 

@@ -181,6 +181,7 @@ using enum EventKind;
 // The messages of the tool and the library, by their start.
 constexpr std::array kPatterns = {
     Pattern{"tool", "Run: ", kRunTitle, Phase::kNone, ReadLine},
+    Pattern{"tool", "Continued: ", kContinued, Phase::kWatch, ReadLine},
     Pattern{"tool", "BMC: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "User: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Image: ", kRunDetail, Phase::kNone, ReadLine},
@@ -200,6 +201,7 @@ constexpr std::array kPatterns = {
     Pattern{"tool", "Login refused (HTTP ", kLoginRefused, Phase::kNone,
             ReadStatus},
     Pattern{"tool", "Target: ", kRunDetail, Phase::kNone, ReadLine},
+    Pattern{"tool", "Task found: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Unlisted target: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Expect: ", kRunDetail, Phase::kNone, ReadLine},
     Pattern{"tool", "Firmware before: ", kFirmwareBefore, Phase::kNone,
@@ -358,6 +360,8 @@ const char* NameOf(EventKind kind) {
       return "other";
     case kRunTitle:
       return "run_title";
+    case kContinued:
+      return "continued";
     case kRunDetail:
       return "run_detail";
     case kElapsed:
@@ -482,6 +486,8 @@ const char* NameOf(Phase phase) {
       return "Reboot";
     case Phase::kVerification:
       return "Verification";
+    case Phase::kWatch:
+      return "Watch";
   }
   return "";
 }

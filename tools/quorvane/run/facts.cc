@@ -102,7 +102,72 @@ const char* ReasonAgainstReboot(const PhaseRun& task) {
   return nullptr;
 }
 
+bool IsUpload(Phase phase) {
+  return phase == Phase::kUpload || phase == Phase::kBinaryUpload;
+}
+
+bool IsUpdateTask(const PhaseRun& phase) {
+  return phase.phase == Phase::kTask && phase.task_of != Phase::kReboot;
+}
+
+// Whether polls that ended with `later` tell more than earlier ones of the same
+// task.
+bool TellsMore(TaskEnd later, TaskEnd earlier) {
+  switch (later) {
+    case TaskEnd::kFailed:
+    case TaskEnd::kCritical:
+      return true;
+    case TaskEnd::kCompleted:
+      return IsOpen(earlier) || earlier == TaskEnd::kStaged;
+    case TaskEnd::kStaged:
+    case TaskEnd::kTimedOut:
+    case TaskEnd::kPollsRefused:
+    case TaskEnd::kGoneLate:
+    case TaskEnd::kGoneEarly:
+    case TaskEnd::kUnreadable:
+    case TaskEnd::kUndecided:
+    case TaskEnd::kUnfinished:
+      return IsOpen(earlier);
+  }
+  return false;
+}
+
 }  // namespace
+
+bool IsOpen(TaskEnd end) {
+  switch (end) {
+    case TaskEnd::kTimedOut:
+    case TaskEnd::kPollsRefused:
+    case TaskEnd::kUndecided:
+    case TaskEnd::kUnfinished:
+      return true;
+    case TaskEnd::kCompleted:
+    case TaskEnd::kStaged:
+    case TaskEnd::kFailed:
+    case TaskEnd::kCritical:
+    case TaskEnd::kGoneLate:
+    case TaskEnd::kGoneEarly:
+    case TaskEnd::kUnreadable:
+      break;
+  }
+  return false;
+}
+
+std::vector<const PhaseRun*> TasksOf(const Run& run) {
+  std::vector<const PhaseRun*> tasks;
+  for (const PhaseRun& phase : run.phases) {
+    if (!IsUpdateTask(phase)) continue;
+    const auto known = std::find_if(
+        tasks.begin(), tasks.end(),
+        [&phase](const auto* one) { return one->uri == phase.uri; });
+    if (known == tasks.end()) {
+      tasks.push_back(&phase);
+    } else if (TellsMore(EndOf(phase), EndOf(**known))) {
+      *known = &phase;
+    }
+  }
+  return tasks;
+}
 
 TaskEnd EndOf(const PhaseRun& task) {
   const std::string state = task.task.empty() ? "" : task.task.back().state;
@@ -135,29 +200,28 @@ Facts FactsOf(const Run& run) {
               .image = AnswerTo(run, SendsImage),
               .activation = AnswerTo(run, Phase::kActivation),
               .reboot = AnswerTo(run, Phase::kReboot)};
-  std::vector<std::string> polled;
   for (const PhaseRun& phase : run.phases) {
     if (SendsImage(phase.phase) ||
         (phase.phase == Phase::kActivation && PromisesTask(run))) {
       facts.has_task = false;
     }
-    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
-      continue;
-    }
-    // The library polls the task of the upload again if the activation names
-    // none; that proves nothing about the activation.
-    if (std::find(polled.begin(), polled.end(), phase.uri) != polled.end()) {
-      continue;
-    }
-    polled.push_back(phase.uri);
-    facts.has_task = true;
-    const TaskEnd end = EndOf(phase);
+    facts.has_task = facts.has_task || IsUpdateTask(phase);
+  }
+  for (const PhaseRun* task : TasksOf(run)) {
+    const TaskEnd end = EndOf(*task);
     facts.is_staged = facts.is_staged || end == TaskEnd::kStaged;
     if (facts.bad_task == nullptr && end != TaskEnd::kCompleted &&
         end != TaskEnd::kStaged) {
-      facts.bad_task = &phase;
+      facts.bad_task = task;
     }
   }
+  // `quorvane watch --task` follows a task that another program started.
+  if (facts.image == Answer::kNone && facts.has_task) {
+    facts.image = Answer::kAccepted;
+  }
+  facts.lacks_activation = run.was_continued && !run.Detail("Target").empty() &&
+                           facts.activation == Answer::kNone &&
+                           AnswerTo(run, IsUpload) == Answer::kAccepted;
   return facts;
 }
 
@@ -166,6 +230,11 @@ bool HasSentRequest(const Run& run) {
       run.requests.begin(), run.requests.end(), [](const auto& one) {
         return one.fate != Fate::kPlanned && one.fate != Fate::kNotSent;
       });
+}
+
+bool HasSentImage(const Run& run) {
+  const Answer image = FactsOf(run).image;
+  return image != Answer::kNone && image != Answer::kNotSent;
 }
 
 bool IsMissing(const ChangeRequest& request) {
@@ -193,12 +262,10 @@ std::string ReasonAgainstReboot(const Run& run) {
   if (facts.image != Answer::kAccepted) {
     return "the BMC did not accept the image";
   }
-  for (const PhaseRun& phase : run.phases) {
-    if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
-      continue;
-    }
-    if (const char* reason = ReasonAgainstReboot(phase)) return reason;
+  for (const PhaseRun* task : TasksOf(run)) {
+    if (const char* reason = ReasonAgainstReboot(*task)) return reason;
   }
+  if (facts.lacks_activation) return "the activation was not requested";
   if (facts.activation != Answer::kNone &&
       facts.activation != Answer::kAccepted) {
     return "the BMC did not accept the activation";

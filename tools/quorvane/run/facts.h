@@ -4,6 +4,7 @@
 #define QUORVANE_TOOLS_QUORVANE_RUN_FACTS_H_
 
 #include <string>
+#include <vector>
 
 #include "tools/quorvane/run/run.h"
 
@@ -36,14 +37,28 @@ struct Facts {
   const PhaseRun* bad_task = nullptr;  ///< The first that proves no success.
   bool is_staged = false;
   bool has_task = false;  ///< Of the last request that started a change.
+  /// The run broke off before the activation of an uploaded image.
+  bool lacks_activation = false;
 };
 
 Facts FactsOf(const Run& run);
 
 TaskEnd EndOf(const PhaseRun& task);
 
+/// Whether further polls of a task can show more than `end`.
+bool IsOpen(TaskEnd end);
+
+/// The tasks of the update and its activation in their order, each with the
+/// polls that tell most about it: a continued run polls a task again, and so
+/// does the library after an activation without a task of its own.
+std::vector<const PhaseRun*> TasksOf(const Run& run);
+
 /// Whether a request that can change the BMC left the host, at least in part.
 bool HasSentRequest(const Run& run);
+
+/// Whether the image, or the request to download it, left the host at least in
+/// part.
+bool HasSentImage(const Run& run);
 
 /// Whether the BMC has no such endpoint.
 bool IsMissing(const ChangeRequest& request);

@@ -16,7 +16,10 @@ class LogClock {
       time = begin_ + event.elapsed;
     }
     if (time < last_) time = last_;
-    if (event.kind == EventKind::kRunTitle) begin_ = time;
+    if (event.kind == EventKind::kRunTitle ||
+        event.kind == EventKind::kContinued) {
+      begin_ = time;
+    }
     shift_ = time - event.time;
     last_ = time;
     return time;

@@ -48,7 +48,8 @@ void RunBuilder::Add(const Event& event) {
   }
   run_.end = event.time;
   run_.end_stamp = event.stamp;
-  if (run_.IsVerifying() && event.kind != EventKind::kInterrupted) {
+  if (run_.IsVerifying() && event.kind != EventKind::kInterrupted &&
+      event.kind != EventKind::kContinued) {
     return AddVerification(event);
   }
   Dispatch(event);
@@ -69,6 +70,8 @@ void RunBuilder::Dispatch(const Event& event) {
       BeginRun(event);
       run_.title = event.text;
       return;
+    case EventKind::kContinued:
+      return Continue(event);
     case EventKind::kRunDetail:
       return AddDetail(event);
     case EventKind::kFirmwareBefore:
@@ -203,8 +206,43 @@ void RunBuilder::Dispatch(const Event& event) {
   }
 }
 
+// What was requested, and how far it came, stays; how the run ended does not.
+void RunBuilder::Continue(const Event& event) {
+  if (!run_.phases.empty()) {
+    PhaseRun& last = run_.phases.back();
+    EndPhase(last.end);
+    if (last.result == PhaseResult::kOpen) {
+      last.result = PhaseResult::kInterrupted;
+    }
+  }
+  if (run_.title.empty()) run_.title = event.text;
+  run_.was_continued = true;
+  run_.was_interrupted = run_.is_complete = run_.reboot_skipped = false;
+  run_.worker_failure.clear();
+  run_.reboot_withheld.clear();
+  run_.transfer_failure.clear();
+  run_.login_refused = 0;
+  run_.items_read = -1;
+  run_.verification = {};
+  run_.verdict.reset();
+  run_.any_response = false;
+  for (FirmwareMember& member : run_.firmware.members) member.after.reset();
+  // What follows belongs to no request of the run.
+  run_.phases.push_back(
+      {.phase = Phase::kWatch, .begin = event.time, .end = event.time});
+}
+
 void RunBuilder::AddDetail(const Event& event) {
-  run_.details.emplace_back(event.name, event.text);
+  const bool is_list = event.name == "Target" || event.name == "Expect" ||
+                       event.name == "Unlisted target";
+  const auto known = std::find_if(
+      run_.details.begin(), run_.details.end(),
+      [&event](const auto& one) { return one.first == event.name; });
+  if (!is_list && known != run_.details.end()) {
+    known->second = event.text;  // a continued run states it again
+  } else {
+    run_.details.emplace_back(event.name, event.text);
+  }
   if (event.name == "Unlisted target") {
     run_.firmware.unlisted_targets.push_back(event.text);
   }
@@ -360,6 +398,9 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
     ResolveRequest(follows_success ? PhaseResult::kAccepted
                                    : PhaseResult::kRejected);
   }
+  if (task_of == Phase::kWatch || task_of == Phase::kTask) {
+    task_of = RequestOfTask(event.uri);
+  }
   EndPhase(event.time);
   PhaseRun begun{.phase = phase,
                  .task_of = phase == Phase::kTask ? task_of : Phase::kNone,
@@ -371,6 +412,15 @@ void RunBuilder::BeginPhase(Phase phase, const Event& event) {
   if (phase == Phase::kDownload) OpenSpan(Span::Kind::kRequest, event);
 }
 
+// The phase whose task the run polled before it was continued.
+Phase RunBuilder::RequestOfTask(const std::string& uri) const {
+  const auto polled = std::find_if(
+      run_.phases.begin(), run_.phases.end(), [&uri](const PhaseRun& one) {
+        return one.phase == Phase::kTask && one.uri == uri;
+      });
+  return polled == run_.phases.end() ? Phase::kNone : polled->task_of;
+}
+
 void RunBuilder::EndPhase(double time) {
   if (run_.phases.empty()) return;
   PhaseRun& last = run_.phases.back();
@@ -380,7 +430,9 @@ void RunBuilder::EndPhase(double time) {
       (last.phase == Phase::kInventory || last.phase == Phase::kDownload)) {
     last.result = PhaseResult::kFailed;
   }
-  if (last.phase == Phase::kNone && last.result == PhaseResult::kOpen) {
+  const bool is_preparation =
+      last.phase == Phase::kNone || last.phase == Phase::kWatch;
+  if (is_preparation && last.result == PhaseResult::kOpen) {
     last.result =
         run_.any_response ? PhaseResult::kSucceeded : PhaseResult::kFailed;
   }

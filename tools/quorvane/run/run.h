@@ -133,6 +133,7 @@ struct Run {
   bool is_update = false;
   bool is_complete = false;  ///< The log contains its end.
   bool was_interrupted = false;
+  bool was_continued = false;        ///< By `quorvane watch`.
   std::string worker_failure = {};   ///< Why the worker process died.
   bool reboot_skipped = false;       ///< By the rules.
   std::string reboot_withheld = {};  ///< Why the tool requested no reboot.
@@ -157,7 +158,8 @@ struct Run {
   /// The value of a detail; empty if the log does not contain it.
   [[nodiscard]] std::string Detail(std::string_view name) const;
   [[nodiscard]] bool IsVerifying() const {
-    return !phases.empty() && phases.back().phase == Phase::kVerification;
+    return !phases.empty() && phases.back().phase == Phase::kVerification &&
+           phases.back().result == PhaseResult::kOpen;
   }
 };
 
@@ -173,6 +175,7 @@ class RunBuilder {
   void Dispatch(const Event& event);
   EventKind KindOf(const Event& event);
   void BeginRun(const Event& event);
+  void Continue(const Event& event);
   void AddDetail(const Event& event);
   void AddMember(const Event& event);
   void AddVerification(const Event& event);
@@ -181,6 +184,7 @@ class RunBuilder {
   void Interrupt(const Event& event);
   void BeginPhase(Phase phase, const Event& event);
   void EndPhase(double time);
+  [[nodiscard]] Phase RequestOfTask(const std::string& uri) const;
   void ResolveRequest(PhaseResult result);
   void AddAttempt(const Event& event);
   void AddRequest(const Event& event);

@@ -174,7 +174,8 @@ Verdict NoImageRequest(const Facts& facts) {
       Outcome::kFailed,
       "The run ended before it sent a request that changes anything.",
       has_remark ? Sentence(phases.back().remarks.back().text) : std::string(),
-      "Run `quorvane report LOG` to see each step."};
+      facts.run.was_continued ? "Run the update again."
+                              : "Run `quorvane report LOG` to see each step."};
 }
 
 Verdict ActivationInDoubt(const Facts& facts) {
@@ -195,6 +196,15 @@ Verdict ActivationRejected(const Facts& facts) {
                                : Sentence(facts.run.transfer_failure),
           "Look up why in the event log of the BMC, and check that its "
           "SimpleUpdate action accepts each --target."};
+}
+
+Verdict ActivationMissing(const Facts& /*facts*/) {
+  return {Outcome::kUnknown,
+          "The image was uploaded, but the run broke off before it requested "
+          "the activation for the targets.",
+          {},
+          "Run the update again when `quorvane tasks` lists no task that still "
+          "runs."};
 }
 
 std::string LastState(const PhaseRun& task) {
@@ -448,8 +458,9 @@ constexpr std::array kRows = {
         WorkerDied},
     Row{Claim::kNone,
         [](const Facts& f) {
+          const bool is_harmless = IsHarmless(f.image) && IsHarmless(f.reboot);
           return f.run.login_refused == kHttpUnauthorized &&
-                 IsHarmless(f.image) && IsHarmless(f.reboot);
+                 (is_harmless || f.run.was_continued);
         },
         LoginRefused},
     Row{Claim::kNone, [](const Facts& f) { return !f.run.is_complete; },
@@ -518,6 +529,8 @@ constexpr std::array kRows = {
                  f.activation == Answer::kNotSent;
         },
         ActivationRejected},
+    Row{Claim::kOpen, [](const Facts& f) { return f.lacks_activation; },
+        ActivationMissing},
     Row{Claim::kOpen, [](const Facts& f) { return !f.has_task; }, NoTask},
     Row{Claim::kFailed,
         [](const Facts& f) {

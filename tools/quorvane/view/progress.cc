@@ -281,6 +281,7 @@ std::string StepText(const Event& event, const Run& run) {
     case EventKind::kVerificationSkipped:
     case EventKind::kOther:
     case EventKind::kRunTitle:
+    case EventKind::kContinued:
     case EventKind::kUpdateBegins:
     case EventKind::kRequestSent:
     case EventKind::kResponseReceived:

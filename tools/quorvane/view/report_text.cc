@@ -24,6 +24,7 @@ std::string ResultText(const PhaseRun& phase) {
              : phase.phase == Phase::kVerification ? "ended"
              : phase.phase == Phase::kDownload     ? "downloaded"
              : phase.phase == Phase::kNone         ? "responded"
+             : phase.phase == Phase::kWatch        ? "responded"
                                                    : "read";
     case PhaseResult::kFailed:
       return "failed";

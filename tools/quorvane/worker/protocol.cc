@@ -32,6 +32,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(InventoryResult, was_read, items)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ChassisResult, was_read, info)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ProbeCall, address)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RestartCall, request)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(WatchCall, request, task_uri,
+                                   percent_complete)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeyCall, address)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadCall, request, uris, limit_seconds)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadResource, uri, status, body, reason)

@@ -31,6 +31,12 @@ struct ProbeCall {
 struct RestartCall {
   InventoryRequest request;
 };
+/// Follows a task to its end, as the library's update does.
+struct WatchCall {
+  InventoryRequest request;
+  std::string task_uri = {};
+  int percent_complete = -1;  ///< What it reported last; -1: not known.
+};
 /// Reads the public key of a server, without credentials.
 struct KeyCall {
   std::string address;
@@ -44,8 +50,9 @@ struct ReadCall {
   double limit_seconds = 300;
 };
 /// The call that the worker makes.
-using LibraryCall = std::variant<UpdateRequest, InventoryCall, ChassisCall,
-                                 ProbeCall, RestartCall, KeyCall, ReadCall>;
+using LibraryCall =
+    std::variant<UpdateRequest, InventoryCall, ChassisCall, ProbeCall,
+                 RestartCall, WatchCall, KeyCall, ReadCall>;
 
 constexpr unsigned kProbeSeconds = 15;
 

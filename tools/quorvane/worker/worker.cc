@@ -82,19 +82,35 @@ WorkerResponse Call(const ProbeCall& call) {
   return result;
 }
 
-WorkerResponse Call(const RestartCall& call) {
-  const auto& [address, username, password] = call.request;
+// Runs one phase of an update alone. `phase` takes the run and the rules.
+template <typename Phase>
+UpdateResponse RunAlone(const InventoryRequest& account, Phase phase) {
+  const auto& [address, username, password] = account;
   Config config = LoadConfigAuto();
   OverrideTarget(config, address, username, password);
-  config.reboot_required = true;
   const HttpClient client;
   UpdateRequest request;
   request.bmc_ip = address;
   request.username = username;
   request.password = password;
   UpdateRun run{.client = client, .request = request, .config = config};
-  static_cast<void>(RunRebootPhase(run));
+  phase(run, config);
   return std::move(run.result);
+}
+
+WorkerResponse Call(const RestartCall& call) {
+  return RunAlone(call.request, [](UpdateRun& run, Config& config) {
+    config.reboot_required = true;
+    static_cast<void>(RunRebootPhase(run));
+  });
+}
+
+WorkerResponse Call(const WatchCall& call) {
+  return RunAlone(call.request, [&call](UpdateRun& run, Config& /*config*/) {
+    run.result.task_uri = call.task_uri;
+    run.result.percent_complete = call.percent_complete;
+    static_cast<void>(MonitorTask(run));
+  });
 }
 
 WorkerResponse Call(const KeyCall& call) {

@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <fmt/core.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "logging/redact.h"
+#include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/input_file.h"
+#include "tools/quorvane/base/terminal.h"
+#include "tools/quorvane/commands/bmc_options.h"
+#include "tools/quorvane/commands/commands.h"
+#include "tools/quorvane/commands/run_output.h"
+#include "tools/quorvane/commands/run_session.h"
+#include "tools/quorvane/commands/verification.h"
+#include "tools/quorvane/redfish/resource.h"
+#include "tools/quorvane/redfish/tasks.h"
+#include "tools/quorvane/run/advice.h"
+#include "tools/quorvane/run/facts.h"
+#include "tools/quorvane/view/report.h"
+
+namespace quorvane::tool {
+namespace {
+
+struct WatchOptions {
+  BmcOptions bmc;
+  OutputOptions output;
+  VerifyOptions verify;
+  std::string task;    // URI; empty: the tasks in the log
+  std::string before;  // file with the inventory before the update
+  bool restart = false;
+};
+
+// The run as it is if it ends where it broke off.
+Run Continued(const Report& report) {
+  RunBuilder builder;
+  for (const Event& event : report.events) builder.Add(event);
+  builder.Add({.kind = EventKind::kContinued,
+               .time = report.run.end,
+               .stamp = report.run.end_stamp});
+  return builder.Ended();
+}
+
+// The verdict if there is nothing to follow.
+std::optional<Verdict> EndOf(const Report& report) {
+  using Outcome = Verdict::Outcome;
+  const Outcome outcome = report.verdict.outcome;
+  if (outcome == Outcome::kUpdated || outcome == Outcome::kCurrent) {
+    return report.verdict;
+  }
+  const Run run = Continued(report);
+  const Facts facts = FactsOf(run);
+  if (facts.image == Answer::kAccepted || facts.image == Answer::kInDoubt ||
+      facts.has_task) {
+    return std::nullopt;
+  }
+  const bool has_verdict =
+      report.run.verdict && outcome != Outcome::kInterrupted;
+  return has_verdict ? report.verdict : JudgeRun(run);
+}
+
+Report ReadLog(const WatchOptions& options) {
+  Report report = ReadReport(ReadRegular(options.bmc.log, "log"));
+  if (report.run.Detail("BMC").empty()) {
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot follow the run in {}: it is not the log of "
+                    "`quorvane update`. Use the file that the command printed "
+                    "after \"Log:\", or --bmc, --user and --task.",
+                    options.bmc.log));
+  }
+  return report;
+}
+
+// Whatever the command line leaves open is as in the run.
+void TakeFromLog(const Run& run, BmcOptions& options) {
+  const LoggedAccess access = AccessIn(run);
+  if (!options.bmc.empty() && options.bmc != access.bmc) {
+    throw ToolError(ExitCode::kUsage,
+                    fmt::format("Cannot use --bmc {}: the run in {} updates "
+                                "{}. Leave out --bmc.",
+                                options.bmc, options.log, access.bmc));
+  }
+  options.bmc = access.bmc;
+  if (options.user.empty()) options.user = access.user;
+  if (options.rules.empty()) options.rules = access.rules;
+  if (!options.trust_options.IsSet()) {
+    options.trust_options.pin = access.pin;
+    options.trust_options.cacert = access.cacert;
+  }
+}
+
+// Reads resources as a part of the run.
+class SessionReader : public ResourceReader {
+ public:
+  SessionReader(RunSession& session, const InventoryRequest& account)
+      : session_(session), account_(account) {}
+
+  std::vector<Resource> Read(const std::vector<std::string>& uris) override {
+    constexpr double kLimitSeconds = 120;
+    std::vector<Resource> resources(uris.size());
+    for (std::size_t i = 0; i < uris.size(); ++i) resources[i].uri = uris[i];
+    if (session_.MustStop()) return resources;
+    auto result = ResultIn<ReadResult>(session_.Call(ReadCall{
+        .request = account_, .uris = uris, .limit_seconds = kLimitSeconds}));
+    if (!result) return resources;
+    for (std::size_t i = 0; i < uris.size(); ++i) {
+      ReadResource& one = result->resources.at(i);
+      resources[i] = {.uri = std::move(one.uri),
+                      .status = one.status,
+                      .body = std::move(one.body),
+                      .reason = std::move(one.reason)};
+    }
+    return resources;
+  }
+
+ private:
+  RunSession& session_;
+  const InventoryRequest& account_;
+};
+
+// A task that the BMC started although its response was lost. Nothing if it
+// cannot be told from others.
+std::string FindTask(RunSession& session, const InventoryRequest& account) {
+  SessionReader reader(session, account);
+  ResourceCache cache(reader);
+  const BmcTasks tasks = ReadTasks(cache, TaskServiceUri(cache));
+  std::vector<std::string> running;
+  for (const BmcTask& task : tasks.tasks) {
+    if (task.IsRunning()) running.push_back(task.uri);
+  }
+  if (running.size() != 1) return {};
+  session.Report("Task found: the BMC runs one task, " +
+                 RedactUri(running.front()));
+  return running.front();
+}
+
+// The tasks whose end is not known, and their progress.
+std::vector<WatchCall> TasksToFollow(const Run& run,
+                                     const InventoryRequest& account) {
+  std::vector<WatchCall> calls;
+  for (const PhaseRun* task : TasksOf(run)) {
+    const TaskEnd end = EndOf(*task);
+    if (!IsOpen(end) && end != TaskEnd::kStaged) continue;
+    WatchCall call{.request = account, .task_uri = task->uri};
+    for (const TaskPoint& point : task->task) {
+      call.percent_complete = std::max(call.percent_complete, point.percent);
+    }
+    calls.push_back(std::move(call));
+  }
+  return calls;
+}
+
+void Follow(RunSession& session, const WatchOptions& options,
+            const Config& rules, const InventoryRequest& account,
+            Responses& responses) {
+  const Run earlier = session.EndedRun();
+  std::vector<WatchCall> calls =
+      options.task.empty() ? TasksToFollow(earlier, account)
+                           : std::vector{WatchCall{.request = account,
+                                                   .task_uri = options.task}};
+  if (calls.empty() && !FactsOf(earlier).has_task) {
+    if (std::string task = FindTask(session, account); !task.empty()) {
+      calls.push_back({.request = account, .task_uri = std::move(task)});
+    }
+  }
+  for (const WatchCall& call : calls) {
+    if (session.MustStop()) return;
+    static_cast<void>(session.Call(call));
+  }
+  const Answer reboot = FactsOf(earlier).reboot;
+  if (session.MustStop() || reboot == Answer::kAccepted ||
+      reboot == Answer::kInDoubt) {
+    return;
+  }
+  responses.reboot = session.Reboot(
+      rules, account, options.restart ? "" : "--restart was not given");
+}
+
+std::vector<InventoryItem> ReadInventoryFile(const std::string& file) {
+  const auto json =
+      nlohmann::json::parse(ReadRegular(file, "inventory"), nullptr,
+                            /*allow_exceptions=*/false);
+  std::vector<InventoryItem> items;
+  try {
+    for (const auto& member : json.at("inventory")) {
+      InventoryItem item;
+      item.uri = member.at("id");
+      item.Name = member.at("Name");
+      item.Version = member.at("Version");
+      item.target_id = member.at("target_id");
+      items.push_back(std::move(item));
+    }
+  } catch (const nlohmann::json::exception& /*error*/) {
+    throw ToolError(ExitCode::kUsage,
+                    fmt::format("Cannot use --before {}: it is not the output "
+                                "of `quorvane inventory --json`.",
+                                file));
+  }
+  return items;
+}
+
+std::vector<std::string> TargetsOf(const Run& run) {
+  std::vector<std::string> targets;
+  for (const auto& [name, value] : run.details) {
+    if (name == "Target") targets.push_back(value);
+  }
+  return targets;
+}
+
+ExitCode RunWatch(WatchOptions options) {
+  const bool continues = options.task.empty();
+  std::optional<Report> report;
+  if (continues) {
+    report = ReadLog(options);
+    TakeFromLog(report->run, options.bmc);
+  }
+  RunOutput output(options.bmc, options.output, {{"--before", options.before}});
+  if (report) {
+    if (const auto verdict = EndOf(*report)) {
+      return output.Print(report->run, *verdict, options.bmc.log,
+                          /*is_recorded=*/true, {});
+    }
+  }
+  const auto before = options.before.empty()
+                          ? std::vector<InventoryItem>{}
+                          : ReadInventoryFile(options.before);
+  const Config rules = LoadRules(options.bmc);
+  options.bmc.trust = ResolveTrust(options.bmc);
+  const InventoryRequest account{.ip = options.bmc.bmc,
+                                 .username = options.bmc.user,
+                                 .password = ReadPassword(options.bmc)};
+  RunSession::Settings settings = SettingsFrom(options.output);
+  settings.title = fmt::format("watch of the task {} of {}",
+                               RedactUri(options.task), options.bmc.bmc);
+  settings.continues = continues;
+  settings.attempts = rules.max_retries + 1;
+  RunSession session(options.bmc, settings);
+  for (const std::string& one : options.verify.expectations) {
+    session.Report("Expect: " + one);
+  }
+  NoteVersionsBefore(session, before, TargetsOf(session.run()));
+  return output.RunToEnd(session, [&](Responses& responses) {
+    Follow(session, options, rules, account, responses);
+    if (session.MustStop()) return;
+    VerifyVersions(session, account,
+                   AtMostEvery(rules.polling_interval, options.verify));
+  });
+}
+
+}  // namespace
+
+void AddWatchCommand(CLI::App& app, ExitCode& exit_code) {
+  auto* command = app.add_subcommand(
+      "watch", "Follow an update that broke off to its end; uploads nothing");
+  const auto options = std::make_shared<WatchOptions>();
+  AddBmcOptions(*command, options->bmc);
+  CLI::Option* log = command->get_option("--log");
+  log->description(
+      "Log of the run, which continues in it; with --task, a log to append to");
+  command->get_option("--bmc")->required(false);
+  command->get_option("--user")->required(false);
+  command
+      ->add_option("--task", options->task,
+                   "Follow this task of --bmc instead, as `quorvane tasks` "
+                   "lists it")
+      ->check(CLI::Validator(TaskUriFault, ""))
+      ->needs(command->get_option("--bmc"))
+      ->needs(command->get_option("--user"))
+      ->type_name("URI");
+  command
+      ->add_option("--before", options->before,
+                   "Compare with the versions in this file, which `quorvane "
+                   "inventory --json` wrote before the update")
+      ->type_name("FILE");
+  command->add_flag("--restart", options->restart,
+                    "Reboot the system if that is still due and can do no "
+                    "harm");
+  AddVerifyOptions(*command, options->verify);
+  AddOutputOptions(*command, options->output);
+  command->callback([options, &exit_code] {
+    if (options->task.empty() && options->bmc.log.empty()) {
+      throw ToolError(ExitCode::kUsage,
+                      "Name the run to follow: --log FILE, or --bmc, --user "
+                      "and --task.");
+    }
+    exit_code = RunWatch(*options);
+  });
+}
+
+}  // namespace quorvane::tool
