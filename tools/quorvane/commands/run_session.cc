@@ -40,7 +40,7 @@ RunSession::RunSession(const BmcOptions& bmc, const Settings& settings)
 
 // The events of the log have times of the day, those of this run do not.
 void RunSession::AddEarlierEvents() {
-  Report earlier = ReadReport(ReadRegular(log_.path(), "log"));
+  auto earlier = ReadReport(ReadRegular(log_.path(), "log"));
   if (earlier.events.empty()) return;
   const double now = MonotonicSeconds();
   const double shift =
