@@ -245,7 +245,9 @@ ExitCode RunWatch(WatchOptions options) {
   for (const std::string& one : options.verify.expectations) {
     session.Report("Expect: " + one);
   }
-  NoteVersionsBefore(session, before, TargetsOf(session.run()));
+  if (!before.empty()) {
+    NoteVersionsBefore(session, before, TargetsOf(session.run()));
+  }
   return output.RunToEnd(session, [&](Responses& responses) {
     Follow(session, options, rules, account, responses);
     if (session.MustStop()) return;

@@ -225,7 +225,6 @@ void RunBuilder::Continue(const Event& event) {
   run_.items_read = -1;
   run_.verification = {};
   run_.verdict.reset();
-  run_.any_response = false;
   for (FirmwareMember& member : run_.firmware.members) member.after.reset();
   // What follows belongs to no request of the run.
   run_.phases.push_back(
@@ -430,11 +429,16 @@ void RunBuilder::EndPhase(double time) {
       (last.phase == Phase::kInventory || last.phase == Phase::kDownload)) {
     last.result = PhaseResult::kFailed;
   }
-  const bool is_preparation =
-      last.phase == Phase::kNone || last.phase == Phase::kWatch;
-  if (is_preparation && last.result == PhaseResult::kOpen) {
+  if (last.phase == Phase::kNone && last.result == PhaseResult::kOpen) {
     last.result =
         run_.any_response ? PhaseResult::kSucceeded : PhaseResult::kFailed;
+  }
+  if (last.phase == Phase::kWatch && last.result == PhaseResult::kOpen) {
+    const bool has_failed =
+        !last.spans.empty() &&
+        std::all_of(last.spans.begin(), last.spans.end(),
+                    [](const Span& one) { return one.status <= 0; });
+    last.result = has_failed ? PhaseResult::kFailed : PhaseResult::kSucceeded;
   }
   if (last.phase == Phase::kTask && last.result == PhaseResult::kOpen &&
       !last.spans.empty()) {
