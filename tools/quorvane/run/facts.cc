@@ -110,26 +110,12 @@ bool IsUpdateTask(const PhaseRun& phase) {
   return phase.phase == Phase::kTask && phase.task_of != Phase::kReboot;
 }
 
-// Whether polls that ended with `later` tell more than earlier ones of the same
-// task.
-bool TellsMore(TaskEnd later, TaskEnd earlier) {
-  switch (later) {
-    case TaskEnd::kFailed:
-    case TaskEnd::kCritical:
-      return true;
-    case TaskEnd::kCompleted:
-      return IsOpen(earlier) || earlier == TaskEnd::kStaged;
-    case TaskEnd::kStaged:
-    case TaskEnd::kTimedOut:
-    case TaskEnd::kPollsRefused:
-    case TaskEnd::kGoneLate:
-    case TaskEnd::kGoneEarly:
-    case TaskEnd::kUnreadable:
-    case TaskEnd::kUndecided:
-    case TaskEnd::kUnfinished:
-      return IsOpen(earlier);
-  }
-  return false;
+// Whether polls that ended with `later` count instead of earlier ones of the
+// same task: many BMCs delete a task some time after its end.
+bool Replaces(TaskEnd later, TaskEnd earlier) {
+  const bool is_gone =
+      later == TaskEnd::kGoneLate || later == TaskEnd::kGoneEarly;
+  return !is_gone || IsOpen(earlier);
 }
 
 }  // namespace
@@ -162,7 +148,7 @@ std::vector<const PhaseRun*> TasksOf(const Run& run) {
         [&phase](const auto* one) { return one->uri == phase.uri; });
     if (known == tasks.end()) {
       tasks.push_back(&phase);
-    } else if (TellsMore(EndOf(phase), EndOf(**known))) {
+    } else if (Replaces(EndOf(phase), EndOf(**known))) {
       *known = &phase;
     }
   }
@@ -200,12 +186,19 @@ Facts FactsOf(const Run& run) {
               .image = AnswerTo(run, SendsImage),
               .activation = AnswerTo(run, Phase::kActivation),
               .reboot = AnswerTo(run, Phase::kReboot)};
+  std::vector<std::string> polled;
   for (const PhaseRun& phase : run.phases) {
     if (SendsImage(phase.phase) ||
         (phase.phase == Phase::kActivation && PromisesTask(run))) {
       facts.has_task = false;
     }
-    facts.has_task = facts.has_task || IsUpdateTask(phase);
+    // The library polls the task of the upload again if the activation names
+    // none; that proves nothing about the activation.
+    const bool is_new =
+        std::find(polled.begin(), polled.end(), phase.uri) == polled.end();
+    if (!IsUpdateTask(phase) || !is_new) continue;
+    polled.push_back(phase.uri);
+    facts.has_task = true;
   }
   for (const PhaseRun* task : TasksOf(run)) {
     const TaskEnd end = EndOf(*task);
