@@ -336,7 +336,7 @@ def check_tool_texts():
         return subprocess.run([sys.argv[2], *command, "--help"], text=True,
                               stdout=subprocess.PIPE, check=False).stdout
     helps = {name: words(*name.split()) for name in (
-        "update", "plan", "tasks", "task", "rules draft", "restart", "trust", "inventory", "chassis", "rules check", "rules explain",
+        "update", "watch", "plan", "tasks", "task", "rules draft", "restart", "trust", "inventory", "chassis", "rules check", "rules explain",
         "rules schema", "report", "simulate")}
     options = set(re.findall(r"(?<![\w-])--[\w-]+", " ".join(helps.values())))
     # Not options of a command; the last two are rejected with a message.

@@ -414,8 +414,8 @@ INSTANTIATE_TEST_SUITE_P(
              kContinued + kPolledAgain + kCompletion + kEnd,
          Outcome::kDone, "no reboot was requested"},
         {"continued_without_the_activation",
-         Messages{"[tool] Target: /redfish/v1/Bios"} + kAccepted + kCompletion +
-             kContinued + kEnd,
+         kStart + Messages{"[tool] Target: /redfish/v1/Bios"} + kUploading +
+             kPolling + kCompletion + kContinued + kEnd,
          Outcome::kUnknown, "before it requested the activation",
          "quorvane tasks", "the activation was not requested"},
         {"continued_with_a_request_that_is_not_sent",

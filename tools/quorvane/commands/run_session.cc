@@ -52,8 +52,8 @@ void RunSession::AddEarlierEvents() {
 }
 
 void RunSession::OnRecord(const Record& record) {
-  log_.Keep(record);
   Event event = EventFrom(record);
+  log_.Keep(record, IsEssential(event.kind) && !run().IsVerifying());
   event.time = MonotonicSeconds();
   AddEvent(event);
   progress_->OnEvent(event, run());
@@ -161,6 +161,13 @@ std::optional<WorkerResponse> RunSession::Read(LibraryCall call,
   }
   if (result.end == CallResult::End::kInterrupted) NoteInterruption();
   return std::move(result.response);
+}
+
+void RunSession::StopAtRefusedLogin() {
+  Report(
+      "Login refused (HTTP 401). The tool sends no more requests, because "
+      "they could lock the account.");
+  must_stop_ = true;
 }
 
 bool RunSession::Wait(double seconds) {

@@ -63,6 +63,10 @@ class RunSession : private CallListener {
   /// @return What the library returned; nothing if it did not return in time.
   std::optional<WorkerResponse> Read(LibraryCall call, double limit_seconds);
 
+  /// Ends the run because the BMC refused the login (HTTP 401) for a resource
+  /// that `Read` returned: more attempts could lock the account.
+  void StopAtRefusedLogin();
+
   /// Waits, while the display goes on.
   /// @return False if the tool was interrupted.
   bool Wait(double seconds);

@@ -89,7 +89,6 @@ void RequireKnownTargets(const UpdateOptions& options,
   }
 }
 
-// A name that identifies no member, or several, would decide nothing.
 void RequireKnownExpectations(const UpdateOptions& options,
                               const std::optional<InventoryResult>& inventory) {
   if (options.verify.expectations.empty() || options.bmc.force) return;
@@ -101,27 +100,10 @@ void RequireKnownExpectations(const UpdateOptions& options,
                     options.bmc.bmc));
   }
   std::vector<FirmwareMember> members;
-  std::vector<std::string> names;
   for (const InventoryItem& item : inventory->items) {
     members.push_back({.uri = item.uri, .name = item.Name});
-    names.push_back(item.uri.substr(item.uri.rfind('/') + 1));
-    names.push_back(item.Name);
   }
-  for (const std::string& text : options.verify.expectations) {
-    const std::string name = ExpectationFrom(text)->name;
-    const std::size_t count = MembersNamed(members, name).size();
-    if (count == 1) continue;
-    const std::string closest = count == 0 ? ClosestOf(names, name) : "";
-    throw ToolError(
-        ExitCode::kUsage,
-        fmt::format("Cannot use --expect {}: the inventory of {} has {} with "
-                    "the URI, Id or Name {}{}. Nothing was changed. Use a URI "
-                    "of `quorvane inventory --uris`.",
-                    text, options.bmc.bmc,
-                    count == 0 ? "no member" : "several members", name,
-                    closest.empty() ? std::string()
-                                    : "; did you mean " + closest + "?"));
-  }
+  RequireMembersNamed(options.verify.expectations, members, options.bmc.bmc);
 }
 
 InventoryRequest AccountOf(const UpdateRequest& request) {

@@ -12,6 +12,8 @@
 #include <variant>
 
 #include "logging/redact.h"
+#include "tools/quorvane/base/closest.h"
+#include "tools/quorvane/base/error.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/run/verdict.h"
 #include "tools/quorvane/run/versions.h"
@@ -205,6 +207,41 @@ void AddVerifyOptions(CLI::App& command, VerifyOptions& options) {
 VerifyOptions AtMostEvery(int seconds, VerifyOptions options) {
   options.interval_seconds = std::min(options.interval_seconds, seconds);
   return options;
+}
+
+void RequireMembersNamed(const std::vector<std::string>& expectations,
+                         const std::vector<FirmwareMember>& members,
+                         const std::string& bmc) {
+  std::vector<std::string> names;
+  for (const FirmwareMember& member : members) {
+    names.push_back(member.uri.substr(member.uri.rfind('/') + 1));
+    names.push_back(member.name);
+  }
+  for (const std::string& text : expectations) {
+    const std::string name = ExpectationFrom(text)->name;
+    const std::size_t count = MembersNamed(members, name).size();
+    if (count == 1) continue;
+    const std::string closest = count == 0 ? ClosestOf(names, name) : "";
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot use --expect {}: the inventory of {} has {} with "
+                    "the URI, Id or Name {}{}. Nothing was changed. Use a URI "
+                    "of `quorvane inventory --uris`.",
+                    text, bmc, count == 0 ? "no member" : "several members",
+                    name,
+                    closest.empty() ? std::string()
+                                    : "; did you mean " + closest + "?"));
+  }
+}
+
+bool IsUpdatedNow(RunSession& session, const InventoryRequest& bmc) {
+  constexpr double kLimitSeconds = 120;
+  const auto response = session.Read(InventoryCall{bmc}, kLimitSeconds);
+  const auto* read =
+      response ? std::get_if<InventoryResult>(&*response) : nullptr;
+  return read != nullptr && read->was_read &&
+         EvidenceOf(WithVersions(session.run().firmware, read->items)) ==
+             Evidence::kUpdated;
 }
 
 void NoteVersionsBefore(RunSession& session,

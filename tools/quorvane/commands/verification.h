@@ -26,6 +26,17 @@ void AddVerifyOptions(CLI::App& command, VerifyOptions& options);
 /// `options` with checks at least that often.
 VerifyOptions AtMostEvery(int seconds, VerifyOptions options);
 
+/// Checks that each of `expectations` names one of `members`: a name that
+/// identifies no member, or several, would decide nothing.
+/// @param bmc  Address, for messages.
+/// @throws ToolError
+void RequireMembersNamed(const std::vector<std::string>& expectations,
+                         const std::vector<FirmwareMember>& members,
+                         const std::string& bmc);
+
+/// Whether the versions show the update now, by one reading of the inventory.
+bool IsUpdatedNow(RunSession& session, const InventoryRequest& bmc);
+
 /// Logs the versions before the update, so that the log alone shows what
 /// changed.
 /// @param targets  URIs of --target: of members, or of what they belong to.

@@ -11,8 +11,11 @@
 #include <vector>
 
 #include "logging/redact.h"
+#include "tools/quorvane/base/address.h"
 #include "tools/quorvane/base/error.h"
+#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/input_file.h"
+#include "tools/quorvane/base/sha256.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
@@ -22,8 +25,10 @@
 #include "tools/quorvane/redfish/resource.h"
 #include "tools/quorvane/redfish/tasks.h"
 #include "tools/quorvane/run/advice.h"
+#include "tools/quorvane/run/bmc_text.h"
 #include "tools/quorvane/run/facts.h"
 #include "tools/quorvane/view/report.h"
+#include "tools/quorvane/worker/bmc_lock.h"
 
 namespace quorvane::tool {
 namespace {
@@ -37,6 +42,8 @@ struct WatchOptions {
   bool restart = false;
 };
 
+constexpr const char* kTaskTitle = "watch of the task ";
+
 // The run as it is if it ends where it broke off.
 Run Continued(const Report& report) {
   RunBuilder builder;
@@ -47,13 +54,17 @@ Run Continued(const Report& report) {
   return builder.Ended();
 }
 
+bool IsConfirmed(const Verdict& verdict) {
+  return verdict.outcome == Verdict::Outcome::kUpdated ||
+         verdict.outcome == Verdict::Outcome::kCurrent;
+}
+
 // The verdict if there is nothing to follow.
-std::optional<Verdict> EndOf(const Report& report) {
-  using Outcome = Verdict::Outcome;
-  const Outcome outcome = report.verdict.outcome;
-  if (outcome == Outcome::kUpdated || outcome == Outcome::kCurrent) {
-    return report.verdict;
-  }
+std::optional<Verdict> EndOf(const Report& report,
+                             const WatchOptions& options) {
+  const bool compares_others =
+      !options.before.empty() || !options.verify.expectations.empty();
+  if (IsConfirmed(report.verdict) && !compares_others) return report.verdict;
   const Run run = Continued(report);
   const Facts facts = FactsOf(run);
   if (facts.image == Answer::kAccepted || facts.image == Answer::kInDoubt ||
@@ -61,27 +72,46 @@ std::optional<Verdict> EndOf(const Report& report) {
     return std::nullopt;
   }
   const bool has_verdict =
-      report.run.verdict && outcome != Outcome::kInterrupted;
+      report.run.verdict &&
+      report.verdict.outcome != Verdict::Outcome::kInterrupted;
   return has_verdict ? report.verdict : JudgeRun(run);
 }
 
 Report ReadLog(const WatchOptions& options) {
   Report report = ReadReport(ReadRegular(options.bmc.log, "log"));
-  if (report.run.Detail("BMC").empty()) {
-    throw ToolError(
-        ExitCode::kUsage,
-        fmt::format("Cannot follow the run in {}: it is not the log of "
-                    "`quorvane update`. Use the file that the command printed "
-                    "after \"Log:\", or --bmc, --user and --task.",
-                    options.bmc.log));
+  const std::string& title = report.run.title;
+  if (title.rfind("update of ", 0) == 0 || title.rfind(kTaskTitle, 0) == 0) {
+    return report;
   }
-  return report;
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot follow the run in {}: {}. Use the file that "
+                  "`quorvane update` printed after \"Log:\", or --bmc, --user "
+                  "and --task.",
+                  options.bmc.log,
+                  title.empty()
+                      ? std::string("it is not the log of an update")
+                      : fmt::format("its last run is \"{}\"", title)));
+}
+
+// With other rules, the URIs and the meaning of the task states can differ.
+void RequireSameRules(const Run& run, const BmcOptions& options) {
+  const std::string file = RulesFileOf(options);
+  const std::string hash = fmt::format("(SHA-256 {})", Sha256Of(file));
+  if (run.Detail("Rules").find(hash) != std::string::npos) return;
+  throw ToolError(ExitCode::kUsage,
+                  fmt::format("Cannot continue with {}: the file is not the "
+                              "rules file of the run any more. Nothing was "
+                              "sent. To use it nevertheless, name it with "
+                              "--rules.",
+                              file));
 }
 
 // Whatever the command line leaves open is as in the run.
 void TakeFromLog(const Run& run, BmcOptions& options) {
   const LoggedAccess access = AccessIn(run);
-  if (!options.bmc.empty() && options.bmc != access.bmc) {
+  if (!options.bmc.empty() &&
+      NormalizedAddress(options.bmc) != NormalizedAddress(access.bmc)) {
     throw ToolError(ExitCode::kUsage,
                     fmt::format("Cannot use --bmc {}: the run in {} updates "
                                 "{}. Leave out --bmc.",
@@ -89,7 +119,10 @@ void TakeFromLog(const Run& run, BmcOptions& options) {
   }
   options.bmc = access.bmc;
   if (options.user.empty()) options.user = access.user;
-  if (options.rules.empty()) options.rules = access.rules;
+  if (options.rules.empty()) {
+    options.rules = access.rules;
+    RequireSameRules(run, options);
+  }
   if (!options.trust_options.IsSet()) {
     options.trust_options.pin = access.pin;
     options.trust_options.cacert = access.cacert;
@@ -112,6 +145,9 @@ class SessionReader : public ResourceReader {
     if (!result) return resources;
     for (std::size_t i = 0; i < uris.size(); ++i) {
       ReadResource& one = result->resources.at(i);
+      if (one.status == kHttpUnauthorized && !session_.MustStop()) {
+        session_.StopAtRefusedLogin();
+      }
       resources[i] = {.uri = std::move(one.uri),
                       .status = one.status,
                       .body = std::move(one.body),
@@ -125,8 +161,8 @@ class SessionReader : public ResourceReader {
   const InventoryRequest& account_;
 };
 
-// A task that the BMC started although its response was lost. Nothing if it
-// cannot be told from others.
+// A task that the BMC started although its response was lost. Empty if it
+// cannot be distinguished from others.
 std::string FindTask(RunSession& session, const InventoryRequest& account) {
   SessionReader reader(session, account);
   ResourceCache cache(reader);
@@ -141,6 +177,18 @@ std::string FindTask(RunSession& session, const InventoryRequest& account) {
   return running.front();
 }
 
+// Of all polls of the task.
+int HighestPercent(const Run& run, const std::string& task_uri) {
+  int percent = -1;
+  for (const PhaseRun& phase : run.phases) {
+    if (phase.phase != Phase::kTask || phase.uri != task_uri) continue;
+    for (const TaskPoint& point : phase.task) {
+      percent = std::max(percent, point.percent);
+    }
+  }
+  return percent;
+}
+
 // The tasks whose end is not known, and their progress.
 std::vector<WatchCall> TasksToFollow(const Run& run,
                                      const InventoryRequest& account) {
@@ -148,24 +196,31 @@ std::vector<WatchCall> TasksToFollow(const Run& run,
   for (const PhaseRun* task : TasksOf(run)) {
     const TaskEnd end = EndOf(*task);
     if (!IsOpen(end) && end != TaskEnd::kStaged) continue;
-    WatchCall call{.request = account, .task_uri = task->uri};
-    for (const TaskPoint& point : task->task) {
-      call.percent_complete = std::max(call.percent_complete, point.percent);
-    }
-    calls.push_back(std::move(call));
+    calls.push_back({.request = account,
+                     .task_uri = task->uri,
+                     .percent_complete = HighestPercent(run, task->uri)});
   }
   return calls;
+}
+
+// A BMC that does not respond may restart, but polls of another computer would
+// only waste the time limits.
+bool IsAnotherComputer(RunSession& session, const std::string& bmc) {
+  session.Read(ProbeCall{bmc}, kProbeSeconds + 5);
+  return IsUntrusted(session.run().transfer_failure);
 }
 
 void Follow(RunSession& session, const WatchOptions& options,
             const Config& rules, const InventoryRequest& account,
             Responses& responses) {
+  if (IsAnotherComputer(session, account.ip)) return;
   const Run earlier = session.EndedRun();
   std::vector<WatchCall> calls =
       options.task.empty() ? TasksToFollow(earlier, account)
                            : std::vector{WatchCall{.request = account,
                                                    .task_uri = options.task}};
-  if (calls.empty() && !FactsOf(earlier).has_task) {
+  const Facts facts = FactsOf(earlier);
+  if (calls.empty() && !facts.has_task && facts.image == Answer::kInDoubt) {
     if (std::string task = FindTask(session, account); !task.empty()) {
       calls.push_back({.request = account, .task_uri = std::move(task)});
     }
@@ -174,13 +229,18 @@ void Follow(RunSession& session, const WatchOptions& options,
     if (session.MustStop()) return;
     static_cast<void>(session.Call(call));
   }
-  const Answer reboot = FactsOf(earlier).reboot;
-  if (session.MustStop() || reboot == Answer::kAccepted ||
-      reboot == Answer::kInDoubt) {
+  if (session.MustStop() || facts.reboot == Answer::kAccepted ||
+      facts.reboot == Answer::kInDoubt) {
     return;
   }
-  responses.reboot = session.Reboot(
-      rules, account, options.restart ? "" : "--restart was not given");
+  // Somebody may have rebooted the system meanwhile.
+  const bool is_updated = options.restart && IsUpdatedNow(session, account);
+  if (session.MustStop()) return;
+  responses.reboot =
+      session.Reboot(rules, account,
+                     !options.restart ? "--restart was not given"
+                     : is_updated     ? "the versions show the update already"
+                                      : "");
 }
 
 std::vector<InventoryItem> ReadInventoryFile(const std::string& file) {
@@ -203,7 +263,31 @@ std::vector<InventoryItem> ReadInventoryFile(const std::string& file) {
                                 "of `quorvane inventory --json`.",
                                 file));
   }
-  return items;
+  if (!items.empty()) return items;
+  throw ToolError(
+      ExitCode::kUsage,
+      fmt::format("Cannot use --before {}: it lists no firmware.", file));
+}
+
+// Under the lock, because an update that still runs has no end.
+std::optional<Verdict> EndUnderLock(const WatchOptions& options,
+                                    Report& report) {
+  const BmcLock lock(options.bmc.bmc);
+  report = ReadLog(options);
+  return EndOf(report, options);
+}
+
+// What is known about the firmware before anything is sent.
+void RequireKnownExpectations(const WatchOptions& options, const Run& run,
+                              const std::vector<InventoryItem>& before) {
+  if (options.bmc.force) return;
+  std::vector<FirmwareMember> members = run.firmware.members;
+  if (!before.empty()) members.clear();
+  for (const InventoryItem& item : before) {
+    members.push_back({.uri = item.uri, .name = item.Name});
+  }
+  if (members.empty()) return;
+  RequireMembersNamed(options.verify.expectations, members, options.bmc.bmc);
 }
 
 std::vector<std::string> TargetsOf(const Run& run) {
@@ -216,28 +300,29 @@ std::vector<std::string> TargetsOf(const Run& run) {
 
 ExitCode RunWatch(WatchOptions options) {
   const bool continues = options.task.empty();
-  std::optional<Report> report;
+  Report report;
   if (continues) {
     report = ReadLog(options);
-    TakeFromLog(report->run, options.bmc);
+    TakeFromLog(report.run, options.bmc);
   }
   RunOutput output(options.bmc, options.output, {{"--before", options.before}});
-  if (report) {
-    if (const auto verdict = EndOf(*report)) {
-      return output.Print(report->run, *verdict, options.bmc.log,
+  if (continues) {
+    if (const auto verdict = EndUnderLock(options, report)) {
+      return output.Print(report.run, *verdict, options.bmc.log,
                           /*is_recorded=*/true, {});
     }
   }
   const auto before = options.before.empty()
                           ? std::vector<InventoryItem>{}
                           : ReadInventoryFile(options.before);
+  RequireKnownExpectations(options, report.run, before);
   const Config rules = LoadRules(options.bmc);
   options.bmc.trust = ResolveTrust(options.bmc);
   const InventoryRequest account{.ip = options.bmc.bmc,
                                  .username = options.bmc.user,
                                  .password = ReadPassword(options.bmc)};
   RunSession::Settings settings = SettingsFrom(options.output);
-  settings.title = fmt::format("watch of the task {} of {}",
+  settings.title = fmt::format("{}{} of {}", kTaskTitle,
                                RedactUri(options.task), options.bmc.bmc);
   settings.continues = continues;
   settings.attempts = rules.max_retries + 1;
@@ -250,7 +335,9 @@ ExitCode RunWatch(WatchOptions options) {
   }
   return output.RunToEnd(session, [&](Responses& responses) {
     Follow(session, options, rules, account, responses);
-    if (session.MustStop()) return;
+    if (session.MustStop() || IsUntrusted(session.run().transfer_failure)) {
+      return;
+    }
     VerifyVersions(session, account,
                    AtMostEvery(rules.polling_interval, options.verify));
   });
@@ -282,8 +369,7 @@ void AddWatchCommand(CLI::App& app, ExitCode& exit_code) {
                    "inventory --json` wrote before the update")
       ->type_name("FILE");
   command->add_flag("--restart", options->restart,
-                    "Reboot the system if that is still due and can do no "
-                    "harm");
+                    "Reboot the system if that is still due and safe");
   AddVerifyOptions(*command, options->verify);
   AddOutputOptions(*command, options->output);
   command->callback([options, &exit_code] {

@@ -3,11 +3,13 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "quorvane/config.h"
 #include "tools/quorvane/base/text.h"
+#include "tools/quorvane/run/facts.h"
 
 namespace quorvane::tool {
 namespace {
@@ -35,9 +37,22 @@ std::string Account(const Run& run) {
   return options;
 }
 
-// A log of the library alone has no account, and no versions before.
+// Whether `quorvane watch` can find out more. It cannot follow a log of the
+// library alone, which names no account, or a run without an image.
+bool CanBeFollowed(const Run& run) {
+  if (run.title.empty()) return false;
+  const Facts facts = FactsOf(run);
+  if (facts.image != Answer::kAccepted && facts.image != Answer::kInDoubt) {
+    return false;
+  }
+  const std::vector<const PhaseRun*> tasks = TasksOf(run);
+  return !run.was_continued || !run.is_complete || run.was_interrupted ||
+         std::any_of(tasks.begin(), tasks.end(),
+                     [](const PhaseRun* task) { return IsOpen(EndOf(*task)); });
+}
+
 std::string FollowRun(const Run& run) {
-  return run.title.empty()
+  return !CanBeFollowed(run)
              ? CompareVersions(run)
              : "To follow the run to its end and compare the versions, use "
                "`quorvane watch --log LOG`, which uploads nothing.";

@@ -524,6 +524,66 @@ Event EventFrom(const Record& record) {
   return event;
 }
 
+// A table of all kinds, which the compiler checks for missing ones.
+bool IsEssential(EventKind kind) {
+  switch (kind) {
+    case kUpdateBegins:
+    case kPhaseBegins:
+    case kAttemptBegins:
+    case kStatus:
+    case kWaitBegins:
+    case kTaskBegins:
+    case kPollInterval:
+    case kPollBegins:
+    case kPollFailed:
+    case kTaskState:
+    case kTaskSucceeded:
+    case kTaskFailed:
+    case kTaskStaged:
+    case kTaskNotFoundLate:
+    case kTaskNotFoundEarly:
+    case kNoTask:
+    case kUploadsRejected:
+    case kRebootSkipped:
+      return true;
+    case kOther:
+    case kRunTitle:
+    case kContinued:
+    case kRunDetail:
+    case kElapsed:
+    case kRequestSent:
+    case kResponseReceived:
+    case kRequestNotSent:
+    case kBytesSent:
+    case kBodySent:
+    case kRequestFailed:
+    case kBody:
+    case kTaskBody:
+    case kLoginRefused:
+    case kInventoryRead:
+    case kMembersFound:
+    case kNoMembers:
+    case kMemberUnread:
+    case kRebootWithheld:
+    case kFirmwareBefore:
+    case kFirmwareAfter:
+    case kUpdateNotNeeded:
+    case kVerification:
+    case kVerificationEnds:
+    case kVerificationSkipped:
+    case kRunEnds:
+    case kFinished:
+    case kInterrupted:
+    case kWorkerDied:
+    case kOutcome:
+    case kCause:
+    case kNextStep:
+    case kProblem:
+      break;
+  }
+  return false;
+}
+
 std::vector<LogText> LogTexts() {
   std::vector<LogText> texts = {
       kInventoryUri, kMemberStatus,   kAttempt,   kPercent,  kResult, kSuccess,

@@ -124,6 +124,10 @@ Event EventFrom(const Record& record);
 /// The fields that are set; "kind" is e.g. "task_state".
 nlohmann::json ToJson(const Event& event);
 
+/// Whether `quorvane watch` needs the event: what was requested, how the BMC
+/// responded, and how far its tasks came. A log contains them at every level.
+bool IsEssential(EventKind kind);
+
 /// A text of the library that `EventFrom` depends on.
 struct LogText {
   std::string_view component;  ///< Component of its record.

@@ -83,8 +83,12 @@ const char* ReasonAgainstReboot(const PhaseRun& task) {
   switch (EndOf(task)) {
     case TaskEnd::kCompleted:
     case TaskEnd::kStaged:
-    case TaskEnd::kGoneLate:  // the library counts it as a success
       return nullptr;
+    case TaskEnd::kGoneLate:
+      // The library counts it as a success. A continued run did not see the
+      // end.
+      return task.task.empty() ? "the task disappeared before its end was read"
+                               : nullptr;
     case TaskEnd::kFailed:
       return "the task failed";
     case TaskEnd::kCritical:
@@ -148,7 +152,8 @@ std::vector<const PhaseRun*> TasksOf(const Run& run) {
         [&phase](const auto* one) { return one->uri == phase.uri; });
     if (known == tasks.end()) {
       tasks.push_back(&phase);
-    } else if (Replaces(EndOf(phase), EndOf(**known))) {
+    } else if (Replaces(EndOf(phase), EndOf(**known)) ||
+               (run.was_continued && EndOf(**known) == TaskEnd::kStaged)) {
       *known = &phase;
     }
   }
@@ -252,6 +257,9 @@ const ChangeRequest* LastRejection(const Run& run, bool (*is_included)(Phase)) {
 
 std::string ReasonAgainstReboot(const Run& run) {
   const Facts facts = FactsOf(run);
+  if (facts.image == Answer::kInDoubt) {
+    return "it is not known whether the BMC accepted the image";
+  }
   if (facts.image != Answer::kAccepted) {
     return "the BMC did not accept the image";
   }
@@ -259,6 +267,9 @@ std::string ReasonAgainstReboot(const Run& run) {
     if (const char* reason = ReasonAgainstReboot(*task)) return reason;
   }
   if (facts.lacks_activation) return "the activation was not requested";
+  if (facts.activation == Answer::kInDoubt) {
+    return "it is not known whether the BMC accepted the activation";
+  }
   if (facts.activation != Answer::kNone &&
       facts.activation != Answer::kAccepted) {
     return "the BMC did not accept the activation";

@@ -109,10 +109,11 @@ std::string RebootClause(const Facts& facts) {
     case Answer::kNone:
       break;
   }
-  return facts.run.reboot_withheld.empty()
-             ? std::string()
-             : "; the system was not rebooted, because " +
-                   facts.run.reboot_withheld;
+  if (facts.run.reboot_withheld.empty()) return {};
+  // Whether somebody rebooted it before the run was continued is not known.
+  return (facts.run.was_continued ? "; no reboot was requested, because "
+                                  : "; the system was not rebooted, because ") +
+         facts.run.reboot_withheld;
 }
 
 std::string LastPoll(const Run& run, const PhaseRun& task) {

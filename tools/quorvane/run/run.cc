@@ -225,6 +225,7 @@ void RunBuilder::Continue(const Event& event) {
   run_.items_read = -1;
   run_.verification = {};
   run_.verdict.reset();
+  has_requests_ = false;
   for (FirmwareMember& member : run_.firmware.members) member.after.reset();
   // What follows belongs to no request of the run.
   run_.phases.push_back(
@@ -247,6 +248,9 @@ void RunBuilder::AddDetail(const Event& event) {
   }
   if (event.name == "Expect") {
     if (auto expectation = ExpectationFrom(event.text)) {
+      std::erase_if(run_.firmware.expectations, [&](const Expectation& one) {
+        return one.name == expectation->name;
+      });
       run_.firmware.expectations.push_back(*std::move(expectation));
     }
   }

@@ -68,9 +68,12 @@ void RunLog::EndEarlierRun() {
   if (fstat(file_.get(), &found) == 0 && found.st_size > 0) Write("\n");
 }
 
-void RunLog::Keep(const Record& record) {
+void RunLog::Keep(const Record& record, bool is_essential) {
   if (record.component == kProgressComponent) return;
-  if (record.level < level_ && record.component != kToolComponent) return;
+  if (record.level < level_ && record.component != kToolComponent &&
+      !is_essential) {
+    return;
+  }
   // Without these seconds, a clock that is set would falsify all durations.
   const double error =
       SecondsOf(record.stamp) - clock_begin_ - (MonotonicSeconds() - begin_);

@@ -22,7 +22,8 @@ class RunLog {
   /// to it.
   RunLog(std::string path, LogLevel level);
 
-  void Keep(const Record& record);
+  /// @param is_essential  Write it whatever its level is.
+  void Keep(const Record& record, bool is_essential = false);
   /// Writes a record of the component "tool".
   void Note(std::string_view text);
 

@@ -74,7 +74,8 @@ std::string Continuation(const Facts& facts) {
 }
 
 std::string AfterCutOff(const Facts& facts) {
-  return HasSentRequest(facts.run) ? CheckTask(facts.run) : std::string();
+  return HasSentRequest(facts.run) || facts.has_task ? CheckTask(facts.run)
+                                                     : std::string();
 }
 
 std::string PhaseName(const Run& run) {
@@ -460,14 +461,18 @@ constexpr std::array kRows = {
         [](const Facts& f) {
           const bool is_harmless = IsHarmless(f.image) && IsHarmless(f.reboot);
           return f.run.login_refused == kHttpUnauthorized &&
-                 (is_harmless || f.run.was_continued);
+                 (is_harmless || f.run.was_continued || f.run.requests.empty());
         },
         LoginRefused},
     Row{Claim::kNone, [](const Facts& f) { return !f.run.is_complete; },
         LogEnds},
     Row{Claim::kNone,
         [](const Facts& f) {
-          return !f.run.any_response && !HasSentRequest(f.run);
+          const bool no_response =
+              !f.run.any_response && !HasSentRequest(f.run);
+          // An update that was killed may have had no time for a response.
+          return f.run.was_continued ? IsUntrusted(f.run.transfer_failure)
+                                     : no_response;
         },
         Unreachable},
     Row{Claim::kNone,

@@ -29,8 +29,11 @@ std::string SeenBy(const Verification& seen) {
 std::string AfterSuccess(const Facts& facts, const Verdict& said) {
   if (said.outcome != Outcome::kDone) return said.headline;
   if (!facts.run.reboot_withheld.empty()) {
-    return Sentence("The system was not rebooted, because " +
-                    facts.run.reboot_withheld);
+    return Sentence(facts.run.was_continued
+                        ? "No reboot was requested, because " +
+                              facts.run.reboot_withheld
+                        : "The system was not rebooted, because " +
+                              facts.run.reboot_withheld);
   }
   return facts.reboot == Answer::kAccepted
              ? "The BMC accepted a reboot of the system."

@@ -24,8 +24,9 @@ std::string ResultText(const PhaseRun& phase) {
              : phase.phase == Phase::kVerification ? "ended"
              : phase.phase == Phase::kDownload     ? "downloaded"
              : phase.phase == Phase::kNone         ? "responded"
-             : phase.phase == Phase::kWatch        ? "responded"
-                                                   : "read";
+             : phase.phase == Phase::kWatch
+                 ? (phase.spans.empty() ? "continued" : "responded")
+                 : "read";
     case PhaseResult::kFailed:
       return "failed";
     case PhaseResult::kStaged:
