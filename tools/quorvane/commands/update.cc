@@ -16,7 +16,6 @@
 #include "logging/redact.h"
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
-#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/safe_file.h"
 #include "tools/quorvane/base/terminal.h"
 #include "tools/quorvane/base/text.h"
@@ -219,7 +218,8 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   Responses responses;
   if (!session.Probe()) return responses;
   std::optional<InventoryResult> inventory = ReadInventory(session, request);
-  if (session.MustStop() || session.run().login_refused == kHttpUnauthorized) {
+  if (session.MustStop() || session.run().login_refused != 0 ||
+      IsInventoryUnanswered(session.EndedRun())) {
     return responses;
   }
   RequireKnownTargets(options, inventory);

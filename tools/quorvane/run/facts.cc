@@ -168,6 +168,19 @@ bool HasSentRequest(const Run& run) {
       });
 }
 
+bool IsInventoryUnanswered(const Run& run) {
+  bool is_unanswered = false;
+  for (const PhaseRun& phase : run.phases) {
+    if (phase.phase != Phase::kInventory) continue;
+    for (const Span& span : phase.spans) {
+      if (span.kind != Span::Kind::kRequest) continue;
+      if (span.status != 0) return false;
+      is_unanswered = true;
+    }
+  }
+  return is_unanswered;
+}
+
 bool IsMissing(const ChangeRequest& request) {
   return request.status == kHttpNotFound ||
          request.status == kHttpMethodNotAllowed;

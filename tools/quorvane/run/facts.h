@@ -45,6 +45,10 @@ TaskEnd EndOf(const PhaseRun& task);
 /// Whether a request that can change the BMC left the host, at least in part.
 bool HasSentRequest(const Run& run);
 
+/// Whether the inventory was requested before the update, and the BMC answered
+/// none of these requests.
+bool IsInventoryUnanswered(const Run& run);
+
 /// Whether the BMC has no such endpoint.
 bool IsMissing(const ChangeRequest& request);
 

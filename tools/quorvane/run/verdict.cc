@@ -21,6 +21,15 @@ namespace {
 using Fate = ChangeRequest::Fate;
 using Outcome = Verdict::Outcome;
 
+Verdict InventoryForbidden(const Facts& facts) {
+  return {Outcome::kLoginRefused,
+          fmt::format("The BMC does not let the account read the inventory "
+                      "(HTTP {}), so nothing was uploaded.",
+                      kHttpForbidden),
+          {},
+          AfterForbiddenInventory(facts.run)};
+}
+
 Verdict LoginRefused(const Facts& facts) {
   const Run& run = facts.run;
   const bool was_accepted = run.items_read >= 0;
@@ -45,6 +54,15 @@ Verdict Unreachable(const Facts& facts) {
   return {Outcome::kUnreachable, "The BMC did not respond to any request.",
           facts.run.transfer_failure,
           "Check the address and the network, and that the BMC is powered on."};
+}
+
+Verdict InventoryUnanswered(const Facts& facts) {
+  return {Outcome::kUnreachable,
+          "The BMC responded at first, but not to the requests for the "
+          "inventory, so nothing was uploaded.",
+          Sentence(facts.run.transfer_failure),
+          "Check the network and the state of the BMC, then run the update "
+          "again."};
 }
 
 // What the BMC may continue to do after a run that was cut off.
@@ -481,6 +499,17 @@ constexpr std::array kRows = {
         ImageNotSent},
     Row{Claim::kNone, [](const Facts& f) { return f.run.is_not_needed; },
         NotNeeded},
+    Row{Claim::kNone,
+        [](const Facts& f) {
+          return f.image == Answer::kNone &&
+                 f.run.login_refused == kHttpForbidden;
+        },
+        InventoryForbidden},
+    Row{Claim::kNone,
+        [](const Facts& f) {
+          return f.image == Answer::kNone && IsInventoryUnanswered(f.run);
+        },
+        InventoryUnanswered},
     Row{Claim::kNone, [](const Facts& f) { return f.image == Answer::kNone; },
         NoImageRequest},
     Row{Claim::kTaskFailure,
