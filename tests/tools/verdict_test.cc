@@ -32,6 +32,10 @@ const Messages kScheduled = {"[RF-TASK] State: Scheduled",
 const Messages kActivating = {
     "Activation -- 1 URI(s) to try",
     "Trying activation URI: https://192.0.2.7/act (1/1)"};
+const Messages kPolledAgain = {
+    "[RF-UPDATE] Task created: /redfish/v1/TaskService/Tasks/1",
+    "[RF-UPDATE] Polling interval: 30s",
+    "[RF-TASK] Polling task (attempt 2/2)"};
 const Messages kShare = {"SimpleUpdate (online share) -- 1 URI(s) to try",
                          "Trying SimpleUpdate URI: https://192.0.2.7/su (1/1)"};
 const Messages kLost = {
@@ -408,6 +412,24 @@ INSTANTIATE_TEST_SUITE_P(
          kAccepted + kCompletion + kActivating +
              Messages{"Activation HTTP status: 0"} + kEnd,
          Outcome::kUnknown, "the response to its activation was lost"},
+        {"activation_continues_the_task_which_fails",
+         kAccepted + kCompletion + kActivating +
+             Messages{"Activation HTTP status: 200"} + kPolledAgain +
+             Messages{"[RF-TASK] State: Exception",
+                      "[RF-TASK] State: Exception  Result: Exception -- x"} +
+             kEnd,
+         Outcome::kFailed, "The task failed (state Exception)"},
+        {"activation_continues_the_task_which_does_not_end",
+         kAccepted + kCompletion + kActivating +
+             Messages{"Activation HTTP status: 200"} + kPolledAgain +
+             Messages{"[RF-TASK] State: Running"} + kEnd,
+         Outcome::kUnknown, "The task did not end within the time limit"},
+        {"activation_after_which_the_finished_task_is_deleted",
+         kAccepted + kCompletion + kActivating +
+             Messages{"Activation HTTP status: 200"} + kPolledAgain +
+             Messages{"Task returned 404 after reaching 100% -- Machine"} +
+             kRebooted + kEnd,
+         Outcome::kDone, "the system reboots"},
         {"share_rejected_then_uploaded",
          kStart + kShare +
              Messages{"SimpleUpdate HTTP status: 405",

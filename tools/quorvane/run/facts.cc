@@ -78,6 +78,11 @@ bool PromisesTask(const Run& run) {
       });
 }
 
+// Many BMCs delete a task some time after its end.
+bool IsGone(TaskEnd end) {
+  return end == TaskEnd::kGoneLate || end == TaskEnd::kGoneEarly;
+}
+
 // Why a reboot could do harm after `task`; nullptr if it cannot.
 const char* ReasonAgainstReboot(const PhaseRun& task) {
   switch (EndOf(task)) {
@@ -144,14 +149,17 @@ Facts FactsOf(const Run& run) {
     if (phase.phase != Phase::kTask || phase.task_of == Phase::kReboot) {
       continue;
     }
-    // The library polls the task of the upload again if the activation names
-    // none; that proves nothing about the activation.
-    if (std::find(polled.begin(), polled.end(), phase.uri) != polled.end()) {
-      continue;
-    }
-    polled.push_back(phase.uri);
-    facts.has_task = true;
     const TaskEnd end = EndOf(phase);
+    // The library polls the task of the upload again if the activation names
+    // none. A success of that task proves nothing about the activation, but
+    // the BMC can continue the task, which then ends in another way.
+    const bool is_polled_again =
+        std::find(polled.begin(), polled.end(), phase.uri) != polled.end();
+    if (is_polled_again && IsGone(end)) continue;
+    if (!is_polled_again) {
+      polled.push_back(phase.uri);
+      facts.has_task = true;
+    }
     facts.is_staged = facts.is_staged || end == TaskEnd::kStaged;
     if (facts.bad_task == nullptr && end != TaskEnd::kCompleted &&
         end != TaskEnd::kStaged) {
