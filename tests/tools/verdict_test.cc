@@ -44,6 +44,7 @@ const Messages kLost = {
     "Upload HTTP status: 0"};
 const Messages kInventoryLost = {
     "[tool] Run: update of 192.0.2.7 with firmware.blx",
+    "[tool] BMC: 192.0.2.7",
     "D [http] GET https://192.0.2.7/redfish/v1/",
     "D [http] GET https://192.0.2.7/redfish/v1/ -> HTTP 200",
     "[inventory] ========== INVENTORY FETCH START ==========",
