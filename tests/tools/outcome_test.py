@@ -78,6 +78,22 @@ ROWS = [
      "not rebooted", 1, 0),
     ("no_reboot_by_rules", {}, {"firmware_update/reboot/reboot_required": False},
      "", 4, "the rules require no reboot", 1, 0),
+    ("changes_without_a_reboot", {"versions_change_at": "completion",
+                                  "versions_change_after_seconds": 6}, {},
+     "--restart never --verify-timeout 30", 0, "updated (", 1, 0),
+    ("unreadable_member", {"faults": [{"path": NIC, "status": 500}]}, {}, "", 0,
+     "updated (", 1, 1),
+    ("member_unreadable_afterwards", {"faults": [
+        {"path": NIC, "status": 500, "after": 1}]}, {},
+     f"--target {BIOS}", 0, "updated (", 1, 1),
+    ("target_unreadable_afterwards", {"faults": [
+        {"path": NIC, "status": 500, "after": 1}]}, {},
+     f"--target {BIOS} --target {NIC}", 4, "not every target could be read", 1,
+     1),
+    ("only_a_backup_changed", {"firmware": {"members": [
+        {"id": "BIOS", "version": "1"},
+        {"id": "BIOS-Backup", "version": "1", "updated_version": "2"}]}}, {}, "",
+     4, "BIOS-Backup 1 -> 2", 1, 1),
     ("expected", {}, {}, "--expect BIOS=2.5.0 --expect BMC=1.1.0", 0,
      "updated (", 1, 1),
     ("not_as_expected", {}, {}, "--expect BIOS=9", 1, "mismatch (", 1, 1),
@@ -266,7 +282,7 @@ def compare_with_bmc(name, result, installed):
     if not bios:
         return
     changed = any(one["after"] not in (None, one["before"])
-                  for one in result["firmware"])
+                  for one in result["firmware"] if "Backup" not in one["uri"])
     expect(result["verdict"] != "updated" or changed, name, result)
     expect(result["verdict"] != "unchanged" or not changed, name, result)
     if installed is not None and bios[0]["after"] is not None:

@@ -225,9 +225,9 @@ Responses MakeCalls(RunSession& session, const UpdateOptions& options,
   RequireKnownTargets(options, inventory);
   RequireKnownExpectations(options, inventory);
   if (inventory && inventory->was_read) {
-    NoteVersionsBefore(session, inventory->items, options.targets);
     request.prefetched_inventory = std::move(inventory->items);
   }
+  NoteVersionsBefore(session, request.prefetched_inventory, options.targets);
   if (options.skip_if_current && IsCurrentBefore(session.run().firmware)) {
     session.Report("Not needed: every expected version is installed");
     return responses;

@@ -61,8 +61,10 @@ void RunBuilder::Dispatch(const Event& event) {
     case EventKind::kOther:
     case EventKind::kMembersFound:
       return;
-    case EventKind::kNoMembers:
     case EventKind::kMemberUnread:
+      run_.firmware.unread_before.push_back(event.uri);
+      return AddRemark(event);
+    case EventKind::kNoMembers:
     case EventKind::kProblem:
       return AddRemark(event);
     case EventKind::kRunTitle:
@@ -235,7 +237,7 @@ void RunBuilder::AddVerification(const Event& event) {
   Verification& seen = run_.verification;
   switch (event.kind) {
     case EventKind::kPhaseBegins:  // the library reads the inventory
-      seen.unread = 0;
+      seen.unread.clear();
       seen.is_empty = false;
       seen.status = -1;
       return;
@@ -249,7 +251,7 @@ void RunBuilder::AddVerification(const Event& event) {
       seen.status = event.status;
       return;
     case EventKind::kMemberUnread:
-      ++seen.unread;
+      seen.unread.push_back(event.uri);
       return;
     case EventKind::kNoMembers:
       seen.is_empty = true;

@@ -609,9 +609,8 @@ bool CanStillChange(const Run& run) {
   const Facts facts = FactsOf(run);
   switch (RowFor(facts).claim) {
     case Claim::kOpen:
+    case Claim::kSuccess:  // a BMC can restart its own firmware later
       return true;
-    case Claim::kSuccess:
-      return facts.reboot == Answer::kAccepted;
     case Claim::kCritical:
       return facts.reboot == Answer::kAccepted && NamesComponents(run.firmware);
     case Claim::kNone:
@@ -623,6 +622,12 @@ bool CanStillChange(const Run& run) {
   return false;
 }
 
+bool CanApplyPending(const Run& run) {
+  const Facts facts = FactsOf(run);
+  return facts.reboot == Answer::kAccepted ||
+         RowFor(facts).claim == Claim::kOpen;
+}
+
 Verdict JudgeRun(const Run& run) {
   if (auto logged = LoggedBy(run)) return *std::move(logged);
   if (!run.is_update && !run.was_interrupted && run.worker_failure.empty() &&
@@ -632,7 +637,8 @@ Verdict JudgeRun(const Run& run) {
   const Facts facts = FactsOf(run);
   const Row& row = RowFor(facts);
   Verdict verdict = JudgeByVersions(facts, row.claim, row.judge(facts));
-  const bool has_unfinished_reboot = !run.reboot_withheld.empty() &&
+  const bool has_unfinished_reboot = row.claim != Claim::kStaged &&
+                                     !run.reboot_withheld.empty() &&
                                      facts.image == Answer::kAccepted &&
                                      (verdict.outcome == Outcome::kUnknown ||
                                       verdict.outcome == Outcome::kFailed);
