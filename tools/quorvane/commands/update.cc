@@ -319,8 +319,11 @@ void NoteComponents(RunSession& session, const UpdateOptions& options) {
 
 ExitCode RunUpdate(UpdateOptions options) {
   if (options.dry_run) {
-    return RunPlan(
-        {.bmc = options.bmc, .image = options, .json = options.json});
+    return RunPlan({.bmc = options.bmc,
+                    .image = options,
+                    .json = options.json,
+                    .reboots = options.restart != RestartMode::kNever,
+                    .verify = options.verify});
   }
   PrepareFiles(options);
   std::optional<StandardOutputAsError> output;
