@@ -393,6 +393,38 @@ TEST(Drafting, PutsOnlyWhatTheBmcAdvertisesInTheLists) {
   }
 }
 
+// The reason for a key of the draft.
+std::string ReasonFor(const RulesDraft& draft, const std::string& key) {
+  std::string text;
+  for (const DraftReason& one : draft.reasons) {
+    if (one.key == key) text += one.reason;
+  }
+  return text;
+}
+
+TEST(Drafting, CallsNothingAbsentThatCouldNotBeRead) {
+  FakeBmc bmc;
+  bmc.at[kService].erase("MultipartHttpPushUri");
+  bmc.at[kSystem] = 500;
+  bmc.at["/FWUpdate"] = 503;
+  nlohmann::ordered_json base = InstalledRulesJson();
+  base["firmware_update"]["multipart_update"]["upload_uri"] = {"/none",
+                                                               "/FWUpdate"};
+  base["firmware_update"]["reboot"]["reboot_uri"] = {kReset};  // 404 to a GET
+  const RulesDraft draft = DraftOf(bmc, base);
+  const auto& update = draft.rules["firmware_update"];
+  EXPECT_EQ(Json(update["multipart_update"]["upload_uri"]),
+            Json::array({"/FWUpdate"}));
+  EXPECT_EQ(Json(update["reboot"]["reboot_uri"]), Json::array({kReset}));
+  for (const char* key : {"multipart_update.upload_uri", "reboot.reboot_uri"}) {
+    EXPECT_THAT(ReasonFor(draft, key), testing::HasSubstr("is not known"));
+  }
+  EXPECT_THAT(ReasonFor(draft, "reboot.reboot_uri"),
+              testing::HasSubstr("not all systems"));
+  EXPECT_THAT(ReasonFor(draft, "task_monitoring.task_states"),
+              testing::HasSubstr("has no task"));
+}
+
 TEST(Drafting, KeepsWhatIsPresentAndRebootsOnlyAsTheSystemAllows) {
   FakeBmc bmc;
   bmc.at[kService].erase("MultipartHttpPushUri");
