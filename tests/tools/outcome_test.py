@@ -257,6 +257,7 @@ def expect_same_events(name, reported):
               (HOME / f"{name}.events").read_text().splitlines()]
     for event in events:
         expect(datetime.datetime.fromisoformat(event["time"]).tzinfo, name, event)
+        expect(event["kind"] and event["phase"], name, event)
     kinds = [event["kind"] for event in events if event["kind"] != "bytes_sent"]
     expect(kinds == [event["kind"] for event in reported
                      if event["kind"] != "elapsed"], name, kinds)
