@@ -20,11 +20,14 @@ import sys
 import tempfile
 import urllib.request
 
+import jsonschema
 from simulated import Machine, finish, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="outcome-")
 HOME = pathlib.Path(WORK.name)
+SCHEMA = json.loads(
+    (SOURCE / "tools/quorvane/commands/result.schema.json").read_text())
 FIRMWARE = "/redfish/v1/UpdateService/FirmwareInventory"
 BIOS = FIRMWARE + "/BIOS"
 SHARE = f"--image nfs://192.0.2.9/fw --target {BIOS} --no-download"
@@ -235,6 +238,8 @@ def report(log):
 def judge_thrice(name, printed):
     """The verdict is the same however it is judged."""
     result = json.loads((HOME / f"{name}.result").read_text())
+    errors = list(jsonschema.Draft202012Validator(SCHEMA).iter_errors(result))
+    expect(not errors, name, errors)
     log = HOME / f"{name}.log"
     without = HOME / f"{name}.without"
     without.write_text("".join(

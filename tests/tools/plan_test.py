@@ -26,6 +26,8 @@ SCENARIOS = {path.stem: {key: value for key, value in
              for path in (SOURCE / "simulator/scenarios").glob("*.json")}
 SCHEMA = json.loads(
     (SOURCE / "tools/quorvane/redfish/plan.schema.json").read_text())
+TASKS_SCHEMA = json.loads(
+    (SOURCE / "tools/quorvane/redfish/tasks.schema.json").read_text())
 INVENTORY = "/redfish/v1/UpdateService/FirmwareInventory"
 BIOS = INVENTORY + "/BIOS"
 ACTION = "/redfish/v1/UpdateService/Actions/UpdateService.SimpleUpdate"
@@ -246,6 +248,10 @@ def tasks():
         foreign = with_login("task https://192.0.2.9/Tasks/1", bmc, "")
         document = json.loads(with_login("tasks", bmc, "--json").stdout)
         one = json.loads(with_login(f"task {uri}", bmc, "--json").stdout)
+    for schema, instance in ((TASKS_SCHEMA, document),
+                             (TASKS_SCHEMA["properties"]["tasks"]["items"],
+                              one)):
+        jsonschema.Draft202012Validator(schema).validate(instance)
     expect((none.returncode, none.stdout) == (0, "No tasks.\n"), none)
     expect(uri in listed.stdout and "Exception" in listed.stdout, listed)
     expect("Critical" in shown.stdout and "\\x1b[31m is broken" in shown.stdout,
@@ -301,5 +307,6 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(plan_row, *row) for row in ROWS]
     futures += [pool.submit(plan_scenario, name) for name in SCENARIOS]
     futures += [pool.submit(draft, name) for name in SCENARIOS]
-    futures += [pool.submit(tasks), pool.submit(draft_without_update_service)]
+    futures += [pool.submit(one) for one in (
+        tasks, dry_run, draft_with_errors, draft_without_update_service)]
 finish(futures, faults)
