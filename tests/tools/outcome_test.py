@@ -235,11 +235,15 @@ def report(log):
     return json.loads(done.stdout)
 
 
+def expect_valid(name, document):
+    errors = list(jsonschema.Draft202012Validator(SCHEMA).iter_errors(document))
+    expect(not errors, name, errors)
+
+
 def judge_thrice(name, printed):
     """The verdict is the same however it is judged."""
     result = json.loads((HOME / f"{name}.result").read_text())
-    errors = list(jsonschema.Draft202012Validator(SCHEMA).iter_errors(result))
-    expect(not errors, name, errors)
+    expect_valid(name, result)
     log = HOME / f"{name}.log"
     without = HOME / f"{name}.without"
     without.write_text("".join(
@@ -344,6 +348,7 @@ def print_json():
                            stderr=subprocess.PIPE)
             printed, progress = update.communicate(timeout=100)
         document = json.loads(printed)
+        expect_valid(name, document)
         expect(update.returncode == code == document["exit_code"], name, document)
         expect(document == json.loads((HOME / f"{name}.result").read_text()),
                name, document)
