@@ -20,11 +20,14 @@ import sys
 import tempfile
 import urllib.request
 
+import jsonschema
 from simulated import Machine, finish, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="outcome-")
 HOME = pathlib.Path(WORK.name)
+SCHEMA = json.loads(
+    (SOURCE / "tools/quorvane/commands/result.schema.json").read_text())
 FIRMWARE = "/redfish/v1/UpdateService/FirmwareInventory"
 BIOS = FIRMWARE + "/BIOS"
 SHARE = f"--image nfs://192.0.2.9/fw --target {BIOS} --no-download"
@@ -78,6 +81,22 @@ ROWS = [
      "not rebooted", 1, 0),
     ("no_reboot_by_rules", {}, {"firmware_update/reboot/reboot_required": False},
      "", 4, "the rules require no reboot", 1, 0),
+    ("changes_without_a_reboot", {"versions_change_at": "completion",
+                                  "versions_change_after_seconds": 6}, {},
+     "--restart never --verify-timeout 30", 0, "updated (", 1, 0),
+    ("unreadable_member", {"faults": [{"path": NIC, "status": 500}]}, {}, "", 0,
+     "updated (", 1, 1),
+    ("member_unreadable_afterwards", {"faults": [
+        {"path": NIC, "status": 500, "after": 1}]}, {},
+     f"--target {BIOS}", 0, "updated (", 1, 1),
+    ("target_unreadable_afterwards", {"faults": [
+        {"path": NIC, "status": 500, "after": 1}]}, {},
+     f"--target {BIOS} --target {NIC}", 4, "not every target could be read", 1,
+     1),
+    ("only_a_backup_changed", {"firmware": {"members": [
+        {"id": "BIOS", "version": "1"},
+        {"id": "BIOS-Backup", "version": "1", "updated_version": "2"}]}}, {}, "",
+     4, "BIOS-Backup 1 -> 2", 1, 1),
     ("expected", {}, {}, "--expect BIOS=2.5.0 --expect BMC=1.1.0", 0,
      "updated (", 1, 1),
     ("not_as_expected", {}, {}, "--expect BIOS=9", 1, "mismatch (", 1, 1),
@@ -166,8 +185,12 @@ ROWS = [
         fault("upload", first=1, status=503),
         fault("upload", status=400, body=REASON)]}, {}, "", 1,
      "returned HTTP 400, 3 times: This image is for another model.", 0, 0),
-    ("forbidden_then_too_large", {"upload": {"max_bytes": 10}, "faults": [
-        fault("inventory", status=403)]}, {}, "", 1, "returned HTTP 413", 0, 0),
+    ("inventory_forbidden", {"faults": [fault("inventory", status=403)]}, {},
+     "", 3, "login refused (", 0, 0),
+    ("inventory_unanswered", {"faults": [fault("inventory", fault="drop")]}, {},
+     "", 3, "unreachable (", 0, 0),
+    ("inventory_missing", {"faults": [fault("inventory", status=404)]}, {}, "",
+     4, "was not read before the update", 1, 1),
     ("upload_forbidden", {"faults": [fault("upload", status=403)]}, {}, "", 1,
      "privilege to update firmware", 0, 0),
     ("login_refused_by_upload", {"faults": [fault("upload", status=401)]}, {},
@@ -212,9 +235,15 @@ def report(log):
     return json.loads(done.stdout)
 
 
+def expect_valid(name, document):
+    errors = list(jsonschema.Draft202012Validator(SCHEMA).iter_errors(document))
+    expect(not errors, name, errors)
+
+
 def judge_thrice(name, printed):
     """The verdict is the same however it is judged."""
     result = json.loads((HOME / f"{name}.result").read_text())
+    expect_valid(name, result)
     log = HOME / f"{name}.log"
     without = HOME / f"{name}.without"
     without.write_text("".join(
@@ -237,6 +266,7 @@ def expect_same_events(name, reported):
               (HOME / f"{name}.events").read_text().splitlines()]
     for event in events:
         expect(datetime.datetime.fromisoformat(event["time"]).tzinfo, name, event)
+        expect(event["kind"] and event["phase"], name, event)
     kinds = [event["kind"] for event in events if event["kind"] != "bytes_sent"]
     expect(kinds == [event["kind"] for event in reported
                      if event["kind"] != "elapsed"], name, kinds)
@@ -262,7 +292,7 @@ def compare_with_bmc(name, result, installed):
     if not bios:
         return
     changed = any(one["after"] not in (None, one["before"])
-                  for one in result["firmware"])
+                  for one in result["firmware"] if "Backup" not in one["uri"])
     expect(result["verdict"] != "updated" or changed, name, result)
     expect(result["verdict"] != "unchanged" or not changed, name, result)
     if installed is not None and bios[0]["after"] is not None:
@@ -318,6 +348,7 @@ def print_json():
                            stderr=subprocess.PIPE)
             printed, progress = update.communicate(timeout=100)
         document = json.loads(printed)
+        expect_valid(name, document)
         expect(update.returncode == code == document["exit_code"], name, document)
         expect(document == json.loads((HOME / f"{name}.result").read_text()),
                name, document)

@@ -26,6 +26,8 @@ SCENARIOS = {path.stem: {key: value for key, value in
              for path in (SOURCE / "simulator/scenarios").glob("*.json")}
 SCHEMA = json.loads(
     (SOURCE / "tools/quorvane/redfish/plan.schema.json").read_text())
+TASKS_SCHEMA = json.loads(
+    (SOURCE / "tools/quorvane/redfish/tasks.schema.json").read_text())
 INVENTORY = "/redfish/v1/UpdateService/FirmwareInventory"
 BIOS = INVENTORY + "/BIOS"
 ACTION = "/redfish/v1/UpdateService/Actions/UpdateService.SimpleUpdate"
@@ -71,6 +73,11 @@ ROWS = [
      ["inventory_incomplete"]),
     ("systems_lost", at("/redfish/v1/Systems", status=500), FILE,
      {"firmware_update/reboot/reboot_uri": ["/redfish/v1/Other"]}, 0, [], []),
+    ("tasks_refused", at("/redfish/v1/TaskService", status=401), FILE, {}, 0,
+     [], ["resources_refused"]),
+    ("two_refused", {"faults": [
+        {"path": "/redfish/v1/TaskService", "status": 401},
+        {"path": "/redfish/v1/Chassis", "status": 401}]}, FILE, {}, 3, [], []),
     ("system_off", {"power_state": "Off"}, FILE, {}, 0, [], ["system_off"]),
     ("no_graceful_restart", {"reset_types": ["ForceRestart"]}, FILE, {}, 1,
      ["graceful_restart_not_allowed"], []),
@@ -241,6 +248,10 @@ def tasks():
         foreign = with_login("task https://192.0.2.9/Tasks/1", bmc, "")
         document = json.loads(with_login("tasks", bmc, "--json").stdout)
         one = json.loads(with_login(f"task {uri}", bmc, "--json").stdout)
+    for schema, instance in ((TASKS_SCHEMA, document),
+                             (TASKS_SCHEMA["properties"]["tasks"]["items"],
+                              one)):
+        jsonschema.Draft202012Validator(schema).validate(instance)
     expect((none.returncode, none.stdout) == (0, "No tasks.\n"), none)
     expect(uri in listed.stdout and "Exception" in listed.stdout, listed)
     expect("Critical" in shown.stdout and "\\x1b[31m is broken" in shown.stdout,
@@ -250,6 +261,36 @@ def tasks():
     expect(document["is_complete"] and document["tasks"] == [one], document)
     expect(one["state"] == "Exception" and not one["is_running"]
            and one["messages"][0]["message_id"] == "Update.1.0.Bad", one)
+
+
+def dry_run():
+    """The plan of an update covers its options."""
+    rules = write_rules(SOURCE, HOME / "dry.json", {
+        "firmware_update/reboot/reboot_uri": ["/redfish/v1/Other"]})
+    with Machine(TOOL, HOME, "dry", {}) as bmc:
+        never, other, quick = (
+            json.loads(with_login(
+                "update --dry-run --json", bmc,
+                f"{FILE} --rules {rules} {options}").stdout)
+            for options in ("--restart never", "", "--verify-timeout 1"))
+    reads_only("dry", bmc)
+    expect(not never["findings"] and "Reboot" not in
+           [one["phase"] for one in never["phases"]], never)
+    expect([one["code"] for one in other["findings"]] == ["reset_uri_absent"],
+           other)
+    expect(other["time"]["longest_seconds"] ==
+           quick["time"]["longest_seconds"] + 1199, other, quick)
+
+
+def draft_with_errors():
+    rules = write_rules(SOURCE, HOME / "harmful.json", {
+        "firmware_update/multipart_update/upload_rules/500": "track_task"})
+    output = HOME / "harmful.draft.json"
+    with Machine(TOOL, HOME, "harmful", {}) as bmc:
+        done = with_login("rules draft", bmc,
+                          f"--rules {rules} --force --output {output}")
+    expect(done.returncode == 1 and not output.exists()
+           and "was not written" in done.stderr, done)
 
 
 def draft_without_update_service():
@@ -266,5 +307,6 @@ with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(plan_row, *row) for row in ROWS]
     futures += [pool.submit(plan_scenario, name) for name in SCENARIOS]
     futures += [pool.submit(draft, name) for name in SCENARIOS]
-    futures += [pool.submit(tasks), pool.submit(draft_without_update_service)]
+    futures += [pool.submit(one) for one in (
+        tasks, dry_run, draft_with_errors, draft_without_update_service)]
 finish(futures, faults)

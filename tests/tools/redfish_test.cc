@@ -236,6 +236,9 @@ TEST(Planning, CountsOnlyThePhasesThatTakePlace) {
           .longest_seconds;
   EXPECT_GT(target, file);
   EXPECT_LT(share, file);
+  EXPECT_EQ(PlanOf(bmc, {.bmc = "b", .rules = rules, .verify_seconds = 9})
+                .longest_seconds,
+            file + 9);
   rules.reboot_required = false;
   EXPECT_LT(PlanOf(bmc, {.bmc = "b", .rules = rules}).longest_seconds, file);
 }
@@ -279,6 +282,42 @@ TEST(PlanFindings, ABlockerNeedsAFactOfTheBmc) {
     // The same fact, but its resource cannot be read.
     bmc.at[row.uri] = 500;
     EXPECT_FALSE(PlanOf(bmc, request).HasBlocker()) << row.value;
+  }
+}
+
+// Some BMCs return 404 for a GET of an action.
+TEST(PlanFindings, A404OfAnActionIsFinalOnlyIfEverySystemWasRead) {
+  FakeBmc bmc;
+  bmc.SetMembers("/redfish/v1/Systems", {kSystem, "/redfish/v1/Systems/2"});
+  bmc.at["/redfish/v1/Systems/2"] = {{"PowerState", "On"}};
+  Config rules = Rules();
+  rules.reboot_uri = {"/redfish/v1/Systems/2/Reset"};
+  EXPECT_TRUE(PlanOf(bmc, {.bmc = "b", .rules = rules}).HasBlocker());
+  bmc.at["/redfish/v1/Systems/2"] = 500;
+  const Plan plan = PlanOf(bmc, {.bmc = "b", .rules = rules});
+  EXPECT_FALSE(plan.HasBlocker());
+  EXPECT_EQ(PhasesOf(plan).back(), "Reboot: unknown");
+}
+
+TEST(PlanFindings, AResourceThatTheAccountMayNotReadIsAWarning) {
+  FakeBmc bmc;
+  bmc.at["/redfish/v1/TaskService"] = 401;
+  const Plan plan = PlanOf(bmc, {.bmc = "b", .rules = Rules()});
+  ASSERT_EQ(plan.findings.size(), 1U);
+  EXPECT_EQ(plan.findings[0].code, "resources_refused");
+  EXPECT_THAT(plan.findings[0].message,
+              testing::HasSubstr("read /redfish/v1/TaskService (HTTP 401"));
+}
+
+// DSP2046, TaskState.
+TEST(BmcTasks, RunUntilAFinalState) {
+  for (const char* state :
+       {"New", "Starting", "Running", "Suspended", "Interrupted", "Pending",
+        "Stopping", "Service", "Cancelling"}) {
+    EXPECT_TRUE(TaskFrom("/t", {{"TaskState", state}}).IsRunning()) << state;
+  }
+  for (const char* state : {"Completed", "Killed", "Exception", "Cancelled"}) {
+    EXPECT_FALSE(TaskFrom("/t", {{"TaskState", state}}).IsRunning()) << state;
   }
 }
 
@@ -352,6 +391,38 @@ TEST(Drafting, PutsOnlyWhatTheBmcAdvertisesInTheLists) {
     EXPECT_EQ(reason.must_be_checked, reason.key == "activation.activation_uri")
         << reason.key;
   }
+}
+
+// The reason for a key of the draft.
+std::string ReasonFor(const RulesDraft& draft, const std::string& key) {
+  std::string text;
+  for (const DraftReason& one : draft.reasons) {
+    if (one.key == key) text += one.reason;
+  }
+  return text;
+}
+
+TEST(Drafting, CallsNothingAbsentThatCouldNotBeRead) {
+  FakeBmc bmc;
+  bmc.at[kService].erase("MultipartHttpPushUri");
+  bmc.at[kSystem] = 500;
+  bmc.at["/FWUpdate"] = 503;
+  nlohmann::ordered_json base = InstalledRulesJson();
+  base["firmware_update"]["multipart_update"]["upload_uri"] = {"/none",
+                                                               "/FWUpdate"};
+  base["firmware_update"]["reboot"]["reboot_uri"] = {kReset};  // 404 to a GET
+  const RulesDraft draft = DraftOf(bmc, base);
+  const auto& update = draft.rules["firmware_update"];
+  EXPECT_EQ(Json(update["multipart_update"]["upload_uri"]),
+            Json::array({"/FWUpdate"}));
+  EXPECT_EQ(Json(update["reboot"]["reboot_uri"]), Json::array({kReset}));
+  for (const char* key : {"multipart_update.upload_uri", "reboot.reboot_uri"}) {
+    EXPECT_THAT(ReasonFor(draft, key), testing::HasSubstr("is not known"));
+  }
+  EXPECT_THAT(ReasonFor(draft, "reboot.reboot_uri"),
+              testing::HasSubstr("not all systems"));
+  EXPECT_THAT(ReasonFor(draft, "task_monitoring.task_states"),
+              testing::HasSubstr("has no task"));
 }
 
 TEST(Drafting, KeepsWhatIsPresentAndRebootsOnlyAsTheSystemAllows) {

@@ -17,8 +17,10 @@ import jsonschema
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 RULES = json.loads(subprocess.check_output([TOOL, "rules", "schema"]))
 SCENARIO = json.loads((SOURCE / "simulator/scenario.schema.json").read_text())
-PLAN = json.loads(
-    (SOURCE / "tools/quorvane/redfish/plan.schema.json").read_text())
+DOCUMENTS = [json.loads((SOURCE / "tools/quorvane" / path).read_text())
+             for path in ("redfish/plan.schema.json",
+                          "redfish/tasks.schema.json",
+                          "commands/result.schema.json")]
 INSTALLED = json.loads((SOURCE / "config/brindle.config.json").read_text())
 
 # Mistakes in the installed rules: path and value. None removes the key.
@@ -72,7 +74,7 @@ def check(schema, what, instance, must_be_valid):
         faults.append(f"{what}: {errors or 'must be invalid'}")
 
 
-for one in (RULES, SCENARIO, PLAN):
+for one in (RULES, SCENARIO, *DOCUMENTS):
     assert one["$schema"].endswith("/2020-12/schema"), one["$schema"]
     jsonschema.Draft202012Validator.check_schema(one)
 check(RULES, "config", INSTALLED, True)

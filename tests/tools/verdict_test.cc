@@ -43,6 +43,14 @@ const Messages kLost = {
     "E [http] Multipart POST failed: Timeout was reached "
     "url=https://192.0.2.7/up1",
     "Upload HTTP status: 0"};
+const Messages kInventoryLost = {
+    "[tool] Run: update of 192.0.2.7 with firmware.blx",
+    "[tool] BMC: 192.0.2.7",
+    "D [http] GET https://192.0.2.7/redfish/v1/",
+    "D [http] GET https://192.0.2.7/redfish/v1/ -> HTTP 200",
+    "[inventory] ========== INVENTORY FETCH START ==========",
+    "[inventory] GET collection: https://192.0.2.7/x (URI 1/1)",
+    "E [http] GET failed: Server returned nothing url=https://192.0.2.7/x"};
 const std::string kTask = "[RF-TASK] Task ID: 1\nResponse body:\n";
 const std::string kTooLarge =
     R"({"error": {"message": "See ExtendedInfo.", "@Message.ExtendedInfo": )"
@@ -309,6 +317,24 @@ INSTANTIATE_TEST_SUITE_P(
              "E [inventory] Authentication failed (HTTP 401 Unauthorized)"} +
              kEnd,
          Outcome::kLoginRefused, "HTTP 401", "can lock the account"},
+        {"inventory_forbidden",
+         Messages{"[tool] Run: update of 192.0.2.7 with firmware.blx",
+                  "[inventory] ========== INVENTORY FETCH START ==========",
+                  "[inventory] Collection HTTP status: 403 (used URI: /x)",
+                  "E [inventory] Access denied (HTTP 403 Forbidden)"} +
+             kEnd,
+         Outcome::kLoginRefused, "so nothing was uploaded",
+         "privileges to read the inventory"},
+        {"inventory_unanswered", kInventoryLost + kEnd, Outcome::kUnreachable,
+         "inventory, so nothing was uploaded. GET failed: Server returned"},
+        {"inventory_answered_once",
+         kInventoryLost +
+             Messages{
+                 "[inventory] GET collection: https://192.0.2.7/x (URI 1/1)",
+                 "[inventory] Collection HTTP status: 503 (used URI: "
+                 "/x)"} +
+             kEnd,
+         Outcome::kFailed, "ended before it sent a request"},
         {"inventory_forbidden_upload_too_large",
          Messages{"========== FIRMWARE UPDATE START ==========",
                   "[inventory] ========== INVENTORY FETCH START ==========",

@@ -28,6 +28,14 @@ FirmwareMember Member(const std::string& id, const char* before,
   return member;
 }
 
+FirmwareMember Named(const std::string& id, const char* name,
+                     const char* before, const char* after,
+                     bool is_targeted = false) {
+  FirmwareMember member = Member(id, before, after, is_targeted);
+  member.name = name;
+  return member;
+}
+
 struct EvidenceCase {
   const char* name;
   Firmware firmware;
@@ -119,11 +127,87 @@ INSTANTIATE_TEST_SUITE_P(
         {"expected_but_another_target_unchanged",
          {{Member("A", "1", "2"), Member("B", "1", "1", true)}, {{"A", "2"}}},
          Evidence::kPartly},
+        {"only_a_backup_changed",
+         {{Member("A", "1", "1"), Member("A-Backup", "0", "1")}},
+         Evidence::kUnchanged},
+        {"a_backup_by_its_name_changed",
+         {{Named("B", "Golden BIOS image", "1", "2"),
+           Named("C", "BMC (RollBack)", "1", "2"),
+           Named("Previous-159-1.2", "BIOS", "1", "2")}},
+         Evidence::kUnchanged},
+        {"names_that_only_look_like_a_backup",
+         {{Member("Backplane_1", "1", "2")}},
+         Evidence::kUpdated,
+         true},
+        {"targeted_backup_changed",
+         {{Member("A", "1", "1"), Member("BackupBIOS", "1", "2", true)}},
+         Evidence::kUpdated,
+         true},
+        {"expected_backup_changed",
+         {{Member("BIOSBackup", "1", "2")}, {{"BIOSBackup", "2"}}},
+         Evidence::kUpdated,
+         true},
+        {"expected_pending",
+         {{Member("A", "1", "1"), Member("A-Pending", "1", "2")},
+          {{"A-Pending", "2"}}},
+         Evidence::kPending,
+         true},
+        {"pending_of_the_target",
+         {{Member("A", "1", "1", true), Member("PendingA", nullptr, "2")}},
+         Evidence::kPending,
+         true},
+        {"pending_of_the_target_by_its_name",
+         {{Named("Installed-7-1", "BIOS", "1", "1", true),
+           Named("Staged-7-2", "BIOS", nullptr, "2")}},
+         Evidence::kPending,
+         true},
+        {"pending_of_another_component",
+         {{Member("A", "1", "1", true), Member("B-Pending", nullptr, "2")}},
+         Evidence::kUnchanged},
+        {"pending_of_any_component",
+         {{Member("A", "1", "1", true), Member("Pending", nullptr, "2")}},
+         Evidence::kPending,
+         true},
+        {"pending_that_could_not_be_read_before",
+         {{Member("A", "1", "1"), Member("A-Pending", nullptr, "2")},
+          {},
+          {},
+          {"/f/A-Pending"}},
+         Evidence::kUnchanged},
+        {"target_not_read_again",
+         {{Member("A", "1", nullptr, true), Member("B", "1", "1")}},
+         Evidence::kNone},
+        {"target_not_read_again_and_another_changed",
+         {{Member("A", "1", nullptr, true), Member("B", "1", "2")}},
+         Evidence::kPartly},
+        {"expected_not_read_again_and_another_changed",
+         {{Member("A", "1", nullptr), Member("B", "1", "2")}, {{"A", "2"}}},
+         Evidence::kPartly},
+        {"expected_before_but_not_every_target_is_expected",
+         {{Member("A", "2", "2"), Member("B", "1", "1", true)}, {{"A", "2"}}},
+         Evidence::kUnchanged},
+        {"expected_target_without_an_inventory_before",
+         {{Member("A", nullptr, "2")}, {{"A", "2"}}, {"/f/A"}},
+         Evidence::kUpdated,
+         true},
+        {"another_target_without_an_inventory_before",
+         {{Member("A", nullptr, "2")}, {{"A", "2"}}, {"/f/B"}},
+         Evidence::kPartly},
         {"expected_member_that_does_not_exist",
          {{Member("A", "1", "1")}, {{"Z", "2"}}},
          Evidence::kUnchanged},
     }),
     [](const auto& row) { return row.param.name; });
+
+TEST(Expectations, AreMetBeforeOnlyIfTheyCoverEveryTarget) {
+  const FirmwareMember met = Member("A", "2", nullptr);
+  EXPECT_TRUE(IsCurrentBefore({{met}, {{"A", "2"}}}));
+  EXPECT_TRUE(
+      IsCurrentBefore({{Member("A", "2", nullptr, true)}, {{"A", "2"}}}));
+  EXPECT_FALSE(
+      IsCurrentBefore({{met, Member("B", "1", nullptr, true)}, {{"A", "2"}}}));
+  EXPECT_FALSE(IsCurrentBefore({{met}, {{"A", "2"}}, {"/f/B"}}));
+}
 
 TEST(Expectations, NeedANameAndAVersion) {
   for (const char* wrong : {"", "A", "A=", "=1"}) {
@@ -142,6 +226,12 @@ Messages VersionLines(const char* when, const char* bios, const char* nic,
     lines.push_back(fmt::format("[tool] Firmware {}: {}", when, member.dump()));
   }
   return lines;
+}
+
+Messages MemberLine(const char* when, const char* id, const char* version) {
+  return {fmt::format(R"([tool] Firmware {}: {{"uri": "/f/{}", )"
+                      R"("version": "{}"}})",
+                      when, id, version)};
 }
 
 const Messages kBefore = kStart + VersionLines("before", "1", "5");
@@ -211,13 +301,29 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kUpdated, "BIOS 1 -> 2, NIC 5 -> 6"},
         {"success_pending",
          kBefore + kDone + kBegins + VersionLines("after", "1", "5") +
-             Messages{R"([tool] Firmware after: {"uri": "/f/BIOS-pending", )"
-                      R"("version": "2"})"} +
-             kOver,
+             MemberLine("after", "BIOS-pending", "2") + kOver,
          Outcome::kStaged, "lists firmware that the next reboot"},
         {"success_unchanged", kBefore + kDone + kSame, Outcome::kUnchanged,
          "no version has changed. The BMC accepted a reboot of the system. "
          "The time limit is over."},
+        {"success_unchanged_except_a_backup",
+         kBefore + MemberLine("before", "BIOS-backup", "0") + kDone + kBegins +
+             VersionLines("after", "1", "5") +
+             MemberLine("after", "BIOS-backup", "1") + kOver,
+         Outcome::kUnchanged,
+         "Not counted, because it is an image that does "
+         "not run, or is for another component: BIOS-backup 0 -> 1."},
+        {"success_unchanged_as_far_as_readable",
+         kBefore + kDone + kBegins +
+             Messages{"W [inventory] GET member failed: /f/X (HTTP 500)"} +
+             VersionLines("after", "1", "5") + kOver,
+         Outcome::kUnchanged,
+         "Not compared, because the BMC did not return it: /f/X."},
+        {"success_target_not_readable",
+         kTargeted + kDone + kBegins +
+             Messages{"W [inventory] GET member failed: /f/NIC (HTTP 500)"} +
+             MemberLine("after", "BIOS", "2") + kOver,
+         Outcome::kUnknown, "not every target could be read. Changed: BIOS"},
         {"success_without_evidence", kBefore + kDone + kNoAnswer,
          Outcome::kUnknown,
          "The time limit is over. Last check: the inventory returned HTTP 503"},
@@ -234,8 +340,12 @@ INSTANTIATE_TEST_SUITE_P(
         {"staged_unchanged", kBefore + kScheduledTask + kNever + kSame,
          Outcome::kStaged, "next reboot of the system applies it. No version"},
         {"staged_without_evidence",
-         kBefore + kScheduledTask + kNever + kNoAnswer, Outcome::kStaged,
-         "HTTP 503"},
+         kBefore + kScheduledTask + kNever + kNoAnswer, Outcome::kUnknown,
+         "waits for a reboot of the system, but the versions could not"},
+        {"staged_and_partly_updated",
+         kTargeted + kScheduledTask + kNever + kUpdated, Outcome::kUnknown,
+         "some versions have changed already, and not every target has "
+         "another version than before. Changed: BIOS 1 -> 2."},
         {"gone_updated", kBefore + kGone + kUpdated, Outcome::kUpdated,
          "BIOS 1 -> 2. The task disappeared"},
         {"gone_unchanged", kBefore + kGone + kSame, Outcome::kUnknown,

@@ -104,7 +104,7 @@ ReadResult ReadFrom(const std::vector<std::string>& uris,
           throw std::runtime_error("GET failed: lost");
         }
         Response response;
-        response.status_code = 200;
+        response.status_code = uri.rfind("/401", 0) == 0 ? 401 : 200;
         response.body = uri == "/large"
                             ? std::string(kMaxReadBodyBytes + 1, 'x')
                         : uri == "/medium" ? std::string(kMaxReadBodyBytes, 'x')
@@ -143,6 +143,19 @@ TEST(Reading, LeavesOutALongBodyAndWhatExceedsTheResult) {
   EXPECT_EQ(result.resources[0].body, "");
   EXPECT_EQ(result.resources[3].body.size(), kMaxReadBodyBytes);
   EXPECT_EQ(result.resources[4].reason, "the response is too long");
+}
+
+TEST(Reading, StopsWhenTheBmcRefusesTheLoginAndNotOnlyAResource) {
+  const std::string root = "/redfish/v1/";
+  std::vector<std::string> requested;
+  ReadResult result = ReadFrom({root, "/401", "/a"}, requested);
+  EXPECT_THAT(requested, testing::ElementsAre(root, "/401"));
+  EXPECT_EQ(result.resources[2].reason,
+            "not requested: the BMC refused the login");
+  requested.clear();
+  result = ReadFrom({"/a", "/401", "/b", "/401b", "/c"}, requested);
+  EXPECT_THAT(requested, testing::ElementsAre("/a", "/401", "/b", "/401b"));
+  EXPECT_EQ(result.resources[1].status, 401);
 }
 
 TEST(Reading, StopsWhenTheBmcStopsRespondingOrTheTimeIsUp) {

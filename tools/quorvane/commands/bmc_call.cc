@@ -104,12 +104,16 @@ const InventoryRequest& BmcCall::Connect() {
 std::vector<Resource> BmcCall::Read(const std::vector<std::string>& uris,
                                     double limit_seconds) {
   const InventoryRequest& request = Connect();
-  auto result = std::get<ReadResult>(MakeCall(ReadCall{
-      .request = request, .uris = uris, .limit_seconds = limit_seconds}));
+  auto result =
+      std::get<ReadResult>(MakeCall(ReadCall{.request = request,
+                                             .uris = uris,
+                                             .limit_seconds = limit_seconds,
+                                             .login = login_}));
   std::vector<Resource> resources;
   resources.reserve(result.resources.size());
   for (ReadResource& one : result.resources) {
-    if (one.status == kHttpUnauthorized) throw LoginRefused(options_);
+    login_.Note(one.uri, one.status);
+    if (login_.IsRefused()) throw LoginRefused(options_);
     resources.push_back({.uri = std::move(one.uri),
                          .status = one.status,
                          .body = std::move(one.body),

@@ -46,7 +46,8 @@ class BmcCall {
 
   /// Reads resources.
   /// @param limit_seconds  See `ReadCall`.
-  /// @throws ToolError also if the BMC refuses the login (HTTP 401).
+  /// @throws ToolError also if the BMC refuses the login: the first HTTP 401,
+  ///     or the second one if it accepted the account for a resource before.
   std::vector<Resource> Read(const std::vector<std::string>& uris,
                              double limit_seconds);
 
@@ -67,6 +68,7 @@ class BmcCall {
   std::optional<RunLog> log_ = {};
   std::unique_ptr<Signals> signals_ = {};
   std::optional<InventoryRequest> request_ = {};
+  LoginState login_ = {};
 };
 
 /// Reads the resources of a BMC, for all of them together within a time limit.

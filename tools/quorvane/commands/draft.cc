@@ -53,12 +53,31 @@ void PrintReasons(const std::vector<DraftReason>& reasons) {
   }
 }
 
-// The draft keeps what the base rules contain, so it can also keep a fault.
-void PrintFindings(const std::string& document, const std::string& name) {
-  for (const Finding& finding : CheckRules(document)) {
-    fmt::print(stderr, "{}\n",
-               LineOf(finding, name, ShowsColors(STDERR_FILENO)));
+void PrintRefused(const std::vector<std::string>& uris) {
+  for (const std::string& uri : uris) {
+    PrintMessage(
+        fmt::format("The BMC does not let the account read {} (HTTP 401 or "
+                    "403), so the draft does not consider it.",
+                    uri));
   }
+}
+
+// The draft keeps what the base rules contain, so it can also keep a fault.
+void RequireValid(const std::string& document, const DraftOptions& options) {
+  const std::vector<Finding> findings = CheckRules(document);
+  for (const Finding& finding : findings) {
+    fmt::print(
+        stderr, "{}\n",
+        LineOf(finding, options.output.empty() ? "draft" : options.output,
+               ShowsColors(STDERR_FILENO)));
+  }
+  if (!HasErrors(findings)) return;
+  throw ToolError(
+      ExitCode::kFailed,
+      fmt::format("The draft for {} has errors, so it was not written. They "
+                  "come from the base rules: correct those, or use others with "
+                  "--rules.",
+                  options.bmc.bmc));
 }
 
 ExitCode RunDraft(const DraftOptions& options) {
@@ -87,7 +106,8 @@ ExitCode RunDraft(const DraftOptions& options) {
                        nlohmann::json::error_handler_t::replace) +
       "\n";
   PrintReasons(draft.reasons);
-  PrintFindings(document, options.output.empty() ? "draft" : options.output);
+  PrintRefused(facts.refused_uris);
+  RequireValid(document, options);
   WriteDocument(output, document);
   return ExitCode::kDone;
 }

@@ -49,8 +49,10 @@ EventStream::EventStream(std::string path) : path_(std::move(path)) {
 
 void EventStream::Write(const Event& event) {
   if (!file_.IsOpen() || has_failed_ || event.kind == EventKind::kOther) return;
+  if (event.phase != Phase::kNone) phase_ = event.phase;
   nlohmann::json json = ToJson(event);
   json["time"] = Rfc3339(event.stamp);
+  json["phase"] = NameOf(phase_);
   const std::string line =
       EscapedJson(
           json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)) +

@@ -19,7 +19,8 @@ class EventStream {
   explicit EventStream(std::string path);
 
   /// Writes `event`, unless it is `EventKind::kOther`. Its time becomes RFC
-  /// 3339 with the offset from UTC.
+  /// 3339 with the offset from UTC. An event without a phase of its own gets
+  /// that of the event before.
   void Write(const Event& event);
 
   /// False if the disk was full, or the reader went away.
@@ -28,6 +29,7 @@ class EventStream {
  private:
   std::string path_;
   Descriptor file_;
+  Phase phase_ = Phase::kNone;
   bool has_failed_ = false;
 };
 

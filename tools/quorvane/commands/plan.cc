@@ -43,7 +43,11 @@ ExitCode RunPlan(PlanOptions options) {
                       .rules = LoadRules(options.bmc),
                       .image = PlanImageOf(image),
                       .targets = image.targets,
-                      .may_download = !options.bmc.trust.forbids_download};
+                      .may_download = !options.bmc.trust.forbids_download,
+                      .verify_seconds = options.verify.is_off
+                                            ? 0.0
+                                            : options.verify.timeout_seconds};
+  if (!options.reboots) request.rules.reboot_required = false;
   BmcReader reader(options.bmc, "plan");
   ServiceFacts facts = ReadFacts(reader, FactsFor(request));
   const Plan plan = MakePlan(std::move(facts), std::move(request));

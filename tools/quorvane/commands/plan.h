@@ -5,6 +5,7 @@
 #include "tools/quorvane/base/exit_code.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/image_options.h"
+#include "tools/quorvane/commands/verification.h"
 
 namespace quorvane::tool {
 
@@ -12,6 +13,8 @@ struct PlanOptions {
   BmcOptions bmc = {};
   ImageOptions image = {};
   bool json = false;
+  bool reboots = true;  ///< False: as with `update --restart never`.
+  VerifyOptions verify = {};
 };
 
 /// Prints what an update with these options would do. Changes nothing.

@@ -36,6 +36,22 @@ Layout TerminalLayout() {
           .is_colored = ShowsColors(STDOUT_FILENO)};
 }
 
+// Why tasks are missing from the list.
+std::string ReasonForMissing(const ResourceCache& cache,
+                             const BmcTasks& tasks) {
+  for (const auto& [uri, resource] : cache.resources()) {
+    // A finished task can disappear while the list is read.
+    const bool is_gone =
+        uri != tasks.collection && PresenceOf(resource) == Presence::kAbsent;
+    if (is_gone || ObjectIn(resource)) continue;
+    return fmt::format("{} returned {}", uri,
+                       resource.status == 0
+                           ? "no response"
+                           : fmt::format("HTTP {}", resource.status));
+  }
+  return fmt::format("{} lists more tasks than are shown", tasks.collection);
+}
+
 ExitCode RunTasks(const TaskOptions& options) {
   RequireDistinctFiles(options.bmc);
   BmcReader reader(options.bmc, "tasks");
@@ -44,13 +60,10 @@ ExitCode RunTasks(const TaskOptions& options) {
   PrintText(options.json ? DocumentOf(ToJson(tasks))
                          : DescribeTasks(tasks, TerminalLayout()));
   if (tasks.is_complete) return ExitCode::kDone;
-  const Resource& collection = cache.At(tasks.collection);
   PrintMessage(fmt::format(
-      "The list of tasks of {} is incomplete: {} returned {}. Run the command "
-      "again, with --log FILE to see the responses.",
-      options.bmc.bmc, tasks.collection,
-      collection.status == 0 ? "no response"
-                             : fmt::format("HTTP {}", collection.status)));
+      "The list of tasks of {} is incomplete: {}. Run the command again, with "
+      "--log FILE to see the responses.",
+      options.bmc.bmc, ReasonForMissing(cache, tasks)));
   return ExitCode::kUnknown;
 }
 

@@ -12,7 +12,6 @@
 #include "logging/redact.h"
 #include "tools/quorvane/base/closest.h"
 #include "tools/quorvane/base/error.h"
-#include "tools/quorvane/base/http_status.h"
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/commands/bmc_options.h"
 #include "tools/quorvane/commands/commands.h"
@@ -126,15 +125,16 @@ void MakeCalls(RunSession& session, const UpdateOptions& options,
                Responses& responses) {
   if (!session.Probe()) return;
   std::optional<InventoryResult> inventory = ReadInventory(session, request);
-  if (session.MustStop() || session.run().login_refused == kHttpUnauthorized) {
+  if (session.MustStop() || session.run().login_refused != 0 ||
+      IsInventoryUnanswered(session.EndedRun())) {
     return;
   }
   RequireKnownTargets(options, inventory);
   RequireKnownExpectations(options, inventory);
   if (inventory && inventory->was_read) {
-    NoteVersionsBefore(session, inventory->items, options.targets);
     request.prefetched_inventory = std::move(inventory->items);
   }
+  NoteVersionsBefore(session, request.prefetched_inventory, options.targets);
   if (options.skip_if_current && IsCurrentBefore(session.run().firmware)) {
     session.Report("Not needed: every expected version is installed");
     return;
@@ -161,8 +161,11 @@ void NoteComponents(RunSession& session, const UpdateOptions& options) {
 
 ExitCode RunUpdate(UpdateOptions options) {
   if (options.dry_run) {
-    return RunPlan(
-        {.bmc = options.bmc, .image = options, .json = options.output.json});
+    return RunPlan({.bmc = options.bmc,
+                    .image = options,
+                    .json = options.output.json,
+                    .reboots = options.restart != RestartMode::kNever,
+                    .verify = options.verify});
   }
   RunOutput output(options.bmc, options.output,
                    {{"--file", options.file},

@@ -67,40 +67,79 @@ class Verifier {
         bmc_(bmc),
         options_(options),
         end_(MonotonicSeconds() + options.timeout_seconds),
-        can_change_(CanStillChange(session.EndedRun())) {}
+        can_change_(CanStillChange(session.EndedRun())),
+        can_apply_pending_(CanApplyPending(session.EndedRun())) {}
 
   void Run() {
-    int good_checks = 0;
     do {
       const auto items = ReadInventory();
       if (session_.MustStop()) return;
       if (session_.run().verification.refused != 0) return EndAsRefused();
-      good_checks = items ? good_checks + 1 : 0;
-      const std::string reason = ReasonToEnd(items, good_checks);
+      CountCheck(items.has_value());
+      const std::string reason = ReasonToEnd(items);
       if (!reason.empty()) {
-        return End(items.value_or(std::vector<InventoryItem>{}), reason);
+        const bool is_settled = items && equal_checks_ >= kGoodChecks;
+        return End(is_settled ? *items : Items{}, reason);
       }
     } while (session_.Wait(options_.interval_seconds));
   }
 
  private:
+  using Items = std::vector<InventoryItem>;
+
   [[nodiscard]] bool IsTimeOver() const { return MonotonicSeconds() >= end_; }
+
+  // Counts the inventories in a row that lack the same members.
+  void CountCheck(bool was_read) {
+    const std::vector<std::string> lacking =
+        was_read ? LackingMembers() : lacking_;
+    const bool is_equal = equal_checks_ == 0 || lacking == lacking_;
+    equal_checks_ = !was_read ? 0 : is_equal ? equal_checks_ + 1 : 1;
+    lacking_ = lacking;
+    if (IsTimeOver()) ++late_checks_;
+  }
 
   // Empty while a further check can still change the result.
   [[nodiscard]] std::string ReasonToEnd(
-      const std::optional<std::vector<InventoryItem>>& items,
-      int good_checks) const {
-    if (good_checks < kGoodChecks) {
+      const std::optional<Items>& items) const {
+    if (equal_checks_ < kGoodChecks) {
       // The last checks may still become three good ones.
-      return IsTimeOver() && good_checks == 0 ? TimeOver() : "";
+      const bool can_settle = equal_checks_ > 0 && late_checks_ < kGoodChecks;
+      return IsTimeOver() && !can_settle ? TimeOver() : "";
     }
     const Firmware now = WithVersions(session_.run().firmware, *items);
-    // A reboot that was accepted may still apply what is pending.
+    const Evidence evidence = EvidenceOf(now);
+    const bool is_complete = lacking_.empty();
+    // What is missing cannot refute that versions changed.
+    if (!is_complete && evidence != Evidence::kUpdated) {
+      const bool is_settled = !can_change_ && evidence != Evidence::kNone;
+      return is_settled ? NothingLeft() : IsTimeOver() ? TimeOver() : "";
+    }
+    // The BMC may still apply what is pending, or another version than the one
+    // that it had before.
     const bool is_waiting =
-        can_change_ && EvidenceOf(now) == Evidence::kPending;
+        (can_apply_pending_ && evidence == Evidence::kPending) ||
+        (can_change_ && evidence == Evidence::kCurrent);
     if (IsDecided(now) && !is_waiting) return "The versions are compared.";
-    if (!can_change_) return "The BMC has nothing left to apply.";
+    if (!can_change_) return NothingLeft();
     return IsTimeOver() ? TimeOver() : "";
+  }
+
+  static std::string NothingLeft() {
+    return "The BMC has nothing left to apply.";
+  }
+
+  // The members that could not be read now, without those that could not be
+  // read before the update either, unless their versions matter.
+  [[nodiscard]] std::vector<std::string> LackingMembers() const {
+    const Firmware& firmware = session_.run().firmware;
+    std::vector<std::string> lacking = session_.run().verification.unread;
+    lacking.erase(std::remove_if(lacking.begin(), lacking.end(),
+                                 [&](const std::string& uri) {
+                                   return WasUnreadBefore(firmware, uri);
+                                 }),
+                  lacking.end());
+    return lacking;
   }
 
   [[nodiscard]] std::string TimeOver() const {
@@ -108,8 +147,9 @@ class Verifier {
                        options_.timeout_seconds);
   }
 
-  // An inventory that is complete; else nothing, and the reason is logged.
-  std::optional<std::vector<InventoryItem>> ReadInventory() {
+  // The inventory, as far as it can be read; else nothing. What is missing is
+  // logged.
+  std::optional<Items> ReadInventory() {
     // A BMC that restarts makes the library wait much longer.
     const auto probed = session_.Read(ProbeCall{bmc_.ip}, kProbeSeconds + 5);
     if (session_.MustStop()) return std::nullopt;
@@ -132,12 +172,13 @@ class Verifier {
               : std::string("the BMC responds, but not with an "
                             "inventory"));
     }
-    if (seen.unread > 0) {
-      return Nothing(fmt::format("{} members of the inventory cannot be read",
-                                 seen.unread));
-    }
-    if (seen.is_empty || read->items.empty()) {
+    if (seen.is_empty || (read->items.empty() && seen.unread.empty())) {
       return Nothing("the inventory lists no firmware");
+    }
+    if (const std::size_t lacking = LackingMembers().size(); lacking > 0) {
+      NoteState(
+          fmt::format("{} members of the inventory cannot be read", lacking));
+      return read->items;
     }
     NoteState(IsAnyChanged(read->items)
                   ? "the BMC responds, and versions have changed"
@@ -145,8 +186,7 @@ class Verifier {
     return read->items;
   }
 
-  [[nodiscard]] bool IsAnyChanged(
-      const std::vector<InventoryItem>& items) const {
+  [[nodiscard]] bool IsAnyChanged(const Items& items) const {
     const Firmware now = WithVersions(session_.run().firmware, items);
     return !ChangesText(now).empty();
   }
@@ -181,6 +221,10 @@ class Verifier {
   const VerifyOptions& options_;
   double end_;
   bool can_change_;
+  bool can_apply_pending_;
+  int equal_checks_ = 0;  // inventories in a row that lack `lacking_`
+  int late_checks_ = 0;   // after the end of the time
+  std::vector<std::string> lacking_ = {};
 };
 
 }  // namespace
@@ -249,8 +293,10 @@ void NoteVersionsBefore(RunSession& session,
                         const std::vector<std::string>& targets) {
   std::vector<std::string> unlisted = targets;
   for (const InventoryItem& item : items) {
-    const auto is_item = [&item](const std::string& target) {
-      return target == item.uri || target == item.target_id;
+    // A backup image belongs to the same component as the active one.
+    const bool is_active = IsActive({.uri = item.uri, .name = item.Name});
+    const auto is_item = [&](const std::string& target) {
+      return target == item.uri || (is_active && target == item.target_id);
     };
     const bool is_targeted =
         std::any_of(targets.begin(), targets.end(), is_item);

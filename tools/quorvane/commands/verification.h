@@ -39,6 +39,7 @@ bool IsUpdatedNow(RunSession& session, const InventoryRequest& bmc);
 
 /// Logs the versions before the update, so that the log alone shows what
 /// changed.
+/// @param items    Empty if the inventory could not be read.
 /// @param targets  URIs of --target: of members, or of what they belong to.
 void NoteVersionsBefore(RunSession& session,
                         const std::vector<InventoryItem>& items,
@@ -48,8 +49,9 @@ void NoteVersionsBefore(RunSession& session,
 /// or the time is over. Sends only GET requests, and none if nothing was
 /// accepted. What it finds becomes part of the run, and of its verdict.
 ///
-/// A BMC that restarts can respond and disappear again, so only three complete
-/// inventories in a row count.
+/// A BMC that restarts can respond and disappear again, so only three
+/// inventories in a row count. They must be complete, unless a member was not
+/// readable before the update either, or is not until the end of the time.
 void VerifyVersions(RunSession& session, const InventoryRequest& bmc,
                     const VerifyOptions& options);
 

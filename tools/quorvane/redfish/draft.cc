@@ -58,6 +58,7 @@ class Drafter {
     SetUpload();
     SetActivation();
     SetTasks();
+    SetRetries();
     SetReboot();
     return std::move(draft_);
   }
@@ -82,10 +83,13 @@ class Drafter {
     Explain("target.ip", "from --bmc.");
   }
 
-  // Writes the advertised URIs; without one, those of the base that exist, or
-  // else all of them.
+  // Writes the advertised URIs; without one, those of the base that exist or
+  // may exist, or else all of them.
+  // @param is_absence_final  Whether a URI that returns 404 does not exist:
+  //     some BMCs return it for a GET of a URI that accepts only POST.
   void SetUris(const char* key, RulesJson& value,
-               const std::vector<NamedUri>& advertised) {
+               const std::vector<NamedUri>& advertised,
+               bool is_absence_final = true) {
     RulesJson uris = RulesJson::array();
     std::string reason;
     for (const NamedUri& one : advertised) {
@@ -103,16 +107,25 @@ class Drafter {
       Explain(key, reason + ".");
       return;
     }
+    std::string unknown;
     for (const std::string& uri : UrisIn(value)) {
-      if (facts_.PresenceAt(uri) == Presence::kPresent) uris.push_back(uri);
+      const Presence presence = facts_.PresenceAt(uri);
+      if (presence == Presence::kAbsent && is_absence_final) continue;
+      uris.push_back(uri);
+      if (presence == Presence::kPresent) continue;
+      unknown += (unknown.empty() ? "" : ", ") + uri;
     }
     if (!uris.empty()) {
       value = std::move(uris);
-      Explain(
-          key,
-          "the BMC advertises none; it has these of the base rules. Compare "
-          "them with its manual.",
-          /*must_be_checked=*/true);
+      Explain(key,
+              unknown.empty()
+                  ? std::string("the BMC advertises none; it has these of the "
+                                "base rules. Compare them with its manual.")
+                  : "no resource that could be read advertises one, and it is "
+                    "not known whether the BMC has " +
+                        unknown +
+                        ", as in the base rules. Compare them with its manual.",
+              /*must_be_checked=*/true);
       return;
     }
     Explain(key,
@@ -168,20 +181,7 @@ class Drafter {
           std::find(states.begin(), states.end(), task.state) == states.end();
       if (is_new) states.push_back(task.state);
     }
-    std::string unruled;
-    for (const std::string& state : states) {
-      if (section["task_states"].contains(state)) continue;
-      unruled += (unruled.empty() ? "" : ", ") + state;
-    }
-    Explain("task_monitoring.task_states",
-            unruled.empty()
-                ? std::string("the states of DMTF DSP2046, as in the base "
-                              "rules; every state that the tasks of the BMC "
-                              "have now has a rule.")
-                : "the tasks of the BMC have states without a rule, in which "
-                  "polling continues: " +
-                      unruled + ".",
-            !unruled.empty());
+    ExplainStates(states, section["task_states"]);
     Explain("task_monitoring.polling_interval",
             fmt::format("{} s, as in the base rules: a BMC reports no interval "
                         "before an update.",
@@ -192,6 +192,41 @@ class Drafter {
                         section.value("max_polling_time_seconds", 600)));
   }
 
+  void ExplainStates(const std::vector<std::string>& states,
+                     const RulesJson& rules) {
+    std::string unruled;
+    for (const std::string& state : states) {
+      if (rules.contains(state)) continue;
+      unruled += (unruled.empty() ? "" : ", ") + state;
+    }
+    if (!unruled.empty()) {
+      Explain("task_monitoring.task_states",
+              "the tasks of the BMC have states without a rule, in which "
+              "polling continues: " +
+                  unruled + ".",
+              /*must_be_checked=*/true);
+      return;
+    }
+    const std::string what =
+        states.empty() ? "The BMC has no task to compare them with."
+                       : "Every state that the tasks of the BMC have now has a "
+                         "rule.";
+    Explain("task_monitoring.task_states",
+            "as in the base rules. " +
+                (facts_.tasks.is_complete
+                     ? what
+                     : "Not all tasks of the BMC could be read."));
+  }
+
+  void SetRetries() {
+    const RulesJson& section = draft_.rules["retry_config"];
+    if (!section.is_object()) return;
+    Explain("retry_config.max_retries",
+            fmt::format("{}, as in the base rules: a BMC does not report how "
+                        "long it rejects requests when it is busy.",
+                        section.value("max_retries", 3)));
+  }
+
   void SetReboot() {
     RulesJson& section = SectionAt(draft_.rules, "reboot");
     const SystemFacts* system =
@@ -200,7 +235,12 @@ class Drafter {
     if (system != nullptr && system->reset_uri) {
       uris.push_back({*system->reset_uri, "the Reset action"});
     }
-    SetUris("reboot.reboot_uri", section["reboot_uri"], uris);
+    SetUris("reboot.reboot_uri", section["reboot_uri"], uris,
+            facts_.are_systems_complete);
+    if (!facts_.are_systems_complete) {
+      Explain("reboot.reboot_uri", "not all systems of the BMC could be read.",
+              /*must_be_checked=*/true);
+    }
     if (facts_.systems.size() > 1) {
       Explain("reboot.reboot_uri",
               "the BMC has several systems, and an update reboots only the "

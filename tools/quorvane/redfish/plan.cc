@@ -19,8 +19,12 @@ Advertised OneOf(const std::optional<std::string>& uri) {
   return uri ? Advertised{*uri} : Advertised{};
 }
 
+// Some BMCs return 404 for a GET of a URI that accepts only POST. So a 404 is
+// final only if the resources that would advertise the URI are known.
+enum class Advertiser { kKnown, kUnknown };
+
 PlannedPhase PhaseWith(const char* name, const std::vector<std::string>& uris,
-                       const Advertised& advertised,
+                       const Advertised& advertised, Advertiser advertiser,
                        const ServiceFacts& facts) {
   PlannedPhase phase{.phase = name};
   for (const std::string& uri : uris) {
@@ -28,12 +32,14 @@ PlannedPhase PhaseWith(const char* name, const std::vector<std::string>& uris,
         std::any_of(advertised.begin(), advertised.end(),
                     [&](const auto& one) { return IsSamePath(one, uri); });
     const Presence presence = facts.PresenceAt(uri);
-    phase.uris.push_back(
-        {.uri = uri,
-         .state = is_advertised                    ? UriState::kAdvertised
-                  : presence == Presence::kPresent ? UriState::kPresent
-                  : presence == Presence::kAbsent  ? UriState::kAbsent
-                                                   : UriState::kUnknown});
+    phase.uris.push_back({.uri = uri,
+                          .state = is_advertised ? UriState::kAdvertised
+                                   : presence == Presence::kPresent
+                                       ? UriState::kPresent
+                                   : presence == Presence::kAbsent &&
+                                           advertiser == Advertiser::kKnown
+                                       ? UriState::kAbsent
+                                       : UriState::kUnknown});
   }
   return phase;
 }
@@ -65,8 +71,9 @@ class Planner {
   }
 
   std::vector<PlannedPhase> Phases() {
-    PlannedPhase inventory = PhaseWith("Inventory", rules_.inventory_uri,
-                                       service_.inventory_uris, facts_);
+    PlannedPhase inventory =
+        PhaseWith("Inventory", rules_.inventory_uri, service_.inventory_uris,
+                  Advertiser::kKnown, facts_);
     for (PlannedUri& uri : inventory.uris) {
       uri.is_expected = uri.uri == facts_.inventory_uri;
     }
@@ -74,31 +81,40 @@ class Planner {
     bool is_fallback = false;
     if (!request_.image.IsFile()) {
       AddExpecting("SimpleUpdate", rules_.activation_uri,
-                   OneOf(service_.simple_update_uri));
+                   OneOf(service_.simple_update_uri), UpdateService());
       is_fallback = true;
     }
     if (!is_fallback || request_.CanDownload()) AddUploads(is_fallback);
     if (request_.image.IsFile() && !request_.targets.empty()) {
       AddExpecting("Activation", rules_.activation_uri,
-                   OneOf(service_.simple_update_uri));
+                   OneOf(service_.simple_update_uri), UpdateService());
     }
     if (rules_.reboot_required) AddReboot();
     return std::move(phases_);
   }
 
  private:
+  [[nodiscard]] Advertiser UpdateService() const {
+    return facts_.update_service ||
+                   facts_.update_service_presence == Presence::kAbsent
+               ? Advertiser::kKnown
+               : Advertiser::kUnknown;
+  }
+
   void AddExpecting(const char* name, const std::vector<std::string>& uris,
-                    const Advertised& advertised) {
-    phases_.push_back(PhaseWith(name, uris, advertised, facts_));
+                    const Advertised& advertised, Advertiser advertiser) {
+    phases_.push_back(PhaseWith(name, uris, advertised, advertiser, facts_));
     Expect(phases_.back(), AdvertisedOrPresent());
   }
 
   // The binary upload follows if the multipart upload fails at all URIs.
   void AddUploads(bool is_fallback) {
-    PlannedPhase multipart = PhaseWith("Upload", rules_.upload_uri,
-                                       OneOf(service_.multipart_uri), facts_);
-    PlannedPhase binary = PhaseWith("Binary upload", rules_.upload_uri,
-                                    OneOf(service_.binary_uri), facts_);
+    PlannedPhase multipart =
+        PhaseWith("Upload", rules_.upload_uri, OneOf(service_.multipart_uri),
+                  UpdateService(), facts_);
+    PlannedPhase binary =
+        PhaseWith("Binary upload", rules_.upload_uri,
+                  OneOf(service_.binary_uri), UpdateService(), facts_);
     multipart.is_fallback = is_fallback;
     binary.is_fallback = true;
     const bool is_multipart = Expect(multipart, {UriState::kAdvertised});
@@ -114,7 +130,9 @@ class Planner {
     for (const SystemFacts& system : facts_.systems) {
       if (system.reset_uri) resets.push_back(*system.reset_uri);
     }
-    AddExpecting("Reboot", rules_.reboot_uri, resets);
+    AddExpecting("Reboot", rules_.reboot_uri, resets,
+                 facts_.are_systems_complete ? Advertiser::kKnown
+                                             : Advertiser::kUnknown);
   }
 
   const ServiceFacts& facts_;
@@ -127,7 +145,8 @@ class Planner {
 double LongestSeconds(const ServiceFacts& facts, const PlanRequest& request) {
   const LongestTimes longest = LongestTimesOf(request.rules);
   constexpr double kMsPerSecond = 1000;
-  double seconds = longest.inventory + longest.task + longest.reboot +
+  double seconds = request.verify_seconds + longest.inventory + longest.task +
+                   longest.reboot +
                    static_cast<double>(facts.firmware.size()) *
                        kCollectionTimeoutMs / kMsPerSecond;
   if (!request.image.IsFile()) {

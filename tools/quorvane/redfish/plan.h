@@ -28,6 +28,8 @@ struct PlanRequest {
   PlanImage image = {};
   std::vector<std::string> targets = {};
   bool may_download = true;  ///< This host may download the image of a URI.
+  /// Longest time of the comparison of the versions after the update.
+  double verify_seconds = 0;
 
   /// Whether this host can download the image and upload it, as the library
   /// does if SimpleUpdate fails. It knows only these two schemes.
@@ -71,7 +73,8 @@ struct Plan {
   /// If the task has completed at its first poll, and every other request is
   /// answered at once.
   double shortest_seconds = 0;
-  /// If every request takes its time limit, and every attempt is needed.
+  /// If every request takes its time limit, and every attempt is needed; with
+  /// the comparison of the versions.
   double longest_seconds = 0;
   std::vector<PlanFinding> findings = {};  ///< Blockers first.
 

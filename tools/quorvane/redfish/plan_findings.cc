@@ -102,6 +102,16 @@ std::string Listed(const std::vector<std::string>& texts) {
   return list;
 }
 
+// The first few texts, and how many follow.
+std::string FirstOf(std::vector<std::string> texts) {
+  constexpr std::size_t kMaxListed = 4;
+  const std::size_t count = texts.size();
+  texts.resize(std::min(count, kMaxListed));
+  return Listed(texts) + (count > kMaxListed
+                              ? fmt::format(" and {} more", count - kMaxListed)
+                              : "");
+}
+
 std::string SchemeOf(const PlanImage& image) {
   return Upper(image.uri.substr(0, image.uri.find(':')));
 }
@@ -205,7 +215,9 @@ bool IfServiceKnown(const Situation& at) {
   return at.facts.update_service.has_value() ||
          at.facts.update_service_presence == Presence::kAbsent;
 }
-bool IfSystemKnown(const Situation& at) { return !at.facts.systems.empty(); }
+bool IfSystemKnown(const Situation& at) {
+  return at.facts.are_systems_complete && !at.facts.systems.empty();
+}
 bool UnlessUploadWorks(const Situation& at) {
   return IfServiceKnown(at) && !at.CanUploadInstead();
 }
@@ -408,6 +420,19 @@ const auto& WarningRows() {
             return std::string(
                 "Run the command again, with --log FILE to see the responses. "
                 "The account may need more privileges.");
+          }},
+      FindingRow{
+          "resources_refused", Never,
+          [](const Situation& at) { return !at.facts.refused_uris.empty(); },
+          [](const Situation& at) {
+            return "The BMC does not let the account read " +
+                   FirstOf(at.facts.refused_uris) +
+                   " (HTTP 401 or 403), so the plan does not cover it.";
+          },
+          [](const Situation&) {
+            return std::string(
+                "Use an account with more privileges, or check that "
+                "the update does not need it.");
           }},
       FindingRow{
           "update_service_unhealthy", Never,

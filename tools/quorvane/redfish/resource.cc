@@ -9,13 +9,13 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/quorvane/base/http_status.h"
+
 namespace quorvane::tool {
 namespace {
 
 using Json = nlohmann::json;
 
-constexpr long kMethodNotAllowed = 405;
-constexpr long kNotFound = 404;
 constexpr long kUnavailable = 503;
 
 bool IsSuccess(long status) { return status >= 200 && status < 300; }
@@ -35,11 +35,17 @@ std::string_view WithoutSlash(std::string_view path) {
 
 Presence PresenceOf(const Resource& resource) {
   const bool is_empty = resource.body.empty() && resource.reason.empty();
-  if (resource.status == kMethodNotAllowed ||
+  if (resource.status == kHttpMethodNotAllowed ||
       (IsSuccess(resource.status) && (is_empty || ObjectIn(resource)))) {
     return Presence::kPresent;
   }
-  return resource.status == kNotFound ? Presence::kAbsent : Presence::kUnknown;
+  return resource.status == kHttpNotFound ? Presence::kAbsent
+                                          : Presence::kUnknown;
+}
+
+bool IsRefused(const Resource& resource) {
+  return resource.status == kHttpUnauthorized ||
+         resource.status == kHttpForbidden;
 }
 
 bool ResourceCache::ReadInto(const std::vector<std::string>& uris) {

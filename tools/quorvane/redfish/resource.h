@@ -41,6 +41,9 @@ enum class Presence { kUnknown, kAbsent, kPresent };
 /// path.
 Presence PresenceOf(const Resource& resource);
 
+/// Whether the BMC does not let the account read it (HTTP 401 or 403).
+bool IsRefused(const Resource& resource);
+
 /// Keeps each resource, so that it is requested once.
 class ResourceCache {
  public:

@@ -98,6 +98,9 @@ class FactReader {
     ReadFirmware();
     ReadTargets();
     ReadPresence();
+    for (const auto& [uri, resource] : cache_.resources()) {
+      if (IsRefused(resource)) facts_.refused_uris.push_back(uri);
+    }
     return std::move(facts_);
   }
 
@@ -126,9 +129,13 @@ class FactReader {
 
   void ReadSystems() {
     const Members members = ReadMembers(cache_, systems_, kMaxSystems);
+    facts_.are_systems_complete =
+        members.is_complete ||
+        PresenceOf(cache_.At(systems_)) == Presence::kAbsent;
     cache_.Fetch(members.uris);
     for (const std::string& uri : members.uris) {
       const auto json = cache_.ObjectAt(uri);
+      if (!json) facts_.are_systems_complete = false;
       if (!json) continue;
       Action reset =
           ActionIn(cache_, *json, "#ComputerSystem.Reset", "ResetType");

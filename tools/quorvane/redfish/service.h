@@ -61,6 +61,8 @@ struct ServiceFacts {
   std::optional<UpdateServiceFacts> update_service = {};
   Presence update_service_presence = Presence::kUnknown;
   std::vector<SystemFacts> systems = {};
+  bool are_systems_complete =
+      false;  ///< Every system was read, or none exists.
   std::optional<ChassisFacts> chassis = {};
   BmcTasks tasks = {};
   /// The collection that `firmware` is from: the first one that was read.
@@ -69,6 +71,8 @@ struct ServiceFacts {
   bool is_firmware_complete = false;
   /// The targets of the request that could be read.
   std::vector<FirmwareFacts> targets = {};
+  /// What the BMC does not let the account read (HTTP 401 or 403), sorted.
+  std::vector<std::string> refused_uris = {};
   /// Of the inventory collections, and of the URIs that the caller named.
   std::map<std::string, Presence> presence = {};
 

@@ -19,9 +19,9 @@ constexpr std::size_t kMaxListedTasks = 10'000;
 }  // namespace
 
 bool BmcTask::IsRunning() const {
-  constexpr std::array<std::string_view, 8> kStates = {
-      "New",     "Starting", "Running",    "Suspended",
-      "Pending", "Stopping", "Cancelling", "Scheduled"};
+  constexpr std::array<std::string_view, 10> kStates = {
+      "New",     "Starting", "Running", "Suspended",  "Interrupted",
+      "Pending", "Stopping", "Service", "Cancelling", "Scheduled"};
   return std::find(kStates.begin(), kStates.end(), state) != kStates.end();
 }
 

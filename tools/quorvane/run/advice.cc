@@ -104,6 +104,13 @@ std::string CheckTask(const Run& run) {
                               : LookForTask(run) + " " + FollowRun(run);
 }
 
+std::string AfterForbiddenInventory(const Run& run) {
+  return fmt::format(
+      "Use an account with the privileges to read the inventory and to update "
+      "firmware; test it with `quorvane inventory{}`.",
+      Account(run));
+}
+
 std::string AfterRefusedLogin(const Run& run) {
   // The same credentials were accepted, so they are correct.
   const char* const check =

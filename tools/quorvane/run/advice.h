@@ -33,6 +33,9 @@ std::string LookForTask(const Run& run);
 /// How to check the last task, then the versions.
 std::string CheckTask(const Run& run);
 
+/// What an HTTP 403 at the inventory means, and what to do about it.
+std::string AfterForbiddenInventory(const Run& run);
+
 /// What an HTTP 401 means, and what to do about it.
 std::string AfterRefusedLogin(const Run& run);
 

@@ -78,6 +78,11 @@ bool PromisesTask(const Run& run) {
       });
 }
 
+// Many BMCs delete a task some time after its end.
+bool IsGone(TaskEnd end) {
+  return end == TaskEnd::kGoneLate || end == TaskEnd::kGoneEarly;
+}
+
 // Why a reboot could do harm after `task`; nullptr if it cannot.
 const char* ReasonAgainstReboot(const PhaseRun& task) {
   switch (EndOf(task)) {
@@ -115,11 +120,9 @@ bool IsUpdateTask(const PhaseRun& phase) {
 }
 
 // Whether polls that ended with `later` count instead of earlier ones of the
-// same task: many BMCs delete a task some time after its end.
+// same task.
 bool Replaces(TaskEnd later, TaskEnd earlier) {
-  const bool is_gone =
-      later == TaskEnd::kGoneLate || later == TaskEnd::kGoneEarly;
-  return !is_gone || IsOpen(earlier);
+  return !IsGone(later) || IsOpen(earlier);
 }
 
 }  // namespace
@@ -233,6 +236,19 @@ bool HasSentRequest(const Run& run) {
 bool HasSentImage(const Run& run) {
   const Answer image = FactsOf(run).image;
   return image != Answer::kNone && image != Answer::kNotSent;
+}
+
+bool IsInventoryUnanswered(const Run& run) {
+  bool is_unanswered = false;
+  for (const PhaseRun& phase : run.phases) {
+    if (phase.phase != Phase::kInventory) continue;
+    for (const Span& span : phase.spans) {
+      if (span.kind != Span::Kind::kRequest) continue;
+      if (span.status != 0) return false;
+      is_unanswered = true;
+    }
+  }
+  return is_unanswered;
 }
 
 bool IsMissing(const ChangeRequest& request) {

@@ -60,6 +60,10 @@ bool HasSentRequest(const Run& run);
 /// part.
 bool HasSentImage(const Run& run);
 
+/// Whether the inventory was requested before the update, and the BMC answered
+/// none of these requests.
+bool IsInventoryUnanswered(const Run& run);
+
 /// Whether the BMC has no such endpoint.
 bool IsMissing(const ChangeRequest& request);
 

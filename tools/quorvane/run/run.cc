@@ -62,8 +62,12 @@ void RunBuilder::Dispatch(const Event& event) {
     case EventKind::kOther:
     case EventKind::kMembersFound:
       return;
-    case EventKind::kNoMembers:
     case EventKind::kMemberUnread:
+      if (!run_.was_continued) {
+        run_.firmware.unread_before.push_back(event.uri);
+      }
+      return AddRemark(event);
+    case EventKind::kNoMembers:
     case EventKind::kProblem:
       return AddRemark(event);
     case EventKind::kRunTitle:
@@ -276,7 +280,7 @@ void RunBuilder::AddVerification(const Event& event) {
   Verification& seen = run_.verification;
   switch (event.kind) {
     case EventKind::kPhaseBegins:  // the library reads the inventory
-      seen.unread = 0;
+      seen.unread.clear();
       seen.is_empty = false;
       seen.status = -1;
       return;
@@ -290,7 +294,7 @@ void RunBuilder::AddVerification(const Event& event) {
       seen.status = event.status;
       return;
     case EventKind::kMemberUnread:
-      ++seen.unread;
+      seen.unread.push_back(event.uri);
       return;
     case EventKind::kNoMembers:
       seen.is_empty = true;

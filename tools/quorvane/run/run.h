@@ -122,8 +122,8 @@ struct Verification {
   std::string end = {};    ///< Why it ended, as a sentence.
   long status = -1;        ///< Of the last response that is no inventory.
   long refused = 0;        ///< 401 or 403, if the BMC refused the account.
-  int unread = 0;          ///< Members that could not be read.
-  bool is_empty = false;   ///< The inventory lists no member.
+  std::vector<std::string> unread = {};  ///< Members that could not be read.
+  bool is_empty = false;                 ///< The inventory lists no member.
 };
 
 struct Run {

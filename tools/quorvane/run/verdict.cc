@@ -21,6 +21,15 @@ namespace {
 using Fate = ChangeRequest::Fate;
 using Outcome = Verdict::Outcome;
 
+Verdict InventoryForbidden(const Facts& facts) {
+  return {Outcome::kLoginRefused,
+          fmt::format("The BMC does not let the account read the inventory "
+                      "(HTTP {}), so nothing was uploaded.",
+                      kHttpForbidden),
+          {},
+          AfterForbiddenInventory(facts.run)};
+}
+
 Verdict LoginRefused(const Facts& facts) {
   const Run& run = facts.run;
   const bool was_accepted = run.items_read >= 0;
@@ -45,6 +54,15 @@ Verdict Unreachable(const Facts& facts) {
   return {Outcome::kUnreachable, "The BMC did not respond to any request.",
           facts.run.transfer_failure,
           "Check the address and the network, and that the BMC is powered on."};
+}
+
+Verdict InventoryUnanswered(const Facts& facts) {
+  return {Outcome::kUnreachable,
+          "The BMC responded at first, but not to the requests for the "
+          "inventory, so nothing was uploaded.",
+          Sentence(facts.run.transfer_failure),
+          "Check the network and the state of the BMC, then run the update "
+          "again."};
 }
 
 // What the BMC may continue to do after a run that was cut off.
@@ -497,6 +515,17 @@ constexpr std::array kRows = {
         ImageNotSent},
     Row{Claim::kNone, [](const Facts& f) { return f.run.is_not_needed; },
         NotNeeded},
+    Row{Claim::kNone,
+        [](const Facts& f) {
+          return f.image == Answer::kNone &&
+                 f.run.login_refused == kHttpForbidden;
+        },
+        InventoryForbidden},
+    Row{Claim::kNone,
+        [](const Facts& f) {
+          return f.image == Answer::kNone && IsInventoryUnanswered(f.run);
+        },
+        InventoryUnanswered},
     Row{Claim::kNone, [](const Facts& f) { return f.image == Answer::kNone; },
         NoImageRequest},
     Row{Claim::kTaskFailure,
@@ -598,9 +627,8 @@ bool CanStillChange(const Run& run) {
   const Facts facts = FactsOf(run);
   switch (RowFor(facts).claim) {
     case Claim::kOpen:
+    case Claim::kSuccess:  // a BMC can restart its own firmware later
       return true;
-    case Claim::kSuccess:
-      return facts.reboot == Answer::kAccepted;
     case Claim::kCritical:
       return facts.reboot == Answer::kAccepted && NamesComponents(run.firmware);
     case Claim::kNone:
@@ -612,6 +640,12 @@ bool CanStillChange(const Run& run) {
   return false;
 }
 
+bool CanApplyPending(const Run& run) {
+  const Facts facts = FactsOf(run);
+  return facts.reboot == Answer::kAccepted ||
+         RowFor(facts).claim == Claim::kOpen;
+}
+
 Verdict JudgeRun(const Run& run) {
   if (auto logged = LoggedBy(run)) return *std::move(logged);
   if (!run.is_update && !run.was_interrupted && run.worker_failure.empty() &&
@@ -621,7 +655,8 @@ Verdict JudgeRun(const Run& run) {
   const Facts facts = FactsOf(run);
   const Row& row = RowFor(facts);
   Verdict verdict = JudgeByVersions(facts, row.claim, row.judge(facts));
-  const bool has_unfinished_reboot = !run.reboot_withheld.empty() &&
+  const bool has_unfinished_reboot = row.claim != Claim::kStaged &&
+                                     !run.reboot_withheld.empty() &&
                                      facts.image == Answer::kAccepted &&
                                      (verdict.outcome == Outcome::kUnknown ||
                                       verdict.outcome == Outcome::kFailed);

@@ -62,6 +62,10 @@ Claim ClaimOf(const Run& run);
 /// Whether versions can still change after the run, without another request.
 bool CanStillChange(const Run& run);
 
+/// Whether firmware that waits for a reboot can still be applied, without
+/// another request.
+bool CanApplyPending(const Run& run);
+
 /// The verdict on a run. If the tool logged one, it is that one.
 Verdict JudgeRun(const Run& run);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <vector>
 
 #include "tools/quorvane/run/advice.h"
 #include "tools/quorvane/run/request_text.h"
@@ -40,11 +41,40 @@ std::string AfterSuccess(const Facts& facts, const Verdict& said) {
              : "No reboot was requested.";
 }
 
+// Changes that prove nothing.
+std::string NotCounted(const Firmware& firmware) {
+  const std::string changes = OtherChangesText(firmware);
+  return changes.empty()
+             ? changes
+             : fmt::format(
+                   "Not counted, because it is an image that does not run, or "
+                   "is for another component: {}.",
+                   changes);
+}
+
+std::string NotCompared(const std::vector<std::string>& unread) {
+  constexpr std::size_t kMaxListed = 4;
+  std::string list;
+  for (std::size_t i = 0; i < std::min(unread.size(), kMaxListed); ++i) {
+    list += (i == 0 ? "" : ", ") + unread[i];
+  }
+  if (unread.size() > kMaxListed) {
+    list += fmt::format(" and {} more", unread.size() - kMaxListed);
+  }
+  return list.empty() ? list
+                      : fmt::format(
+                            "Not compared, because the BMC did not return it: "
+                            "{}.",
+                            list);
+}
+
 std::string ByVersions(const Facts& facts) {
   const std::string changes = ChangesText(facts.run.firmware);
-  return changes.empty()
-             ? std::string("The firmware has the expected versions.")
-             : fmt::format("The firmware was updated: {}.", changes);
+  if (!changes.empty()) {
+    return fmt::format("The firmware was updated: {}.", changes);
+  }
+  return "The firmware has the expected versions; those before the update are "
+         "not known.";
 }
 
 // The BMC reports success, and the versions confirm it.
@@ -99,10 +129,16 @@ Verdict Mismatch(const Facts& facts, const Verdict& said) {
               CompareVersions(facts.run)};
 }
 
+const char* NotEveryTarget(const Firmware& firmware) {
+  return IsNamedUnread(firmware)
+             ? "not every target could be read"
+             : "not every target has another version than before";
+}
+
 Verdict PartlyUpdated(const Facts& facts, const Verdict& said) {
   return {Outcome::kUnknown,
-          fmt::format("The BMC reports success, but not every target has "
-                      "another version than before. Changed: {}.",
+          fmt::format("The BMC reports success, but {}. Changed: {}.",
+                      NotEveryTarget(facts.run.firmware),
                       ChangesText(facts.run.firmware)),
           Joined(AfterSuccess(facts, said), SeenBy(facts.run.verification)),
           CompareVersions(facts.run)};
@@ -113,7 +149,10 @@ Verdict Unchanged(const Facts& facts, const Verdict& said) {
       "If the image contains other versions than the installed ones, look up "
       "in the event log of the BMC why they were not installed.";
   return {Outcome::kUnchanged,
-          "The BMC reports success, but no version has changed.",
+          OtherChangesText(facts.run.firmware).empty()
+              ? "The BMC reports success, but no version has changed."
+              : "The BMC reports success, but no version that counts has "
+                "changed.",
           Joined(AfterSuccess(facts, said), SeenBy(facts.run.verification)),
           said.outcome == Outcome::kDone ? Joined(said.next, reason) : reason};
 }
@@ -135,6 +174,25 @@ Verdict NoEvidence(const Facts& facts, const Verdict& said) {
           Joined(reboot, CompareVersions(facts.run))};
 }
 
+// The BMC itself says that the firmware waits, but not that nothing failed.
+Verdict StagedWithoutEvidence(const Facts& facts, const Verdict& said) {
+  return {Outcome::kUnknown,
+          "The task waits for a reboot of the system, but the versions could "
+          "not be compared.",
+          Joined(said.cause, SeenBy(facts.run.verification)),
+          Joined(said.next, CompareVersions(facts.run))};
+}
+
+Verdict PartlyStaged(const Facts& facts, const Verdict& said) {
+  return {Outcome::kUnknown,
+          fmt::format("The task waits for a reboot of the system, but some "
+                      "versions have changed already, and {}. Changed: {}.",
+                      NotEveryTarget(facts.run.firmware),
+                      ChangesText(facts.run.firmware)),
+          Joined(said.cause, SeenBy(facts.run.verification)),
+          Joined(said.next, CompareVersions(facts.run))};
+}
+
 // A pair without a row keeps the verdict on what the BMC answered, see
 // `WithChanges`.
 struct VersionRow {
@@ -153,6 +211,8 @@ constexpr std::array kVersionRows = {
     VersionRow{Claim::kSuccess, Evidence::kNone, NoEvidence},
     VersionRow{Claim::kStaged, Evidence::kUpdated, Updated},
     VersionRow{Claim::kStaged, Evidence::kMismatch, Mismatch},
+    VersionRow{Claim::kStaged, Evidence::kPartly, PartlyStaged},
+    VersionRow{Claim::kStaged, Evidence::kNone, StagedWithoutEvidence},
     VersionRow{Claim::kOpen, Evidence::kUpdated, UpdatedAnyway},
     VersionRow{Claim::kOpen, Evidence::kMismatch, Mismatch},
     VersionRow{Claim::kCritical, Evidence::kUpdated, UpdatedDespiteCritical},
@@ -169,8 +229,13 @@ Verdict JudgeByVersions(const Facts& facts, Claim claim, const Verdict& said) {
       kVersionRows.begin(), kVersionRows.end(), [&](const VersionRow& one) {
         return one.claim == claim && one.evidence == evidence;
       });
-  return row != kVersionRows.end() ? row->judge(facts, said)
-                                   : WithChanges(facts, said);
+  Verdict verdict = row != kVersionRows.end() ? row->judge(facts, said)
+                                              : WithChanges(facts, said);
+  if (evidence != Evidence::kUpdated && evidence != Evidence::kPending) {
+    verdict.cause = Joined(verdict.cause, NotCounted(facts.run.firmware));
+  }
+  verdict.cause = Joined(verdict.cause, NotCompared(seen.unread));
+  return verdict;
 }
 
 }  // namespace quorvane::tool

@@ -170,6 +170,13 @@ std::string FirmwareSection(const Plan& plan) {
   return text;
 }
 
+// The wait for other versions, which --verify-timeout limits.
+std::string VerificationClause(double seconds) {
+  return seconds > 0 ? ", and no version changes within " + Duration(seconds) +
+                           " (--verify-timeout)"
+                     : std::string();
+}
+
 std::string TimeSection(const Plan& plan, const Layout& layout) {
   return "\nTime\n" +
          LabelLine("Shortest",
@@ -179,7 +186,8 @@ std::string TimeSection(const Plan& plan, const Layout& layout) {
          LabelLine("Longest",
                    Duration(plan.longest_seconds) +
                        ", if every request and every retry of the rules takes "
-                       "its time limit",
+                       "its time limit" +
+                       VerificationClause(plan.request.verify_seconds),
                    layout);
 }
 

@@ -35,7 +35,9 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RestartCall, request)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(WatchCall, request, task_uri,
                                    percent_complete)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(KeyCall, address)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadCall, request, uris, limit_seconds)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoginState, was_accepted, refusals)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadCall, request, uris, limit_seconds,
+                                   login)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadResource, uri, status, body, reason)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(ReadResult, resources)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Trust, pinned_key, ca_file, forbids_download)

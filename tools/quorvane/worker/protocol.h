@@ -41,6 +41,17 @@ struct WatchCall {
 struct KeyCall {
   std::string address;
 };
+/// What the responses to earlier requests showed about the account.
+struct LoginState {
+  bool was_accepted = false;  ///< A resource that needs a login was returned.
+  int refusals = 0;           ///< HTTP 401
+
+  void Note(const std::string& uri, long status);
+  /// Whether the BMC refuses the account, and not only one resource. More
+  /// requests could lock the account.
+  [[nodiscard]] bool IsRefused() const;
+};
+
 /// Reads resources with GET, one after the other; see `ReadResult`.
 struct ReadCall {
   InventoryRequest request;
@@ -48,6 +59,7 @@ struct ReadCall {
   std::vector<std::string> uris = {};
   /// After this time, the rest is not requested.
   double limit_seconds = 300;
+  LoginState login = {};  ///< Before the call.
 };
 /// The call that the worker makes.
 using LibraryCall =

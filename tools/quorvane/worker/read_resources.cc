@@ -2,9 +2,13 @@
 #include "tools/quorvane/worker/read_resources.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
+
+#include "tools/quorvane/base/http_status.h"
 
 namespace quorvane::tool {
 namespace {
@@ -16,7 +20,8 @@ class BoundedReader {
   BoundedReader(const ReadCall& call, const GetResource& get)
       : get_(get),
         limit_ms_(1000 * call.limit_seconds),
-        begin_(SteadyClock::now()) {}
+        begin_(SteadyClock::now()),
+        login_(call.login) {}
 
   ReadResource Read(const std::string& uri) {
     ReadResource resource{.uri = uri};
@@ -43,6 +48,7 @@ class BoundedReader {
 
   [[nodiscard]] std::string ReasonAgainst(const std::string& uri) const {
     if (!IsPathOnBmc(uri)) return "not requested: it is not a path on the BMC";
+    if (login_.IsRefused()) return "not requested: the BMC refused the login";
     if (failures_ >= kMaxFailuresInARow) {
       return "not requested: the BMC stopped responding";
     }
@@ -52,6 +58,7 @@ class BoundedReader {
 
   void Add(Response response, ReadResource& resource) {
     resource.status = response.status_code;
+    login_.Note(resource.uri, resource.status);
     if (response.body.size() > kMaxReadBodyBytes ||
         response.body.size() > kMaxReadBytes - bytes_) {
       resource.reason = "the response is too long";
@@ -64,11 +71,29 @@ class BoundedReader {
   const GetResource& get_;
   double limit_ms_;
   SteadyClock::time_point begin_;
+  LoginState login_;
   std::size_t bytes_ = 0;
   int failures_ = 0;
 };
 
+// DSP0266: these need no login.
+bool IsPublic(const std::string& uri) {
+  constexpr std::array<std::string_view, 6> kPublic = {
+      "/redfish",     "/redfish/",         "/redfish/v1",
+      "/redfish/v1/", "/redfish/v1/odata", "/redfish/v1/$metadata"};
+  return std::find(kPublic.begin(), kPublic.end(), uri) != kPublic.end();
+}
+
 }  // namespace
+
+void LoginState::Note(const std::string& uri, long status) {
+  if (status == kHttpUnauthorized) ++refusals;
+  if (status >= 200 && status < 300 && !IsPublic(uri)) was_accepted = true;
+}
+
+bool LoginState::IsRefused() const {
+  return refusals > 1 || (refusals > 0 && !was_accepted);
+}
 
 bool IsPathOnBmc(const std::string& uri) {
   return uri.rfind('/', 0) == 0 &&

@@ -30,7 +30,8 @@ using GetResource =
 /// host, which must not receive the credentials.
 bool IsPathOnBmc(const std::string& uri);
 
-/// Reads each URI of `call` with `get`, within the limits above.
+/// Reads each URI of `call` with `get`, within the limits above, until the BMC
+/// refuses the login.
 ReadResult ReadResources(const ReadCall& call, const GetResource& get);
 
 }  // namespace quorvane::tool

@@ -23,7 +23,7 @@ struct RequestPolicy {
   std::string image_uri = {};  ///< Download that `trust` does not identify.
   /// Called instead of the request that follows a refused login (HTTP 401) of a
   /// run that changed nothing; does not return. More attempts could lock the
-  /// account.
+  /// account. Empty: the caller decides.
   std::function<void()> on_refused_login = {};
 };
 

@@ -147,6 +147,12 @@ void EndAfterRefusedLogin() {
   _exit(static_cast<int>(ExitCode::kDone));
 }
 
+// Reading decides itself when a refused resource is a refused login.
+std::function<void()> OnRefusedLogin(const WorkerRequest& request) {
+  if (std::holds_alternative<ReadCall>(request.call)) return {};
+  return EndAfterRefusedLogin;
+}
+
 void Guard(const WorkerRequest& request) {
   const auto* update = std::get_if<UpdateRequest>(&request.call);
   GuardRequests(
@@ -154,7 +160,7 @@ void Guard(const WorkerRequest& request) {
        .bmc = std::visit([](const auto& call) { return AddressIn(call); },
                          request.call),
        .image_uri = update == nullptr ? std::string() : update->image_uri,
-       .on_refused_login = EndAfterRefusedLogin});
+       .on_refused_login = OnRefusedLogin(request)});
 }
 
 // If the loader ignored its search path, the library would silently use the
