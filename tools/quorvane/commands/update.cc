@@ -21,6 +21,7 @@
 #include "tools/quorvane/commands/run_output.h"
 #include "tools/quorvane/commands/run_session.h"
 #include "tools/quorvane/commands/verification.h"
+#include "tools/quorvane/run/facts.h"
 
 namespace quorvane::tool {
 namespace {
