@@ -31,7 +31,7 @@ class RunSession : private CallListener {
         {};  ///< File or URI with its size and hash; may be empty.
     std::string events = {};  ///< See `EventStream`.
     ProgressStyle style = ProgressStyle::kPlain;
-    /// Goes on with the run in the log, instead of a new one.
+    /// Continues the run in the log, instead of a new one.
     bool continues = false;
     int attempts = 1;  ///< How many the rules allow at each URI.
     Signals::OnHangup on_hangup = Signals::OnHangup::kContinue;

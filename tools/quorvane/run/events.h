@@ -17,16 +17,16 @@
 namespace quorvane::tool {
 
 enum class EventKind {
-  kOther,          ///< Nothing that a user needs to see.
-  kRunTitle,       ///< The tool's first record: `text` names the run.
-  kContinued,      ///< `quorvane watch` goes on with the run; `text` is when.
-  kRunDetail,      ///< `text` is the value of `name`, e.g. the BMC.
-  kElapsed,        ///< `elapsed` seconds after the start, by a clock that
-                   ///< cannot be set.
-  kUpdateBegins,   ///< An update starts.
-  kPhaseBegins,    ///< `phase`; `count` URIs to try.
-  kAttemptBegins,  ///< Request to `uri`, number `index` of `count`.
-  kRequestSent,    ///< `verb` and `uri` (debug level only).
+  kOther,              ///< Nothing that a user needs to see.
+  kRunTitle,           ///< The tool's first record: `text` names the run.
+  kContinued,          ///< `quorvane watch` continues the run; `text` is when.
+  kRunDetail,          ///< `text` is the value of `name`, e.g. the BMC.
+  kElapsed,            ///< `elapsed` seconds after the start, by a clock that
+                       ///< cannot be set.
+  kUpdateBegins,       ///< An update starts.
+  kPhaseBegins,        ///< `phase`; `count` URIs to try.
+  kAttemptBegins,      ///< Request to `uri`, number `index` of `count`.
+  kRequestSent,        ///< `verb` and `uri` (debug level only).
   kResponseReceived,   ///< `status` (debug level only).
   kRequestNotSent,     ///< The request that fails next reached no peer.
   kBytesSent,          ///< `sent` of `total` bytes of the request were sent.
@@ -82,7 +82,7 @@ enum class Phase {
   kActivation,
   kReboot,
   kVerification,  ///< The tool reads the versions after the update.
-  kWatch,         ///< `quorvane watch` goes on with the run.
+  kWatch,         ///< `quorvane watch` continues the run.
 };
 
 /// The name for users, e.g. "Upload".
