@@ -339,6 +339,11 @@ INSTANTIATE_TEST_SUITE_P(
          Outcome::kUpdated, "BIOS 1 -> 2"},
         {"staged_unchanged", kBefore + kScheduledTask + kNever + kSame,
          Outcome::kStaged, "next reboot of the system applies it. No version"},
+        {"staged_with_another_backup",
+         kBefore + MemberLine("before", "BIOS-backup", "0") + kScheduledTask +
+             kNever + kBegins + VersionLines("after", "1", "5") +
+             MemberLine("after", "BIOS-backup", "1") + kOver,
+         Outcome::kStaged, "No version that counts has changed."},
         {"staged_without_evidence",
          kBefore + kScheduledTask + kNever + kNoAnswer, Outcome::kUnknown,
          "waits for a reboot of the system, but the versions could not"},

@@ -90,6 +90,12 @@ Verdict UpdatedAnyway(const Facts& facts, const Verdict& said) {
           "the update. Check the event log of the BMC."};
 }
 
+// Pending firmware that counts is no change of a version.
+bool IsNothingElseChanged(const Firmware& firmware) {
+  return EvidenceOf(firmware) == Evidence::kPending ||
+         OtherChangesText(firmware).empty();
+}
+
 // The verdict on what the BMC answered, with what the versions show.
 Verdict WithChanges(const Facts& facts, const Verdict& said) {
   const Firmware& firmware = facts.run.firmware;
@@ -98,9 +104,11 @@ Verdict WithChanges(const Facts& facts, const Verdict& said) {
   if (EvidenceOf(firmware) == Evidence::kNone) {
     verdict.cause = Joined(said.cause, SeenBy(facts.run.verification));
   } else {
-    verdict.headline += changes.empty()
-                            ? std::string(" No version has changed.")
-                            : fmt::format(" Changed: {}.", changes);
+    verdict.headline +=
+        !changes.empty() ? fmt::format(" Changed: {}.", changes)
+        : IsNothingElseChanged(firmware)
+            ? std::string(" No version has changed.")
+            : std::string(" No version that counts has changed.");
   }
   return verdict;
 }
@@ -149,7 +157,7 @@ Verdict Unchanged(const Facts& facts, const Verdict& said) {
       "If the image contains other versions than the installed ones, look up "
       "in the event log of the BMC why they were not installed.";
   return {Outcome::kUnchanged,
-          OtherChangesText(facts.run.firmware).empty()
+          IsNothingElseChanged(facts.run.firmware)
               ? "The BMC reports success, but no version has changed."
               : "The BMC reports success, but no version that counts has "
                 "changed.",
