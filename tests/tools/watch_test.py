@@ -15,11 +15,15 @@ import subprocess
 import sys
 import tempfile
 
+import jsonschema
+
 from simulated import Machine, finish, wait_for, write_rules
 
 TOOL, SOURCE = sys.argv[1], pathlib.Path(sys.argv[2])
 WORK = tempfile.TemporaryDirectory(prefix="watch-")
 HOME = pathlib.Path(WORK.name)
+RESULT = jsonschema.Draft202012Validator(json.loads(
+    (SOURCE / "tools/quorvane/commands/result.schema.json").read_text()))
 BIOS = "/redfish/v1/UpdateService/FirmwareInventory/BIOS"
 TASK = "/redfish/v1/TaskService/Tasks/1"
 faults = []
@@ -54,6 +58,10 @@ ROWS = [
     ("lost_upload", {"faults": [slow("upload", fault="drop")]}, "",
      "sent completely", "", "unknown", "a response was lost", 0, 0),
     ("task", RUNNING, "", "State: Running", "--restart", "updated", "", 1, 1),
+    ("logged_from_error_on", RUNNING, "--log-level error", "State: Running",
+     "--restart --log-level error", "updated", "", 1, 1),
+    ("restart_not_needed", AT_COMPLETION, "", "State: Running", "--restart",
+     "updated", "", 1, 0),
     ("task_without_restart", RUNNING, "", "State: Running", "", "unchanged",
      "quorvane restart", 1, 0),
     ("task_never_ends", task("Running 40"), "", "State: Running", "", "unknown",
@@ -99,6 +107,7 @@ def run_watch(name, options):
                           capture_output=True, text=True, timeout=100)
     expect(done.stdout, f"{name}: exit {done.returncode}", done.stderr)
     result = json.loads(done.stdout)
+    RESULT.validate(result)
     expect(result["exit_code"] == done.returncode, name, result)
     return result
 
@@ -157,6 +166,29 @@ def watch_twice():
     expect((result["verdict"], bmc.images()) == ("updated", 1), name, result)
 
 
+def watch_too_early():
+    """An update that still runs, or whose log ends with another command."""
+    name = "running"
+    rules = write_rules(SOURCE, HOME / f"{name}.json", {})
+    account = f"--user admin --password-file {HOME}/pw --insecure"
+    with Machine(TOOL, HOME, name, {"faults": [slow("inventory")]}) as bmc:
+        update = subprocess.Popen(
+            arguments(name, f"update --bmc {bmc.address} --user admin",
+                      f"--rules {rules} --file {HOME}/fw"),
+            stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT)
+        log = HOME / f"{name}.log"
+        wait_for(lambda: log.exists() and "GET collection" in log.read_text())
+        for text in ("changes the firmware of", "its last run is \"inventory of"):
+            watch = subprocess.run(arguments(name, "watch", ""), text=True,
+                                   capture_output=True)
+            expect(watch.returncode == 2 and text in watch.stderr, text,
+                   watch.stdout, watch.stderr)
+            update.kill()
+            update.wait()
+            subprocess.run([TOOL, *f"inventory --bmc {bmc.address} {account} "
+                            f"--log {log}".split()], capture_output=True)
+
+
 def watch_a_task():
     """Without a log: the task and the versions before are named."""
     name = "named_task"
@@ -194,7 +226,8 @@ def reject():
 (HOME / "pw").chmod(0o600)
 with concurrent.futures.ThreadPoolExecutor(max_workers=8) as pool:
     futures = [pool.submit(run_row, *row) for row in ROWS]
-    futures += [pool.submit(watch_twice), pool.submit(watch_a_task)]
+    futures += [pool.submit(watch_twice), pool.submit(watch_too_early),
+                pool.submit(watch_a_task)]
     concurrent.futures.wait(futures)
     futures.append(pool.submit(reject))
 finish(futures, faults)

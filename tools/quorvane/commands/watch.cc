@@ -233,7 +233,7 @@ void Follow(RunSession& session, const WatchOptions& options,
       facts.reboot == Answer::kInDoubt) {
     return;
   }
-  // Somebody may have rebooted the system meanwhile.
+  // The operator may have rebooted the system meanwhile.
   const bool is_updated = options.restart && IsUpdatedNow(session, account);
   if (session.MustStop()) return;
   responses.reboot =

@@ -110,7 +110,7 @@ std::string RebootClause(const Facts& facts) {
       break;
   }
   if (facts.run.reboot_withheld.empty()) return {};
-  // Whether somebody rebooted it before the run was continued is not known.
+  // Whether the operator rebooted it in between is not known.
   return (facts.run.was_continued ? "; no reboot was requested, because "
                                   : "; the system was not rebooted, because ") +
          facts.run.reboot_withheld;
