@@ -144,8 +144,9 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  void ReplaceWith(std::string_view text, mode_t mode) {
-    if (!WriteAll(file_.get(), text) || fsync(file_.get()) != 0 ||
+  void ReplaceWith(std::string_view text, mode_t mode, bool is_synced) {
+    if (!WriteAll(file_.get(), text) ||
+        (is_synced && fsync(file_.get()) != 0) ||
         fchmod(file_.get(), mode) != 0 ||
         rename(name_.c_str(), path_.c_str()) != 0) {
       Fail();
@@ -164,10 +165,10 @@ class Replacement {
   Descriptor file_;
 };
 
-mode_t ModeOf(NewMode mode) {
+mode_t ModeOfNewFiles(const DocumentOptions& options) {
   constexpr mode_t kReadWriteForAll = 0666;
   constexpr mode_t kReadForAll = 0644;
-  if (mode == NewMode::kForReaders) return kReadForAll;
+  if (options.is_for_services) return kReadForAll;
   const mode_t mask = umask(0);
   umask(mask);
   return kReadWriteForAll & ~mask;
@@ -293,7 +294,7 @@ Descriptor LockDocument(const std::string& path) {
 }
 
 void WriteDocument(const std::string& path, std::string_view text,
-                   NewMode mode) {
+                   const DocumentOptions& options) {
   if (path == kStandardOutput) {
     fmt::print("{}", EscapedJson(text));
     if (std::fflush(stdout) == 0) return;
@@ -305,7 +306,8 @@ void WriteDocument(const std::string& path, std::string_view text,
   if (found && IsNullDevice(*found)) return;
   constexpr mode_t kPermissions = 0777;
   Replacement(path).ReplaceWith(
-      text, found ? found->st_mode & kPermissions : ModeOf(mode));
+      text, found ? found->st_mode & kPermissions : ModeOfNewFiles(options),
+      options.is_synced);
 }
 
 void MakeDocumentDirectory(const std::string& path) {

@@ -88,7 +88,7 @@ class RunPages {
                       "Cannot write the page of a run to " + path +
                           ": it is a log. Use another name for --html.");
     }
-    WriteDocument(path, HtmlReport(report));
+    WriteDocument(path, HtmlReport(report), {.is_synced = false});
     return LinkTo(file);
   }
 
@@ -175,7 +175,8 @@ void WriteTables(const ReportOptions& options, const Fleet& fleet) {
     WriteDocument(options.csv, FleetCsv(fleet));
   }
   if (!options.metrics.empty()) {
-    WriteDocument(options.metrics, FleetMetrics(fleet), NewMode::kForReaders);
+    WriteDocument(options.metrics, FleetMetrics(fleet),
+                  {.is_for_services = true});
   }
 }
 
