@@ -56,7 +56,7 @@ def make_logs(home):
     write(night / "notes.txt", "hello\n")
     write(night / "prose.log", "hello\n")
     (night / "lost.log").symlink_to("nowhere")
-    write(night / "folder/9.log", log("192.0.2.9", "updated"))
+    write(night / "directory/9.log", log("192.0.2.9", "updated"))
     os.mkfifo(night / "fifo.log")
     write(home / "library.log", re.sub(r"\[tool\].*", "[update] FIRMWARE", log(
         "x", "updated")))
@@ -128,18 +128,18 @@ def check_metrics(file):
 CASES = [
     (["night"], 4, "2 machines, 3 runs, 3 unusable logs\n"),
     (["night"], 4, "\nbmc2: failed. It ended.\n  Cause: a\"b\\ \\x1b[2J\\xff="),
-    (["night/folder"], 0, "1 machine, 1 run\n"),
-    (["night/folder/9.log"], 0, "Outcome: updated (192.0.2.9)"),
-    (["night/folder/9.log", "--csv", "-"], 0, '"192.0.2.9","updated","0","2024'),
+    (["night/directory"], 0, "1 machine, 1 run\n"),
+    (["night/directory/9.log"], 0, "Outcome: updated (192.0.2.9)"),
+    (["night/directory/9.log", "--csv", "-"], 0, '"192.0.2.9","updated","0","2024'),
     (["night/1.log", "missing.log"], 4, "Cannot read the log missing.log"),
     (["night/empty.log", "night/prose.log"], 2, "no run was found"),
     (["missing.log"], 2, "Cannot read the log missing.log"),
     (["night", "--csv", "-", "--json"], 2, "both --json and --csv"),
     (["night", "--csv", "same", "--metrics", "./same"], 2, "--metrics would write"),
     (["night", "--csv", "night/2"], 2, "for LOG: --csv would write"),
-    (["night/folder", "--html", "none/x.html"], 2, "Cannot write none/x.html"),
-    (["night/folder", "--html", "file.html"], 2, "directory file-runs"),
-    (["night/folder", "--html", "link.html"], 2, "directory link-runs"),
+    (["night/directory", "--html", "none/x.html"], 2, "Cannot write none/x.html"),
+    (["night/directory", "--html", "file.html"], 2, "directory file-runs"),
+    (["night/directory", "--html", "link.html"], 2, "directory link-runs"),
     (["night", "--metrics", "/dev/null", "--csv", "/dev/null"], 4, "Table: /dev/null"),
 ]
 

@@ -26,22 +26,23 @@ bool MayBeLog(const fs::directory_entry& entry) {
   return fs::is_regular_file(status) || !fs::exists(status);
 }
 
-std::vector<LogFile> FilesIn(const std::string& folder) {
+std::vector<LogFile> FilesIn(const std::string& directory) {
   std::error_code failure;
   std::vector<LogFile> files;
-  fs::directory_iterator entry(folder, failure);
+  fs::directory_iterator entry(directory, failure);
   for (; !failure && entry != fs::directory_iterator();
        entry.increment(failure)) {
     if (!MayBeLog(*entry)) continue;
     files.push_back({.path = entry->path().string(),
-                     .folder = folder,
+                     .directory = directory,
                      .is_expected = entry->path().extension() == ".log"});
   }
   if (failure) {
-    throw ToolError(ExitCode::kUsage,
-                    fmt::format("Cannot read the folder {}: {}. Check its name "
-                                "and mode.",
-                                folder, failure.message()));
+    throw ToolError(
+        ExitCode::kUsage,
+        fmt::format("Cannot read the directory {}: {}. Check its name "
+                    "and mode.",
+                    directory, failure.message()));
   }
   std::sort(files.begin(), files.end(),
             [](const LogFile& one, const LogFile& other) {
@@ -58,7 +59,7 @@ bool HasRecord(std::string_view text) {
 
 }  // namespace
 
-bool IsFolder(const std::string& path) {
+bool IsDirectory(const std::string& path) {
   std::error_code unused;
   return fs::is_directory(path, unused);
 }
@@ -66,7 +67,7 @@ bool IsFolder(const std::string& path) {
 std::vector<LogFile> LogFilesOf(const std::vector<std::string>& paths) {
   std::vector<LogFile> found;
   for (const std::string& path : paths) {
-    if (IsFolder(path)) {
+    if (IsDirectory(path)) {
       const std::vector<LogFile> files = FilesIn(path);
       found.insert(found.end(), files.begin(), files.end());
     } else {
@@ -88,7 +89,7 @@ std::vector<LogFile> LogFilesOf(const std::vector<std::string>& paths) {
 
 std::string TextOfLog(const LogFile& file) {
   constexpr std::size_t kStartBytes = 65536;
-  // A folder may contain an image.
+  // A directory may contain an image.
   if (!file.is_expected &&
       !HasRecord(ReadRegular(file.path, "log", kStartBytes))) {
     return {};

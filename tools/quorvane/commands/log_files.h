@@ -10,17 +10,17 @@ namespace quorvane::tool {
 /// A file that may be a log.
 struct LogFile {
   std::string path = {};
-  std::string folder = {};   ///< That the user named instead of it, or empty.
-  bool is_expected = false;  ///< It is a log by its extension or the user.
+  std::string directory = {};  ///< That the user named instead of it, or empty.
+  bool is_expected = false;    ///< It is a log by its extension or the user.
 };
 
-/// The files of `paths`, and those in the folders of `paths`, sorted. Each file
-/// is there once, under whatever names.
-/// @throws ToolError if a folder cannot be read.
+/// The files of `paths`, and those in the directories of `paths`, sorted. Each
+/// file is there once, under whatever names.
+/// @throws ToolError if a directory cannot be read.
 std::vector<LogFile> LogFilesOf(const std::vector<std::string>& paths);
 
-/// Whether `path` is a folder.
-bool IsFolder(const std::string& path);
+/// Whether `path` is a directory.
+bool IsDirectory(const std::string& path);
 
 /// The text of a log, or nothing if an unexpected file does not begin like one.
 /// @throws ToolError that names the file if it cannot be read, or an expected

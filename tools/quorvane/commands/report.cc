@@ -62,7 +62,7 @@ void CheckOptions(const ReportOptions& options,
   RequireDistinct(named);
 }
 
-// Writes a page for each run in a folder beside the page of the fleet.
+// Writes a page for each run in a directory beside the page of the fleet.
 class RunPages {
  public:
   explicit RunPages(const std::string& fleet_page,
@@ -70,19 +70,19 @@ class RunPages {
     if (fleet_page.rfind("/dev/", 0) == 0 || fleet_page.empty()) return;
     const fs::path page(fleet_page);
     name_ = page.stem().string() + "-runs";
-    folder_ = (page.parent_path() / name_).string();
+    directory_ = (page.parent_path() / name_).string();
     for (const LogFile& log : logs) logs_.insert(Resolved(log.path));
   }
 
   /// @return The link to the page; empty if no pages are written.
   std::string Add(const FleetRow& row, const Report& report) {
-    if (folder_.empty()) return {};
-    if (names_.empty()) MakeDocumentDirectory(folder_);
+    if (directory_.empty()) return {};
+    if (names_.empty()) MakeDocumentDirectory(directory_);
     std::string file = PageName(row);
     const int count = ++names_[file];
     if (count > 1) file += fmt::format("-{}", count);
     file += ".html";
-    const std::string path = folder_ + '/' + file;
+    const std::string path = directory_ + '/' + file;
     if (logs_.contains(Resolved(path))) {
       throw ToolError(ExitCode::kUsage,
                       "Cannot write the page of a run to " + path +
@@ -98,7 +98,7 @@ class RunPages {
     return fs::weakly_canonical(path, unused).string();
   }
 
-  // The name of the folder can contain any character.
+  // The name of the directory can contain any character.
   [[nodiscard]] std::string LinkTo(const std::string& file) const {
     std::string link = "./";
     for (const char c : name_) {
@@ -111,7 +111,7 @@ class RunPages {
   }
 
   std::string name_;
-  std::string folder_;
+  std::string directory_;
   std::set<std::string> logs_;
   std::map<std::string, int> names_;
 };
@@ -133,7 +133,7 @@ class FleetReader {
       if (file.is_expected) {
         fleet_.unusable.push_back({file.path, NoLogText(file.path)});
       } else {
-        ++skipped_[file.folder];
+        ++skipped_[file.directory];
       }
     }
   }
@@ -153,11 +153,11 @@ class FleetReader {
   }
 
   void PrintSkipped() const {
-    for (const auto& [folder, count] : skipped_) {
+    for (const auto& [directory, count] : skipped_) {
       PrintMessage(
           fmt::format("Skipped {} in {} that {}.",
                       count == 1 ? "1 file" : fmt::format("{} files", count),
-                      folder, count == 1 ? "is not a log" : "are not logs"));
+                      directory, count == 1 ? "is not a log" : "are not logs"));
     }
   }
 
@@ -227,10 +227,11 @@ ExitCode ReportFleet(const ReportOptions& options) {
   }
   reader.PrintSkipped();
   if (fleet.rows.empty()) {
-    throw ToolError(ExitCode::kUsage,
-                    "Cannot report on " + options.logs.front() +
-                        ": no run was found. Name the logs, or the folder that "
-                        "contains them; folders in it are not read.");
+    throw ToolError(
+        ExitCode::kUsage,
+        "Cannot report on " + options.logs.front() +
+            ": no run was found. Name the logs, or the directory that "
+            "contains them; subdirectories are not read.");
   }
   if (!options.html.empty()) WriteDocument(options.html, FleetHtml(fleet));
   WriteTables(options, fleet);
@@ -251,14 +252,15 @@ void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
       "report", "Summarize a finished or unfinished run from its log, or many");
   const auto options = std::make_shared<ReportOptions>();
   command
-      ->add_option("LOG", options->logs,
-                   "The log of the run; several logs or a folder: an overview")
+      ->add_option(
+          "LOG", options->logs,
+          "The log of the run; several logs or a directory: an overview")
       ->required()
       ->type_name("");
   command
       ->add_option("--html", options->html,
                    "Write an HTML page with a timeline; for many logs, a table "
-                   "of the runs, with a page for each in a folder beside it")
+                   "of the runs, with a page for each in a directory beside it")
       ->type_name("FILE");
   command->add_flag("--json", options->json, "Print the report as JSON");
   command
@@ -272,7 +274,7 @@ void AddReportCommand(CLI::App& app, ExitCode& exit_code) {
       ->type_name("FILE");
   command->callback([options, &exit_code] {
     const bool is_one =
-        options->logs.size() == 1 && !IsFolder(options->logs.front());
+        options->logs.size() == 1 && !IsDirectory(options->logs.front());
     exit_code = is_one ? ReportLog(*options) : ReportFleet(*options);
   });
 }

@@ -49,9 +49,11 @@ class TimeAxis {
   [[nodiscard]] std::string Lane(const FleetRow& row) const {
     const double from = Share(row.start);
     const double to = Share(row.end());
-    std::string html = fmt::format("<div class=\"lane\" title=\"{}, {}\">",
-                                   Escaped(StartText(row.run)),
-                                   Duration(row.run.end - row.run.begin));
+    std::string html = fmt::format(
+        "<div class=\"lane\" title=\"{}, {}\" style=\"background-size:{:.3f}% "
+        "100%\">",
+        Escaped(StartText(row.run)), Duration(row.run.end - row.run.begin),
+        100 * step_ / length_);
     // Earlier runs can be long before the others.
     if (row.end() >= start_ && row.start <= start_ + length_) {
       html += fmt::format(
@@ -61,9 +63,6 @@ class TimeAxis {
     }
     return html + "</div>";
   }
-
-  /// For the lines behind the bars.
-  [[nodiscard]] double tick_percent() const { return 100 * step_ / length_; }
 
  private:
   static constexpr int kMaxTicks = 4;
@@ -160,8 +159,7 @@ std::string MachineRows(const Fleet& fleet, const FleetTotals& totals) {
           "<th class=\"time\" data-number><button type=\"button\" "
           "disabled>Time since the first start</button>{}</th>",
           axis.Labels()) +
-      fmt::format("</tr></thead>\n<tbody style=\"--tick:{:.3f}%\">\n",
-                  axis.tick_percent());
+      "</tr></thead>\n<tbody>\n";
   std::vector<const FleetRow*> rows;
   rows.reserve(fleet.rows.size());
   for (const FleetRow& row : fleet.rows) rows.push_back(&row);
