@@ -170,7 +170,7 @@ parent.postMessage({seen, bars: document.querySelectorAll(".lane i").length,
 
 
 def run_log(bmc, start, seconds, outcome, cause):
-    messages = [("Run: update", ""), ("Started: 2024-05-01T" + start, "+0000"),
+    messages = [("Run: update of ", bmc), ("Started: 2024-05-01T" + start, "+0000"),
                 ("BMC: ", bmc),
                 ('Firmware before: {"name":"', EVIL[:25] + '","uri":"/b","version":"1"}'),
                 ('Firmware after: {"name":"', EVIL[:25] + '","uri":"/b","version":"2"}'),

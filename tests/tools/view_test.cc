@@ -255,7 +255,8 @@ TEST(Runs, OfALogAreAllRead) {
 }
 
 FleetRow RunOf(const std::string& bmc, const std::string& hour,
-               const std::string& outcome, const std::string& title = "update",
+               const std::string& outcome,
+               const std::string& title = "update of h",
                const std::string& zone = "+0000") {
   std::string log = LogOf(
       {"[tool] Run: " + title, "[tool] Started: 2024-05-01T13:00:00" + zone,
@@ -278,12 +279,20 @@ TEST(Fleet, CountsTheLastUpdateOfEachBmc) {
        {"logs/01.log staged"}},
       {{RunOf("h", "02", "no update"), RunOf("h", "01", "no update")},
        {"logs/02.log no_update"}},
+      {{RunOf("h", "02", "done", "restart of h"), RunOf("h", "01", "failed")},
+       {"logs/01.log failed"}},
+      {{RunOf("h", "02", "failed", "restart of h"),
+        RunOf("h", "01", "unknown", "inventory of h")},
+       {"logs/02.log failed"}},
+      {{RunOf("h", "01", "unknown"), RunOf("h", "02", "updated", "watch of h")},
+       {"logs/02.log updated"}},
+      {{RunOf("h", "01", "unknown", "tasks of h")}, {"logs/01.log no_update"}},
       {{RunOf("h", "02", "done"), RunOf("h:8443", "01", "done")},
        {"logs/01.log done", "logs/02.log done"}},
       {{RunOf("", "02", "done"), RunOf("", "01", "failed")},
        {"logs/01.log failed", "logs/02.log done"}},
       // 02:00 at +0200 is before 01:00 UTC.
-      {{RunOf("h", "02", "done", "update", "+0200"),
+      {{RunOf("h", "02", "done", "update of h", "+0200"),
         RunOf("h", "01", "failed")},
        {"logs/01.log failed"}}};
   for (const Case& row : cases) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
@@ -14,10 +15,14 @@
 namespace quorvane::tool {
 namespace {
 
-// Runs are sorted by their start.
-bool IsLaterLast(const FleetRow& row, const FleetRow& last) {
-  return row.verdict.outcome != Verdict::Outcome::kNoUpdate ||
-         last.verdict.outcome == Verdict::Outcome::kNoUpdate;
+// The titles of the commands whose runs have an outcome. A program that uses
+// the library logs no title.
+constexpr std::array<std::string_view, 2> kUpdateTitles = {"update of ",
+                                                           "watch of "};
+constexpr std::string_view kRestartTitle = "restart of ";
+
+bool StartsWith(const std::string& text, std::string_view start) {
+  return text.rfind(start, 0) == 0;
 }
 
 nlohmann::json RowJson(const FleetRow& row) {
@@ -74,6 +79,11 @@ FleetRow FleetRowFrom(const Report& report, const std::string& log) {
   FleetRow row{.log = log, .run = report.run, .verdict = report.verdict};
   Run& run = row.run;
   row.bmc = NormalizedAddress(run.Detail("BMC"));
+  // Its log ends like that of an update that was cut off.
+  if (!IsUpdate(row) && !StartsWith(run.title, kRestartTitle)) {
+    row.verdict = {.outcome = Verdict::Outcome::kNoUpdate,
+                   .headline = "The log contains no update."};
+  }
   row.start = UnixStart(run);
   std::vector<FirmwareMember> members;
   for (const FirmwareMember* member : RelevantMembers(report.run.firmware)) {
@@ -94,12 +104,21 @@ void SortFleet(Fleet& fleet) {
   for (FleetRow& row : fleet.rows) {
     const std::string machine = row.bmc.empty() ? "log " + row.log : row.bmc;
     const auto [entry, is_new] = last.emplace(machine, &row);
-    if (is_new || IsLaterLast(row, *entry->second)) {
+    if (is_new || IsUpdate(row) || !IsUpdate(*entry->second)) {
       entry->second->is_last = false;
       entry->second = &row;
       row.is_last = true;
     }
   }
+}
+
+bool IsUpdate(const FleetRow& row) {
+  return row.verdict.outcome != Verdict::Outcome::kNoUpdate &&
+         (row.run.title.empty() ||
+          std::any_of(kUpdateTitles.begin(), kUpdateTitles.end(),
+                      [&row](std::string_view title) {
+                        return StartsWith(row.run.title, title);
+                      }));
 }
 
 bool IsSuccess(Verdict::Outcome outcome) {

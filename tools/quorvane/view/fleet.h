@@ -41,6 +41,9 @@ struct Fleet {
 
 FleetRow FleetRowFrom(const Report& report, const std::string& log);
 
+/// Whether the run was to update the BMC; an inventory or a restart was not.
+bool IsUpdate(const FleetRow& row);
+
 /// Sorts the rows by their start and finds the last run of each BMC: its last
 /// update, or its last run if it has no update. A log that names no BMC has one
 /// of its own.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <array>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -14,12 +16,14 @@ namespace {
 
 // What a spreadsheet takes for the start of a formula, also in the width of
 // East Asian characters.
+constexpr std::array<std::string_view, 8> kFormulaStarts = {
+    "=", "+", "-", "@", "\uff1d", "\uff0b", "\uff0d", "\uff20"};
+
 bool IsFormula(std::string_view text) {
-  for (const std::string_view start :
-       {"=", "+", "-", "@", "\uff1d", "\uff0b", "\uff0d", "\uff20"}) {
-    if (text.rfind(start, 0) == 0) return true;
-  }
-  return false;
+  return std::any_of(kFormulaStarts.begin(), kFormulaStarts.end(),
+                     [text](std::string_view start) {
+                       return text.substr(0, start.size()) == start;
+                     });
 }
 
 // A field in quotes. An apostrophe makes a formula text, also behind what some
@@ -28,11 +32,10 @@ std::string Field(std::string_view text) {
   const std::string printable = Printable(text);
   std::string field = "\"";
   bool is_start = true;
-  for (std::size_t i = 0; i < printable.size(); ++i) {
-    const char c = printable[i];
-    if (is_start && IsFormula(std::string_view(printable).substr(i))) {
-      field += '\'';
-    }
+  for (std::string_view rest = printable; !rest.empty();
+       rest.remove_prefix(1)) {
+    const char c = rest.front();
+    if (is_start && IsFormula(rest)) field += '\'';
     if (c == '"') field += '"';
     field += c;
     is_start = c == ';' || c == ',' || (is_start && (c == ' ' || c == '"'));

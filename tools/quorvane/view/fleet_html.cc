@@ -127,7 +127,7 @@ std::string CauseHtml(const Verdict& verdict) {
 
 std::string RowHtml(const FleetRow& row, const TimeAxis& axis) {
   const Verdict::Outcome outcome = row.verdict.outcome;
-  return fmt::format("<tr class=\"{}\" data-outcome=\"{}\">",
+  return fmt::format(R"(<tr class="{}" data-outcome="{}">)",
                      row.is_last ? "" : "earlier", IdOf(outcome)) +
          MachineCell(row) +
          SortedCell("Outcome", "", RankOf(outcome),

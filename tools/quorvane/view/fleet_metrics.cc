@@ -107,9 +107,8 @@ std::string FleetMetrics(const Fleet& fleet) {
       ++unusable;
       continue;
     }
-    if (row.is_last && row.verdict.outcome != Verdict::Outcome::kNoUpdate) {
-      last.Add(row);
-    }
+    if (!IsUpdate(row)) continue;
+    if (row.is_last) last.Add(row);
     if (IsSuccess(row.verdict.outcome)) {
       double& end = successes[row.bmc];
       end = std::max(end, row.end());
