@@ -28,7 +28,7 @@ def log(bmc, outcome, cause="", hour=13, version="2"):
              f"BMC: {bmc}",
              f"Firmware before: {json.dumps({**after, 'version': '1'})}",
              f"Firmware after: {json.dumps(after)}", "Elapsed: 10.000 s",
-             "Finished.", f"Outcome: {outcome}. It ended.", f"Cause: {cause}"]
+             "Finished.", f"Outcome: {outcome}. It ended.{cause}", f"Cause: {cause}"]
     return "".join(f"[2024-05-01 {hour:02}:00:00.000] [INFO   ] [tool] {text}\n"
                    for text in texts)
 
@@ -127,7 +127,7 @@ def check_metrics(file):
 # Arguments, exit code, and what standard output or error contains.
 CASES = [
     (["night"], 4, "2 machines, 3 runs, 3 unusable logs\n"),
-    (["night"], 4, "\nbmc2: failed. It ended.\n  Cause: a\"b\\ \\x1b[2J\\xff="),
+    (["night"], 4, "\n  Cause: a\"b\\ \\x1b[2J\\xff="),
     (["night/directory"], 0, "1 machine, 1 run\n"),
     (["night/directory/9.log"], 0, "Outcome: updated (192.0.2.9)"),
     (["night/directory/9.log", "--csv", "-"], 0, '"192.0.2.9","updated","0","2024'),

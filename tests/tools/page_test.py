@@ -175,7 +175,7 @@ def run_log(bmc, start, seconds, outcome, cause):
                 ('Firmware before: {"name":"', EVIL[:25] + '","uri":"/b","version":"1"}'),
                 ('Firmware after: {"name":"', EVIL[:25] + '","uri":"/b","version":"2"}'),
                 (f"Elapsed: {seconds}.000 s", ""), ("Finished.", ""),
-                (f"Outcome: {outcome}. It ended.", ""), ("Cause: ", cause)]
+                (f"Outcome: {outcome}. It ended.", cause), ("Cause: ", cause)]
     return "".join(f"[2024-05-01 {start}.000] [INFO   ] [tool] {one}{two}\n"
                    for one, two in messages)
 

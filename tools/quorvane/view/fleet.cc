@@ -55,9 +55,9 @@ std::string TroubleText(const FleetRow& row, std::size_t columns,
   constexpr std::size_t kIndent = 9;
   const Verdict& verdict = row.verdict;
   const std::string outcome = NameOf(verdict.outcome);
-  std::string head =
-      Wrapped(fmt::format("{}: {}. {}", NameOf(row), outcome, verdict.headline),
-              columns, kIndent);
+  std::string head = Wrapped(fmt::format("{}: {}. {}", NameOf(row), outcome,
+                                         Printable(verdict.headline)),
+                             columns, kIndent);
   // Not if the outcome is in another line than the name.
   const std::size_t at = head.find(": " + outcome + '.');
   if (has_color && at != std::string::npos) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <ranges>
 #include <set>
 #include <string>
 #include <utility>
@@ -85,7 +86,10 @@ struct RunMetrics {
     duration.Add({{"bmc", row.bmc}}, Milliseconds(row.run.end - row.run.begin));
     start.Add({{"bmc", row.bmc}}, Milliseconds(row.start));
     end.Add({{"bmc", row.bmc}}, Milliseconds(row.end()));
-    for (const FirmwareMember& member : row.run.firmware.members) {
+    // A BMC must not fill the database of the collector.
+    constexpr std::size_t kMaxComponents = 100;
+    for (const FirmwareMember& member :
+         row.run.firmware.members | std::views::take(kMaxComponents)) {
       firmware.Add({{"bmc", row.bmc},
                     {"uri", member.uri},
                     {"name", Excerpt(member.name, 120)},
