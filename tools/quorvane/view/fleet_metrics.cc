@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <map>
-#include <ranges>
 #include <set>
 #include <string>
 #include <utility>
@@ -88,8 +88,9 @@ struct RunMetrics {
     end.Add({{"bmc", row.bmc}}, Milliseconds(row.end()));
     // A BMC must not fill the database of the collector.
     constexpr std::size_t kMaxComponents = 100;
-    for (const FirmwareMember& member :
-         row.run.firmware.members | std::views::take(kMaxComponents)) {
+    const std::vector<FirmwareMember>& members = row.run.firmware.members;
+    for (std::size_t i = 0; i < std::min(members.size(), kMaxComponents); ++i) {
+      const FirmwareMember& member = members[i];
       firmware.Add({{"bmc", row.bmc},
                     {"uri", member.uri},
                     {"name", Excerpt(member.name, 120)},
