@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/tools/log_text.h"
+#include "tools/quorvane/view/fleet.h"
 #include "tools/quorvane/view/progress.h"
 #include "tools/quorvane/view/report.h"
 
@@ -219,6 +222,166 @@ TEST(Outcome, HasAColorAndAWord) {
   const std::string colored = OutcomeText(report.verdict, "b", 30, true);
   EXPECT_THAT(colored, testing::StartsWith("\x1b[32mOutcome: done (b)."));
   EXPECT_EQ(colored.find("\x1b[0m\n"), colored.find('\n') - 4);
+}
+
+// A row for each outcome that `log` reports, and the last run as `ReadReport`
+// reads it.
+TEST(Runs, OfALogAreAllRead) {
+  const std::string tool = LogOf(kStart + kUploading + kEnd);
+  const std::string library =
+      LogOf(Messages{"[logger] === Logger initialised", kStart[3]} +
+            kUploading + Messages{kEnd[0]});
+  const std::string header = LogOf({kStart[0], kStart[1]});
+  const std::vector<std::pair<std::string, std::size_t>> rows = {
+      {"", 0},
+      {"prose\n", 0},
+      {header, 1},
+      {tool, 1},
+      {library, 1},
+      {tool + WholeLog() + tool, 3},
+      {header + header + tool, 3},
+      {library + library, 2},
+      {tool + header, 2}};
+  for (const auto& [log, count] : rows) {
+    std::vector<Report> reports;
+    ReadRuns(log, [&](const Report& report) { reports.push_back(report); });
+    ASSERT_EQ(reports.size(), count) << log;
+    if (reports.empty()) continue;
+    const Report last = ReadReport(log);
+    EXPECT_EQ(RunJson(reports.back().run, reports.back().verdict),
+              RunJson(last.run, last.verdict));
+    EXPECT_EQ(reports.back().run.phases.size(), last.run.phases.size());
+  }
+}
+
+FleetRow RunOf(const std::string& bmc, const std::string& hour,
+               const std::string& outcome,
+               const std::string& title = "update of h",
+               const std::string& zone = "+0000") {
+  std::string log = LogOf(
+      {"[tool] Run: " + title, "[tool] Started: 2024-05-01T13:00:00" + zone,
+       "[tool] BMC: " + bmc, "[tool] Outcome: " + outcome + ". It ended."});
+  for (std::size_t at = 0; (at = log.find(" 13:", at)) != std::string::npos;) {
+    log.replace(at + 1, 2, hour);
+  }
+  return FleetRowFrom(ReadReport(log), "logs/" + hour + ".log");
+}
+
+TEST(Fleet, CountsTheLastUpdateOfEachBmc) {
+  struct Case {
+    std::vector<FleetRow> rows;
+    std::vector<std::string> last;  // log and outcome
+  };
+  const std::vector<Case> cases = {
+      {{RunOf("h", "02", "failed"), RunOf("h", "01", "updated")},
+       {"logs/02.log failed"}},
+      {{RunOf("h", "02", "no update"), RunOf("H:443", "01", "staged")},
+       {"logs/01.log staged"}},
+      {{RunOf("h", "02", "no update"), RunOf("h", "01", "no update")},
+       {"logs/02.log no_update"}},
+      {{RunOf("h", "02", "done", "restart of h"), RunOf("h", "01", "failed")},
+       {"logs/01.log failed"}},
+      {{RunOf("h", "02", "failed", "restart of h"),
+        RunOf("h", "01", "unknown", "inventory of h")},
+       {"logs/02.log failed"}},
+      {{RunOf("h", "01", "unknown"), RunOf("h", "02", "updated", "watch of h")},
+       {"logs/02.log updated"}},
+      {{RunOf("h", "01", "unknown", "tasks of h")}, {"logs/01.log no_update"}},
+      {{RunOf("h", "02", "done"), RunOf("h:8443", "01", "done")},
+       {"logs/01.log done", "logs/02.log done"}},
+      {{RunOf("", "02", "done"), RunOf("", "01", "failed")},
+       {"logs/01.log failed", "logs/02.log done"}},
+      // 02:00 at +0200 is before 01:00 UTC.
+      {{RunOf("h", "02", "done", "update of h", "+0200"),
+        RunOf("h", "01", "failed")},
+       {"logs/01.log failed"}}};
+  for (const Case& row : cases) {
+    Fleet fleet{.rows = row.rows};
+    SortFleet(fleet);
+    std::vector<std::string> last;
+    for (const FleetRow& run : fleet.rows) {
+      if (!run.is_last) continue;
+      last.push_back(run.log + ' ' + IdOf(run.verdict.outcome));
+    }
+    EXPECT_EQ(last, row.last);
+    EXPECT_EQ(TotalsOf(fleet).machines, row.last.size());
+  }
+}
+
+TEST(Fleet, StartIsUniversalTime) {
+  constexpr double kNoon = 1714564800;  // 2024-05-01 12:00 UTC
+  for (const auto& [zone, hours] : std::vector<std::pair<std::string, double>>{
+           {"+0000", 0}, {"+0200", -2}, {"-0330", 3.5}, {"-0030", 0.5}}) {
+    EXPECT_NEAR(RunOf("h", "12", "done", "", zone).start,
+                kNoon + 3600 * hours + 0.042, 1e-3)
+        << zone;
+  }
+}
+
+// What the BMC can put into a field, and how the table contains it.
+TEST(Fleet, TableHasNoFormula) {
+  for (const auto& [text, field] :
+       std::vector<std::pair<std::string, std::string>>{
+           {"a, b; c", "a, b; c"},
+           {"=1+1", "'=1+1"},
+           {"  =1", "  '=1"},
+           {"\t-1", R"(\x09-1)"},
+           {"1-1=0 + 2 @ 3", "1-1=0 + 2 @ 3"},
+           {"a;=1", "a;'=1"},
+           {"a, \"+1", "a, \"\"'+1"},
+           {"\"@x\"", "\"\"'@x\"\""},
+           {"\uff1d1", "'\uff1d1"},
+           {"a\nb\x1b", R"(a\nb\x1b)"}}) {
+    FleetRow row = RunOf("h", "01", "done");
+    row.run.title = text;
+    EXPECT_THAT(FleetCsv({.rows = {row}}), HasSubstr(",\"" + field + "\","));
+  }
+}
+
+// One faulty line makes the collector reject the whole file.
+TEST(Fleet, MetricsHaveOneLineForEachLabel) {
+  FleetRow row = RunOf("h", "01", "done");
+  row.is_last = true;
+  row.run.firmware.members = {
+      {.uri = "/a\n", .name = "a\"\xff", .before = "1"},
+      {.uri = "/a\\n", .name = "a\"\\xff", .before = "1"},  // the same label
+      {.uri = "/a", .name = "a", .before = "1", .after = "2\\"}};
+  for (int i = 0; i < 1000; ++i) {
+    row.run.firmware.members.push_back({.uri = "/" + std::to_string(i)});
+  }
+  std::vector<std::string> lines;
+  std::istringstream text(FleetMetrics({.rows = {row}}));
+  for (std::string line; std::getline(text, line);) {
+    if (line.rfind("quorvane_update_firmware", 0) == 0) lines.push_back(line);
+  }
+  ASSERT_EQ(lines.size(), 99U);  // of 100 components; the others are left out
+  const std::vector<std::string> first(lines.begin(), lines.begin() + 2);
+  EXPECT_THAT(
+      first,
+      ElementsAre(
+          R"(quorvane_update_firmware_info{bmc="h",uri="/a\\n",name="a\"\\xff",before="1",after=""} 1)",
+          R"(quorvane_update_firmware_info{bmc="h",uri="/a",name="a",before="1",after="2\\"} 1)"));
+}
+
+TEST(Fleet, SummaryFitsTheTerminal) {
+  Fleet fleet{.rows = {RunOf("192.0.2.7", "01", "failed"),
+                       RunOf(std::string(300, 'x'), "01", "login refused"),
+                       RunOf("192.0.2.8", "01", "updated")},
+              .unusable = {{"l", "r"}}};
+  SortFleet(fleet);
+  const std::string whole = FleetText(fleet, 0);
+  EXPECT_THAT(whole,
+              testing::StartsWith("3 machines, 3 runs, 1 unusable log\n"));
+  EXPECT_THAT(whole, HasSubstr("192.0.2.7: failed. It ended.\n"));
+  EXPECT_THAT(whole, Not(HasSubstr("192.0.2.8")));
+  EXPECT_THAT(FleetText(fleet, 0, true),
+              HasSubstr("192.0.2.7: \x1b[31mfailed\x1b[0m. It ended.\n"));
+  for (const std::size_t columns : {30U, 80U}) {
+    std::istringstream text(FleetText(fleet, columns));
+    for (std::string line; std::getline(text, line);) {
+      EXPECT_LT(line.size(), columns) << line;
+    }
+  }
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ enum class ExitCode {
   kFailed = 1,       ///< The update failed, or a check found faults.
   kUsage = 2,        ///< Wrong usage, or an unusable rules file.
   kUnreachable = 3,  ///< The BMC did not respond or refused the login.
-  kUnknown = 4,      ///< Unknown or unchanged, or an incomplete inventory.
+  kUnknown = 4,      ///< Unknown or unchanged, or an incomplete list.
   kNotRecorded = 5,  ///< Done, but the log or the result is incomplete.
   kInterrupted = 130,
 };

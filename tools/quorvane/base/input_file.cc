@@ -43,15 +43,17 @@ const char* FaultOf(mode_t mode) {
 }
 
 std::string ReadToEnd(int descriptor, const std::string& path,
-                      const std::string& what) {
+                      const std::string& what,
+                      std::size_t max_bytes = std::string::npos) {
   std::string text;
   std::array<char, 65536> chunk{};
   while (const ssize_t count = read(descriptor, chunk.data(), chunk.size())) {
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) RejectWithErrno(path, what);
     text.append(chunk.data(), static_cast<std::size_t>(count));
+    if (text.size() >= max_bytes) break;
   }
-  return text;
+  return text.substr(0, max_bytes);
 }
 
 }  // namespace
@@ -79,8 +81,9 @@ Descriptor OpenRegular(const std::string& path, const std::string& what) {
   return file;
 }
 
-std::string ReadRegular(const std::string& path, const std::string& what) {
-  return ReadToEnd(OpenRegular(path, what).get(), path, what);
+std::string ReadRegular(const std::string& path, const std::string& what,
+                        std::size_t max_bytes) {
+  return ReadToEnd(OpenRegular(path, what).get(), path, what, max_bytes);
 }
 
 std::string ReadRegularOrStdin(const std::string& path,

@@ -5,6 +5,7 @@
 #ifndef QUORVANE_TOOLS_QUORVANE_BASE_INPUT_FILE_H_
 #define QUORVANE_TOOLS_QUORVANE_BASE_INPUT_FILE_H_
 
+#include <cstddef>
 #include <string>
 
 #include "tools/quorvane/base/descriptor.h"
@@ -21,8 +22,9 @@ bool IsOwnStream(const std::string& path);
 /// @param what  What the file contains, e.g. "log", for messages.
 Descriptor OpenRegular(const std::string& path, const std::string& what);
 
-/// The content of a regular file.
-std::string ReadRegular(const std::string& path, const std::string& what);
+/// The content of a regular file, or its first `max_bytes`.
+std::string ReadRegular(const std::string& path, const std::string& what,
+                        std::size_t max_bytes = std::string::npos);
 
 /// Likewise, or everything from standard input for /dev/stdin.
 std::string ReadRegularOrStdin(const std::string& path,

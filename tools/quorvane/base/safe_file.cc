@@ -144,8 +144,9 @@ class Replacement {
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
 
-  void ReplaceWith(std::string_view text, mode_t mode) {
-    if (!WriteAll(file_.get(), text) || fsync(file_.get()) != 0 ||
+  void ReplaceWith(std::string_view text, mode_t mode, bool is_synced) {
+    if (!WriteAll(file_.get(), text) ||
+        (is_synced && fsync(file_.get()) != 0) ||
         fchmod(file_.get(), mode) != 0 ||
         rename(name_.c_str(), path_.c_str()) != 0) {
       Fail();
@@ -164,8 +165,10 @@ class Replacement {
   Descriptor file_;
 };
 
-mode_t ModeOfNewFiles() {
+mode_t ModeOfNewFiles(const DocumentOptions& options) {
   constexpr mode_t kReadWriteForAll = 0666;
+  constexpr mode_t kReadForAll = 0644;
+  if (options.is_for_services) return kReadForAll;
   const mode_t mask = umask(0);
   umask(mask);
   return kReadWriteForAll & ~mask;
@@ -290,7 +293,8 @@ Descriptor LockDocument(const std::string& path) {
   return directory;
 }
 
-void WriteDocument(const std::string& path, std::string_view text) {
+void WriteDocument(const std::string& path, std::string_view text,
+                   const DocumentOptions& options) {
   if (path == kStandardOutput) {
     fmt::print("{}", EscapedJson(text));
     if (std::fflush(stdout) == 0) return;
@@ -302,7 +306,25 @@ void WriteDocument(const std::string& path, std::string_view text) {
   if (found && IsNullDevice(*found)) return;
   constexpr mode_t kPermissions = 0777;
   Replacement(path).ReplaceWith(
-      text, found ? found->st_mode & kPermissions : ModeOfNewFiles());
+      text, found ? found->st_mode & kPermissions : ModeOfNewFiles(options),
+      options.is_synced);
+}
+
+void MakeDocumentDirectory(const std::string& path) {
+  constexpr mode_t kForAll = 0777;  // minus the umask
+  const std::string failure = "Cannot create the directory " + path;
+  struct stat found {};
+  if (mkdir(path.c_str(), kForAll) == 0) return;
+  if (errno != EEXIST || lstat(path.c_str(), &found) != 0) {
+    Reject(failure, SystemReason(), "Use a directory that you can write to.");
+  }
+  if (!S_ISDIR(found.st_mode) || !IsOwn(found) ||
+      (found.st_mode & S_IWOTH) != 0) {
+    Reject(failure,
+           "what has this name is not a directory of your own, or every user "
+           "can write to it",
+           "Remove it, or use another name.");
+  }
 }
 
 std::string TemporaryDirectory() {

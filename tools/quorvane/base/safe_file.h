@@ -34,10 +34,24 @@ void CheckDocumentPath(const std::string& path);
 /// until the descriptor is closed.
 Descriptor LockDocument(const std::string& path);
 
+struct DocumentOptions {
+  /// A new file gets mode 0644, for a service of another user, instead of 0666
+  /// minus the umask.
+  bool is_for_services = false;
+  /// The file is on the disk when `WriteDocument` returns. That takes much
+  /// longer than to write it, so not for many files that can be written again.
+  bool is_synced = true;
+};
+
 /// Replaces the content of the file `path` by `text` in one step. An existing
-/// file keeps its mode; a new one gets 0666 minus the umask. /dev/null discards
-/// the text, /dev/stdout prints it like `EscapedJson`.
-void WriteDocument(const std::string& path, std::string_view text);
+/// file keeps its mode. /dev/null discards the text, /dev/stdout prints it like
+/// `EscapedJson`.
+void WriteDocument(const std::string& path, std::string_view text,
+                   const DocumentOptions& options = {});
+
+/// Creates a directory for documents, or checks that the existing one is a
+/// directory of your own that no other user can write to.
+void MakeDocumentDirectory(const std::string& path);
 
 /// The directory for temporary files: TMPDIR, else /tmp. It is rejected if
 /// other users can replace files in it.

@@ -3,6 +3,8 @@
 #define QUORVANE_TOOLS_QUORVANE_VIEW_REPORT_H_
 
 #include <cstddef>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,6 +25,21 @@ struct Report {
 
 Report ReadReport(std::string_view log);
 
+/// Passes each run of a log to `handler`, in order and without events; none if
+/// the log has no records.
+void ReadRuns(std::string_view log,
+              const std::function<void(const Report&)>& handler);
+
+/// "2024-05-01 13:07:09 +0200"
+std::string StartText(const Run& run);
+
+/// The start in seconds since 1970. A log that does not state its offset from
+/// UTC has the local time of this computer.
+double UnixStart(const Run& run);
+
+/// `text` for a terminal: green, yellow (unknown) or red.
+std::string Colored(const std::string& text, Verdict::Outcome outcome);
+
 /// A row of the table of phases.
 struct PhaseRow {
   std::string name, requests, responses, result;
@@ -33,8 +50,7 @@ PhaseRow RowOf(const PhaseRun& phase);
 /// What the log states about the run: start, duration, BMC, image, rules, tool.
 std::vector<std::pair<std::string, std::string>> FactRows(const Run& run);
 
-/// `TextOf`; with color, the line of the outcome is green,
-/// yellow (unknown) or red.
+/// `TextOf`; with color, the line of the outcome is `Colored`.
 std::string OutcomeText(const Verdict& verdict, const std::string& bmc,
                         std::size_t columns, bool has_color);
 
@@ -45,7 +61,10 @@ std::string TextReport(const Report& report, std::size_t columns,
 /// An HTML page that loads nothing from elsewhere.
 std::string HtmlReport(const Report& report);
 
-/// {"verdict": ..., "events": [...]}
+/// {"verdict": ..., "firmware": [...]}
+nlohmann::json RunJson(const Run& run, const Verdict& verdict);
+
+/// The same with {"events": [...]}.
 std::string JsonReport(const Report& report);
 
 }  // namespace quorvane::tool

@@ -2,14 +2,11 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <stdexcept>
 #include <string_view>
-#include <utility>
 
 #include "tools/quorvane/base/text.h"
 #include "tools/quorvane/view/firmware_table.h"
+#include "tools/quorvane/view/html.h"
 #include "tools/quorvane/view/report.h"
 
 namespace quorvane::tool {
@@ -17,32 +14,6 @@ namespace quorvane::tool {
 extern const std::string_view kReportPage;  // report.html
 
 namespace {
-
-std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char c : Printable(text)) {
-    switch (c) {
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '"':
-        escaped += "&quot;";
-        break;
-      case '\'':
-        escaped += "&#39;";
-        break;
-      default:
-        escaped += c;
-    }
-  }
-  return escaped;
-}
 
 const char* ClassOf(Span::Kind kind) {
   switch (kind) {
@@ -119,19 +90,8 @@ class Timeline {
     return kLeft + share * (kWidth - kLeft - kRight);
   }
 
-  // Five to ten ticks, at round times.
-  [[nodiscard]] double TickStep() const {
-    constexpr std::array<double, 17> kSteps = {
-        0.001, 0.01, 0.1, 0.5, 1,    2,    5,    10,   30,
-        60,    120,  300, 600, 1800, 3600, 7200, 21600};
-    for (const double step : kSteps) {
-      if (length_ / step <= 10) return step;
-    }
-    return std::ceil(length_ / 864000) * 86400;
-  }
-
   void DrawAxis(double height) {
-    const double step = TickStep();
+    const double step = TickStep(length_, 10);
     for (int tick = 0; tick * step <= length_; ++tick) {
       const double x = X(run_.begin + tick * step);
       svg_ += fmt::format(
@@ -200,29 +160,14 @@ class Timeline {
   std::string svg_;
 };
 
-const char* ClassOf(Verdict::Outcome outcome) {
-  switch (ExitCodeOf(outcome)) {
-    case ExitCode::kDone:
-      return "outcome good";
-    case ExitCode::kFailed:
-    case ExitCode::kUnreachable:
-      return "outcome bad";
-    case ExitCode::kUsage:
-    case ExitCode::kUnknown:
-    case ExitCode::kNotRecorded:
-    case ExitCode::kInterrupted:
-      break;
-  }
-  return "outcome";
-}
-
 std::string OutcomeSection(const Report& report) {
   const Verdict& verdict = report.verdict;
+  const std::string css_class = OutcomeClass(verdict.outcome);
   std::string html = fmt::format(
-      "<h1>{}</h1>\n<div class=\"{}\"><p><strong>Outcome: {}.</strong> "
+      "<h1>{}</h1>\n<div class=\"outcome{}\"><p><strong>Outcome: {}.</strong> "
       "{}</p>\n",
       report.run.title.empty() ? "Firmware update" : Escaped(report.run.title),
-      ClassOf(verdict.outcome), NameOf(verdict.outcome),
+      css_class.empty() ? css_class : ' ' + css_class, NameOf(verdict.outcome),
       Escaped(verdict.headline));
   if (!verdict.cause.empty()) {
     html += fmt::format("<p class=\"remark\">Cause: {}</p>\n",
@@ -249,13 +194,6 @@ std::string FactTableRows(const Run& run) {
         fmt::format("<tr><th>{}</th><td>{}</td></tr>\n", name, Escaped(value));
   }
   return html;
-}
-
-// A narrow page shows `name` before the text, instead of a row of headings.
-std::string Cell(const char* name, const std::string& text,
-                 const char* css_class = "") {
-  return fmt::format(R"(<td data-name="{}" class="{}">{}</td>)", name,
-                     css_class, Escaped(text));
 }
 
 // The versions before and after; nothing if they were not compared.
@@ -310,25 +248,16 @@ std::string RemarkRows(const Run& run) {
 }  // namespace
 
 std::string HtmlReport(const Report& report) {
-  const std::array parts = {
-      std::pair("<!-- title -->\n", PageTitle(report)),
-      std::pair("<!-- outcome -->\n", OutcomeSection(report)),
-      std::pair("<!-- facts -->\n", FactTableRows(report.run)),
-      std::pair("<!-- firmware -->\n", FirmwareSection(report.run.firmware)),
-      std::pair("<!-- timeline -->\n", Timeline(report.run).Draw()),
-      std::pair("<!-- phases -->\n", PhaseRows(report.run)),
-      std::pair("<!-- remarks -->\n", RemarkRows(report.run))};
-  std::string html;
-  std::string_view page = kReportPage;
-  for (const auto& [placeholder, part] : parts) {
-    const std::size_t at = page.find(placeholder);
-    if (at == std::string_view::npos) {
-      throw std::logic_error(std::string("report.html lacks ") + placeholder);
-    }
-    html.append(page.substr(0, at)).append(part);
-    page.remove_prefix(at + std::string_view(placeholder).size());
-  }
-  return html.append(page);
+  return FilledPage(
+      kReportPage,
+      {{"<!-- title -->\n", PageTitle(report)},
+       {"<!-- style -->\n", std::string(kPageStyle)},
+       {"<!-- outcome -->\n", OutcomeSection(report)},
+       {"<!-- facts -->\n", FactTableRows(report.run)},
+       {"<!-- firmware -->\n", FirmwareSection(report.run.firmware)},
+       {"<!-- timeline -->\n", Timeline(report.run).Draw()},
+       {"<!-- phases -->\n", PhaseRows(report.run)},
+       {"<!-- remarks -->\n", RemarkRows(report.run)}});
 }
 
 }  // namespace quorvane::tool

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "tools/quorvane/base/text.h"
@@ -112,7 +114,7 @@ std::string IsoTime(std::string stamp, const std::string& zone) {
   return stamp + zone;
 }
 
-std::string ColorOf(Verdict::Outcome outcome) {
+const char* ColorOf(Verdict::Outcome outcome) {
   switch (outcome) {
     case Verdict::Outcome::kUpdated:
     case Verdict::Outcome::kCurrent:
@@ -130,18 +132,41 @@ std::string ColorOf(Verdict::Outcome outcome) {
     case Verdict::Outcome::kLoginRefused:
       return "\x1b[31m";
   }
-  return {};
+  return "";
 }
 
 }  // namespace
 
+std::string Colored(const std::string& text, Verdict::Outcome outcome) {
+  return ColorOf(outcome) + text + "\x1b[0m";
+}
+
+std::string StartText(const Run& run) {
+  const std::string zone = ZoneOf(run.Detail("Started"));
+  return fmt::format("{} {}", run.begin_stamp.substr(0, 19),
+                     zone.empty() ? "(local time)" : Printable(zone));
+}
+
+double UnixStart(const Run& run) {
+  const double time = SecondsOf(run.begin_stamp);
+  const std::string zone = ZoneOf(run.Detail("Started"));
+  int hours = 0;
+  int minutes = 0;
+  if (std::sscanf(zone.c_str(), "%3d%2d", &hours, &minutes) == 2) {
+    const int sign = zone.front() == '-' ? -1 : 1;
+    return time - 3600.0 * hours - 60.0 * sign * minutes;
+  }
+  const auto whole = static_cast<std::time_t>(time);
+  std::tm local{};
+  gmtime_r(&whole, &local);
+  local.tm_isdst = -1;
+  return static_cast<double>(std::mktime(&local)) + time - std::floor(time);
+}
+
 std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
   std::vector<std::pair<std::string, std::string>> rows;
   if (!run.begin_stamp.empty()) {
-    const std::string zone = ZoneOf(run.Detail("Started"));
-    rows.emplace_back("Started",
-                      fmt::format("{} {}", run.begin_stamp.substr(0, 19),
-                                  zone.empty() ? "(local time)" : zone));
+    rows.emplace_back("Started", StartText(run));
     rows.emplace_back("Took", Duration(run.end - run.begin));
   }
   for (const char* name :
@@ -155,6 +180,34 @@ std::vector<std::pair<std::string, std::string>> FactRows(const Run& run) {
     }
   }
   return rows;
+}
+
+void ReadRuns(std::string_view log,
+              const std::function<void(const Report&)>& handler) {
+  RunBuilder builder;
+  LogClock clock;
+  bool has_records = false;
+  const auto end_run = [&handler](const Run& run) {
+    handler({.run = run, .verdict = JudgeRun(run)});
+  };
+  ReadRecords(log, [&](const Record& record) {
+    has_records = true;
+    Event event = EventFrom(record);
+    event.time = clock.TimeOf(event);
+    if (event.kind != EventKind::kRunTitle &&
+        event.kind != EventKind::kUpdateBegins) {
+      builder.Add(event);
+      return;
+    }
+    const Run before = builder.run();
+    builder.Add(event);
+    // A run of the tool that ended before its first step counts as well.
+    if (builder.run().earlier_runs > before.earlier_runs ||
+        (event.kind == EventKind::kRunTitle && !before.title.empty())) {
+      end_run(before);
+    }
+  });
+  if (has_records) end_run(builder.run());
 }
 
 Report ReadReport(std::string_view log) {
@@ -202,8 +255,7 @@ std::string OutcomeText(const Verdict& verdict, const std::string& bmc,
   std::string text = TextOf(verdict, bmc, columns);
   if (!has_color) return text;
   const std::size_t end = text.find('\n');
-  return ColorOf(verdict.outcome) + text.substr(0, end) + "\x1b[0m" +
-         text.substr(end);
+  return Colored(text.substr(0, end), verdict.outcome) + text.substr(end);
 }
 
 std::string TextReport(const Report& report, std::size_t columns,
@@ -253,23 +305,25 @@ std::string TextReport(const Report& report, std::size_t columns,
          FirmwareText(run.firmware, columns);
 }
 
-std::string JsonReport(const Report& report) {
-  const Run& run = report.run;
+nlohmann::json RunJson(const Run& run, const Verdict& verdict) {
   const std::string zone = ZoneOf(run.Detail("Started"));
   // Daylight saving time can begin or end during a run.
   const std::string ended = ZoneOf(run.Detail("Ended"));
-  nlohmann::json json = {
-      {"bmc", run.Detail("BMC")},
-      {"start", IsoTime(run.begin_stamp, zone)},
-      {"end", IsoTime(run.end_stamp, ended.empty() ? zone : ended)},
-      {"duration_seconds", run.end - run.begin},
-      {"verdict", IdOf(report.verdict.outcome)},
-      {"exit_code", static_cast<int>(ExitCodeOf(report.verdict.outcome))},
-      {"headline", report.verdict.headline},
-      {"cause", report.verdict.cause},
-      {"next", report.verdict.next},
-      {"firmware", FirmwareJson(run.firmware)},
-      {"events", nlohmann::json::array()}};
+  return {{"bmc", run.Detail("BMC")},
+          {"start", IsoTime(run.begin_stamp, zone)},
+          {"end", IsoTime(run.end_stamp, ended.empty() ? zone : ended)},
+          {"duration_seconds", run.end - run.begin},
+          {"verdict", IdOf(verdict.outcome)},
+          {"exit_code", static_cast<int>(ExitCodeOf(verdict.outcome))},
+          {"headline", verdict.headline},
+          {"cause", verdict.cause},
+          {"next", verdict.next},
+          {"firmware", FirmwareJson(run.firmware)}};
+}
+
+std::string JsonReport(const Report& report) {
+  nlohmann::json json = RunJson(report.run, report.verdict);
+  json["events"] = nlohmann::json::array();
   for (const Event& event : report.events) {
     if (event.kind == EventKind::kOther) continue;
     json["events"].push_back(ToJson(event));
