@@ -179,7 +179,7 @@ ExitCode RunUpdate(UpdateOptions options) {
   const UpdateRequest request = RequestFrom(options);
   RunSession::Settings settings = SettingsFrom(options.output);
   settings.title = fmt::format(
-      "update of {} with {}", options.bmc.bmc,
+      "{}{} with {}", kUpdateTitle, options.bmc.bmc,
       options.file.empty() ? RedactUri(options.image) : options.file);
   settings.image = ImageText(options);
   settings.attempts = rules.max_retries + 1;

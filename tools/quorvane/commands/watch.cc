@@ -42,8 +42,6 @@ struct WatchOptions {
   bool restart = false;
 };
 
-constexpr const char* kTaskTitle = "watch of the task ";
-
 // The run as it is if it ends where it broke off.
 Run Continued(const Report& report) {
   RunBuilder builder;
@@ -80,9 +78,7 @@ std::optional<Verdict> EndOf(const Report& report,
 Report ReadLog(const WatchOptions& options) {
   Report report = ReadReport(ReadRegular(options.bmc.log, "log"));
   const std::string& title = report.run.title;
-  if (title.rfind("update of ", 0) == 0 || title.rfind(kTaskTitle, 0) == 0) {
-    return report;
-  }
+  if (report.run.HasUpdateTitle()) return report;
   throw ToolError(
       ExitCode::kUsage,
       fmt::format("Cannot follow the run in {}: {}. Use the file that "
@@ -322,7 +318,7 @@ ExitCode RunWatch(WatchOptions options) {
                                  .username = options.bmc.user,
                                  .password = ReadPassword(options.bmc)};
   RunSession::Settings settings = SettingsFrom(options.output);
-  settings.title = fmt::format("{}{} of {}", kTaskTitle,
+  settings.title = fmt::format("{}the task {} of {}", kWatchTitle,
                                RedactUri(options.task), options.bmc.bmc);
   settings.continues = continues;
   settings.attempts = rules.max_retries + 1;

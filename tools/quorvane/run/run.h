@@ -126,6 +126,11 @@ struct Verification {
   bool is_empty = false;                 ///< The inventory lists no member.
 };
 
+/// @{ How the titles of runs of `quorvane update` and `quorvane watch` begin.
+inline constexpr std::string_view kUpdateTitle = "update of ";
+inline constexpr std::string_view kWatchTitle = "watch of ";
+/// @}
+
 struct Run {
   std::string title = {};  ///< What the tool does, if it logged that.
   /// What the tool logged about the run, e.g. {"BMC", "192.0.2.7"}.
@@ -157,6 +162,10 @@ struct Run {
   [[nodiscard]] const PhaseRun* Last(Phase phase) const;
   /// The value of a detail; empty if the log does not contain it.
   [[nodiscard]] std::string Detail(std::string_view name) const;
+  [[nodiscard]] bool HasUpdateTitle() const {
+    return title.rfind(kUpdateTitle, 0) == 0 ||
+           title.rfind(kWatchTitle, 0) == 0;
+  }
   [[nodiscard]] bool IsVerifying() const {
     return !phases.empty() && phases.back().phase == Phase::kVerification &&
            phases.back().result == PhaseResult::kOpen;

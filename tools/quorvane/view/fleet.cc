@@ -15,15 +15,7 @@
 namespace quorvane::tool {
 namespace {
 
-// The titles of the commands whose runs have an outcome. A program that uses
-// the library logs no title.
-constexpr std::array<std::string_view, 2> kUpdateTitles = {"update of ",
-                                                           "watch of "};
 constexpr std::string_view kRestartTitle = "restart of ";
-
-bool StartsWith(const std::string& text, std::string_view start) {
-  return text.rfind(start, 0) == 0;
-}
 
 nlohmann::json RowJson(const FleetRow& row) {
   nlohmann::json json = RunJson(row.run, row.verdict);
@@ -80,7 +72,7 @@ FleetRow FleetRowFrom(const Report& report, const std::string& log) {
   Run& run = row.run;
   row.bmc = NormalizedAddress(run.Detail("BMC"));
   // Its log ends like that of an update that was cut off.
-  if (!IsUpdate(row) && !StartsWith(run.title, kRestartTitle)) {
+  if (!IsUpdate(row) && run.title.rfind(kRestartTitle, 0) != 0) {
     row.verdict = {.outcome = Verdict::Outcome::kNoUpdate,
                    .headline = "The log contains no update."};
   }
@@ -114,11 +106,8 @@ void SortFleet(Fleet& fleet) {
 
 bool IsUpdate(const FleetRow& row) {
   return row.verdict.outcome != Verdict::Outcome::kNoUpdate &&
-         (row.run.title.empty() ||
-          std::any_of(kUpdateTitles.begin(), kUpdateTitles.end(),
-                      [&row](std::string_view title) {
-                        return StartsWith(row.run.title, title);
-                      }));
+         // A program that uses the library logs no title.
+         (row.run.title.empty() || row.run.HasUpdateTitle());
 }
 
 bool IsSuccess(Verdict::Outcome outcome) {
