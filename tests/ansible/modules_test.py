@@ -211,8 +211,10 @@ class CheckMode(ModuleTest):
                                       check=True)
                 self.assertEqual(
                     (got.get("failed", False), got["changed"],
-                     got["diff"]["after"], self.call["arguments"][0]),
-                    (failed, changed, after, "plan"))
+                     got["verdict"] == "current", got["diff"]["after"],
+                     self.call["arguments"][0]),
+                    (failed, changed, not failed and not changed, after,
+                     "plan"))
 
     def test_watch_requests_no_reboot(self):
         for check in (False, True):

@@ -14,7 +14,7 @@ notes:
     C(delegate_to=localhost). It talks to the BMC through the program
     C(quorvane), and needs nothing on the server.
   - The options have the names and meanings of the options of C(quorvane); see
-    quorvane(1). Relative paths start at the directory of C(ansible-playbook).
+    quorvane(1). Relative paths start at the directory of the playbook.
   - Without I(pin), I(known_hosts) or I(cacert), and without their environment
     variables and C(/etc/quorvane/tool.json), no certificate is checked.
 options:

@@ -94,6 +94,7 @@ WATCH = (
     EXPECT,
     VERIFY_TIMEOUT,
     _option("restart", FLAG),
+    _option("result", type="path"),
 )
 RULES = (
     _option("file", POSITION, type="path"),

@@ -83,7 +83,8 @@ RETURN = r"""
 verdict:
   description: C(updated), C(current), C(staged), C(done), C(unchanged),
     C(mismatch), C(failed), C(unknown), C(unreachable), C(login_refused) or
-    C(interrupted). Null if the update did not start, and in check mode.
+    C(interrupted). Null if the update did not start. In check mode,
+    C(current) if every expected version is installed, else null.
   returned: always
   type: str
   sample: updated
@@ -155,6 +156,7 @@ def plan(module):
                                    params["target"]))
     if params["skip_if_current"] and quorvane.is_current(firmware,
                                                          params["expect"]):
+        values["verdict"] = "current"
         module.exit_json(msg="Every expected version is installed.", **values)
     unknown = [] if params["force"] else [
         name for name in params["expect"]
