@@ -8,7 +8,9 @@ build_packages=(g++ cmake ninja-build libcurl4-openssl-dev libcjson-dev
   zlib1g-dev libcpp-httplib-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   libutf8proc-dev libbsd-dev libmd-dev libssl-dev)
 test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev
-  libgmock-dev pkg-config python3-jsonschema binutils git codespell chromium prometheus)
+  libgmock-dev pkg-config python3-jsonschema binutils git codespell chromium
+  prometheus ansible-core ansible-lint yamllint python3-voluptuous pycodestyle)
+fleet_packages=(ansible-core)
 
 print_heading() { printf '\n== %s\n' "$*"; }
 

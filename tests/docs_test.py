@@ -208,7 +208,8 @@ def check_samples():
 
 
 PAGES = [ROOT / name for name in ("README.md", "CONTRIBUTING.md",
-                                  "CHANGELOG.md", "simulator/README.md")]
+                                  "CHANGELOG.md", "ansible/README.md",
+                                  "simulator/README.md")]
 PAGES += sorted((ROOT / "docs").rglob("*.md"))
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```", re.M | re.S)
 # Page, heading, source file, part of the source, and the names in that part:
@@ -268,7 +269,7 @@ def anchors(page):
 
 def check_references():
     """Links, anchors and names of source files."""
-    directories = "|".join(MODULES + ("bench", "cmake", "docs", "fuzz", "include",
+    directories = "|".join(MODULES + ("ansible", "bench", "cmake", "docs", "fuzz", "include",
                                   "scripts", "simulator", "tests", "tools"))
     for page in [*PAGES, ROOT / "docs/update-flow.mmd"]:
         text = page.read_text("utf-8")

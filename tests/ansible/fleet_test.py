@@ -182,16 +182,18 @@ class Decisions(unittest.TestCase):
                  "c": host(), "d": host("verified"), "e": {},
                  "f": host(outcome={"failed": True, "verdict": None,
                                     "msg": "No program."}),
+                 "h": host(outcome={"verdict": None, "failed": False}),
                  "g": host(outcome={"verdict": "login_refused",
                                     "failed": True, "msg": "401."})}
         found = fleet.outcomes(hosts, list(hosts), {"e": "Off."})
         self.assertEqual(
             {name: one["verdict"] for name, one in found.items()},
             {"a": "updated", "b": "failed", "c": "not started", "d": "updated",
-             "e": "blocked", "f": "error", "g": "login_refused"})
+             "e": "blocked", "f": "error", "g": "login_refused",
+             "h": "not updated"})
         self.assertEqual(fleet.summary(found, "why"), [
-            "7 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, 1 error, "
-            "1 login refused", "Stopped: why.", "b: No.", "    Next: Do.",
+            "8 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, 1 error, "
+            "1 not updated, 1 login refused", "Stopped: why.", "b: No.", "    Next: Do.",
             "    Log: a.log", "e: Off.", "f: No program.", "g: 401.",
             "Not started: c"])
 

@@ -52,11 +52,11 @@ def finish(futures, faults):
     sys.exit(1 if faults else 0)
 
 
-def wait_for(condition):
-    end = time.monotonic() + 30
+def wait_for(condition, seconds=30):
+    end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
-            raise TimeoutError("waited for 30 s")
+            raise TimeoutError(f"waited for {seconds} s")
         time.sleep(0.02)
 
 

@@ -107,8 +107,10 @@ def outcomes(hostvars, hosts, blocked_hosts):
             outcome = dict(state["result"])
         elif not outcome:
             outcome = {"verdict": "not started"}
+        # In check mode, a good plan has no verdict.
+        open_verdict = "error" if outcome.get("failed") else "not updated"
         found[host] = {**outcome,
-                       "verdict": outcome.get("verdict") or "error"}
+                       "verdict": outcome.get("verdict") or open_verdict}
     return found
 
 
@@ -136,6 +138,6 @@ def summary(found, stopped):
 class FilterModule:
 
     def filters(self):
-        return {"absolute": absolute, "program": program, "blocked": blocked, "waves": waves, "failures": failures,
-                "reason_to_stop": reason_to_stop, "outcomes": outcomes,
-                "summary": summary}
+        return {one.__name__: one for one in (
+            absolute, program, blocked, waves, failures, reason_to_stop,
+            outcomes, summary)}

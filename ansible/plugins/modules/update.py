@@ -19,8 +19,8 @@ extends_documentation_fragment:
 attributes:
   check_mode:
     support: full
-    description: Runs C(quorvane plan), which sends only C(GET) requests. The
-      module fails if there is a blocker.
+    description: Runs C(quorvane plan), which sends only C(GET) requests, and
+      writes no file. The module fails if there is a blocker.
   diff_mode:
     support: full
     description: Shows the versions before and after. In check mode, the
@@ -141,12 +141,12 @@ from ansible_collections.quorvane.firmware.plugins.module_utils import quorvane
 
 
 def plan(module):
-    """What the update would do: the check mode."""
+    """What the update would do: the check mode, which writes no log either."""
     params = module.params
     result = quorvane.call(module, ["plan", "--json"],
-                           quorvane.ACCOUNT + quorvane.LOG + quorvane.IMAGE)
+                           quorvane.ACCOUNT + quorvane.IMAGE)
     document = result.document()
-    values = quorvane.no_outcome(result.exit_code, params["log"])
+    values = quorvane.no_outcome(result.exit_code, None)
     if document is None:
         module.fail_json(msg=result.reason(), **values)
     firmware = document.get("firmware") or []
