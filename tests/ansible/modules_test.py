@@ -241,8 +241,8 @@ class CommandLines(ModuleTest):
             "update", "--json", "--quiet", "--bmc=192.0.2.7", "--user=admin",
             "--password-stdin", "--known-hosts=/k", "--image=nfs://192.0.2.9/a",
             "--share-user=-me", *descriptor, "--target=" + BIOS,
-            "--target=" + NIC, "--expect=BIOS=2.0", "--expect=N=3",
-            "--verify-timeout=5", "--restart=never", "--skip-if-current"])
+            "--target=" + NIC, "--restart=never", "--skip-if-current",
+            "--expect=BIOS=2.0", "--expect=N=3", "--verify-timeout=5"])
         self.assertEqual(call["stdin"].encode("latin-1").decode(),
                          PASSWORD + "\n")
         self.assertEqual(call["inherited"], {"--share-password-file": {

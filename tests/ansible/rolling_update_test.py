@@ -83,26 +83,28 @@ class Fleet:
         self.simulator.send_signal(signal.SIGINT)
         self.simulator.wait(20)
 
-    def start(self, *options, **variables):
-        return subprocess.Popen(
-            ["ansible-playbook", *options, "--forks", "8", "-i", "hosts.yml",
-             "-e", "@vars.json", "-e", json.dumps(variables),
-             "quorvane.firmware.rolling_update"],
-            cwd=self.home, start_new_session=True, text=True,
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT, env={
-                **os.environ, "ANSIBLE_COLLECTIONS_PATH": COLLECTIONS,
-                "ANSIBLE_LOCAL_TEMP": str(self.home / "local"),
-                "ANSIBLE_REMOTE_TEMP": str(self.home / "remote")})
+    def start(self, name, *options, **variables):
+        # Not a pipe: updates that go on without Ansible would keep it open.
+        with (self.home / f"{name}.txt").open("w") as output:
+            return subprocess.Popen(
+                ["ansible-playbook", *options, "--forks", "8",
+                 "-i", "hosts.yml", "-e", "@vars.json",
+                 "-e", json.dumps(variables),
+                 "quorvane.firmware.rolling_update"],
+                cwd=self.home, start_new_session=True,
+                stdin=subprocess.DEVNULL, stdout=output,
+                stderr=subprocess.STDOUT, env={
+                    **os.environ, "ANSIBLE_COLLECTIONS_PATH": COLLECTIONS,
+                    "ANSIBLE_LOCAL_TEMP": str(self.home / "local"),
+                    "ANSIBLE_REMOTE_TEMP": str(self.home / "remote")})
 
     def run(self, name, exit_code, *options, **variables):
         """What the playbook prints."""
-        process = self.start(*options, **variables)
-        printed = process.communicate(timeout=150)[0]
-        (self.home / f"{name}.txt").write_text(printed)
-        if process.returncode != exit_code:
-            faults.append(f"{name}: exit code {process.returncode}, expected "
-                          f"{exit_code}:\n{printed}")
+        code = self.start(name, *options, **variables).wait(200)
+        printed = (self.home / f"{name}.txt").read_text()
+        if code != exit_code:
+            faults.append(f"{name}: exit code {code}, expected {exit_code}:\n"
+                          f"{printed}")
         expect(name, "the password is printed",
                f'"{PASSWORD}"' in printed, False)
         return printed
@@ -220,13 +222,14 @@ def check_blocked(home):
 def check_interruption(home, name, kill):
     """The playbook is killed while a wave is updated, and runs again."""
     with Fleet(home, name, {"good": 2, "slow": 3}) as fleet:
-        process = fleet.start()
+        process = fleet.start("killed")
         wave = list(fleet.scenarios)[1:4]
-        wait_for(lambda: all("task 1: Running" in fleet.account(host)
-                             for host in wave
-                             if fleet.scenarios[host] == "slow"), 100)
+        wait_for(lambda: process.poll() is not None
+                 or all("task 1: Running" in fleet.account(host)
+                        for host in wave if fleet.scenarios[host] == "slow"),
+                 100)
         kill(process.pid)
-        process.communicate(timeout=60)
+        process.wait(20)
         expect(name, "uploads before", set(fleet.uploads().values()), {0, 1})
         fleet.run(name, 0)
         expect(name, "uploads", fleet.uploads(), each(fleet.scenarios, 1))

@@ -134,4 +134,16 @@ options:
     description: Seconds to wait for other versions after the update. The
       default is 1200.
     type: int
+  no_verify:
+    description: Do not compare the versions after the update. If the BMC
+      reports success, the verdict is C(done), and the task is changed.
+    type: bool
+    default: false
+  result:
+    description: Write the result to this file, as JSON.
+    type: path
+  events:
+    description: Write the events of the run to this file while it goes on, one
+      JSON object a line.
+    type: path
 """

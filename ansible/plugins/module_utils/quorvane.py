@@ -59,16 +59,26 @@ IMAGE = (
     _option("no_download", FLAG),
     _option("target", EACH),
 )
-VERIFY_TIMEOUT = _option("verify_timeout", type="int")
-EXPECT = _option("expect", PAIRS)
-UPDATE = (
-    EXPECT,
-    VERIFY_TIMEOUT,
-    _option("restart", choices=["safe", "rules", "never"]),
-    _option("skip_if_current", FLAG, default=True),
+# Of an update, and of a watch that follows it.
+OUTCOME = (
+    _option("expect", PAIRS),
+    _option("verify_timeout", type="int"),
     _option("no_verify", FLAG),
     _option("result", type="path"),
     _option("events", type="path"),
+)
+UPDATE = (
+    _option("restart", choices=["safe", "rules", "never"]),
+    _option("skip_if_current", FLAG, default=True),
+) + OUTCOME
+WATCH = (
+    _option("before", type="path"),
+    _option("task"),
+    _option("restart", FLAG),
+) + OUTCOME
+RULES = (
+    _option("file", POSITION, type="path"),
+    _option("strict", FLAG),
 )
 
 EXECUTABLE = {"type": "str", "default": "quorvane"}
@@ -87,19 +97,6 @@ IMAGE_RULES = {
     + [("file", "image", "image_file"),
        ("share_password", "share_password_file")],
 }
-
-WATCH = (
-    _option("before", type="path"),
-    _option("task"),
-    EXPECT,
-    VERIFY_TIMEOUT,
-    _option("restart", FLAG),
-    _option("result", type="path"),
-)
-RULES = (
-    _option("file", POSITION, type="path"),
-    _option("strict", FLAG),
-)
 
 # Exit codes of the tool; docs/exit-codes.md describes them.
 DONE = 0

@@ -50,18 +50,6 @@ options:
         C(never) leaves the reboot out.
     type: str
     choices: [safe, rules, never]
-  no_verify:
-    description: Do not compare the versions after the update. If the BMC
-      reports success, the verdict is C(done), and the task is changed.
-    type: bool
-    default: false
-  result:
-    description: Write the result to this file, as JSON.
-    type: path
-  events:
-    description: Write the events of the run to this file while it goes on, one
-      JSON object a line.
-    type: path
 """
 
 EXAMPLES = r"""

@@ -40,9 +40,6 @@ options:
     description: Request the reboot of the system if it is still due.
     type: bool
     default: false
-  result:
-    description: Write the result to this file, as JSON.
-    type: path
 """
 
 EXAMPLES = r"""
