@@ -58,6 +58,9 @@ class RunState(unittest.TestCase):
             (True, "mismatch", SENT, "fresh"),
             (True, "unreachable", NOTHING_SENT, "fresh"),
             (True, "login_refused", NOTHING_SENT, "fresh"),
+            # A watch has no record.
+            (True, "unreachable", SENT, "interrupted"),
+            (True, "login_refused", SENT, "interrupted"),
             (True, "unknown", SENT, "interrupted"),
             (True, "unchanged", SENT, "interrupted"),
             (True, "interrupted", SENT, "interrupted"),
@@ -80,6 +83,10 @@ class RunState(unittest.TestCase):
                 found = self.look_up()
                 self.assertEqual((found["state"], found["is_repeated"]),
                                  (state, has_log))
+        self.write("results/a.json",
+                   '{"verdict": "unreachable", "record": {"accepted": false}}')
+        self.write("events/a.jsonl", json.dumps(SENT[-1]))
+        self.assertEqual(self.look_up()["state"], "fresh")
         self.write("results/a.json", '{"verdict": "upd')  # cut off
         self.write("events/a.jsonl", json.dumps(SENT[-1]) + '\n{"ki')
         self.assertEqual(self.look_up()["state"], "interrupted")
@@ -100,7 +107,8 @@ class RunState(unittest.TestCase):
         self.assertEqual(found["request"], {
             **request, "image": hashlib.sha256(b"new").hexdigest()})
         self.write("run.json", json.dumps({"a": found["request"]}))
-        self.assertEqual(self.look_up(request=request)["differs"], [])
+        found = self.look_up(request=request)
+        self.assertEqual((found["differs"], found["is_repeated"]), ([], True))
         self.assertEqual(self.look_up("b", request=request)["differs"], [])
         image.write_bytes(b"other")
         self.assertEqual(
@@ -117,7 +125,8 @@ class RunState(unittest.TestCase):
 def host(state="fresh", is_repeated=False, plan=None, outcome=None, **more):
     known = {"quorvane_state": {
         "state": state, "is_repeated": is_repeated, "differs": [],
-        "result": {"verdict": "updated", "failed": False}, **more}}
+        "result": {"verdict": "updated"} if state == "verified" else None,
+        **more}}
     if plan is not None:
         known["quorvane_preflight"] = plan
     if outcome is not None:
@@ -152,14 +161,14 @@ class Decisions(unittest.TestCase):
     def test_waves(self):
         hosts = {
             "current": host(plan={"verdict": "current"}),
-            "failed": host(is_repeated=True, plan={"verdict": None}),
+            "failed": host(result=FAILED, plan={"verdict": None}),
             "blocked": host(plan={}),
             "interrupted": host("interrupted", True, plan={"skipped": True}),
             "fresh": host(plan={"verdict": None}),
         }
         self.assertEqual(fleet.waves(hosts, list(hosts), {"blocked": ""}),
                          ["failed", "interrupted", "fresh", "current"])
-        hosts["verified"] = host("verified", True)
+        hosts["verified"] = host("verified")
         self.assertEqual(fleet.waves(hosts, list(hosts), {"blocked": ""}),
                          ["interrupted", "fresh", "failed", "current"])
 

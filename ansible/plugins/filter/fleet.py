@@ -64,7 +64,7 @@ def waves(hostvars, hosts, blocked_hosts):
     def rank(host):
         plan = _get(hostvars[host], "quorvane_preflight")
         has_failed = (states[host]["state"] == "fresh"
-                      and states[host]["is_repeated"])
+                      and states[host]["result"] is not None)
         return (plan.get("verdict") == "current", is_proven and has_failed)
     return sorted((h for h, one in states.items()
                    if one["state"] != "verified"), key=rank)

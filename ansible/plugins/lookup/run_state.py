@@ -37,7 +37,7 @@ _raw:
       C(running) (a process still updates the host), C(interrupted) (the BMC may
       still work on the update) or C(verified).
     - C(result) is the result of the last run; null if it has none.
-    - C(is_repeated) is true if there was a run before.
+    - C(is_repeated) is true if there may have been a run before.
     - C(request) is I(request) with the SHA-256 of the image.
     - C(differs) lists the keys of the request that the directory has with other
       values.
@@ -56,6 +56,8 @@ from ansible.plugins.lookup import LookupBase
 VERIFIED = ("updated", "current", "staged", "done")
 # The BMC may still work on the update, or has yet to show other versions.
 OPEN = ("unknown", "unchanged", "interrupted")
+# What a watch reports if it cannot ask the BMC about the update.
+UNASKED = ("unreachable", "login_refused")
 # Phases whose requests transfer the image, or let the BMC fetch it.
 SENDING = ("SimpleUpdate", "Upload", "Binary upload")
 
@@ -105,7 +107,9 @@ def state_of(log, result, events):
     verdict = (result or {}).get("verdict")
     if verdict in VERIFIED:
         return "verified"
-    is_open = verdict in OPEN or (verdict is None and os.path.exists(log))
+    is_open = (verdict in OPEN
+               or (verdict is None and os.path.exists(log))
+               or (verdict in UNASKED and result.get("record") is None))
     return "interrupted" if is_open and was_image_sent(events) else "fresh"
 
 
@@ -139,13 +143,13 @@ class LookupModule(LookupBase):
         request = dict(self.get_option("request"))
         if request.get("image"):
             request["image"] = sha256(os.path.expanduser(request["image"]))
-        known = read_json(os.path.join(run_dir, "run.json")) or {}
-        known = known.get(host, request)
+        hosts = read_json(os.path.join(run_dir, "run.json")) or {}
+        known = hosts.get(host, request)
         return {
             "state": state_of(log, result, os.path.join(
                 run_dir, "events", host + ".jsonl")),
             "result": result,
-            "is_repeated": os.path.exists(log),
+            "is_repeated": os.path.exists(log) or host in hosts,
             "request": request,
             "differs": sorted(key for key in {*known, *request}
                               if known.get(key) != request.get(key)),
