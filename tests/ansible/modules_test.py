@@ -250,6 +250,25 @@ class CommandLines(ModuleTest):
         self.assertNotIn(PASSWORD, json.dumps(got["invocation"],
                                               ensure_ascii=False))
 
+    def test_the_tool_reads_the_file_in_memory(self):
+        image = {**ACCOUNT, "image": "nfs://192.0.2.9/a", "share_user": "a",
+                 "log": str(self.home / "log"), "executable": TOOL,
+                 "bmc": "127.0.0.1:1", "insecure": True}
+        self.check_outcome("update", {**image, "share_password": PASSWORD}, {},
+                           {"verdict": "unreachable", "exit_code": 3})
+        # Otherwise it would have found out that the file cannot be read.
+        self.check_outcome("update", {**image, "share_password_file": "/none"},
+                           {}, {"verdict": None, "exit_code": 2})
+
+    def test_skips_only_what_is_expected(self):
+        for params, skips in (({}, False), ({"expect": {"BIOS": "2"}}, True),
+                              ({"expect": {"BIOS": "2"},
+                                "skip_if_current": False}, False)):
+            self.run_module("update", {**IMAGE, **params},
+                            result("updated", 0))
+            self.assertEqual("--skip-if-current" in self.call["arguments"],
+                             skips)
+
     def test_rejected_parameters(self):
         rows = [
             ("update", {**IMAGE, "expect": {"BIOS": 2.10}}, "quotation marks"),

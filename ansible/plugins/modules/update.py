@@ -169,8 +169,12 @@ def main():
     quorvane.check_expect(module)
     if module.check_mode:
         plan(module)
+    params = dict(module.params)
+    # The tool rejects the option without an expected version.
+    params["skip_if_current"] &= bool(params["expect"])
     quorvane.exit_with_outcome(
-        module, quorvane.call(module, ["update", "--json", "--quiet"], options))
+        module, quorvane.call(module, ["update", "--json", "--quiet"], options,
+                              params))
 
 
 if __name__ == "__main__":
