@@ -7,6 +7,7 @@ Usage: fleet_test.py COLLECTIONS_DIRECTORY
 import fcntl
 import hashlib
 import importlib
+import itertools
 import json
 import os
 import pathlib
@@ -21,6 +22,7 @@ from ansible.plugins.loader import lookup_loader  # noqa: E402
 fleet = importlib.import_module(
     "ansible_collections.quorvane.firmware.plugins.filter.fleet")
 
+numbers = itertools.count(1)
 NOTHING_SENT = [{"kind": "run_title"}, {"kind": "phase_begins",
                                         "phase": "Inventory"}]
 SENT = NOTHING_SENT + [{"kind": "phase_begins", "phase": "Upload"}]
@@ -122,9 +124,12 @@ class RunState(unittest.TestCase):
                 self.look_up(host, request=request)
 
 
-def host(state="fresh", is_repeated=False, plan=None, outcome=None, **more):
+def host(state="fresh", is_repeated=False, plan=None, outcome=None, bmc=None,
+         **more):
+    bmc = bmc or f"192.0.2.{next(numbers)}"
     known = {"quorvane_state": {
         "state": state, "is_repeated": is_repeated, "differs": [],
+        "request": {"bmc": bmc},
         "result": {"verdict": "updated"} if state == "verified" else None,
         **more}}
     if plan is not None:
@@ -151,10 +156,12 @@ class Decisions(unittest.TestCase):
             "plan": host(plan={"failed": True, "msg": "Too large."}),
             "other": host("verified", differs=["image"]),
             "broken": {},
+            "twin": host(bmc="BMC1"),
+            "twin_again": host(bmc="bmc1"),
         }
         reasons = fleet.blocked(hosts, list(hosts))
         self.assertEqual(list(reasons), ["busy_again", "plan", "other",
-                                         "broken"])
+                                         "broken", "twin_again"])
         self.assertEqual(reasons["plan"], "Too large.")
         self.assertIn("image changed", reasons["other"])
 
@@ -164,13 +171,16 @@ class Decisions(unittest.TestCase):
             "failed": host(result=FAILED, plan={"verdict": None}),
             "blocked": host(plan={}),
             "interrupted": host("interrupted", True, plan={"skipped": True}),
+            "unknown": host("interrupted", True, result={"verdict": "unknown"}),
             "fresh": host(plan={"verdict": None}),
         }
         self.assertEqual(fleet.waves(hosts, list(hosts), {"blocked": ""}),
-                         ["failed", "interrupted", "fresh", "current"])
+                         ["failed", "interrupted", "unknown", "fresh",
+                          "current"])
         hosts["verified"] = host("verified")
         self.assertEqual(fleet.waves(hosts, list(hosts), {"blocked": ""}),
-                         ["interrupted", "fresh", "failed", "current"])
+                         ["interrupted", "fresh", "failed", "unknown",
+                          "current"])
 
     def test_stop(self):
         hosts = {"a": host(outcome=UPDATED), "b": host(outcome=FAILED),

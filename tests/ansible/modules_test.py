@@ -200,6 +200,8 @@ class CheckMode(ModuleTest):
         ({"expect": {"BIOS": "1.0", "PSU": "1"}}, plan(), True, False,
          "System BIOS: 1.0\n"),
         ({"expect": {"PSU": "1"}, "force": True}, plan(), False, True, ""),
+        ({"expect": {"BIOS": "1.0"}, "target": [NIC]}, plan(), False, True,
+         "System BIOS: 1.0\nNetwork: the version in the image\n"),
         ({"target": [NIC]}, plan(1, [BLOCKER]), True, False,
          "Network: the version in the image\n"),
     ]
@@ -209,22 +211,28 @@ class CheckMode(ModuleTest):
             with self.subTest(params=params):
                 got = self.run_module(
                     "update", {**IMAGE, "log": "a", "result": "b",
-                               "events": "c", **params}, reply, check=True)
-                self.assertEqual({one.split("=")[0] for one in
-                                  self.call["arguments"]}
-                                 & {"--log", "--result", "--events"}, set())
+                               "events": "c", "verify_timeout": 5,
+                               "restart": "never", **params}, reply, check=True)
+                self.assertEqual(
+                    [one for one in self.call["arguments"]
+                     if not one.startswith(("--target", "--force"))],
+                    ["update", "--dry-run", "--json", "--bmc=192.0.2.7",
+                     "--user=admin", "--password-stdin", "--file=image.bin",
+                     "--restart=never", "--verify-timeout=5"])
                 self.assertEqual(
                     (got.get("failed", False), got["changed"],
-                     got["verdict"] == "current", got["diff"]["after"],
-                     self.call["arguments"][0]),
-                    (failed, changed, not failed and not changed, after,
-                     "plan"))
+                     got["verdict"] == "current", got["diff"]["after"]),
+                    (failed, changed, not failed and not changed, after))
 
-    def test_watch_requests_no_reboot(self):
+    def test_watch_changes_nothing(self):
+        params = {**ACCOUNT, "log": "a", "restart": True, "result": "b",
+                  "events": "c"}
         for check in (False, True):
-            self.run_module("watch", {**ACCOUNT, "log": "a", "restart": True},
-                            result("updated", 0), check)
-            self.assertEqual("--restart" in self.call["arguments"], not check)
+            self.run_module("watch", params, result("updated", 0), check)
+            self.assertEqual(
+                {"--restart", "--result=b", "--events=c"}
+                & {*self.call["arguments"]},
+                set() if check else {"--restart", "--result=b", "--events=c"})
 
 
 class CommandLines(ModuleTest):
@@ -261,7 +269,8 @@ class CommandLines(ModuleTest):
                            {}, {"verdict": None, "exit_code": 2})
 
     def test_skips_only_what_is_expected(self):
-        for params, skips in (({}, False), ({"expect": {"BIOS": "2"}}, True),
+        for params, skips in (({"insecure": False, "pin": "a"}, False),
+                              ({"expect": {"BIOS": "2"}}, True),
                               ({"expect": {"BIOS": "2"},
                                 "skip_if_current": False}, False)):
             self.run_module("update", {**IMAGE, **params},
@@ -276,7 +285,7 @@ class CommandLines(ModuleTest):
             ("update", {**IMAGE, "executable": "/no/such"}, "Cannot find"),
             ("update", {**IMAGE, "image": "nfs://a/b"}, "mutually exclusive"),
             ("update", {"bmc": "a", "user": "b", "file": "c"}, "password"),
-            ("update", {**IMAGE, "insecure": True, "pin": "a"}, "mutually"),
+            ("update", {**IMAGE, "known_hosts": "/a", "pin": "a"}, "mutually"),
             ("watch", ACCOUNT, "log"),
             ("watch", {**ACCOUNT, "bmc": None, "task": "/t"}, "bmc"),
             ("rules", {"command": "draft", **ACCOUNT, "bmc": None}, "bmc"),

@@ -83,6 +83,14 @@ class Fleet:
         self.simulator.send_signal(signal.SIGINT)
         self.simulator.wait(20)
 
+    def trust(self):
+        hosts = (self.home / "hosts.yml").read_text()
+        for address in re.findall('quorvane_bmc: "(.*)"', hosts):
+            subprocess.run(
+                [TOOL, "trust", "--yes", "--bmc", address, "--known-hosts",
+                 self.home / "known_hosts"], stdout=subprocess.DEVNULL,
+                check=True)
+
     def start(self, name, *options, **variables):
         # Not a pipe: updates that go on without Ansible would keep it open.
         with (self.home / f"{name}.txt").open("w") as output:
@@ -201,7 +209,9 @@ def check_stops(home):
 
 def check_blocked(home):
     with Fleet(home, "blocked", {"good": 2, "disabled": 1}) as fleet:
-        printed = fleet.run("blocked", 2)
+        fleet.trust()
+        printed = fleet.run("blocked", 2, quorvane_insecure=False,
+                            quorvane_known_hosts="known_hosts")
         expect("blocked", "changes", fleet.changes(), [])
         expect("blocked", "reason", "Nothing was changed" in printed, True)
         expect("blocked", "waves", "in waves" in printed, False)
@@ -212,7 +222,9 @@ def check_blocked(home):
         for text in ("3 hosts: 2 not updated, 1 blocked",
                      "-System BIOS: 2.4.1\n+System BIOS: 2.5.0\n"):
             expect("check", text, text in printed, True)
-        printed = fleet.run("one may be", 2, quorvane_max_blocked=1)
+        printed = fleet.run("one may be", 2, quorvane_max_blocked=1,
+                            quorvane_insecure=False,
+                            quorvane_known_hosts="known_hosts")
         expect("one may be", "uploads", sorted(fleet.uploads().values()),
                [0, 1, 1])
         expect("one may be", "summary",
@@ -238,6 +250,15 @@ def check_interruption(home, name, kill):
                each(fleet.scenarios, "updated"))
 
 
+def check_two_playbooks(home):
+    """Two playbooks with the same directory at the same time."""
+    with Fleet(home, "two", {"good": 4}) as fleet:
+        for playbook in [fleet.start(name, quorvane_expect={})
+                         for name in ("one", "other")]:
+            playbook.wait(200)
+        expect("two", "uploads", fleet.uploads(), each(fleet.scenarios, 1))
+
+
 def main():
     with tempfile.TemporaryDirectory() as directory, \
             ThreadPoolExecutor(2) as pool:
@@ -252,6 +273,7 @@ def main():
                         lambda pid: os.kill(pid, signal.SIGKILL)),
             pool.submit(check_stops, home),
             pool.submit(check_blocked, home),
+            pool.submit(check_two_playbooks, home),
         ], faults)
 
 

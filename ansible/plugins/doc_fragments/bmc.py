@@ -15,6 +15,9 @@ notes:
     C(quorvane), and needs nothing on the server.
   - The options have the names and meanings of the options of C(quorvane); see
     quorvane(1). Relative paths start at the directory of the playbook.
+  - Without pipelining, and with C(async), Ansible writes the parameters to a
+    temporary file that only the account can read. I(password_file) avoids this
+    for the password.
   - Without I(pin), I(known_hosts) or I(cacert), and without their environment
     variables and C(/etc/quorvane/tool.json), no certificate is checked.
 options:

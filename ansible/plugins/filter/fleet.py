@@ -29,7 +29,7 @@ def program(name):
 
 def blocked(hostvars, hosts):
     """The hosts that cannot be updated, each with the reason."""
-    reasons = {}
+    reasons, names = {}, {}
     for host in hosts:
         state = _get(hostvars[host], "quorvane_state")
         plan = _get(hostvars[host], "quorvane_preflight")
@@ -40,6 +40,9 @@ def blocked(hostvars, hosts):
                 "The run directory contains another update of this host: {} "
                 "changed. Use another quorvane_run_dir.".format(
                     ", ".join(state["differs"])))
+        elif names.setdefault(state["request"]["bmc"].lower(), host) != host:
+            reasons[host] = "It has the same BMC as {}: {}. Remove one.".format(
+                names[state["request"]["bmc"].lower()], state["request"]["bmc"])
         elif plan.get("failed"):
             reasons[host] = plan.get("msg") or "The plan failed."
         elif state["is_repeated"] and _runs_task(plan):
@@ -55,16 +58,16 @@ def _runs_task(plan):
 
 def waves(hostvars, hosts, blocked_hosts):
     """The hosts to work on, in order. The first one shows whether the update
-    works, so those that need no update come last. A host that failed before
-    comes after the others, unless no other host was updated either."""
+    works, so those that need no update come last. A host that an
+    earlier run did not update successfully comes after the others, unless no
+    other host was updated either."""
     states = {h: hostvars[h]["quorvane_state"] for h in hosts
               if h not in blocked_hosts}
     is_proven = any(one["state"] == "verified" for one in states.values())
 
     def rank(host):
         plan = _get(hostvars[host], "quorvane_preflight")
-        has_failed = (states[host]["state"] == "fresh"
-                      and states[host]["result"] is not None)
+        has_failed = states[host]["result"] is not None
         return (plan.get("verdict") == "current", is_proven and has_failed)
     return sorted((h for h, one in states.items()
                    if one["state"] != "verified"), key=rank)
@@ -95,7 +98,7 @@ def reason_to_stop(failed, hosts, is_canary, max_percentage):
 
 
 def outcomes(hostvars, hosts, blocked_hosts):
-    """What became of each host."""
+    """The outcome of each host."""
     found = {}
     for host in hosts:
         outcome = _get(hostvars[host], "quorvane_outcome")
@@ -109,8 +112,9 @@ def outcomes(hostvars, hosts, blocked_hosts):
             outcome = {"verdict": "not started"}
         # In check mode, a good plan has no verdict.
         open_verdict = "error" if outcome.get("failed") else "not updated"
-        found[host] = {**outcome,
-                       "verdict": outcome.get("verdict") or open_verdict}
+        found[host] = {key: outcome[key] for key in
+                       ("failed", "msg", "next", "log") if key in outcome}
+        found[host]["verdict"] = outcome.get("verdict") or open_verdict
     return found
 
 

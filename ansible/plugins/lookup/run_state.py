@@ -3,7 +3,7 @@
 
 DOCUMENTATION = r"""
 name: run_state
-short_description: Find out what became of the update of a host
+short_description: Read the state of the update of a host
 version_added: 1.0.0
 description:
   - Reads what the role C(quorvane.firmware.rolling_update) wrote about a host
@@ -24,7 +24,7 @@ options:
 """
 
 EXAMPLES = r"""
-- name: Show what became of the update
+- name: Show the state of the update
   ansible.builtin.debug:
     msg: "{{ lookup('quorvane.firmware.run_state', inventory_hostname, run_dir='night') }}"
 """
@@ -56,8 +56,8 @@ from ansible.plugins.lookup import LookupBase
 VERIFIED = ("updated", "current", "staged", "done")
 # The BMC may still work on the update, or has yet to show other versions.
 OPEN = ("unknown", "unchanged", "interrupted")
-# What a watch reports if it cannot ask the BMC about the update.
-UNASKED = ("unreachable", "login_refused")
+# What a watch reports if the BMC gives it no access.
+NO_ACCESS = ("unreachable", "login_refused")
 # Phases whose requests transfer the image, or let the BMC fetch it.
 SENDING = ("SimpleUpdate", "Upload", "Binary upload")
 
@@ -109,7 +109,7 @@ def state_of(log, result, events):
         return "verified"
     is_open = (verdict in OPEN
                or (verdict is None and os.path.exists(log))
-               or (verdict in UNASKED and result.get("record") is None))
+               or (verdict in NO_ACCESS and result.get("record") is None))
     return "interrupted" if is_open and was_image_sent(events) else "fresh"
 
 

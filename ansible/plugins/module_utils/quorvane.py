@@ -67,10 +67,14 @@ OUTCOME = (
     _option("result", type="path"),
     _option("events", type="path"),
 )
+REBOOT = _option("restart", choices=["safe", "rules", "never"])
 UPDATE = (
-    _option("restart", choices=["safe", "rules", "never"]),
+    REBOOT,
     _option("skip_if_current", FLAG, default=True),
 ) + OUTCOME
+# What an update that changes nothing needs to know.
+DRY_RUN = (REBOOT,) + tuple(one for one in OUTCOME
+                            if one.name in ("verify_timeout", "no_verify"))
 WATCH = (
     _option("before", type="path"),
     _option("task"),
@@ -86,9 +90,7 @@ EXECUTABLE = {"type": "str", "default": "quorvane"}
 ACCOUNT_RULES = {
     "required_one_of": [("password", "password_file")],
     "mutually_exclusive": [("password", "password_file"),
-                           ("pin", "known_hosts"),
-                           ("insecure", "pin", "known_hosts"),
-                           ("insecure", "cacert")],
+                           ("pin", "known_hosts")],
 }
 IMAGE_RULES = {
     "required_one_of": ACCOUNT_RULES["required_one_of"]
@@ -152,7 +154,10 @@ class Inputs:
         self.descriptors = []
         for one in options:
             value = params.get(one.name)
-            if value not in (None, False, "", [], {}):
+            # An empty password reaches the tool, which otherwise prompts.
+            if one.form in (STDIN, FILE) and value is not None:
+                self._add(one, value)
+            elif value not in (None, False, "", [], {}):
                 self._add(one, value)
 
     def _add(self, one, value):
@@ -310,11 +315,13 @@ def plan_failure(result):
                     ) or result.reason()
 
 
-def is_current(firmware, expect):
-    """Whether all components of `expect` have the expected version."""
+def is_current(firmware, expect, targets):
+    """Whether all components of `expect` have the expected version, and all
+    targets are among them."""
     named = [(members_named(firmware, name), str(version))
              for name, version in expect.items()]
-    return bool(named) and all(
+    uris = {m["uri"] for members, _ in named for m in members}
+    return bool(named) and uris.issuperset(targets) and all(
         members and all(m["version"] == version for m in members)
         for members, version in named)
 

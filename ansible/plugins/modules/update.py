@@ -19,7 +19,7 @@ extends_documentation_fragment:
 attributes:
   check_mode:
     support: full
-    description: Runs C(quorvane plan), which sends only C(GET) requests, and
+    description: Runs C(quorvane update --dry-run), which sends only C(GET) requests, and
       writes no file. The module fails if there is a blocker.
   diff_mode:
     support: full
@@ -131,8 +131,9 @@ from ansible_collections.quorvane.firmware.plugins.module_utils import quorvane
 def plan(module):
     """What the update would do: the check mode, which writes no log either."""
     params = module.params
-    result = quorvane.call(module, ["plan", "--json"],
-                           quorvane.ACCOUNT + quorvane.IMAGE)
+    result = quorvane.call(
+        module, ["update", "--dry-run", "--json"],
+        quorvane.ACCOUNT + quorvane.IMAGE + quorvane.DRY_RUN)
     document = result.document()
     values = quorvane.no_outcome(result.exit_code, None)
     if document is None:
@@ -142,8 +143,8 @@ def plan(module):
         plan=document,
         diff=quorvane.planned_diff(firmware, params["expect"],
                                    params["target"]))
-    if params["skip_if_current"] and quorvane.is_current(firmware,
-                                                         params["expect"]):
+    if params["skip_if_current"] and quorvane.is_current(
+            firmware, params["expect"], params["target"]):
         values["verdict"] = "current"
         module.exit_json(msg="Every expected version is installed.", **values)
     unknown = [] if params["force"] else [

@@ -17,7 +17,9 @@ extends_documentation_fragment:
 attributes:
   check_mode:
     support: full
-    description: The module then never requests the reboot.
+    description: The module then never requests the reboot, and writes neither
+      I(result) nor I(events). It still appends to I(log), from which it reads
+      what was sent.
   diff_mode:
     support: full
     description: Shows the versions before and after.
@@ -110,7 +112,7 @@ def main():
     quorvane.check_expect(module)
     params = dict(module.params)
     if module.check_mode:
-        params["restart"] = False
+        params.update(restart=False, result=None, events=None)
     quorvane.exit_with_outcome(
         module, quorvane.call(module, ["watch", "--json", "--quiet"], options,
                               params))
