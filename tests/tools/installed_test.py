@@ -180,7 +180,7 @@ COMMANDS = [
      ""),
     ("update {to} --image fw", 2, "for a local file, use --file"),
     ("report pw", 2, "it is not a Quorvane log"),
-    ("report .", 2, "Cannot read the log .: it is a directory. Use a regular"),
+    ("report open", 2, "Cannot report on open: no run was found."),
     ("report fifo", 2, "it is a FIFO"),
     ("report /dev/zero", 2, "it is a device"),
     ("report /dev/stdin", 2, "it is not a Quorvane log"),
