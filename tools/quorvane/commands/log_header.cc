@@ -42,8 +42,9 @@ std::vector<std::string> LogHeader(const BmcOptions& bmc,
                                    const Trust& trust) {
   std::vector<std::string> messages = {"Run: " + title, kTool,
                                        "Started: " + ZonedStampNow()};
-  for (std::string& one : Access(bmc, trust))
+  for (std::string& one : Access(bmc, trust)) {
     messages.push_back(std::move(one));
+  }
   if (!image.empty()) messages.push_back("Image: " + image);
   return messages;
 }
@@ -51,8 +52,9 @@ std::vector<std::string> LogHeader(const BmcOptions& bmc,
 std::vector<std::string> ContinuedHeader(const BmcOptions& bmc,
                                          const Trust& trust) {
   std::vector<std::string> messages = {"Continued: " + ZonedStampNow(), kTool};
-  for (std::string& one : Access(bmc, trust))
+  for (std::string& one : Access(bmc, trust)) {
     messages.push_back(std::move(one));
+  }
   return messages;
 }
 

@@ -158,14 +158,19 @@ class Verifier {
       return Nothing("the BMC does not respond");
     }
     constexpr double kMinSeconds = 30;
-    const auto response = session_.Read(
-        InventoryCall{bmc_}, std::max(kMinSeconds, end_ - MonotonicSeconds()));
+    const double limit = std::max(kMinSeconds, end_ - MonotonicSeconds());
+    const auto response = session_.Read(InventoryCall{bmc_}, limit);
     if (session_.MustStop()) return std::nullopt;
     const auto* read =
         response ? std::get_if<InventoryResult>(&*response) : nullptr;
+    if (read == nullptr) {
+      return Nothing(fmt::format(
+          "the BMC responds, but did not send its whole inventory in {:.0f} s",
+          limit));
+    }
     const Verification& seen = session_.run().verification;
     constexpr long kFirstRedirect = 300;  // RFC 9110, section 15.4
-    if (read == nullptr || !read->was_read) {
+    if (!read->was_read) {
       return Nothing(
           seen.status >= kFirstRedirect
               ? fmt::format("the inventory returned HTTP {}", seen.status)

@@ -15,6 +15,29 @@
 namespace quorvane::tool {
 namespace {
 
+std::string SuccessText(const PhaseRun& phase) {
+  switch (phase.phase) {
+    case Phase::kTask:
+      return "succeeded";
+    case Phase::kVerification:
+      return "ended";
+    case Phase::kDownload:
+      return "downloaded";
+    case Phase::kNone:
+      return "responded";
+    case Phase::kWatch:
+      return phase.spans.empty() ? "continued" : "responded";
+    case Phase::kInventory:
+    case Phase::kSimpleUpdate:
+    case Phase::kUpload:
+    case Phase::kBinaryUpload:
+    case Phase::kActivation:
+    case Phase::kReboot:
+      return "read";
+  }
+  return {};
+}
+
 std::string ResultText(const PhaseRun& phase) {
   switch (phase.result) {
     case PhaseResult::kOpen:
@@ -22,13 +45,7 @@ std::string ResultText(const PhaseRun& phase) {
     case PhaseResult::kAccepted:
       return "accepted";
     case PhaseResult::kSucceeded:
-      return phase.phase == Phase::kTask           ? "succeeded"
-             : phase.phase == Phase::kVerification ? "ended"
-             : phase.phase == Phase::kDownload     ? "downloaded"
-             : phase.phase == Phase::kNone         ? "responded"
-             : phase.phase == Phase::kWatch
-                 ? (phase.spans.empty() ? "continued" : "responded")
-                 : "read";
+      return SuccessText(phase);
     case PhaseResult::kFailed:
       return "failed";
     case PhaseResult::kStaged:
