@@ -35,7 +35,6 @@ require_edited() {
 }
 
 echo "Installing what the packages depend on"
-quietly apt-get update -q
 apt-get install --simulate --no-install-recommends "$directory/$version"/*.deb \
   >"$work/plan.txt" || { cat "$work/plan.txt"; exit 1; }
 mapfile -t needed < <(sed -n 's/^Inst \([^ ]*\) .*/\1/p' "$work/plan.txt" |

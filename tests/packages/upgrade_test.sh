@@ -17,7 +17,7 @@ packages=$1 source=$2
 version=$(cd "$source" && dpkg-parsechangelog -S Version)
 # /tmp may be mounted without exec or dev.
 work=$(mktemp -d -p /var/tmp)
-trap 'rm -rf "$work"' EXIT
+trap 'rm -rf --one-file-system "$work"' EXIT
 
 # The same build as another version with other default rules: an upgrade differs
 # only in these, and a second compilation takes minutes.
@@ -45,15 +45,19 @@ cp "$source/tests/packages/in_system.sh" "$source/debian/tests/update" "$input"
 # apt reads packages as another user.
 chmod -R a+rX "$work"
 
-# The package sources of this machine.
+# The package sources of this machine, and how it reaches them. The lists stay, so
+# that in_system.sh needs only the packages.
 make_chroot() {
-  local sources=() file
+  local sources=() options=() file
+  mapfile -t options < <(apt-config dump |
+    sed -nE 's/^Acquire::(https?::|Check-Valid-Until|Retries).*/--aptopt=&/p')
   for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.{list,sources}; do
     [ -s "$file" ] && sources+=("$file")
   done
   mkdir "$work/proc"
   unshare --mount mount --rbind /proc "$work/proc" || return
-  mmdebstrap --mode=root --variant=apt --quiet \
+  mmdebstrap --mode=root --variant=apt --include=ca-certificates --quiet \
+    --skip=cleanup/apt/lists "${options[@]}" \
     "$(. /etc/os-release && echo "$VERSION_CODENAME")" \
     "$work/chroot" "${sources[@]}" || return
   cp /etc/resolv.conf "$work/chroot/etc/resolv.conf"
@@ -71,6 +75,7 @@ if make_chroot; then
   ' sh "$work/chroot" "$version"
 elif [ -n "${QUORVANE_INSTALL_PACKAGES:-}" ]; then
   echo "Testing on this machine"
+  apt-get update -q
   "$input/in_system.sh" "$input" "$version"
 else
   echo "Skipped: no chroot can be made here. QUORVANE_INSTALL_PACKAGES=1 installs" \
