@@ -11,8 +11,8 @@ test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-
   libgmock-dev pkg-config python3-jsonschema binutils git codespell chromium
   prometheus ansible-core ansible-lint yamllint python3-voluptuous pycodestyle)
 fleet_packages=(ansible-core)
-package_packages=(debhelper dpkg-dev lintian pandoc ansible-core python3
-  mmdebstrap pkg-config)
+package_packages=(build-essential debhelper dpkg-dev lintian pandoc ansible-core
+  python3 mmdebstrap pkg-config)
 
 print_heading() { printf '\n== %s\n' "$*"; }
 
