@@ -269,7 +269,7 @@ def anchors(page):
 
 def check_references():
     """Links, anchors and names of source files."""
-    directories = "|".join(MODULES + ("ansible", "bench", "cmake", "docs", "fuzz", "include",
+    directories = "|".join(MODULES + ("ansible", "bench", "cmake", "debian", "docs", "fuzz", "include",
                                   "scripts", "simulator", "tests", "tools"))
     for page in [*PAGES, ROOT / "docs/update-flow.mmd"]:
         text = page.read_text("utf-8")
