@@ -11,6 +11,7 @@ test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-
   libgmock-dev pkg-config python3-jsonschema binutils git codespell chromium
   prometheus ansible-core ansible-lint yamllint python3-voluptuous pycodestyle)
 fleet_packages=(ansible-core)
+site_packages=(mkdocs mkdocs-material doxygen)
 
 print_heading() { printf '\n== %s\n' "$*"; }
 
