@@ -12,6 +12,7 @@ HEADERS = ("update.h", "inventory.h", "http.h", "config.h", "logging.h",
            "version.h", "export.h")
 LISTS = {"param": "Parameters", "exception": "Throws"}
 SECTIONS = {"return": "Returns"}
+BLOCKS = ("parameterlist", "simplesect", "itemizedlist", "verbatim")
 LINE = 80
 
 
@@ -51,6 +52,20 @@ class Reader:
                       html.escape(child.tail or "", quote=False)]
         return "".join(parts)
 
+    def paragraph(self, element, header):
+        """Doxygen's paragraphs contain lists and sections, those of HTML
+        contain only text."""
+        parts, text = [], html.escape(element.text or "", quote=False)
+        for child in element:
+            if child.tag in BLOCKS:
+                parts += [f"<p>{text.strip()}</p>" if text.strip() else "",
+                          self.element(child, header)]
+                text = ""
+            else:
+                text += self.element(child, header)
+            text += html.escape(child.tail or "", quote=False)
+        return "".join(parts) + (f"<p>{text.strip()}</p>" if text.strip() else "")
+
     def element(self, element, header):
         tag = element.tag
         if tag == "parameterlist":
@@ -61,7 +76,11 @@ class Reader:
                 for item in element)
             return (f"<p class='api'>{LISTS[element.get('kind')]}</p>"
                     f"<dl>{rows}</dl>")
+        if tag == "para":
+            return self.paragraph(element, header)
         text = self.html(element, header)
+        if tag == "verbatim":
+            return f"<pre><code>{text}</code></pre>"
         if tag == "simplesect":
             return f"<p class='api'>{SECTIONS[element.get('kind')]}</p>{text}"
         if tag == "ref":
@@ -71,21 +90,15 @@ class Reader:
             page = os.path.basename(page_of(place[0]))[:-3]
             return (f"<a href='{page}.html#{place[1]}'>{text}</a>"
                     if place[0] != header else f"<a href='#{place[1]}'>{text}</a>")
-        names = {"para": "p", "computeroutput": "code", "itemizedlist": "ul",
-                 "listitem": "li", "verbatim": "pre", "bold": "b",
-                 "emphasis": "em"}
+        names = {"computeroutput": "code", "itemizedlist": "ul",
+                 "listitem": "li", "bold": "b", "emphasis": "em"}
         # An element that no comment has used yet is an error, not lost text.
         return f"<{names[tag]}>{text}</{names[tag]}>"
 
     def description(self, element, header):
-        text = "".join(
+        return "".join(
             self.html(element.find(part), header).strip()
             for part in ("briefdescription", "detaileddescription"))
-        # Lists and sections stand inside of paragraphs, which HTML forbids.
-        text = re.sub(r"<p>(\s*<(?:dl|ul|pre|p)\b)", r"\1", text)
-        text = re.sub(r"(\s*<(?:dl|ul|pre)\b)", r"</p>\1", text)
-        text = re.sub(r"(</(?:dl|ul|pre)>)\s*</p>", r"\1", text)
-        return text
 
 
 def header_of(element):
@@ -136,7 +149,7 @@ def table(head, rows):
     head = "".join(f"<th>{one}</th>" for one in head)
     rows = "".join("<tr>" + "".join(f"<td>{one}</td>" for one in row) + "</tr>"
                    for row in rows)
-    return ["<div><table>", f"<thead><tr>{head}</tr></thead>",
+    return ["<div class='api-table'><table>", f"<thead><tr>{head}</tr></thead>",
             f"<tbody>{rows}</tbody></table></div>", ""]
 
 
