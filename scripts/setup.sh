@@ -12,6 +12,7 @@ test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-
   prometheus ansible-core ansible-lint yamllint python3-voluptuous pycodestyle)
 fleet_packages=(ansible-core)
 site_packages=(mkdocs mkdocs-material doxygen)
+screenshot_packages=(python3-pyte)
 
 print_heading() { printf '\n== %s\n' "$*"; }
 

@@ -35,11 +35,13 @@ class Reader:
                 self.places[compound.get("id")] = header_of(compound), name
                 self.summaries[name] = self.summary(compound)
             for member in compound.iter("memberdef"):
-                anchor = ".".join(filter(None, (
-                    name if compound.get("kind") == "class" else "",
-                    member.find("name").text)))
+                anchor = member.find("name").text
+                if compound.get("kind") in ("class", "struct"):
+                    # A field is a row in the table of its type.
+                    anchor = name if member.get("kind") == "variable" \
+                        else f"{name}.{anchor}"
                 self.places[member.get("id")] = header_of(member), anchor
-                self.summaries[anchor] = self.summary(member)
+                self.summaries.setdefault(anchor, self.summary(member))
 
     def summary(self, element):
         return html.escape(text_of(element.find("briefdescription")), quote=False)

@@ -14,6 +14,7 @@ import os
 import pathlib
 import pty
 import re
+import socket
 import struct
 import subprocess
 import sys
@@ -25,9 +26,10 @@ import pyte
 
 TOOL, OUT = pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2])
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
-# What differs from run to run: the time of day, and the key of the simulated
-# BMC. The pictures show these instead.
-VARYING = ((re.compile(r"\d{4}-\d\d-\d\d"), "2026-05-01"),
+# What differs from run to run: the time of day, the key and the port of the
+# simulated BMC. The pictures show these instead.
+VARYING = ((re.compile(r"127\.0\.0\.1:\d{4}"), "127.0.0.1:8443"),
+           (re.compile(r"\d{4}-\d\d-\d\d"), "2026-05-01"),
            (re.compile(r"\d\d:\d\d:\d\d"), "13:07:20"),
            (re.compile(r"sha256//[\w+/]{43}="),
             "sha256//3q2+7wAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA="))
@@ -38,7 +40,7 @@ PAPER, INK = "#12171f", "#d7dde6"
 COLORS = {"default": INK, "red": "#ff7b72", "green": "#56d364",
           "brown": "#e3b341", "blue": "#79c0ff", "magenta": "#d2a8ff",
           "cyan": "#56d4dd", "black": "#8b949e", "white": INK}
-BMC = ["--bmc", "127.0.0.1:8443", "--user", "admin", "--password-file",
+BMC = ["--bmc", "127.0.0.1:PORT", "--user", "admin", "--password-file",
        "password.txt", "--known-hosts", "known_hosts"]
 IMAGE = ["--rules", "site.json", "--file", "firmware.bin"]
 # Picture, command, and the text that the screen shows at that moment; without
@@ -85,6 +87,10 @@ def cells(screen):
             for row in range(ROWS)]
     while rows and not "".join(cell.data for cell in rows[-1]).strip():
         rows.pop()
+    return rows
+
+
+def steady(rows):
     for row in rows:
         text = "".join(cell.data for cell in row)
         for pattern, instead in VARYING:
@@ -137,6 +143,18 @@ def draw(rows, title):
             + "\n".join(texts) + "\n</svg>\n")
 
 
+def free_port():
+    """One with the four digits that the pictures show."""
+    for port in range(8443, 10000):
+        with socket.socket() as one:
+            try:
+                one.bind(("127.0.0.1", port))
+                return str(port)
+            except OSError:
+                continue
+    sys.exit("No port between 8443 and 9999 is free.")
+
+
 def prepare(home):
     (home / "firmware.bin").write_bytes(bytes(4 << 20))
     (home / "password.txt").write_text("password\n")
@@ -153,21 +171,23 @@ def main():
     with tempfile.TemporaryDirectory() as directory:
         home = pathlib.Path(directory)
         prepare(home)
+        port = free_port()
         bmc = subprocess.Popen(
             [TOOL, "simulate", "--scenario", "clean", "--quiet", "--port",
-             "8443", "--address-file", home / "address"],
+             port, "--address-file", home / "address"],
             stdout=subprocess.DEVNULL)
         try:
             while not (home / "address").exists():
                 if bmc.poll() is not None:
                     sys.exit("The simulated BMC did not start.")
                 time.sleep(0.05)
-            subprocess.run([TOOL, "trust", *BMC[:2], "--yes", "--known-hosts",
-                            "known_hosts"], cwd=home, check=True,
-                           stdout=subprocess.DEVNULL)
+            subprocess.run([TOOL, "trust", "--bmc", f"127.0.0.1:{port}", "--yes",
+                            "--known-hosts", "known_hosts"], cwd=home,
+                           check=True, stdout=subprocess.DEVNULL)
             OUT.mkdir(parents=True, exist_ok=True)
-            for name, command, moment in PICTURES:
-                rows = prompt(command) + record(home, command, moment)
+            for name, arguments, moment in PICTURES:
+                command = [word.replace("PORT", port) for word in arguments]
+                rows = steady(prompt(command) + record(home, command, moment))
                 (OUT / f"{name}.svg").write_text(
                     draw(rows, "quorvane " + command[0]), "utf-8")
         finally:

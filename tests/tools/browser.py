@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """A browser that a test drives, without a network."""
+import base64
 import json
 import os
 import pathlib
@@ -21,7 +22,8 @@ class Browser:
     def __init__(self, chromium):
         to_browser, self.to_browser = os.pipe()
         self.from_browser, from_browser = os.pipe()
-        self.profile = tempfile.TemporaryDirectory(prefix="browser-profile-")
+        self.profile = tempfile.TemporaryDirectory(
+            prefix="browser-profile-", ignore_cleanup_errors=True)
         # The protocol uses the descriptors 3 and 4.
         self.process = subprocess.Popen(
             ["bash", "-c", f'exec 3<&{to_browser} 4>&{from_browser} "$@"', "-",
@@ -43,9 +45,11 @@ class Browser:
         return self
 
     def __exit__(self, *_):
-        os.close(self.to_browser)
-        self.process.terminate()
+        self.session = None
+        self.call("Browser.close")
         self.process.wait(20)
+        os.close(self.to_browser)
+        self.reader.close()
         self.profile.cleanup()
 
     def message(self):
@@ -109,6 +113,5 @@ class Browser:
         return result["result"].get("value")
 
     def picture(self, file):
-        import base64
         data = self.call("Page.captureScreenshot")["data"]
         pathlib.Path(file).write_bytes(base64.b64decode(data))
