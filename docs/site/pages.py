@@ -110,6 +110,8 @@ for source in dict.fromkeys(sources):
         content = from_manual(pathlib.Path(source).name, content)
     # Words after the language, such as `sh run`, are for the tests.
     content = re.sub(r"^(```\w+) .*$", r"\1", content, flags=re.M)
+    # On a phone, the text in a picture is readable only in its own window.
+    content = re.sub(r"(!\[[^]]*\]\(([^)]*)\))", r"[\1](\2)", content)
     write(place(source), with_links(source, content))
 for header, content in api.pages(XML):
     write(api.page_of(header), content)

@@ -28,6 +28,8 @@ sys.path.insert(0, str(SOURCE / "tests/tools"))
 from simulated import finish, wait_for  # noqa: E402
 
 BLOCK = re.compile(r"^```\w+ ([^\n]+)\n(.*?)^```", re.M | re.S)
+MARKS = {"sh": {"run", "serve"}, "text": {"output"}, "log": set(),
+         "json": {"rules", "scenario", "result", "record"}}
 ADDRESSES = re.compile(r"127\.0\.0\.1:8443|192\.0\.2\.7(?!\d)")
 faults = []
 
@@ -68,16 +70,14 @@ class Page:
                 self.command(text)
             elif marks[0] == "output":
                 self.compare(text)
-        for server in self.servers:
-            if server.poll() is not None:
-                self.fault("a server ended before the page")
-        return len(self.servers), marks
+        if any(server.poll() is not None for server in self.servers):
+            self.fault("a server ended before the page")
 
     def serve(self, text):
         number = len(self.servers)
         ready = self.home / f"address{number}"
         text = text.replace("--port 8443", f"--port 0 --address-file {ready}")
-        if not ready.name in text:
+        if ready.name not in text:
             ready = self.home / "hosts.yml"
         # Its own group, so that the shell and the server end together.
         self.servers.append(subprocess.Popen(
@@ -141,9 +141,16 @@ def check(path):
             page.end()
 
 
-pages = [path for path in [*SOURCE.glob("*.md"), *SOURCE.glob("*/README.md"),
-                           *(SOURCE / "docs").rglob("*.md")]
-         if re.search(r"^```sh (run|serve)", path.read_text("utf-8"), re.M)]
+pages = []
+for one in [*SOURCE.glob("*.md"), *SOURCE.glob("*/README.md"),
+            *(SOURCE / "docs").rglob("*.md")]:
+    found = re.findall(r"^```(\w+) ([^\n]+)$", one.read_text("utf-8"), re.M)
+    for kind, words in found:
+        for word in words.split():
+            if word not in MARKS.get(kind, ()) and not word.startswith("file="):
+                faults.append(f"{one.relative_to(SOURCE)}: unknown mark {word}")
+    if "sh" in dict(found):
+        pages.append(one)
 assert pages, "no page has marked commands"
 with ThreadPoolExecutor(4) as pool:
     finish([pool.submit(check, page) for page in pages], faults)
