@@ -7,14 +7,11 @@ exit codes and JSON fields, and examples are valid.
 
 Usage: docs_test.py SOURCE_FOLDER QUORVANE_PROGRAM
 """
-import json
-import os
 import pathlib
 import re
 import subprocess
 import sys
 import tempfile
-import time
 
 ROOT = pathlib.Path(sys.argv[1])
 MODULES = ("config", "http", "inventory", "logging", "support", "update")

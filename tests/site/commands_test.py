@@ -145,10 +145,10 @@ pages = []
 for one in [*SOURCE.glob("*.md"), *SOURCE.glob("*/README.md"),
             *(SOURCE / "docs").rglob("*.md")]:
     found = re.findall(r"^```(\w+) ([^\n]+)$", one.read_text("utf-8"), re.M)
-    for kind, words in found:
-        for word in words.split():
-            if word not in MARKS.get(kind, ()) and not word.startswith("file="):
-                faults.append(f"{one.relative_to(SOURCE)}: unknown mark {word}")
+    for kind, marks in found:
+        for mark in marks.split():
+            if mark not in MARKS.get(kind, ()) and not mark.startswith("file="):
+                faults.append(f"{one.relative_to(SOURCE)}: unknown mark {mark}")
     if "sh" in dict(found):
         pages.append(one)
 assert pages, "no page has marked commands"
