@@ -254,7 +254,8 @@ TABLES = (
     ("docs/json.md", "Phases", "tools/quorvane/run/events.cc",
      r"NameOf\(Phase phase(.*?)^\}", r'return "(.+)"'),
     ("docs/guides/read-a-report.md", "Values of RESULT",
-     "tools/quorvane/view/report_text.cc", r"ResultText\((.*?)^\}", r'"([a-z ]+)"'),
+     "tools/quorvane/view/report_text.cc", r"SuccessText\((.*?^std::string ResultText\(.*?)^\}",
+     r'"([a-z ]+)"'),
     ("simulator/README.md", "Built-in scenarios", "simulator/CMakeLists.txt",
      r"(.*)", r"scenarios/([\w-]+)\.json"),
 )
