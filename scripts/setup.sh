@@ -13,6 +13,8 @@ test_packages=(pandoc clang clang-format clang-tidy libclang-rt-14-dev libgtest-
 fleet_packages=(ansible-core)
 package_packages=(build-essential debhelper dpkg-dev lintian pandoc ansible-core
   python3 mmdebstrap pkg-config)
+site_packages=(mkdocs mkdocs-material doxygen)
+screenshot_packages=(python3-pyte)
 
 print_heading() { printf '\n== %s\n' "$*"; }
 

@@ -17,6 +17,8 @@ import tempfile
 import urllib.parse
 import zlib
 
+from browser import FLAGS
+
 TOOL, CHROMIUM = sys.argv[1:]
 BASE = "https://192.0.2.7"
 # Each phase and what makes it, a second between two lines.
@@ -67,12 +69,7 @@ def browse(directory, page, *flags):
     with tempfile.TemporaryDirectory(prefix="page-profile-") as profile:
         net_log = pathlib.Path(profile) / "net.json"
         done = subprocess.run(
-            [CHROMIUM, "--headless", "--no-sandbox", "--disable-gpu",
-             "--disable-quic", "--no-first-run", "--disable-sync",
-             "--disable-background-networking", "--disable-component-update",
-             # Requests of the browser itself do not leave the machine either.
-             "--host-resolver-rules=MAP * ~NOTFOUND",
-             f"--user-data-dir={profile}", f"--log-net-log={net_log}",
+            [CHROMIUM, *FLAGS, f"--user-data-dir={profile}", f"--log-net-log={net_log}",
              "--enable-logging=stderr", *flags, f"file://{directory}/page.html"],
             capture_output=True, text=True, timeout=100)
         net = json.loads(net_log.read_text())

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Validates rules files and scenarios with their JSON Schemas. Every file in the
-source tree must be valid, and every file with a mistake must be invalid.
+"""Validates rules files, scenarios and the JSON of the documentation with their
+JSON Schemas. Every file in the source tree must be valid, and every file with a
+mistake must be invalid.
 
 Usage: schema_test.py QUORVANE_PROGRAM SOURCE_DIRECTORY
 """
@@ -21,6 +22,10 @@ DOCUMENTS = [json.loads((SOURCE / "tools/quorvane" / path).read_text())
              for path in ("redfish/plan.schema.json",
                           "redfish/tasks.schema.json",
                           "commands/result.schema.json")]
+RESULT = DOCUMENTS[-1]
+# The word after `json` in a block of a page, and the schema of the block.
+PAGE_SCHEMAS = {"rules": RULES, "scenario": SCENARIO, "result": RESULT,
+                "record": RESULT["$defs"]["record"]}
 INSTALLED = json.loads((SOURCE / "config/brindle.config.json").read_text())
 
 # Mistakes in the installed rules: path and value. None removes the key.
@@ -45,13 +50,6 @@ INVALID_SCENARIOS = [
     {"versions_change_after_reads": 1, "versions_change_after_seconds": 1}]
 
 
-def complete_rules(page):
-    blocks = re.findall(r"```json\n(.*?)```", (SOURCE / page).read_text(), re.S)
-    found = [json.loads(block) for block in blocks if '"authentication"' in block]
-    assert found, f"{page} contains no complete rules file"
-    return found
-
-
 def with_mistake(path, value):
     rules = copy.deepcopy(INSTALLED)
     *sections, key = path.split("/")
@@ -64,7 +62,7 @@ def with_mistake(path, value):
     return rules
 
 
-faults = []
+faults, kinds = [], []
 
 
 def check(schema, what, instance, must_be_valid):
@@ -80,9 +78,18 @@ for one in (RULES, SCENARIO, *DOCUMENTS):
 check(RULES, "config", INSTALLED, True)
 check(RULES, "demo", json.loads(
     (SOURCE / "scripts/demo.rules.json").read_text()), True)
-for page in ("docs/guides/write-a-rules-file.md", "docs/rules.md"):
-    for rules in complete_rules(page):
-        check(RULES, page, rules, True)
+for page in [*SOURCE.glob("*.md"), *SOURCE.glob("*/README.md"),
+             *(SOURCE / "docs").rglob("*.md")]:
+    for mark, text in re.findall(r"^```json ?([^\n]*)\n(.*?)^```",
+                                 page.read_text(), re.M | re.S):
+        kinds.append(mark.split()[0] if mark else "none")
+        if kinds[-1] in PAGE_SCHEMAS:
+            check(PAGE_SCHEMAS[kinds[-1]], page, json.loads(text), True)
+        else:
+            faults.append(f"{page}: no schema for the kind {kinds[-1]} of a "
+                          "JSON block")
+if set(kinds) != PAGE_SCHEMAS.keys():
+    faults.append(f"the pages contain only the kinds {sorted(set(kinds))}")
 for path, value in RULES_MISTAKES:
     check(RULES, f"{path}: {value!r}", with_mistake(path, value), False)
 for path in (SOURCE / "simulator/scenarios").iterdir():
