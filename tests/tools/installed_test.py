@@ -6,6 +6,7 @@ built-in scenario, every other command, and the error messages.
 Usage: installed_test.py BUILD_FOLDER SOURCE_FOLDER
 """
 import concurrent.futures
+import contextlib
 import fcntl
 import json
 import os
@@ -20,6 +21,7 @@ import subprocess
 import sys
 import tempfile
 import termios
+import threading
 
 from simulated import wait_for
 
@@ -249,10 +251,15 @@ class Machine:
         expect(not self.address.exists(), "the address file is removed")
 
 
+# The library downloads into /tmp, and rejects a name that is in use.
+downloads = threading.Lock()
+
+
 def meet(number, scenario, options, code, output):
     log, result = HOME / f"{number}.log", HOME / f"{number}.json"
     machine = Machine(scenario, number)
-    with machine as bmc:
+    with machine as bmc, (downloads if "refused" in scenario
+                          else contextlib.nullcontext()):
         # A signed link, as a file since it is a secret.
         link = HOME / f"{number}.link"
         link.write_text(f"https://{bmc}/images/firmware.bin?sig=s3cret\n")
