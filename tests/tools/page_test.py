@@ -158,7 +158,7 @@ const seen = ACTIONS.map(action => {
   action();
   return rows.filter(row => row.checkVisibility())
       .sort((one, other) => one.rowIndex - other.rowIndex)
-      .map(row => row.cells[0].textContent);
+      .map(row => row.cells[0].innerText.split("\\n")[0]);
 });
 parent.postMessage({seen, bars: document.querySelectorAll(".lane i").length,
     links: [...document.links].map(link => link.href),

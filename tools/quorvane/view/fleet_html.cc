@@ -83,14 +83,28 @@ std::string SortedCell(const char* name, const char* css_class, double key,
       css_class, key, html);
 }
 
+// The name of the log often is the name of the server.
+std::string LogNameHtml(const FleetRow& row, const std::string& machine) {
+  constexpr std::size_t kMaxColumns = 60;
+  std::string name = row.log.substr(row.log.rfind('/') + 1);
+  if (const auto end = name.rfind(".log");
+      end != std::string::npos && end > 0) {
+    name.resize(end);
+  }
+  if (name == machine) return {};
+  return "<div class=\"faint\">" + Escaped(Excerpt(name, kMaxColumns)) +
+         "</div>";
+}
+
 std::string MachineCell(const FleetRow& row) {
-  const std::string name = Escaped(NameOf(row));
+  const std::string machine = NameOf(row);
+  const std::string name = Escaped(machine);
   return R"(<td data-name="Machine">)" +
          (row.page.empty() ? name
                            : fmt::format(R"(<a href="{}">{}</a>)",
                                          Escaped(row.page), name)) +
-         (row.is_last ? "</td>"
-                      : " <span class=\"faint\">(earlier)</span></td>");
+         (row.is_last ? "" : " <span class=\"faint\">(earlier)</span>") +
+         LogNameHtml(row, machine) + "</td>";
 }
 
 std::string VersionsHtml(const Firmware& firmware) {
