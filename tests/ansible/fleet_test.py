@@ -57,7 +57,7 @@ class RunState(unittest.TestCase):
             (True, "staged", SENT, "verified"),
             (True, "done", SENT, "verified"),
             (True, "failed", SENT, "fresh"),
-            (True, "mismatch", SENT, "fresh"),
+            (True, "mismatch", SENT, "interrupted"),
             (True, "unreachable", NOTHING_SENT, "fresh"),
             (True, "login_refused", NOTHING_SENT, "fresh"),
             # A watch has no record.
@@ -179,7 +179,7 @@ class Decisions(unittest.TestCase):
                           "current"])
         hosts["verified"] = host("verified")
         self.assertEqual(fleet.waves(hosts, list(hosts), {"blocked": ""}),
-                         ["interrupted", "fresh", "failed", "unknown",
+                         ["interrupted", "fresh", "unknown", "failed",
                           "current"])
 
     def test_stop(self):
@@ -199,6 +199,10 @@ class Decisions(unittest.TestCase):
     def test_summary(self):
         hosts = {"a": host(outcome=UPDATED), "b": host(outcome=FAILED),
                  "c": host(), "d": host("verified"), "e": {},
+                 "i": host("interrupted"),
+                 "j": host("interrupted", result={
+                     "verdict": "unchanged", "headline": "As before.",
+                     "next": "Look."}),
                  "f": host(outcome={"failed": True, "verdict": None,
                                     "msg": "No program."}),
                  "h": host(outcome={"verdict": None, "failed": False}),
@@ -209,11 +213,16 @@ class Decisions(unittest.TestCase):
             {name: one["verdict"] for name, one in found.items()},
             {"a": "updated", "b": "failed", "c": "not started", "d": "updated",
              "e": "blocked", "f": "error", "g": "login_refused",
-             "h": "not updated"})
+             "h": "would be updated", "i": "interrupted", "j": "unchanged"})
         self.assertEqual(fleet.summary(found, "why"), [
-            "8 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, 1 error, "
-            "1 not updated, 1 login refused", "Stopped: why.", "b: No.", "    Next: Do.",
-            "    Log: a.log", "e: Off.", "f: No program.", "g: 401.",
+            "10 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, "
+            "1 interrupted, 1 unchanged, 1 error, 1 would be updated, "
+            "1 login refused", "Stopped: why.", "b: No.", "    Next: Do.",
+            "    Log: a.log", "e: Off.",
+            "i: interrupted: The BMC may still work on the update. This run did "
+            "not reach it.", "    Next: Run the playbook again.",
+            "j: unchanged: As before. This run did not reach it.",
+            "    Next: Look.", "f: No program.", "g: 401.",
             "Not started: c"])
 
 

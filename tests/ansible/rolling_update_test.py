@@ -214,14 +214,18 @@ def check_blocked(home):
                             quorvane_known_hosts="known_hosts")
         expect("blocked", "changes", fleet.changes(), [])
         expect("blocked", "reason", "Nothing was changed" in printed, True)
-        expect("blocked", "waves", "in waves" in printed, False)
+        expect("blocked", "summary", "3 hosts: 2 not started, 1 blocked"
+               in printed, True)
         printed = fleet.run("check", 2, "--check", "--diff",
                             quorvane_max_blocked=1)
         expect("check", "changes", fleet.changes(), [])
         expect("check", "logs", list((fleet.home / "run/logs").iterdir()), [])
-        for text in ("3 hosts: 2 not updated, 1 blocked",
+        for text in ("3 hosts: 2 would be updated, 1 blocked",
                      "-System BIOS: 2.4.1\n+System BIOS: 2.5.0\n"):
             expect("check", text, text in printed, True)
+        printed = fleet.run("no hosts", 2, quorvane_hosts="absent")
+        expect("no hosts", "reason", "No host of the inventory" in printed,
+               True)
         printed = fleet.run("one may be", 2, quorvane_max_blocked=1,
                             quorvane_insecure=False,
                             quorvane_known_hosts="known_hosts")

@@ -58,17 +58,18 @@ def _runs_task(plan):
 
 def waves(hostvars, hosts, blocked_hosts):
     """The hosts to work on, in order. The first one shows whether the update
-    works, so those that need no update come last. A host that an
-    earlier run did not update successfully comes after the others, unless no
-    other host was updated either."""
+    works, so those that need no update come last. A host that an earlier run
+    did not update successfully comes after the others, unless no other host was
+    updated either. Of these, the ones that are only looked at come first."""
     states = {h: hostvars[h]["quorvane_state"] for h in hosts
               if h not in blocked_hosts}
     is_proven = any(one["state"] == "verified" for one in states.values())
 
     def rank(host):
         plan = _get(hostvars[host], "quorvane_preflight")
-        has_failed = states[host]["result"] is not None
-        return (plan.get("verdict") == "current", is_proven and has_failed)
+        is_late = is_proven and states[host]["result"] is not None
+        return (plan.get("verdict") == "current",
+                is_late, is_late and states[host]["state"] == "fresh")
     return sorted((h for h, one in states.items()
                    if one["state"] != "verified"), key=rank)
 
@@ -97,6 +98,22 @@ def reason_to_stop(failed, hosts, is_canary, max_percentage):
                 len(failed), len(hosts), percentage, max_percentage))
 
 
+def _recorded(state):
+    """The outcome of a host that this run did not reach."""
+    result = state.get("result") or {}
+    if "verdict" in result:
+        return {**result, "failed": True, "msg":
+                "{verdict}: {headline} This run did not reach it.".format(
+                    headline=result.get("headline", ""),
+                    verdict=result["verdict"])}
+    if state.get("state") == "interrupted":
+        return {"verdict": "interrupted", "failed": True,
+                "msg": "interrupted: The BMC may still work on the update. "
+                       "This run did not reach it.", "next":
+                "Run the playbook again."}
+    return {"verdict": "not started"}
+
+
 def outcomes(hostvars, hosts, blocked_hosts):
     """The outcome of each host."""
     found = {}
@@ -109,9 +126,9 @@ def outcomes(hostvars, hosts, blocked_hosts):
         elif not outcome and state.get("state") == "verified":
             outcome = dict(state["result"])
         elif not outcome:
-            outcome = {"verdict": "not started"}
+            outcome = _recorded(state)
         # In check mode, a good plan has no verdict.
-        open_verdict = "error" if outcome.get("failed") else "not updated"
+        open_verdict = "error" if outcome.get("failed") else "would be updated"
         found[host] = {key: outcome[key] for key in
                        ("failed", "msg", "next", "log") if key in outcome}
         found[host]["verdict"] = outcome.get("verdict") or open_verdict

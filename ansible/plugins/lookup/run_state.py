@@ -55,7 +55,7 @@ from ansible.plugins.lookup import LookupBase
 
 VERIFIED = ("updated", "current", "staged", "done")
 # The BMC may still work on the update, or has yet to show other versions.
-OPEN = ("unknown", "unchanged", "interrupted")
+OPEN = ("unknown", "unchanged", "mismatch", "interrupted")
 # What a watch reports if the BMC gives it no access.
 NO_ACCESS = ("unreachable", "login_refused")
 # Phases whose requests transfer the image, or let the BMC fetch it.
