@@ -223,6 +223,7 @@ class CheckMode(ModuleTest):
                     (got.get("failed", False), got["changed"],
                      got["verdict"] == "current", got["diff"]["after"]),
                     (failed, changed, not failed and not changed, after))
+                self.assertEqual("phases" in got["plan"], not failed)
 
     def test_watch_changes_nothing(self):
         params = {**ACCOUNT, "log": "a", "restart": True, "result": "b",

@@ -119,7 +119,8 @@ duration_seconds:
   returned: if there is a verdict
   type: float
 plan:
-  description: What the module M(quorvane.firmware.plan) returns.
+  description: What the module M(quorvane.firmware.plan) returns; if this
+    module fails, only C(findings).
   returned: in check mode
   type: dict
 """
@@ -150,13 +151,17 @@ def plan(module):
     unknown = [] if params["force"] else [
         name for name in params["expect"]
         if len(quorvane.members_named(firmware, name)) != 1]
+    fault = ""
     if result.exit_code != quorvane.DONE:
-        module.fail_json(msg=quorvane.plan_failure(result), **values)
-    if unknown:
-        module.fail_json(
-            msg="Cannot use expect: the inventory of {} does not have exactly "
-                "one member with the URI, Id or name {}.".format(
-                    params["bmc"], " or ".join(unknown)), **values)
+        fault = quorvane.plan_failure(result)
+    elif unknown:
+        fault = ("Cannot use expect: the inventory of {} does not have exactly "
+                 "one member with the URI, Id or name {}.".format(
+                     params["bmc"], " or ".join(unknown)))
+    if fault:
+        # Ansible prints all that a failed module returns.
+        values["plan"] = {"findings": document.get("findings", [])}
+        module.fail_json(msg=fault, **values)
     values["changed"] = True
     module.exit_json(msg="The update can start.", **values)
 
