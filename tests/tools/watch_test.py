@@ -10,6 +10,7 @@ import concurrent.futures
 import json
 import os
 import pathlib
+import re
 import signal
 import subprocess
 import sys
@@ -47,7 +48,7 @@ def slow(phase, **more):
 RUNNING = task("Running 40", "Running 60", "Completed 100")
 AT_COMPLETION = {**RUNNING, "versions_change_at": "completion"}
 
-# Name, scenario, options of `update`, the text in the log at which it is
+# Name, scenario, options of `update`, the pattern in the log at which it is
 # killed, options of `watch`, verdict, a text of the result, and how many images
 # the BMC received and how many resets it executed in all.
 ROWS = [
@@ -75,9 +76,9 @@ ROWS = [
     ("staged", task("Running 40", "Scheduled 90"), "", "State: Running", "",
      "staged", "quorvane restart", 1, 0),
     ("activation", {**AT_COMPLETION, "faults": [slow("activation")]},
-     f"--target {BIOS}", "Trying activation", "", "updated",
+     f"--target {BIOS}", "Trying activation.*sent completely", "", "updated",
      "the response to its activation was lost", 1, 0),
-    ("reset", {"faults": [slow("reboot")]}, "", "Trying reboot URI",
+    ("reset", {"faults": [slow("reboot")]}, "", "Trying reboot URI.*sent completely",
      "--restart", "updated", "a reboot request got no response", 1, 1),
     ("restart", {"restart": {"requests": 3}}, "", "Reboot HTTP status", "",
      "updated", "", 1, 1),
@@ -120,7 +121,8 @@ def kill_update(name, bmc, rules, options, sign):
         stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT,
         start_new_session=True)
     log = HOME / f"{name}.log"
-    wait_for(lambda: log.exists() and sign in log.read_text())
+    wait_for(lambda: log.exists()
+             and re.search(sign, log.read_text(), re.S))
     os.killpg(update.pid, signal.SIGKILL)
     update.wait()
     return log
