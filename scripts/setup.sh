@@ -16,6 +16,12 @@ package_packages=(build-essential debhelper dpkg-dev lintian pandoc ansible-core
 site_packages=(mkdocs mkdocs-material doxygen)
 screenshot_packages=(python3-pyte)
 
+# "1.2.3", from the header in which the version is written.
+version_in_header() {
+  sed -nE 's/^#define QUORVANE_VERSION_(MAJOR|MINOR|PATCH) //p' \
+    include/quorvane/version.h | paste -sd.
+}
+
 print_heading() { printf '\n== %s\n' "$*"; }
 
 # Installs the packages that are missing.

@@ -199,7 +199,7 @@ class Decisions(unittest.TestCase):
     def test_summary(self):
         hosts = {"a": host(outcome=UPDATED), "b": host(outcome=FAILED),
                  "c": host(), "d": host("verified"), "e": {},
-                 "i": host("interrupted"),
+                 "i": host("interrupted"), "k": host("running"),
                  "j": host("interrupted", result={
                      "verdict": "unchanged", "headline": "As before.",
                      "next": "Look."}),
@@ -213,14 +213,17 @@ class Decisions(unittest.TestCase):
             {name: one["verdict"] for name, one in found.items()},
             {"a": "updated", "b": "failed", "c": "not started", "d": "updated",
              "e": "blocked", "f": "error", "g": "login_refused",
-             "h": "would be updated", "i": "interrupted", "j": "unchanged"})
+             "h": "would be updated", "i": "interrupted", "j": "unchanged",
+             "k": "running"})
         self.assertEqual(fleet.summary(found, "why"), [
-            "10 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, "
-            "1 interrupted, 1 unchanged, 1 error, 1 would be updated, "
+            "11 hosts: 2 updated, 1 failed, 1 not started, 1 blocked, "
+            "1 interrupted, 1 running, 1 unchanged, 1 error, 1 would be updated, "
             "1 login refused", "Stopped: why.", "b: No.", "    Next: Do.",
             "    Log: a.log", "e: Off.",
             "i: interrupted: The BMC may still work on the update. This run did "
             "not reach it.", "    Next: Run the playbook again.",
+            "k: running: A process still updates the host. This run did not "
+            "wait for it.", "    Next: Run the playbook again.",
             "j: unchanged: As before. This run did not reach it.",
             "    Next: Look.", "f: No program.", "g: 401.",
             "Not started: c"])

@@ -101,6 +101,10 @@ def reason_to_stop(failed, hosts, is_canary, max_percentage):
 def _recorded(state):
     """The outcome of a host that this run did not reach."""
     result = state.get("result") or {}
+    if state.get("state") == "running":
+        return {"verdict": "running", "failed": True,
+                "msg": "running: A process still updates the host. This run did "
+                       "not wait for it.", "next": "Run the playbook again."}
     if "verdict" in result:
         return {**result, "failed": True, "msg":
                 "{verdict}: {headline} This run did not reach it.".format(
